@@ -1,0 +1,33 @@
+# How every target of this tree is compiled. Targets of our own link kestan_options;
+# generated code does not, so that our warnings do not apply to it.
+
+get_property(multi_config GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)
+if(NOT multi_config AND NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Type of build" FORCE)
+endif()
+
+# The intrusive lists' safe mode speaks through assert(): it stays on in a release, so that
+# a stream destroyed while it is registered stops the process instead of corrupting a list.
+string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+# Assertions name their file: relative to this tree, wherever it was built.
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+add_link_options(-Wl,--as-needed)
+
+set(KESTAN_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=…")
+if(KESTAN_SANITIZE)
+    add_compile_options(-fsanitize=${KESTAN_SANITIZE} -fno-sanitize-recover=all
+        -fno-omit-frame-pointer -g)
+    add_link_options(-fsanitize=${KESTAN_SANITIZE})
+endif()
+
+add_library(kestan_options INTERFACE)
+target_compile_options(kestan_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_include_directories(kestan_options INTERFACE ${CMAKE_SOURCE_DIR})

@@ -1,0 +1,210 @@
+#include "control/mux_control_handler.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "framework/libdvbpsi.h"
+#include "framework/log.h"
+#include "framework/section_limits.h"
+#include "framework/table_converters.h"
+#include "mux/muxer.h"
+#include "mux/slot_time.h"
+#include "tables/sdt_sections.h"
+#include "tables/section_packetizer.h"
+
+using namespace orvel::thrift::dvb_tables;
+
+namespace {
+
+constexpr std::uint16_t kPatPid = 0x0000;  // ISO/IEC 13818-1, table 2-3
+constexpr std::uint16_t kCatPid = 0x0001;
+constexpr std::uint16_t kSdtPid = 0x0011;  // ETSI EN 300 468, 5.1.3
+constexpr std::uint16_t kMaxPid = 0x1FFF;
+
+constexpr std::int64_t kPatPeriodNs = 200 * kNsPerMs;
+constexpr std::int64_t kCatPeriodNs = 500 * kNsPerMs;
+constexpr std::int64_t kSdtPeriodNs = 500 * kNsPerMs;
+constexpr std::uint32_t kPmtPeriodMs = 200;
+
+constexpr std::int32_t kRejected = -1;
+
+// A version_number has 5 bits (ISO/IEC 13818-1, 2.4.4.5); what does not fit becomes 0.
+void apply_version_rule(std::uint8_t& version) {
+    if (version > 31) version = 0;
+}
+
+// The packets on `pid` of the sections that `generate` makes with a libdvbpsi handle;
+// empty when it makes none.
+template <typename Generate>
+std::string make_packets(std::uint16_t pid, Generate generate) {
+    const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
+    if (!handle) return {};
+    const SectionsPtr sections(generate(handle.get()));
+    return sections ? packetize_sections(sections.get(), pid) : std::string();
+}
+
+void play(SimpleTable& stream, std::string packets) {
+    if (!packets.empty()) stream.replace_packets(packets);
+}
+
+// Withdraws the PMT of a record that has left the list, and frees the record. The
+// carrousel leaves the muxer before its last share goes: the pacing loop never polls a
+// dying stream.
+void release_pmt(pmt_data* record) {
+    const std::unique_ptr<pmt_data> owner(record);
+    std::string none;
+    record->carrousel->update_subtable(record->sub_table, none);
+    if (record->carrousel.use_count() == 1) muxer_remove(*record->carrousel);
+}
+
+}  // namespace
+
+cm_MuxControlSrvHandler::cm_MuxControlSrvHandler()
+    : pat_stream_(kPatPid, kPatPeriodNs),
+      cat_stream_(kCatPid, kCatPeriodNs),
+      sdt_stream_(kSdtPid, kSdtPeriodNs) {
+    try {
+        muxer_add(pat_stream_);
+        muxer_add(cat_stream_);
+        muxer_add(tdt_stream_);
+        muxer_add(sdt_stream_);
+    } catch (...) {
+        unregister_fixed_streams();
+        throw;
+    }
+}
+
+cm_MuxControlSrvHandler::~cm_MuxControlSrvHandler() {
+    unregister_fixed_streams();
+    release_all_pmts();
+}
+
+void cm_MuxControlSrvHandler::unregister_fixed_streams() {
+    muxer_remove(pat_stream_);
+    muxer_remove(cat_stream_);
+    muxer_remove(tdt_stream_);
+    muxer_remove(sdt_stream_);
+}
+
+void cm_MuxControlSrvHandler::ClearAllTables() {
+    log_function(kLogInformation, 0, "Clearing all tables");
+    pat_stream_.clear();
+    cat_stream_.clear();
+    sdt_stream_.clear();
+    release_all_pmts();
+}
+
+std::int32_t cm_MuxControlSrvHandler::NewPAT(const PAT& pat) {
+    const PatPtr table(t2dPAT(pat));
+    if (!table) return kRejected;
+    apply_version_rule(table->i_version);
+    log_function(kLogInformation, 0, "New PAT tsid=%04x version=%u", table->i_ts_id,
+                 table->i_version);
+    play(pat_stream_, make_packets(kPatPid, [&](dvbpsi_t* handle) {
+             return dvbpsi_pat_sections_generate(handle, table.get(),
+                                                 kPatProgramsPerSection);
+         }));
+    return table->i_version;
+}
+
+std::int32_t cm_MuxControlSrvHandler::NewCAT(const CAT& cat) {
+    const CatPtr table(t2dCAT(cat));
+    if (!table) return kRejected;
+    apply_version_rule(table->i_version);
+    log_function(kLogInformation, 0, "New CAT version=%u", table->i_version);
+    play(cat_stream_, make_packets(kCatPid, [&](dvbpsi_t* handle) {
+             return dvbpsi_cat_sections_generate(handle, table.get());
+         }));
+    return table->i_version;
+}
+
+void cm_MuxControlSrvHandler::ClearCAT() {
+    log_function(kLogInformation, 0, "Clear CAT");
+    cat_stream_.clear();
+}
+
+std::int32_t cm_MuxControlSrvHandler::NewSDTActual(const SDT& sdt) {
+    const SdtPtr table(t2dSDT(sdt));
+    if (!table) return kRejected;
+    apply_version_rule(table->i_version);
+    log_function(kLogInformation, 0, "New SDTact tsid=%04x onid=%04x version=%u",
+                 table->i_extension, table->i_network_id, table->i_version);
+    play(sdt_stream_, make_packets(kSdtPid, [&](dvbpsi_t* handle) {
+             return generate_sdt_sections(handle, *table);
+         }));
+    return table->i_version;
+}
+
+std::int32_t cm_MuxControlSrvHandler::NewPMT(const PMT& pmt, std::int16_t pid) {
+    const auto pmt_pid = static_cast<std::uint16_t>(pid);
+    if (pmt_pid > kMaxPid) return kRejected;
+    const PmtPtr table(t2dPMT(pmt));
+    if (!table) return kRejected;
+    apply_version_rule(table->i_version);
+    log_function(kLogInformation, 0, "New PMT sid=%04x pid=%04x version=%u",
+                 table->i_program_number, pmt_pid, table->i_version);
+    std::string packets = make_packets(pmt_pid, [&](dvbpsi_t* handle) {
+        return dvbpsi_pmt_sections_generate(handle, table.get());
+    });
+    if (packets.empty()) return table->i_version;
+
+    const auto service_id = static_cast<std::uint16_t>(pmt.program_number);
+    pmt_data* const record = find_service(service_id);
+    if (record == nullptr) {
+        add_pmt(service_id, pmt_pid, std::move(packets));
+    } else if (record->pid == pmt_pid) {
+        record->carrousel->update_subtable(record->sub_table, packets);
+    }
+    return table->i_version;
+}
+
+void cm_MuxControlSrvHandler::add_pmt(std::uint16_t service_id, std::uint16_t pid,
+                                      std::string&& packets) {
+    auto record = std::make_unique<pmt_data>(service_id, pid);
+    auto sub_table = std::make_unique<SubTable>(std::move(packets), kPmtPeriodMs);
+    record->carrousel = carrousel_of(pid);
+    record->carrousel->add_subtable(sub_table.get());
+    record->sub_table = sub_table.release();
+    pmt_list_.push_back(*record.release());
+}
+
+std::shared_ptr<TableCarrousel> cm_MuxControlSrvHandler::carrousel_of(std::uint16_t pid) {
+    const auto on_pid = [pid](const pmt_data& record) { return record.pid == pid; };
+    const auto found = std::find_if(pmt_list_.begin(), pmt_list_.end(), on_pid);
+    if (found != pmt_list_.end()) return found->carrousel;
+    auto carrousel = std::make_shared<TableCarrousel>(pid);
+    muxer_add(*carrousel);
+    return carrousel;
+}
+
+pmt_data* cm_MuxControlSrvHandler::find_service(std::uint16_t service_id) {
+    const auto is_it = [service_id](const pmt_data& record) {
+        return record.service_id == service_id;
+    };
+    const auto found = std::find_if(pmt_list_.begin(), pmt_list_.end(), is_it);
+    return found == pmt_list_.end() ? nullptr : &*found;
+}
+
+void cm_MuxControlSrvHandler::StopPMT(std::int16_t service_id, std::int16_t pid) {
+    const auto service = static_cast<std::uint16_t>(service_id);
+    log_function(kLogInformation, 0, "Clear PMT %04x on PID %04x", service,
+                 static_cast<std::uint16_t>(pid));
+    pmt_data* const record = find_service(service);
+    if (record == nullptr) return;
+    pmt_list_.erase(pmt_list_.iterator_to(*record));
+    release_pmt(record);
+}
+
+void cm_MuxControlSrvHandler::release_all_pmts() {
+    while (!pmt_list_.empty()) {
+        pmt_data& record = pmt_list_.front();
+        pmt_list_.pop_front();
+        release_pmt(&record);
+    }
+}
+
+void cm_MuxControlSrvHandler::newScramblingConfig(
+    const orvel::thrift::ci_module::ScramblingConfig& /*config*/) {}
+
+void cm_MuxControlSrvHandler::EMM(const orvel::thrift::ci_module::EMMData& /*emm*/) {}

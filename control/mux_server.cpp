@@ -1,0 +1,70 @@
+#include "control/mux_server.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <exception>
+#include <memory>
+#include <thread>
+
+#include <thrift/TProcessor.h>
+#include <thrift/protocol/TBinaryProtocol.h>
+#include <thrift/server/TSimpleServer.h>
+#include <thrift/transport/TBufferTransports.h>
+#include <thrift/transport/TServerSocket.h>
+
+#include "control/mux_control_handler.h"
+#include "framework/log.h"
+
+namespace {
+
+using apache::thrift::protocol::TBinaryProtocolFactoryT;
+using apache::thrift::server::TSimpleServer;
+using apache::thrift::transport::TFramedTransportFactory;
+using apache::thrift::transport::TServerSocket;
+using apache::thrift::transport::TTransport;
+using orvel::thrift::ci_module::cm_MuxControlSrvIf;
+using orvel::thrift::ci_module::cm_MuxControlSrvProcessor;
+
+// Thrift sizes a list by the count that a message claims: without a limit, a message of
+// 30 bytes ends the process. This is more elements than any table can carry.
+constexpr int kNoStringLimit = 0;
+constexpr int kContainerLimit = 131072;
+
+void run_or_exit(int port) {
+    try {
+        MuxServerThread(port);
+    } catch (const std::exception& error) {
+        log_function(kLogError, 0, "Mux server EXCEPTION: %s", error.what());
+        _exit(1);  // no exit handlers: the main thread is running
+    }
+}
+
+}  // namespace
+
+int StartMuxServer(int port) {
+    const char* const name = "MuxSrv";
+    try {
+        std::thread server(run_or_exit, port);
+        pthread_setname_np(server.native_handle(), name);
+        server.detach();
+    } catch (const std::exception& error) {
+        log_function(kLogError, 0, "Can't launch Mux server. EXCEPTION: %s",
+                     error.what());
+        return -1;
+    }
+    return 0;
+}
+
+int MuxServerThread(int port) {
+    const std::shared_ptr<cm_MuxControlSrvHandler> handler(new cm_MuxControlSrvHandler);
+    const auto processor = std::make_shared<cm_MuxControlSrvProcessor>(
+        std::shared_ptr<cm_MuxControlSrvIf>(handler));
+    const auto server_socket = std::make_shared<TServerSocket>(port);
+    const auto transport_factory = std::make_shared<TFramedTransportFactory>();
+    const auto protocol_factory = std::make_shared<TBinaryProtocolFactoryT<TTransport>>(
+        kNoStringLimit, kContainerLimit, /*strict_read=*/false, /*strict_write=*/true);
+    TSimpleServer server(processor, server_socket, transport_factory, protocol_factory);
+    server.serve();
+    return 0;
+}

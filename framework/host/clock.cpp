@@ -1,0 +1,48 @@
+#include "framework/clock.h"
+
+#include <sys/timex.h>
+
+#include <chrono>
+#include <ctime>
+
+namespace {
+
+// Modified Julian Date of 1970-01-01 (ETSI EN 300 468, annex C).
+constexpr std::int64_t kMjdOfEpoch = 40587;
+constexpr std::int64_t kSecondsPerDay = 86400;
+
+std::int64_t now_in_seconds() {
+    using std::chrono::floor, std::chrono::seconds, std::chrono::system_clock;
+    return floor<seconds>(system_clock::now().time_since_epoch()).count();
+}
+
+bool is_synchronised() {
+    timex state{};
+    return adjtimex(&state) >= 0 && (state.status & STA_UNSYNC) == 0;
+}
+
+bool is_before_build_year() {
+    const auto now = static_cast<std::time_t>(now_in_seconds());
+    std::tm utc{};
+    if (gmtime_r(&now, &utc) == nullptr) return true;
+    return utc.tm_year + 1900 < KESTAN_BUILD_YEAR;
+}
+
+std::int64_t bcd(std::int64_t two_digits) {
+    return two_digits / 10 * 16 + two_digits % 10;
+}
+
+}  // namespace
+
+int IsSystemTimeSet() {
+    return is_synchronised() || !is_before_build_year() ? 0 : -1;
+}
+
+std::int64_t GetUTCTime() {
+    const std::int64_t now = now_in_seconds();
+    if (now < 0) return 0;
+    const std::int64_t mjd = kMjdOfEpoch + now / kSecondsPerDay;
+    const std::int64_t second = now % kSecondsPerDay;
+    return mjd << 24 | bcd(second / 3600) << 16 | bcd(second / 60 % 60) << 8 |
+           bcd(second % 60);
+}

@@ -1,0 +1,20 @@
+#ifndef KESTAN_MUX_TS_PACKET_H
+#define KESTAN_MUX_TS_PACKET_H
+
+#include <cstddef>
+#include <cstdint>
+
+// The transport packet's header (ISO/IEC 13818-1, 2.4.3.2): byte 0 sync_byte, bytes 1 and
+// 2 payload_unit_start_indicator and PID, byte 3 adaptation_field_control and
+// continuity_counter.
+
+constexpr std::size_t kTsPacketSize = 188;
+constexpr std::uint64_t kTsPacketBits = kTsPacketSize * 8;
+
+constexpr std::uint8_t kSyncByte = 0x47;
+constexpr std::uint8_t kPayloadUnitStart = 0x40;  // in byte 1
+constexpr std::uint8_t kHasPayload = 0x10;        // in byte 3
+constexpr std::uint8_t kContinuityMask = 0x0F;    // in byte 3
+constexpr std::uint8_t kStuffingByte = 0xFF;      // after the last section of a packet
+
+#endif

@@ -1,0 +1,37 @@
+#ifndef KESTAN_TABLES_TDT_TABLE_H
+#define KESTAN_TABLES_TDT_TABLE_H
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+
+#include "mux/muxed_stream.h"
+#include "mux/slot_time.h"
+
+// Makes and plays the Time and Date Table (ETSI EN 300 468, 5.2.5): one packet per second
+// of slot time on PID 0x0014, with the UTC of the moment at which it is made.
+//
+// Silent until the framework has reported once that the system clock is set. A second
+// without a time is left out, not owed.
+//
+// Threads: made and destroyed on the control thread; next_packet runs on the pacing
+// loop's thread and asks the framework's clock with `mutex` held, which guards all
+// members.
+class TDTTable final : public muxed_stream {
+public:
+    // The first packet is due at once. Asks whether the system clock is set.
+    TDTTable();
+
+    bool next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) override;
+
+private:
+    const std::array<std::uint8_t, kTsPacketSize> packet;  // all but the UTC_time
+    const std::uint32_t period_ms = 1000;
+    const std::int64_t period_ns = period_ms * kNsPerMs;
+    std::int64_t next_time_ns;
+    std::mutex mutex;
+    bool enabled = true;
+    bool time_valid;  // the system clock has been reported as set; stays true
+};
+
+#endif

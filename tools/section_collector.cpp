@@ -1,0 +1,60 @@
+#include "tools/section_collector.h"
+
+#include <algorithm>
+#include <array>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace {
+
+constexpr int kMaxPrivateSectionSize = 4096;  // ISO/IEC 13818-1, 2.4.4.11
+
+}  // namespace
+
+SectionCollector::SectionCollector(Callback on_section)
+    : on_section_(std::move(on_section)),
+      handle_(dvbpsi_new(&SectionCollector::on_message, DVBPSI_MSG_ERROR)) {
+    if (!handle_) throw std::bad_alloc();
+    handle_->p_sys = this;
+    void* const decoder =
+        dvbpsi_decoder_new(&SectionCollector::on_gathered, kMaxPrivateSectionSize,
+                           /*b_discontinuity=*/true, sizeof(dvbpsi_decoder_t));
+    if (decoder == nullptr) throw std::bad_alloc();
+    handle_->p_decoder = static_cast<dvbpsi_decoder_t*>(decoder);
+}
+
+SectionCollector::~SectionCollector() {
+    dvbpsi_decoder_delete(handle_->p_decoder);
+    handle_->p_decoder = nullptr;
+}
+
+void SectionCollector::push(const std::uint8_t* packet) {
+    check_continuity(packet);
+    std::array<std::uint8_t, kTsPacketSize> copy{};  // libdvbpsi does not promise const
+    std::copy_n(packet, kTsPacketSize, copy.begin());
+    dvbpsi_packet_push(handle_.get(), copy.data());
+}
+
+void SectionCollector::check_continuity(const std::uint8_t* packet) {
+    const std::uint8_t counter = packet[3] & kContinuityMask;
+    const bool has_payload = (packet[3] & kHasPayload) != 0;
+    const std::optional<std::uint8_t> last = std::exchange(counter_, counter);
+    if (!last) return;
+    const bool is_repeat = counter == *last;
+    const int expected = (*last + (has_payload ? 1 : 0)) & kContinuityMask;
+    if (counter != expected && (!is_repeat || repeated_)) ++continuity_errors_;
+    repeated_ = is_repeat && has_payload;
+}
+
+void SectionCollector::on_gathered(dvbpsi_t* handle, dvbpsi_psi_section_t* section) {
+    const SectionsPtr owner(section);
+    static_cast<SectionCollector*>(handle->p_sys)->on_section_(*section);
+}
+
+void SectionCollector::on_message(dvbpsi_t* handle, dvbpsi_msg_level_t /*level*/,
+                                  const char* text) {
+    // The only word that libdvbpsi gives of a section that it drops.
+    if (std::string_view(text).find("Bad CRC_32") == std::string_view::npos) return;
+    ++static_cast<SectionCollector*>(handle->p_sys)->crc_errors_;
+}

@@ -1,0 +1,48 @@
+#ifndef KESTAN_TOOLS_SECTION_COLLECTOR_H
+#define KESTAN_TOOLS_SECTION_COLLECTOR_H
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+#include "framework/libdvbpsi.h"
+#include "mux/ts_packet.h"
+
+// Collects the sections of one PID from its packets and counts what is wrong with them.
+//
+// libdvbpsi puts the sections together and checks their CRC_32 (a short section, such as
+// a TDT's, has none). A section is up to 4,096 bytes long. One thread.
+class SectionCollector {
+public:
+    // Every section that is whole and right, each time it comes.
+    using Callback = std::function<void(const dvbpsi_psi_section_t&)>;
+
+    explicit SectionCollector(Callback on_section);
+    ~SectionCollector();
+    SectionCollector(const SectionCollector&) = delete;
+    SectionCollector& operator=(const SectionCollector&) = delete;
+
+    // Takes the PID's next packet, kTsPacketSize bytes.
+    void push(const std::uint8_t* packet);
+
+    // Packets whose continuity_counter is not what the packet before it asks for (ISO/IEC
+    // 13818-1, 2.4.3.3: plus one with payload; one exact repeat is allowed).
+    [[nodiscard]] std::uint64_t continuity_errors() const { return continuity_errors_; }
+
+    // Sections whose CRC_32 was wrong.
+    [[nodiscard]] std::uint64_t crc_errors() const { return crc_errors_; }
+
+private:
+    void check_continuity(const std::uint8_t* packet);
+    static void on_gathered(dvbpsi_t* handle, dvbpsi_psi_section_t* section);
+    static void on_message(dvbpsi_t* handle, dvbpsi_msg_level_t level, const char* text);
+
+    Callback on_section_;
+    DvbpsiPtr handle_;
+    std::optional<std::uint8_t> counter_;
+    bool repeated_ = false;
+    std::uint64_t continuity_errors_ = 0;
+    std::uint64_t crc_errors_ = 0;
+};
+
+#endif
