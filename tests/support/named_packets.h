@@ -1,0 +1,48 @@
+#ifndef KESTAN_TESTS_SUPPORT_NAMED_PACKETS_H
+#define KESTAN_TESTS_SUPPORT_NAMED_PACKETS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "mux/muxed_stream.h"
+#include "mux/ts_packet.h"
+
+// The packets of an invented table: packet i of "A" is "A<i>", its counter i. `sections`
+// gives the packets of each section.
+inline std::string named_packets(char name, const std::vector<int>& sections) {
+    std::string packets;
+    for (const int count : sections) {
+        for (int i = 0; i < count; ++i) {
+            const auto number = packets.size() / kTsPacketSize;
+            std::string packet(kTsPacketSize, '\0');
+            packet[0] = kSyncByte;
+            packet[1] = static_cast<char>(i == 0 ? kPayloadUnitStart : 0);
+            packet[3] = static_cast<char>(kHasPayload | (number & kContinuityMask));
+            const std::string text = name + std::to_string(number) + ' ';
+            packet.replace(4, text.size(), text);
+            packets += packet;
+        }
+    }
+    return packets;
+}
+
+// The name of the packet that `stream` has for a slot, "-" for none; checks nothing else.
+inline std::string next_name(muxed_stream& stream, std::int64_t slot_time_ns,
+                             int* counter = nullptr) {
+    std::uint8_t packet[kTsPacketSize];
+    if (!stream.next_packet(packet, slot_time_ns)) return "-";
+    if (counter != nullptr) *counter = packet[3] & kContinuityMask;
+    const std::string text(packet + 4, packet + kTsPacketSize);
+    return text.substr(0, text.find(' '));
+}
+
+// The slot time, from `from` on, at which `stream` hands out its next packet; it is found
+// by asking at every nanosecond from `guess` - 2 on.
+inline std::int64_t next_due(muxed_stream& stream, std::int64_t guess) {
+    std::int64_t slot = guess - 2;
+    while (next_name(stream, slot) == "-" && slot < guess + 2) ++slot;
+    return slot;
+}
+
+#endif

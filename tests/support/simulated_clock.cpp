@@ -1,0 +1,69 @@
+#include "tests/support/simulated_clock.h"
+
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <utility>
+
+namespace {
+
+constexpr std::int64_t kNsPerSecond = 1000000000;
+
+// An hour after the start of the machine, at an odd nanosecond.
+std::int64_t clock_ns = 3600 * kNsPerSecond + 7;
+std::optional<std::int64_t> interruption_ns;
+std::uint64_t sleep_count = 0;
+
+timespec to_timespec(std::int64_t ns) {
+    timespec time{};
+    time.tv_sec = static_cast<time_t>(ns / kNsPerSecond);
+    time.tv_nsec = static_cast<long>(ns % kNsPerSecond);
+    return time;
+}
+
+}  // namespace
+
+namespace simulated_clock {
+
+std::function<void()> on_sleep;
+
+std::int64_t now_ns() {
+    return clock_ns;
+}
+
+void advance(std::int64_t ns) {
+    clock_ns += ns;
+}
+
+void interrupt_next_sleep_after(std::int64_t ns) {
+    interruption_ns = ns;
+}
+
+std::uint64_t sleeps() {
+    return sleep_count;
+}
+
+}  // namespace simulated_clock
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    if (clock != CLOCK_MONOTONIC) {
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    }
+    *time = to_timespec(clock_ns);
+    return 0;
+}
+
+extern "C" int nanosleep(const timespec* duration, timespec* remaining) {
+    const std::int64_t asked = duration->tv_sec * kNsPerSecond + duration->tv_nsec;
+    const std::int64_t slept = std::exchange(interruption_ns, {}).value_or(asked);
+    ++sleep_count;
+    clock_ns += slept;
+    if (simulated_clock::on_sleep) simulated_clock::on_sleep();
+    if (slept >= asked) return 0;
+    *remaining = to_timespec(asked - slept);
+    errno = EINTR;
+    return -1;
+}
