@@ -13,6 +13,7 @@ constexpr std::uint64_t kTsPacketBits = kTsPacketSize * 8;
 
 constexpr std::uint8_t kSyncByte = 0x47;
 constexpr std::uint8_t kPayloadUnitStart = 0x40;  // in byte 1
+constexpr std::uint8_t kHasAdaptation = 0x20;     // in byte 3
 constexpr std::uint8_t kHasPayload = 0x10;        // in byte 3
 constexpr std::uint8_t kContinuityMask = 0x0F;    // in byte 3
 constexpr std::uint8_t kStuffingByte = 0xFF;      // after the last section of a packet

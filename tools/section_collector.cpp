@@ -31,6 +31,7 @@ SectionCollector::~SectionCollector() {
 
 void SectionCollector::push(const std::uint8_t* packet) {
     check_continuity(packet);
+    drop_torn_section(packet);
     std::array<std::uint8_t, kTsPacketSize> copy{};  // libdvbpsi does not promise const
     std::copy_n(packet, kTsPacketSize, copy.begin());
     dvbpsi_packet_push(handle_.get(), copy.data());
@@ -45,6 +46,17 @@ void SectionCollector::check_continuity(const std::uint8_t* packet) {
     const int expected = (*last + (has_payload ? 1 : 0)) & kContinuityMask;
     if (counter != expected && (!is_repeat || repeated_)) ++continuity_errors_;
     repeated_ = is_repeat && has_payload;
+}
+
+// libdvbpsi would fill the section in flight with the bytes of the one that begins, and
+// count that as a wrong CRC_32.
+void SectionCollector::drop_torn_section(const std::uint8_t* packet) {
+    dvbpsi_decoder_t* const decoder = handle_->p_decoder;
+    const bool begins_section = (packet[1] & kPayloadUnitStart) != 0 &&
+                                (packet[3] & kHasAdaptation) == 0 && packet[4] == 0;
+    if (!begins_section || decoder->p_current_section == nullptr) return;
+    ++torn_sections_;
+    dvbpsi_DeletePSISections(std::exchange(decoder->p_current_section, nullptr));
 }
 
 void SectionCollector::on_gathered(dvbpsi_t* handle, dvbpsi_psi_section_t* section) {

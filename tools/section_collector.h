@@ -29,11 +29,15 @@ public:
     // 13818-1, 2.4.3.3: plus one with payload; one exact repeat is allowed).
     [[nodiscard]] std::uint64_t continuity_errors() const { return continuity_errors_; }
 
+    // Sections that another one's start cut off, as when a table is replaced in the middle.
+    [[nodiscard]] std::uint64_t torn_sections() const { return torn_sections_; }
+
     // Sections whose CRC_32 was wrong.
     [[nodiscard]] std::uint64_t crc_errors() const { return crc_errors_; }
 
 private:
     void check_continuity(const std::uint8_t* packet);
+    void drop_torn_section(const std::uint8_t* packet);
     static void on_gathered(dvbpsi_t* handle, dvbpsi_psi_section_t* section);
     static void on_message(dvbpsi_t* handle, dvbpsi_msg_level_t level, const char* text);
 
@@ -42,6 +46,7 @@ private:
     std::optional<std::uint8_t> counter_;
     bool repeated_ = false;
     std::uint64_t continuity_errors_ = 0;
+    std::uint64_t torn_sections_ = 0;
     std::uint64_t crc_errors_ = 0;
 };
 

@@ -1,0 +1,177 @@
+#include "control/mux_control_handler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <limits>
+#include <optional>
+#include <system_error>
+
+#include "mux/muxer.h"
+#include "mux/slot_time.h"
+#include "tests/support/fake_framework.h"
+#include "tests/support/playout.h"
+#include "tests/support/random_tables.h"
+#include "tests/support/wire.h"
+
+using namespace orvel::thrift::dvb_tables;
+
+// The test program is linked so that these stand in for pthread_mutex_lock.
+extern "C" int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
+
+namespace {
+
+using fake_framework::take_log;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+int locks_until_failure = std::numeric_limits<int>::max();
+
+constexpr std::int16_t bits(int value) {
+    return static_cast<std::int16_t>(static_cast<std::uint16_t>(value));
+}
+
+std::vector<int> pids_in(const Datagram& datagram) {
+    std::vector<int> pids;
+    for (std::size_t at = 0; at < datagram.bytes.size(); at += kTsPacketSize) {
+        pids.push_back((datagram.bytes[at + 1] & 0x1F) << 8 |
+                       static_cast<std::uint8_t>(datagram.bytes[at + 2]));
+    }
+    return pids;
+}
+
+class MuxControlHandler : public testing::Test {
+protected:
+    void SetUp() override {
+        fake_framework::clock = {};
+        handler_.emplace();
+        static_cast<void>(take_log());
+    }
+
+    void push(Wire& wire, std::int64_t ns) {
+        for (const Datagram& datagram : playout_.run_for(ns)) wire.push(datagram.bytes);
+    }
+
+    Playout playout_{10000};
+    RandomTables random_{11};
+    std::optional<cm_MuxControlSrvHandler> handler_;
+};
+
+TEST_F(MuxControlHandler, RegistersItsStreamsInTheOrderOfPolling) {
+    EXPECT_EQ(the_muxer->streams.size(), 4u);
+    handler_->NewSDTActual(random_.sdt(1, 0));
+    handler_->NewCAT(random_.cat(10));
+    handler_->NewPMT(random_.pmt(1, 50), 0x20);
+    handler_->NewPAT(random_.pat(1));
+    EXPECT_EQ(the_muxer->streams.size(), 5u);
+    EXPECT_THAT(pids_in(playout_.run_for(kNsPerMs).at(0)),
+                ElementsAre(0x00, 0x01, 0x14, 0x11, 0x20));
+    handler_.reset();
+    EXPECT_EQ(the_muxer->streams.size(), 0u);
+}
+
+TEST_F(MuxControlHandler, UndoesItsRegistrationsWhenOneFails) {
+    handler_.reset();
+    for (int failing = 1; failing <= 4; ++failing) {
+        // Asking the fake framework's clock takes no lock; each registration takes one.
+        locks_until_failure = failing;
+        EXPECT_THROW(handler_.emplace(), std::system_error);
+        EXPECT_EQ(the_muxer->streams.size(), 0u) << failing;
+    }
+}
+
+TEST_F(MuxControlHandler, LogsAndReturnsTheVersionThatItPlays) {
+    PAT pat = random_.pat(2);
+    CAT cat = random_.cat(10);
+    SDT sdt = random_.sdt(2, 20);
+    PMT pmt = random_.pmt(0x8001, 100);
+    pat.transport_stream_id = sdt.transport_stream_id = 0x8002;
+    sdt.original_network_id = 0xFFFF;
+    for (const auto& [given, played] : {std::pair{31, 31}, {32, 0}, {255, 0}, {0, 0}}) {
+        pat.version_number = cat.version_number = sdt.version_number =
+            pmt.version_number = given;
+        EXPECT_EQ(handler_->NewPAT(pat), played);
+        EXPECT_EQ(handler_->NewCAT(cat), played);
+        EXPECT_EQ(handler_->NewSDTActual(sdt), played);
+        EXPECT_EQ(handler_->NewPMT(pmt, 0x1FFF), played);
+        const std::string version = "version=" + std::to_string(played);
+        EXPECT_THAT(take_log(),
+                    ElementsAre("6 New PAT tsid=8002 " + version, "6 New CAT " + version,
+                                "6 New SDTact tsid=8002 onid=ffff " + version,
+                                "6 New PMT sid=8001 pid=1fff " + version));
+        Wire wire;
+        push(wire, kNsPerSecond);
+        const Multiplex played_tables = wire.tables({{0x8001, 0x1FFF}});
+        EXPECT_EQ(played_tables.pat->version_number, played);
+        EXPECT_EQ(played_tables.cat->version_number, played);
+        EXPECT_EQ(played_tables.sdt->version_number, played);
+        EXPECT_EQ(played_tables.pmts.at(0).pmt.version_number, played);
+    }
+    handler_->StopPMT(bits(0x8001), bits(0xFFFF));
+    handler_->StopPMT(bits(0x8001), 0x20);
+    handler_->ClearCAT();
+    handler_->ClearAllTables();
+    handler_->newScramblingConfig({});
+    handler_->EMM({});
+    EXPECT_THAT(take_log(), ElementsAre("6 Clear PMT 8001 on PID ffff",
+                                        "6 Clear PMT 8001 on PID 0020", "6 Clear CAT",
+                                        "6 Clearing all tables"));
+}
+
+TEST_F(MuxControlHandler, RefusesWithoutAWordWhatCannotBeCarried) {
+    PAT pat = random_.pat(2);
+    random_.spoil(pat);
+    EXPECT_EQ(handler_->NewPAT(pat), -1);
+    for (const int pid : {0x2000, 0x7FFF, 0x8000, 0xFFFF}) {
+        EXPECT_EQ(handler_->NewPMT(random_.pmt(1, 100), bits(pid)), -1);
+    }
+    EXPECT_THAT(take_log(), IsEmpty());
+    EXPECT_EQ(the_muxer->streams.size(), 4u);
+}
+
+TEST_F(MuxControlHandler, SharesAPidAmongServicesEachAtItsPeriod) {
+    handler_->NewPMT(random_.pmt(1, 100), 0x20);
+    handler_->NewPMT(random_.pmt(2, 100), 0x20);
+    EXPECT_EQ(the_muxer->streams.size(), 5u);
+    std::vector<std::int64_t> times;
+    for (const Datagram& datagram : playout_.run_for(20 * kNsPerSecond)) {
+        for (const int pid : pids_in(datagram)) {
+            if (pid == 0x20) times.push_back(datagram.time_ns);
+        }
+    }
+    ASSERT_EQ(times.size(), 201u);
+    // To the slot: a packet leaves in the first slot at or after its time.
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        const std::int64_t due = times[0] + static_cast<std::int64_t>(i) * 99986703;
+        EXPECT_NEAR(static_cast<double>(times[i] - due), 0, 2 * 150400);
+    }
+}
+
+TEST_F(MuxControlHandler, KeepsAServiceOnItsPidUntilItIsStopped) {
+    PMT pmt = random_.pmt(7, 100);
+    handler_->NewPMT(pmt, 0x20);
+    PMT other = random_.pmt(7, 100);
+    EXPECT_EQ(handler_->NewPMT(other, 0x21), other.version_number);
+    Wire wire;
+    push(wire, kNsPerSecond);
+    EXPECT_EQ(wire.tables({{7, 0x20}}).pmts.at(0).pmt, pmt);
+    EXPECT_EQ(wire.pids().count(0x21), 0u);
+
+    handler_->StopPMT(7, 0x1234);  // whatever the PID
+    wire.forget();
+    push(wire, kNsPerSecond);
+    EXPECT_EQ(wire.pids().count(0x20), 0u);
+    handler_->NewPMT(other, 0x21);
+    push(wire, kNsPerSecond);
+    EXPECT_EQ(wire.tables({{7, 0x21}}).pmts.at(0).pmt, other);
+}
+
+}  // namespace
+
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (--locks_until_failure > 0) return __real_pthread_mutex_lock(mutex);
+    locks_until_failure = std::numeric_limits<int>::max();
+    return EAGAIN;
+}
