@@ -8,6 +8,16 @@
 
 #include <cstring>
 
+namespace {
+
+bool entered = false;
+
+}  // namespace
+
+bool has_own_network() {
+    return entered;
+}
+
 bool enter_own_network() {
     if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
         return false;
@@ -16,7 +26,7 @@ bool enter_own_network() {
     ifreq loopback{};
     std::strcpy(loopback.ifr_name, "lo");
     loopback.ifr_flags = IFF_UP | IFF_RUNNING;
-    const bool is_up = ioctl(fd, SIOCSIFFLAGS, &loopback) == 0;
+    entered = ioctl(fd, SIOCSIFFLAGS, &loopback) == 0;
     close(fd);
-    return is_up;
+    return entered;
 }

@@ -7,4 +7,7 @@
 // not permitted. Called before the process has a second thread.
 [[nodiscard]] bool enter_own_network();
 
+// True after that, in which case nothing that is sent leaves this machine.
+[[nodiscard]] bool has_own_network();
+
 #endif

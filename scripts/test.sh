@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test.
+#
+#   scripts/test.sh         the release build
+#   scripts/test.sh --all   also the format and the lint checks, and the tests under
+#                           AddressSanitizer + UndefinedBehaviorSanitizer and under
+#                           ThreadSanitizer
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/dependencies.sh
+
+build_and_test() { # <preset>
+    echo "== $1"
+    cmake --preset "$1" -G Ninja >/dev/null
+    cmake --build --preset "$1" -- --quiet
+    ctest --preset "$1" --no-tests=error
+}
+
+check_format() {
+    echo "== format"
+    git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
+}
+
+check_lint() {
+    echo "== lint"
+    git ls-files '*.cpp' | grep -v '^tests/' |
+        xargs -P "$(nproc)" -n 4 clang-tidy -p build --quiet 2>/dev/null
+}
+
+case "${1:-}" in
+    "")
+        install_missing "${build_packages[@]}" "${test_packages[@]}"
+        build_and_test release
+        ;;
+    --all)
+        install_missing "${build_packages[@]}" "${test_packages[@]}" "${check_packages[@]}"
+        check_format
+        build_and_test release
+        check_lint
+        build_and_test asan
+        build_and_test tsan
+        ;;
+    *)
+        echo "usage: scripts/test.sh [--all]" >&2
+        exit 2
+        ;;
+esac
