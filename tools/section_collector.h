@@ -29,7 +29,8 @@ public:
     // 13818-1, 2.4.3.3: plus one with payload; one exact repeat is allowed).
     [[nodiscard]] std::uint64_t continuity_errors() const { return continuity_errors_; }
 
-    // Sections that another one's start cut off, as when a table is replaced in the middle.
+    // Sections that another one's start cut off, as when a table is replaced in the
+    // middle.
     [[nodiscard]] std::uint64_t torn_sections() const { return torn_sections_; }
 
     // Sections whose CRC_32 was wrong.
