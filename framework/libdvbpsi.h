@@ -4,8 +4,9 @@
 // libdvbpsi's headers can be included once only and do not include what they need: this
 // one stands for all of them, in an order that works, and gives their objects owners.
 
-#include <stdint.h>
 #include <sys/types.h>
+
+#include <cstdint>
 
 // clang-format off
 #include <dvbpsi/dvbpsi.h>

@@ -1,9 +1,8 @@
 #include "mux/muxer.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 
 #include "framework/watchdog.h"
 #include "mux/slot_time.h"
