@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and plays a multiplex on loopback: the daemon, a control
+# process that pushes the tables, and a monitor that shows what is on the wire. Then the
+# daemon is killed and started again, and the tables are back by themselves.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/dependencies.sh
+
+readonly destination=127.0.0.1
+readonly port=5004
+readonly tables=examples/small.json
+
+install_missing "${build_packages[@]}" ffmpeg
+echo "== Building"
+cmake --preset release -G Ninja -DKESTAN_TESTS=OFF >/dev/null
+cmake --build --preset release -- --quiet
+
+children=()
+end_children() {
+    kill "${children[@]}" 2>/dev/null || true
+    wait "${children[@]}" 2>/dev/null || true
+}
+trap end_children EXIT
+
+start() { # <program> [argument]...: runs it beside this script
+    "$@" &
+    children+=("$!")
+}
+
+echo "== The daemon, and a control process that serves $tables"
+start build/bin/kestan -c -l 6 -O "$destination/$port"
+daemon=$!
+start build/bin/kestan-control serve "$tables"
+
+echo "== What is on the wire"
+build/bin/kestan-monitor "$destination:$port" --duration 10
+
+echo "== What a player finds in it"
+timeout 20 ffprobe -hide_banner -v error -show_entries \
+    'program=program_id,pmt_pid:program_tags=service_name,service_provider:program_stream=id,codec_type:stream_tags=language' \
+    -of compact -analyzeduration 3M "udp://$destination:$port" || true
+
+echo "== The daemon is killed and started again"
+kill -KILL "$daemon"
+wait "$daemon" 2>/dev/null || true
+start build/bin/kestan -c -l 6 -O "$destination/$port"
+build/bin/kestan-monitor "$destination:$port" --duration 5
