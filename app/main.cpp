@@ -8,6 +8,7 @@
 #include <thrift/TOutput.h>
 
 #include "app/cmd_options.h"
+#include "app/instance_ports.h"
 #include "app/output.h"
 #include "app/start_notification.h"
 #include "control/mux_server.h"
@@ -20,15 +21,6 @@ namespace {
 
 constexpr const char* kVersion = "2.10.1+d20260615";
 constexpr std::uint32_t kKickIntervalS = 5;
-
-struct instance_ports {
-    int control;
-    int notification;
-};
-
-instance_ports ports_of(int set) {
-    return set == 1 ? instance_ports{9511, 9531} : instance_ports{9501, 9521};
-}
 
 cmd_options options_or_exit(int argc, char** argv) {
     try {

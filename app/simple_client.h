@@ -19,9 +19,12 @@ namespace orvel::thrift::utils {
 template <typename Client>
 class SimpleClient : public virtual Client {
 public:
+    static constexpr int kTimeoutMs = 1000;
+
     // Connects.
-    SimpleClient(const std::string& host, int port)
-        : SimpleClient(std::make_shared<apache::thrift::transport::TSocket>(host, port)) {
+    SimpleClient(const std::string& host, int port, int timeout_ms = kTimeoutMs)
+        : SimpleClient(std::make_shared<apache::thrift::transport::TSocket>(host, port),
+                       timeout_ms) {
         transport_->open();
     }
 
@@ -30,10 +33,8 @@ private:
     using TFramedTransport = apache::thrift::transport::TFramedTransport;
     using TBinaryProtocol = apache::thrift::protocol::TBinaryProtocol;
 
-    static constexpr int kTimeoutMs = 1000;
-
-    explicit SimpleClient(const std::shared_ptr<TSocket>& socket)
-        : SimpleClient(socket, with_timeouts(socket)) {}
+    SimpleClient(const std::shared_ptr<TSocket>& socket, int timeout_ms)
+        : SimpleClient(socket, with_timeouts(socket, timeout_ms)) {}
 
     SimpleClient(const std::shared_ptr<TSocket>& socket,
                  const std::shared_ptr<TFramedTransport>& transport)
@@ -46,10 +47,10 @@ private:
         : Client(protocol), socket_(socket), transport_(transport), protocol_(protocol) {}
 
     static std::shared_ptr<TFramedTransport> with_timeouts(
-        const std::shared_ptr<TSocket>& socket) {
-        socket->setConnTimeout(kTimeoutMs);
-        socket->setRecvTimeout(kTimeoutMs);
-        socket->setSendTimeout(kTimeoutMs);
+        const std::shared_ptr<TSocket>& socket, int timeout_ms) {
+        socket->setConnTimeout(timeout_ms);
+        socket->setRecvTimeout(timeout_ms);
+        socket->setSendTimeout(timeout_ms);
         return std::make_shared<TFramedTransport>(socket);
     }
 

@@ -17,6 +17,9 @@
 #include <dvbpsi/cat.h>
 #include <dvbpsi/pmt.h>
 #include <dvbpsi/sdt.h>
+#include <dvbpsi/dr_09.h>
+#include <dvbpsi/dr_0a.h>
+#include <dvbpsi/dr_48.h>
 // clang-format on
 
 #include <memory>
@@ -34,6 +37,11 @@ using PatPtr = std::unique_ptr<dvbpsi_pat_t, DvbpsiDeleter<dvbpsi_pat_delete>>;
 using CatPtr = std::unique_ptr<dvbpsi_cat_t, DvbpsiDeleter<dvbpsi_cat_delete>>;
 using SdtPtr = std::unique_ptr<dvbpsi_sdt_t, DvbpsiDeleter<dvbpsi_sdt_delete>>;
 using PmtPtr = std::unique_ptr<dvbpsi_pmt_t, DvbpsiDeleter<dvbpsi_pmt_delete>>;
+
+// A chain of descriptors, with what has been decoded from them: the pointer is its first,
+// and owns all.
+using DescriptorPtr =
+    std::unique_ptr<dvbpsi_descriptor_t, DvbpsiDeleter<dvbpsi_DeleteDescriptors>>;
 
 // A chain of sections: the pointer is its first, and owns all.
 using SectionsPtr =

@@ -4,6 +4,7 @@
 #include <array>
 #include <new>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -163,6 +164,7 @@ void TableCollector::on_sdt_subtable(dvbpsi_t* handle, std::uint8_t table_id,
 Multiplex TableCollector::tables() const {
     Multiplex multiplex = found_;
     if (!found_.pat) return multiplex;
+    std::set<std::int32_t> services;
     for (const PATProgram& program : found_.pat->programs) {
         const auto [first, last] =
             pmt_decoders_.equal_range(static_cast<std::uint16_t>(program.pid));
@@ -170,6 +172,7 @@ Multiplex TableCollector::tables() const {
             return candidate.second->number == program.program_number;
         });
         if (decoder == last || !decoder->second->pmt) continue;
+        if (!services.insert(program.program_number).second) continue;
         multiplex.pmts.push_back({decoder->first, *decoder->second->pmt});
     }
     return multiplex;

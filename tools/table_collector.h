@@ -22,7 +22,8 @@ public:
     // Takes the stream's next packet, kTsPacketSize bytes.
     void push(const std::uint8_t* packet);
 
-    // What has been found so far; the PMTs in the order of the PAT.
+    // What has been found so far; the PMTs in the order of the PAT, one per
+    // service.
     [[nodiscard]] Multiplex tables() const;
 
 private:
