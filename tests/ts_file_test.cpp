@@ -17,24 +17,31 @@ std::string numbered_packet(std::uint32_t number, std::size_t stride) {
     return packet;
 }
 
-// Runs of packets with junk between them, junk without sync bytes.
+// Runs of packets with junk between them, in which one byte in 64 is a sync byte, but
+// none in step with the packets before or behind it.
 TEST(TsFile, FindsEveryPacketBetweenAnyJunk) {
     const std::string path =
         testing::TempDir() + "kestan_ts_" + std::to_string(getpid()) + ".ts";
     std::mt19937 random(1);
     for (const std::size_t stride : {188U, 192U, 204U}) {
         for (int round = 0; round < 40; ++round) {
+            // The first file of each kind is longer than what is read at a time.
+            const std::size_t longest_junk = round == 0 ? 2000000 : 3000;
+            const std::size_t longest_run = round == 0 ? 10000 : 20;
             std::string content;
             std::uint32_t packets = 0;
             std::size_t junk_bytes = 0;
             const auto add_junk = [&](std::size_t size) {
-                content += std::string(size, '\x55');
+                for (std::size_t i = 0; i < size; ++i) {
+                    const bool is_in_step = i == 0 || (size - i) % stride == 0;
+                    const bool is_sync = !is_in_step && random() % 64 == 0;
+                    content += static_cast<char>(is_sync ? kSyncByte : 0);
+                }
                 junk_bytes += size;
             };
-            // Some files are longer than what is read at a time.
             for (auto runs = random() % 4 + 1; runs != 0; --runs) {
-                if (random() % 2 == 0) add_junk(random() % 3000);
-                const auto length = random() % (round == 0 ? 10000 : 20) + 5;
+                if (round == 0 || random() % 2 == 0) add_junk(random() % longest_junk);
+                const auto length = random() % longest_run + 5;
                 for (auto i = length; i != 0; --i) {
                     content += numbered_packet(packets++, stride);
                 }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <sstream>
 #include <system_error>
 
@@ -10,9 +11,12 @@
 #include "app/instance_ports.h"
 
 using apache::thrift::TException;
+using apache::thrift::protocol::TBinaryProtocol;
 using apache::thrift::transport::TTransportException;
 
 namespace {
+
+constexpr std::int32_t kMaxReplyString = 64 * 1024;  // replies have none but error texts
 
 // Thrift gives a failed connect no code of its own, only the system's text.
 bool is_refused(const TTransportException& error) {
@@ -37,7 +41,12 @@ std::string ControlAddress::text() const {
 }
 
 ControlConnection::ControlConnection(const ControlAddress& address)
-    : address_(address), service_(connect(address)) {}
+    : address_(address), service_(connect(address)) {
+    // Another kind of server must not have us reserve gigabytes for a string.
+    const auto protocol = std::dynamic_pointer_cast<TBinaryProtocol>(
+        static_cast<Service&>(service_).getInputProtocol());
+    if (protocol) protocol->setStringSizeLimit(kMaxReplyString);
+}
 
 ControlConnection::Client ControlConnection::connect(const ControlAddress& address) {
     try {
@@ -67,7 +76,6 @@ void ControlConnection::explain(const char* method, const TException& error) con
                            "probably holds the connection; end that one, or wait longer "
                            "with --timeout");
     }
-    throw ControlError(address_.text() + " closed the connection before it answered " +
-                       method +
+    throw ControlError(address_.text() + " broke off before it answered " + method +
                        ": has kestan ended? See its log, start it and try again");
 }

@@ -32,6 +32,11 @@ constexpr const char* kLoopback = "127.0.0.1";
 // A client that connects and says nothing does not keep its thread for longer.
 constexpr int kClientTimeoutMs = 1000;
 
+// Thrift reserves what a message claims: without limits, eight stray bytes cost
+// gigabytes.
+constexpr int kStringLimit = 1024;
+constexpr int kContainerLimit = 1024;
+
 class Handler final : public cm_MuxNotifySrvIf {
 public:
     explicit Handler(int fd) : fd_(fd) {}
@@ -72,7 +77,9 @@ NotificationServer::NotificationServer(int port)
     server_ = std::make_unique<TThreadedServer>(
         std::make_shared<cm_MuxNotifySrvProcessor>(std::make_shared<Handler>(fd_)),
         socket, std::make_shared<TFramedTransportFactory>(),
-        std::make_shared<TBinaryProtocolFactory>());
+        std::make_shared<TBinaryProtocolFactory>(kStringLimit, kContainerLimit,
+                                                 /*strict_read=*/false,
+                                                 /*strict_write=*/true));
     const auto listening = std::make_shared<Listening>();
     server_->setServerEventHandler(listening);
     thread_ = std::thread([this, listening] {
