@@ -1,10 +1,10 @@
 #include "tools/section_collector.h"
 
-#include <algorithm>
-#include <array>
 #include <new>
 #include <string_view>
 #include <utility>
+
+#include "tools/packet_push.h"
 
 namespace {
 
@@ -30,22 +30,9 @@ SectionCollector::~SectionCollector() {
 }
 
 void SectionCollector::push(const std::uint8_t* packet) {
-    check_continuity(packet);
+    if (!continuity_.push(packet)) return;
     drop_torn_section(packet);
-    std::array<std::uint8_t, kTsPacketSize> copy{};  // libdvbpsi does not promise const
-    std::copy_n(packet, kTsPacketSize, copy.begin());
-    dvbpsi_packet_push(handle_.get(), copy.data());
-}
-
-void SectionCollector::check_continuity(const std::uint8_t* packet) {
-    const std::uint8_t counter = packet[3] & kContinuityMask;
-    const bool has_payload = (packet[3] & kHasPayload) != 0;
-    const std::optional<std::uint8_t> last = std::exchange(counter_, counter);
-    if (!last) return;
-    const bool is_repeat = counter == *last;
-    const int expected = (*last + (has_payload ? 1 : 0)) & kContinuityMask;
-    if (counter != expected && (!is_repeat || repeated_)) ++continuity_errors_;
-    repeated_ = is_repeat && has_payload;
+    push_packet(handle_.get(), packet);
 }
 
 // libdvbpsi would fill the section in flight with the bytes of the one that begins, and

@@ -3,10 +3,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 
 #include "framework/libdvbpsi.h"
-#include "mux/ts_packet.h"
+#include "tools/continuity_check.h"
 
 // Collects the sections of one PID from its packets and counts what is wrong with them.
 //
@@ -25,9 +24,7 @@ public:
     // Takes the PID's next packet, kTsPacketSize bytes.
     void push(const std::uint8_t* packet);
 
-    // Packets whose continuity_counter is not what the packet before it asks for (ISO/IEC
-    // 13818-1, 2.4.3.3: plus one with payload; one exact repeat is allowed).
-    [[nodiscard]] std::uint64_t continuity_errors() const { return continuity_errors_; }
+    [[nodiscard]] std::uint64_t continuity_errors() const { return continuity_.errors(); }
 
     // Sections that another one's start cut off, as when a table is replaced in the
     // middle.
@@ -37,16 +34,13 @@ public:
     [[nodiscard]] std::uint64_t crc_errors() const { return crc_errors_; }
 
 private:
-    void check_continuity(const std::uint8_t* packet);
     void drop_torn_section(const std::uint8_t* packet);
     static void on_gathered(dvbpsi_t* handle, dvbpsi_psi_section_t* section);
     static void on_message(dvbpsi_t* handle, dvbpsi_msg_level_t level, const char* text);
 
     Callback on_section_;
     DvbpsiPtr handle_;
-    std::optional<std::uint8_t> counter_;
-    bool repeated_ = false;
-    std::uint64_t continuity_errors_ = 0;
+    ContinuityCheck continuity_;
     std::uint64_t torn_sections_ = 0;
     std::uint64_t crc_errors_ = 0;
 };

@@ -1,12 +1,13 @@
 #include "tools/table_collector.h"
 
 #include <algorithm>
-#include <array>
 #include <new>
 #include <optional>
 #include <set>
 #include <string>
 #include <utility>
+
+#include "tools/packet_push.h"
 
 using namespace orvel::thrift::dvb_tables;
 
@@ -127,15 +128,13 @@ TableCollector::TableCollector()
 TableCollector::~TableCollector() = default;
 
 void TableCollector::push(const std::uint8_t* packet) {
-    std::array<std::uint8_t, kTsPacketSize> copy{};  // libdvbpsi does not promise const
-    std::copy_n(packet, kTsPacketSize, copy.begin());
     const auto pid = static_cast<std::uint16_t>((packet[1] & 0x1F) << 8 | packet[2]);
-    if (pid == kPatPid) dvbpsi_packet_push(pat_decoder_.get(), copy.data());
-    if (pid == kCatPid) dvbpsi_packet_push(cat_decoder_.get(), copy.data());
-    if (pid == kSdtPid) dvbpsi_packet_push(sdt_decoder_.get(), copy.data());
+    if (pid == kPatPid) push_packet(pat_decoder_.get(), packet);
+    if (pid == kCatPid) push_packet(cat_decoder_.get(), packet);
+    if (pid == kSdtPid) push_packet(sdt_decoder_.get(), packet);
     const auto [first, last] = pmt_decoders_.equal_range(pid);
     for (auto decoder = first; decoder != last; ++decoder) {
-        dvbpsi_packet_push(decoder->second->handle.get(), copy.data());
+        push_packet(decoder->second->handle.get(), packet);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include "framework/libdvbpsi.h"
 #include "mux/ts_packet.h"
@@ -22,8 +23,12 @@ public:
     // Takes the stream's next packet, kTsPacketSize bytes.
     void push(const std::uint8_t* packet);
 
-    // What has been found so far; the PMTs in the order of the PAT, one per
-    // service.
+    // The PAT found last, if any.
+    [[nodiscard]] const std::optional<orvel::thrift::dvb_tables::PAT>& pat() const {
+        return found_.pat;
+    }
+
+    // What has been found so far; the PMTs in the order of the PAT, one a service.
     [[nodiscard]] Multiplex tables() const;
 
 private:
