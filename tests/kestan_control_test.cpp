@@ -26,13 +26,13 @@
 
 using namespace std::chrono_literals;
 using nlohmann::json;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace {
 
 const std::string kControl = KESTAN_BIN "/kestan-control";
+const std::string kDaemon = KESTAN_BIN "/kestan";
 const std::string kSmall = KESTAN_EXAMPLES "/small.json";
 const std::string kLarge = KESTAN_EXAMPLES "/large.json";
 
@@ -63,11 +63,11 @@ protected:
     void start_daemon() {
         kestan_.reset();
         const std::string output = "127.0.0.1/" + std::to_string(capture_.port());
-        kestan_.emplace(std::vector<std::string>{KESTAN_BIN "/kestan", "-c", "-l", "6",
-                                                 "-O", output, "-b", "5000"});
+        kestan_.emplace(std::vector<std::string>{kDaemon, "-c", "-l", "6", "-O", output,
+                                                 "-b", "5000"});
     }
 
-    void wait_for_control_port() {
+    static void wait_for_control_port() {
         for (int tries = 0; control({"clear-cat"}).status != 0; ++tries) {
             ASSERT_LT(tries, 100);
             std::this_thread::sleep_for(20ms);
@@ -211,7 +211,8 @@ TEST_F(KestanControl, ImportsDamagedCapturesAsFarAsTheyGo) {
     for (int round = 0; round < 60; ++round) {
         std::string damaged = whole.substr(0, random() % whole.size());
         for (auto flips = random() % 50; flips != 0 && !damaged.empty(); --flips) {
-            damaged[random() % damaged.size()] ^= static_cast<char>(1U << random() % 8);
+            char& byte = damaged[random() % damaged.size()];
+            byte = static_cast<char>(byte ^ 1 << random() % 8);
         }
         const Ended ended = import(damaged);
         EXPECT_THAT(ended.status, testing::AnyOf(0, 1)) << ended.error;

@@ -187,7 +187,7 @@ TEST(MultiplexFile, NamesTheFieldWhatStandsThereAndWhatWasExpected) {
         EXPECT_THAT(mistake_in(content), HasSubstr(expected)) << content;
     }
     EXPECT_EQ(
-        mistake_in("// comments may stand\n" + pmt("/* anywhere */ \"streams\": []")),
+        mistake_in("// comments may stand\n" + pmt(R"(/* anywhere */ "streams": [])")),
         "");
 }
 
@@ -238,13 +238,13 @@ TEST(MultiplexFile, SurvivesHostileFiles) {
         const Multiplex read = read_text(json::parse(text, nullptr, true, true).dump());
         expect_equal(read_text(multiplex_to_json(read).dump()), read);
     }
-    for (const char* nested : {"[", "{\"pat\":", "{\"cat\":{\"descriptors\":[["}) {
+    for (const char* nested : {"[", R"({"pat":)", R"({"cat":{"descriptors":[[)"}) {
         std::string text;
         for (int depth = 0; depth < 100000; ++depth) text += nested;
         EXPECT_NE(mistake_in(text), "");
     }
     const std::string deep(100000, '[');
-    EXPECT_THAT(mistake_in("{\"pat\":" + deep + std::string(100000, ']') + "}"),
+    EXPECT_THAT(mistake_in(R"({"pat":)" + deep + std::string(100000, ']') + "}"),
                 HasSubstr("pat: found an array"));
 }
 

@@ -26,7 +26,7 @@ TEST(TsFile, FindsEveryPacketBetweenAnyJunk) {
     for (const std::size_t stride : {188U, 192U, 204U}) {
         for (int round = 0; round < 40; ++round) {
             // The first file of each kind is longer than what is read at a time.
-            const std::size_t longest_junk = round == 0 ? 2000000 : 3000;
+            const std::size_t longest_junk = round == 0 ? 5000000 : 3000;
             const std::size_t longest_run = round == 0 ? 10000 : 20;
             std::string content;
             std::uint32_t packets = 0;

@@ -16,7 +16,8 @@ std::string quote(const json& value) {
     if (value.is_object()) return "an object";
     if (value.is_array()) return "an array";
     std::string text = value.dump(-1, ' ', /*ensure_ascii=*/true);
-    if (text.size() > kLongestQuote) text.replace(kLongestQuote, text.npos, "...");
+    if (text.size() > kLongestQuote)
+        text.replace(kLongestQuote, std::string::npos, "...");
     return text;
 }
 
