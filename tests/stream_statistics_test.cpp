@@ -132,6 +132,13 @@ TEST_P(RepetitionLimits, AreKeptUpToTheNanosecond) {
     EXPECT_THAT(failing(pid, 3 * longest + 1), ElementsAre("repetition")) << "late";
 }
 
+TEST_P(RepetitionLimits, CountTheWaitForTheFirstSection) {
+    const auto& [section, longest] = GetParam();
+    send(0, section.pid == kPat.pid ? kCat : kPat);
+    send(longest + 1, section);
+    EXPECT_THAT(failing(section.pid, longest + 1), ElementsAre("repetition"));
+}
+
 INSTANTIATE_TEST_SUITE_P(Dvb, RepetitionLimits,
                          testing::Values(Limit{kPat, 500 * kNsPerMs},
                                          Limit{kPmt, 500 * kNsPerMs},
@@ -214,6 +221,31 @@ TEST_F(StreamStatisticsTest, SectionsOfASiTableKeep25MsFromLastByteToFirst) {
     EXPECT_THAT(failing(kPat.pid, now), IsEmpty()) << "no SI table";
 }
 
+// The first packet has a section that goes on in the second, where a pointer_field leads
+// from its remainder to another one.
+TEST_F(StreamStatisticsTest, MeasuresSectionGapsWhereSectionsShareAPacket) {
+    const std::string another = packets(kSdt)[0];
+    Section long_sdt = kSdt;
+    long_sdt.payload.assign(200, '\0');
+    const std::size_t remainder = 8 + 200 + kCrc32Size - 183;
+    const std::vector<std::string> two = packets(long_sdt);
+    std::string shared = two.at(1);
+    shared[1] = static_cast<char>(shared[1] | kPayloadUnitStart);
+    shared.insert(4, 1, static_cast<char>(remainder));
+    shared.replace(5 + remainder, std::string::npos, another.substr(5));
+    shared.resize(kTsPacketSize);
+    send(0, another);
+    send(50 * kNsPerMs, two.at(0));
+    send(60 * kNsPerMs, shared);
+    EXPECT_EQ(on(kSdt.pid, 0).tables.at(0).section_gaps.greatest, 50 * kNsPerMs);
+    EXPECT_EQ(on(kSdt.pid, 0).tables.at(0).section_gaps.least, 0);
+
+    std::string later = packets(kSdt)[0].insert(4, std::string("\x02\xFF", 2));
+    later.resize(kTsPacketSize);
+    send(160 * kNsPerMs, later);
+    EXPECT_EQ(on(kSdt.pid, 0).tables.at(0).section_gaps.greatest, 100 * kNsPerMs);
+}
+
 TEST_F(StreamStatisticsTest, ReservedPidsCarryTheirTablesAlone) {
     const std::map<std::uint16_t, std::set<int>> allowed = {
         {0x0000, {0x00}},
@@ -255,7 +287,7 @@ TEST_F(StreamStatisticsTest, GivesRatesPeakJitterAndTime) {
     send(kPeakWindowNs - 1, packets(kPat)[0]);
     send(kPeakWindowNs, packets(kPat)[0] + packets(kTdt)[0]);
     send(kPeakWindowNs + 20 * kNsPerMs, "not packets");
-    send(kPeakWindowNs - 5, packets(kCat)[0]);  // a stamp that goes back
+    send(kPeakWindowNs - 5, packets(kSdt)[0]);  // a stamp that goes back
     const StreamFigures figures = statistics_.figures(kNsPerSecond / 2);
     EXPECT_EQ(figures.datagrams, 5u);
     EXPECT_EQ(figures.malformed_datagrams, 1u);
@@ -265,6 +297,8 @@ TEST_F(StreamStatisticsTest, GivesRatesPeakJitterAndTime) {
     EXPECT_DOUBLE_EQ(figures.peak_bit_rate, 4 * 1504 / 0.1);
     EXPECT_EQ(figures.jitter.count, 1u);
     EXPECT_EQ(figures.jitter.greatest, kPeakWindowNs - 2);
+    EXPECT_EQ(on(kSdt.pid, 0).tables.at(0).repetition.intervals.least,
+              kPeakWindowNs + 20 * kNsPerMs);
     EXPECT_EQ(on(kTdt.pid, 0).tables.at(0).utc, "1993-10-13 12:45:59");
 }
 

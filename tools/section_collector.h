@@ -24,6 +24,11 @@ public:
     // Takes the PID's next packet, kTsPacketSize bytes.
     void push(const std::uint8_t* packet);
 
+    // A section has begun that is not whole yet.
+    [[nodiscard]] bool is_collecting() const {
+        return handle_->p_decoder->p_current_section != nullptr;
+    }
+
     [[nodiscard]] std::uint64_t continuity_errors() const { return continuity_.errors(); }
 
     // Sections that another one's start cut off, as when a table is replaced in the

@@ -164,11 +164,10 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
     if (!on.collector) return;
 
     const bool starts_section = (packet[1] & kPayloadUnitStart) != 0;
-    const bool pointer_field_is_zero = packet[4] == 0;
-    if (starts_section && pointer_field_is_zero) on.section_start = now_;
+    const bool has_remainder = on.collector->is_collecting() && packet[4] != 0;
+    if (starts_section && !has_remainder) on.section_start = now_;
     if (number == kPatPid) pat_collector_->push(packet);
     on.collector->push(packet);
-    if (starts_section) on.section_start = now_;
 }
 
 void StreamStatistics::on_section(Pid& on, const dvbpsi_psi_section_t& section) {
