@@ -48,9 +48,30 @@ std::uint64_t sleeps() {
 
 }  // namespace simulated_clock
 
+#ifdef __USE_TIME_BITS64
+// On a 32-bit target the names below stand for functions of 64-bit time. A library that
+// was built without that, libstdc++ for one, calls the one that goes by its plain name.
+struct ShortTimespec {
+    std::int32_t tv_sec;
+    std::int32_t tv_nsec;
+};
+extern "C" int short_clock_gettime(clockid_t clock, ShortTimespec* time) noexcept
+    __asm__("clock_gettime");
+extern "C" int short_clock_gettime(clockid_t clock, ShortTimespec* time) noexcept {
+    timespec whole{};
+    const int result = clock_gettime(clock, &whole);
+    time->tv_sec = static_cast<std::int32_t>(whole.tv_sec);
+    time->tv_nsec = static_cast<std::int32_t>(whole.tv_nsec);
+    return result;
+}
+constexpr long kClockGettime = SYS_clock_gettime64;
+#else
+constexpr long kClockGettime = SYS_clock_gettime;
+#endif
+
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
     if (clock != CLOCK_MONOTONIC) {
-        return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+        return static_cast<int>(syscall(kClockGettime, clock, time));
     }
     *time = to_timespec(clock_ns);
     return 0;

@@ -1,0 +1,24 @@
+# Builds for 32-bit ARM with hardware floating point (Debian's armhf) on another machine:
+# with Debian's cross compiler, against the Debian system unpacked at KESTAN_SYSROOT;
+# qemu-arm runs what has been built. scripts/cross-arm.sh makes the sysroot.
+
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+# GCC's word on what it changed in 2017.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
+set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+
+set(KESTAN_SYSROOT "" CACHE PATH "The root of an armhf system with Kestan's libraries")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KESTAN_SYSROOT)
+set(CMAKE_SYSROOT ${KESTAN_SYSROOT})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${KESTAN_SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR}
+    ${KESTAN_SYSROOT}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig:${KESTAN_SYSROOT}/usr/share/pkgconfig)
+
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${KESTAN_SYSROOT})
