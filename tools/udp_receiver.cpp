@@ -135,8 +135,9 @@ void UdpReceiver::compare_clocks() {
 
 void UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_datagram) {
     pollfd readable{fd_, POLLIN, 0};
-    const timespec timeout{std::max<std::int64_t>(timeout_ns, 0) / kNsPerSecond,
-                           std::max<std::int64_t>(timeout_ns, 0) % kNsPerSecond};
+    const std::int64_t wait_ns = std::max<std::int64_t>(timeout_ns, 0);
+    const timespec timeout{static_cast<time_t>(wait_ns / kNsPerSecond),
+                           static_cast<long>(wait_ns % kNsPerSecond)};
     if (ppoll(&readable, 1, &timeout, nullptr) <= 0) return;
 
     alignas(cmsghdr) std::array<std::array<char, 128>, kBatch> controls;
