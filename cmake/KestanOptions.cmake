@@ -36,6 +36,11 @@ if(KESTAN_SANITIZE)
     add_link_options(-fsanitize=${KESTAN_SANITIZE})
 endif()
 
+if(KESTAN_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link  # libFuzzer sees what is covered
+        -fsanitize-ignorelist=${CMAKE_SOURCE_DIR}/fuzz/ignored.txt)
+endif()
+
 add_library(kestan_options INTERFACE)
 target_compile_options(kestan_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)

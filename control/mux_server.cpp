@@ -19,17 +19,13 @@
 namespace {
 
 using apache::thrift::protocol::TBinaryProtocolFactoryT;
+using apache::thrift::protocol::TProtocolFactory;
 using apache::thrift::server::TSimpleServer;
 using apache::thrift::transport::TFramedTransportFactory;
 using apache::thrift::transport::TServerSocket;
 using apache::thrift::transport::TTransport;
 using orvel::thrift::ci_module::cm_MuxControlSrvIf;
 using orvel::thrift::ci_module::cm_MuxControlSrvProcessor;
-
-// Thrift sizes a list by the count that a message claims: without a limit, a message of
-// 30 bytes ends the process. This is more elements than any table can carry.
-constexpr int kNoStringLimit = 0;
-constexpr int kContainerLimit = 131072;
 
 void run_or_exit(int port) {
     try {
@@ -62,9 +58,17 @@ int MuxServerThread(int port) {
         std::shared_ptr<cm_MuxControlSrvIf>(handler));
     const auto server_socket = std::make_shared<TServerSocket>(port);
     const auto transport_factory = std::make_shared<TFramedTransportFactory>();
-    const auto protocol_factory = std::make_shared<TBinaryProtocolFactoryT<TTransport>>(
-        kNoStringLimit, kContainerLimit, /*strict_read=*/false, /*strict_write=*/true);
+    const auto protocol_factory = mux_protocol_factory();
     TSimpleServer server(processor, server_socket, transport_factory, protocol_factory);
     server.serve();
     return 0;
+}
+
+std::shared_ptr<TProtocolFactory> mux_protocol_factory() {
+    // Thrift sizes a list by the count that a message claims: without a limit, a message
+    // of 30 bytes ends the process. This is more elements than any table can carry.
+    constexpr int no_string_limit = 0;
+    constexpr int container_limit = 131072;
+    return std::make_shared<TBinaryProtocolFactoryT<TTransport>>(
+        no_string_limit, container_limit, /*strict_read=*/false, /*strict_write=*/true);
 }

@@ -1,6 +1,10 @@
 #ifndef KESTAN_CONTROL_MUX_SERVER_H
 #define KESTAN_CONTROL_MUX_SERVER_H
 
+#include <memory>
+
+#include <thrift/protocol/TProtocol.h>
+
 // The control server: one thread, "MuxSrv", that makes the handler and serves
 // cm_MuxControlSrv on a TCP port of every address, over Thrift's framed transport and
 // binary protocol, one connection at a time.
@@ -15,5 +19,9 @@ int StartMuxServer(int port);
 
 // The thread's body: serves until accepting fails, then tears everything down. Returns 0.
 int MuxServerThread(int port);
+
+// The binary protocol that the server speaks, with its limits.
+[[nodiscard]] std::shared_ptr<apache::thrift::protocol::TProtocolFactory>
+mux_protocol_factory();
 
 #endif
