@@ -65,10 +65,11 @@ int MuxServerThread(int port) {
 }
 
 std::shared_ptr<TProtocolFactory> mux_protocol_factory() {
-    // Thrift sizes a list by the count that a message claims: without a limit, a message
-    // of 30 bytes ends the process. This is more elements than any table can carry.
-    constexpr int no_string_limit = 0;
+    // Thrift sizes strings and lists by what a message claims: without limits, one of 30
+    // bytes takes gigabytes or ends the process. No string is longer than its frame, and
+    // these are more elements than any table can carry.
+    constexpr int string_limit = 16384000;
     constexpr int container_limit = 131072;
     return std::make_shared<TBinaryProtocolFactoryT<TTransport>>(
-        no_string_limit, container_limit, /*strict_read=*/false, /*strict_write=*/true);
+        string_limit, container_limit, /*strict_read=*/false, /*strict_write=*/true);
 }

@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::uint32_t kBitrateKbps = 2000;
 constexpr std::int64_t kBetweenCallsNs = 10 * kNsPerMs;
-constexpr std::int64_t kInTheEndNs = 700 * kNsPerMs;  // every table at least once
+constexpr std::int64_t kInTheEndNs = 1100 * kNsPerMs;  // each table whole, once
 constexpr std::uint16_t kFixedPids[] = {0x00, 0x01, 0x11, 0x14};
 
 // Hands every call on to the handler, and keeps account of what it accepted.
