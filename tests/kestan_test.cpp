@@ -18,6 +18,7 @@
 #include <thrift/transport/TServerSocket.h>
 
 #include "tests/support/control_client.h"
+#include "tests/support/daemon.h"
 #include "tests/support/own_network.h"
 #include "tests/support/program.h"
 #include "tests/support/random_tables.h"
@@ -41,36 +42,6 @@ constexpr std::uint16_t kPmtPid = 0x1FFE;
 std::int64_t in_ms(std::int64_t ns) {
     return ns / 1000000;
 }
-
-// A daemon that plays to a socket of the test's.
-class Daemon {
-public:
-    explicit Daemon(std::vector<std::string> more = {}) : program_(arguments(more)) {}
-
-    std::vector<UdpCapture::Datagram> play_for(std::chrono::milliseconds duration) {
-        capture_.drain();
-        return capture_.receive_for(duration);
-    }
-
-    // Plays into a checked receiver.
-    void play_for(std::chrono::milliseconds duration, Wire& wire) {
-        for (const auto& datagram : play_for(duration)) wire.push(datagram.bytes);
-    }
-
-    Program& program() { return program_; }
-    UdpCapture& capture() { return capture_; }
-
-private:
-    std::vector<std::string> arguments(const std::vector<std::string>& more) {
-        std::vector<std::string> all = {kKestan, "-c", "-O",
-                                        "127.0.0.1/" + std::to_string(capture_.port())};
-        all.insert(all.end(), more.begin(), more.end());
-        return all;
-    }
-
-    UdpCapture capture_{5432};
-    Program program_;
-};
 
 Ended run_kestan(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), kKestan);
