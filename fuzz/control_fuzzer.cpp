@@ -73,11 +73,11 @@ public:
     }
     void EMM(const ci::EMMData& emm) override { handler_.EMM(emm); }
 
-    // A receiver passes over tables that are not in force yet, and finds no PMT through
-    // program 0, which is the network's.
+    // The receiver passes over tables that are not in force yet and over a PAT without
+    // programs, and finds no PMT through program 0, which is the network's.
     void check() const {
         const Multiplex seen = wire_.tables(pids_);
-        check(pat_, seen.pat);
+        if (pat_ && !pat_->programs.empty()) check(pat_, seen.pat);
         check(cat_, seen.cat);
         check(sdt_, seen.sdt);
         for (const auto& [service, pmt] : pmts_) {

@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -148,13 +146,7 @@ TEST(Output, GoesToTheFpgaByDefault) {
     const std::unique_ptr<void, decltype(clean_up)> cleaner(this, clean_up);
     if (laid.status != 0) GTEST_SKIP() << "no network namespaces here: " << laid.error;
 
-    auto capture_in_fpga = std::async(std::launch::async, [&] {
-        const int fd = open(("/run/netns/" + ns).c_str(), O_RDONLY | O_CLOEXEC);
-        EXPECT_EQ(setns(fd, CLONE_NEWNET), 0);
-        close(fd);
-        return std::make_unique<UdpCapture>(5501);
-    });
-    const auto capture = capture_in_fpga.get();
+    const auto capture = UdpCapture::in_namespace(ns, 5501);
     const Program kestan({kKestan, "-s", "1"});
     EXPECT_FALSE(capture->receive_for(3s).empty());
 }

@@ -27,11 +27,12 @@ public:
     }
 
     // Records from now on.
-    explicit Recording(Daemon& daemon)
-        : thread_([this, &daemon] {
-              daemon.capture().drain();
+    explicit Recording(Daemon& daemon) : Recording(daemon.capture()) {}
+    explicit Recording(UdpCapture& capture)
+        : thread_([this, &capture] {
+              capture.drain();
               while (!stopped_) {
-                  auto datagrams = daemon.capture().receive_for(kStep);
+                  auto datagrams = capture.receive_for(kStep);
                   datagrams_.insert(datagrams_.end(), datagrams.begin(), datagrams.end());
               }
           }) {
@@ -63,6 +64,11 @@ public:
             }
         }
         return against_cadence(times);
+    }
+
+    // Everything that came, once it has ended.
+    [[nodiscard]] const std::vector<UdpCapture::Datagram>& datagrams() const {
+        return datagrams_;
     }
 
     bool check_wire = true;

@@ -1,13 +1,16 @@
 #include "tests/support/udp_capture.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstring>
+#include <future>
 #include <stdexcept>
 
 namespace {
@@ -44,6 +47,17 @@ UdpCapture::UdpCapture(int port, const std::string& group)
         0) {
         throw std::runtime_error("cannot join " + group);
     }
+}
+
+std::unique_ptr<UdpCapture> UdpCapture::in_namespace(const std::string& name, int port) {
+    const auto open_there = [&] {
+        const int fd = open(("/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC);
+        const bool entered = setns(fd, CLONE_NEWNET) == 0;
+        close(fd);
+        if (!entered) throw std::runtime_error("cannot enter " + name);
+        return std::make_unique<UdpCapture>(port);
+    };
+    return std::async(std::launch::async, open_there).get();  // a thread enters alone
 }
 
 UdpCapture::~UdpCapture() {

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,10 @@ class UdpCapture {
 public:
     // Port 0 takes a free one. Joins `group` when it is given.
     explicit UdpCapture(int port = 0, const std::string& group = "");
+
+    // In the network namespace of this name.
+    static std::unique_ptr<UdpCapture> in_namespace(const std::string& name, int port);
+
     ~UdpCapture();
     UdpCapture(const UdpCapture&) = delete;
     UdpCapture& operator=(const UdpCapture&) = delete;
