@@ -73,7 +73,7 @@ std::string label(const TableFigures& table) {
 }
 
 std::string pid_columns(const PidFigures& pid) {
-    return format("%8llu%8.1f%4llu%4llu", static_cast<unsigned long long>(pid.packets),
+    return format("%8llu%8.1f %3llu %3llu", static_cast<unsigned long long>(pid.packets),
                   pid.bit_rate / kBitsPerKbit,
                   static_cast<unsigned long long>(pid.continuity_errors),
                   static_cast<unsigned long long>(pid.crc_errors));
