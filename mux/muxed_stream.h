@@ -34,7 +34,15 @@ protected:
     // Renumbers the packet that is about to be handed out, so that the counter runs on
     // across cyclic replay and new versions of a table (ISO/IEC 13818-1, 2.4.3.3). The
     // very first packet keeps its own counter. Every next_packet calls it last.
-    void stamp_continuity(std::uint8_t* packet) noexcept;
+    void stamp_continuity(std::uint8_t* packet) noexcept {
+        if (cc == CC_NONE) {
+            cc = packet[3] & kContinuityMask;
+            return;
+        }
+        if ((packet[3] & kHasPayload) == 0) return;
+        cc = static_cast<std::uint8_t>(cc + 1) & kContinuityMask;
+        packet[3] = static_cast<std::uint8_t>((packet[3] & ~kContinuityMask) | cc);
+    }
 
 private:
     static constexpr std::uint8_t CC_NONE = 16;  // nothing has been handed out yet

@@ -1,5 +1,6 @@
 #include "tables/table_carrousel.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <system_error>
@@ -24,8 +25,10 @@ TableCarrousel::~TableCarrousel() {
     const auto destroy = [](SubTable* sub) { delete sub; };
     try {
         const std::lock_guard lock(mutex);
+        waiting.clear();
         sub_tables.clear_and_dispose(destroy);
     } catch (const std::system_error&) {
+        waiting.clear();
         sub_tables.clear();
     }
 }
@@ -42,7 +45,10 @@ bool TableCarrousel::next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) {
     if (cur.index >= cur.packets.size()) {
         cur.index = 0;
         cur.eligible_time_ns = slot_time_ns + cur.period_ms * kNsPerMs;
-        move_on(slot_time_ns);
+        if (sub_tables.size() > 1) {
+            await_eligible_time(cur);
+            move_on(slot_time_ns);
+        }
     } else if ((cur.packets[cur.index + 1] & kPayloadUnitStart) != 0) {
         move_on(slot_time_ns);
     }
@@ -51,11 +57,25 @@ bool TableCarrousel::next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) {
 }
 
 void TableCarrousel::move_on(std::int64_t slot_time_ns) {
+    while (!waiting.empty() && slot_time_ns >= waiting.front().eligible_time_ns) {
+        waiting.pop_front();
+    }
+    if (waiting.size() == sub_tables.size()) return move_head_to_tail();
     for (std::uint32_t moves = 0; moves < sub_tables.size(); ++moves) {
         move_head_to_tail();
         if (slot_time_ns >= sub_tables.front().eligible_time_ns) return;
     }
     move_head_to_tail();
+}
+
+void TableCarrousel::await_eligible_time(SubTable& sub) {
+    if (!sub.waiting_hook.is_linked()) waiting.push_front(sub);
+    // With one period for all of them its place is the last. The search ends at `sub`.
+    const auto not_after = [&sub](const SubTable& other) {
+        return other.eligible_time_ns <= sub.eligible_time_ns;
+    };
+    const auto place = std::find_if(waiting.rbegin(), waiting.rend(), not_after).base();
+    waiting.splice(place, waiting, waiting.iterator_to(sub));
 }
 
 void TableCarrousel::move_head_to_tail() {
@@ -77,6 +97,7 @@ void TableCarrousel::update_subtable(SubTable* sub, std::string& new_packets) {
     bitrate_sum -= sub->bitrate;
     if (new_packets.empty()) {
         sub_tables.erase(sub_tables.iterator_to(*sub));
+        if (sub->waiting_hook.is_linked()) waiting.erase(waiting.iterator_to(*sub));
         removed.reset(sub);
     } else {
         sub->packets.swap(new_packets);

@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <deque>
+#include <map>
 #include <random>
 
 #include "mux/slot_time.h"
@@ -140,6 +143,62 @@ TEST(TableCarrousel, LeavesATableThatIsNotItsOwnAlone) {
     carrousel.update_subtable(&loose, packets);
     EXPECT_EQ(loose.packets, named_packets('A', {1}));
     EXPECT_EQ(packets, named_packets('B', {1}));
+}
+
+// One sub-table as the rule of choice sees it.
+struct Turn {
+    char name;
+    std::size_t sections;
+    std::int64_t period_ns;
+    std::int64_t eligible;
+    std::size_t index = 0;
+};
+
+// The rule itself: the first after the head, in cyclic order and the head being the last,
+// that is eligible; or else the one after the head.
+void pass_the_turn(std::deque<Turn>& ring, std::int64_t slot) {
+    const auto rotate = [&] { std::rotate(ring.begin(), ring.begin() + 1, ring.end()); };
+    for (std::size_t moves = 0; moves < ring.size(); ++moves) {
+        rotate();
+        if (slot >= ring.front().eligible) return;
+    }
+    rotate();
+}
+
+TEST(TableCarrousel, ChoosesAsASearchOfTheWholeRingWould) {
+    std::mt19937 random(11);
+    TableCarrousel carrousel(0x100);
+    std::deque<Turn> ring;
+    std::map<char, SubTable*> subs;
+    std::int64_t slot = now_ns();
+    for (int i = 0; i < 100000; ++i) {
+        slot += static_cast<std::int64_t>(random() % 2) * (random() % 40) * kNsPerMs;
+        simulated_clock::advance(slot - now_ns());
+        const char name = static_cast<char>('A' + random() % 26);
+        if (random() % 8 == 0 && subs.count(name) == 0) {
+            const std::size_t sections = 1 + random() % 3;
+            const auto period_ms =
+                static_cast<std::uint32_t>(random() % 4 == 0 ? random() % 1000 : 200);
+            subs[name] = new SubTable(named_packets(name, std::vector<int>(sections, 1)),
+                                      period_ms);
+            carrousel.add_subtable(subs[name]);
+            ring.push_back({name, sections, period_ms * kNsPerMs, now_ns()});
+        } else if (random() % 30 == 0 && subs.count(name) != 0) {
+            remove(carrousel, subs[name]);
+            subs.erase(name);
+            ring.erase(std::find_if(ring.begin(), ring.end(),
+                                    [=](const Turn& turn) { return turn.name == name; }));
+        }
+        const std::string sent = next_name(carrousel, slot);
+        if (sent == "-") continue;
+        Turn& head = ring.front();
+        ASSERT_EQ(sent, head.name + std::to_string(head.index)) << i;
+        if (++head.index == head.sections) {
+            head.index = 0;
+            head.eligible = slot + head.period_ns;
+        }
+        pass_the_turn(ring, slot);
+    }
 }
 
 // Random tables under random changes: a section that has begun is ended before another
