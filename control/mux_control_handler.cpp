@@ -1,6 +1,5 @@
 #include "control/mux_control_handler.h"
 
-#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -46,16 +45,6 @@ std::string make_packets(std::uint16_t pid, Generate generate) {
 
 void play(SimpleTable& stream, std::string packets) {
     if (!packets.empty()) stream.replace_packets(packets);
-}
-
-// Withdraws the PMT of a record that has left the list, and frees the record. The
-// carrousel leaves the muxer before its last share goes: the pacing loop never polls a
-// dying stream.
-void release_pmt(pmt_data* record) {
-    const std::unique_ptr<pmt_data> owner(record);
-    std::string none;
-    record->carrousel->update_subtable(record->sub_table, none);
-    if (record->carrousel.use_count() == 1) muxer_remove(*record->carrousel);
 }
 
 }  // namespace
@@ -166,24 +155,22 @@ void cm_MuxControlSrvHandler::add_pmt(std::uint16_t service_id, std::uint16_t pi
     record->carrousel = carrousel_of(pid);
     record->carrousel->add_subtable(sub_table.get());
     record->sub_table = sub_table.release();
+    services_.insert(*record);
+    pids_.insert(*record);
     pmt_list_.push_back(*record.release());
 }
 
 std::shared_ptr<TableCarrousel> cm_MuxControlSrvHandler::carrousel_of(std::uint16_t pid) {
-    const auto on_pid = [pid](const pmt_data& record) { return record.pid == pid; };
-    const auto found = std::find_if(pmt_list_.begin(), pmt_list_.end(), on_pid);
-    if (found != pmt_list_.end()) return found->carrousel;
+    const auto found = pids_.find(pid);
+    if (found != pids_.end()) return found->carrousel;
     auto carrousel = std::make_shared<TableCarrousel>(pid);
     muxer_add(*carrousel);
     return carrousel;
 }
 
 pmt_data* cm_MuxControlSrvHandler::find_service(std::uint16_t service_id) {
-    const auto is_it = [service_id](const pmt_data& record) {
-        return record.service_id == service_id;
-    };
-    const auto found = std::find_if(pmt_list_.begin(), pmt_list_.end(), is_it);
-    return found == pmt_list_.end() ? nullptr : &*found;
+    const auto found = services_.find(service_id);
+    return found == services_.end() ? nullptr : &*found;
 }
 
 void cm_MuxControlSrvHandler::StopPMT(std::int16_t service_id, std::int16_t pid) {
@@ -191,17 +178,23 @@ void cm_MuxControlSrvHandler::StopPMT(std::int16_t service_id, std::int16_t pid)
     log_function(kLogInformation, 0, "Clear PMT %04x on PID %04x", service,
                  static_cast<std::uint16_t>(pid));
     pmt_data* const record = find_service(service);
-    if (record == nullptr) return;
-    pmt_list_.erase(pmt_list_.iterator_to(*record));
-    release_pmt(record);
+    if (record != nullptr) release_pmt(*record);
+}
+
+// The carrousel leaves the muxer before its last share goes: the pacing loop never polls
+// a dying stream.
+void cm_MuxControlSrvHandler::release_pmt(pmt_data& record) {
+    const std::unique_ptr<pmt_data> owner(&record);
+    pmt_list_.erase(pmt_list_.iterator_to(record));
+    services_.erase(services_.iterator_to(record));
+    pids_.erase(pids_.iterator_to(record));
+    std::string none;
+    record.carrousel->update_subtable(record.sub_table, none);
+    if (record.carrousel.use_count() == 1) muxer_remove(*record.carrousel);
 }
 
 void cm_MuxControlSrvHandler::release_all_pmts() {
-    while (!pmt_list_.empty()) {
-        pmt_data& record = pmt_list_.front();
-        pmt_list_.pop_front();
-        release_pmt(&record);
-    }
+    while (!pmt_list_.empty()) release_pmt(pmt_list_.front());
 }
 
 void cm_MuxControlSrvHandler::newScramblingConfig(

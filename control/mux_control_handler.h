@@ -68,6 +68,8 @@ private:
     // Plays `packets` as the PMT of a service that has none yet.
     void add_pmt(std::uint16_t service_id, std::uint16_t pid, std::string&& packets);
 
+    // Withdraws the record's PMT and frees the record.
+    void release_pmt(pmt_data& record);
     void release_all_pmts();
 
     SimpleTable pat_stream_;
@@ -75,6 +77,8 @@ private:
     TDTTable tdt_stream_;
     SimpleTable sdt_stream_;
     pmt_list pmt_list_;
+    pmts_by_service services_;
+    pmts_by_pid pids_;
 };
 
 #endif
