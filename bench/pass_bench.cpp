@@ -7,13 +7,13 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
-#include <cstring>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "bench/locked_packets.h"
 #include "mux/muxer.h"
 #include "mux/slot_time.h"
 #include "tables/simple_table.h"
@@ -84,49 +84,24 @@ void PassWithAllDue(benchmark::State& state) {
 }
 BENCHMARK(PassWithAllDue)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
 
-// As large as a stream, and the packet that it holds.
-struct LockedPacket {
-    std::string packet{std::string(kTsPacketSize, '\0')};
-    std::array<char, sizeof(SimpleTable) - sizeof(std::string) - sizeof(std::mutex)>
-        rest{};
-    std::mutex mutex;
-};
-
-std::vector<std::unique_ptr<LockedPacket>> make_packets(std::int64_t count) {
-    std::vector<std::unique_ptr<LockedPacket>> packets;
-    for (std::int64_t i = 0; i < count; ++i) {
-        packets.push_back(std::make_unique<LockedPacket>());
-    }
-    return packets;
-}
-
 void LockEach(benchmark::State& state) {
-    const auto packets = make_packets(state.range(0));
+    LockedPackets packets(state.range(0));
     for (auto _ : state) {
-        for (const auto& packet : packets) {
-            const std::lock_guard lock(packet->mutex);
-            benchmark::ClobberMemory();
-        }
+        packets.lock_each();
         benchmark::DoNotOptimize(steady_now_ns());
     }
 }
 BENCHMARK(LockEach)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
 
 void CopySeven(benchmark::State& state) {
-    const auto packets = make_packets(state.range(0));
+    LockedPackets packets(state.range(0));
     std::array<std::uint8_t, kPacketsPerPass * kTsPacketSize> datagram;
-    std::size_t next = 0;
     for (auto _ : state) {
         for (std::uint32_t i = 0; i < kPacketsPerPass; ++i) {
-            LockedPacket& packet = *packets[next];
-            next = next + 1 == packets.size() ? 0 : next + 1;
-            const std::lock_guard lock(packet.mutex);
-            std::memcpy(datagram.data() + i * kTsPacketSize, packet.packet.data(),
-                        kTsPacketSize);
+            packets.copy_next_of_its_own(datagram.data() + i * kTsPacketSize);
         }
         benchmark::DoNotOptimize(datagram);
         benchmark::DoNotOptimize(steady_now_ns());
-        benchmark::ClobberMemory();
     }
 }
 BENCHMARK(CopySeven)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
