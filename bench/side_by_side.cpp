@@ -1,0 +1,284 @@
+// side_by_side DIRECTORY [SECONDS]: Kestan, the bare loop and, where it is installed,
+// ffmpeg send the same bitrates one after the other, in turns, to a socket whose kernel
+// stamps what arrives. Writes Markdown tables to standard output and, for a plot, the
+// distribution of the lateness to DIRECTORY/lateness-<name>.dat.
+
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/tables.h"
+#include "mux/slot_time.h"
+#include "mux/ts_packet.h"
+#include "tests/support/control_client.h"
+#include "tests/support/own_network.h"
+#include "tests/support/program.h"
+#include "tests/support/udp_capture.h"
+
+using std::chrono::seconds;
+using Datagrams = std::vector<UdpCapture::Datagram>;
+
+namespace {
+
+constexpr int kPort = 5999;
+constexpr int kRounds = 5;
+
+// What sends: starts with a bitrate in kbit/s, and sends a full load until it is gone.
+struct Subject {
+    std::string name;
+    std::function<std::unique_ptr<Program>(int kbps)> start;
+};
+
+std::unique_ptr<Program> start_kestan(int kbps) {
+    return std::make_unique<Program>(std::vector<std::string>{
+        KESTAN_BIN "/kestan", "-O", "127.0.0.1/" + std::to_string(kPort), "-b",
+        std::to_string(kbps)});
+}
+
+// PMTs on eight PIDs that ask for more than 50,000 kbit/s: every slot is taken and every
+// datagram has seven packets.
+std::unique_ptr<Program> start_full_kestan(int kbps) {
+    auto program = start_kestan(kbps);
+    ControlClient client;
+    for (std::uint16_t service = 0; service < 1600; ++service) {
+        client.NewPMT(make_pmt(service, 5),
+                      static_cast<std::int16_t>(kFirstPmtPid + service % 8));
+    }
+    return program;
+}
+
+std::unique_ptr<Program> start_bare_loop(int kbps) {
+    return std::make_unique<Program>(std::vector<std::string>{
+        KESTAN_BIN "/bare_loop", std::to_string(kPort), std::to_string(kbps)});
+}
+
+// Its multiplexer fills a stream of 500 kbit/s up with null packets.
+std::unique_ptr<Program> start_ffmpeg(int kbps, const std::string& input) {
+    const std::string rate = std::to_string(kbps) + "000";
+    return std::make_unique<Program>(std::vector<std::string>{
+        "ffmpeg", "-loglevel", "quiet", "-re", "-stream_loop", "-1", "-i", input, "-c",
+        "copy", "-f", "mpegts", "-muxrate", rate, "-pat_period", "0.2", "-sdt_period",
+        "0.5",
+        "udp://127.0.0.1:" + std::to_string(kPort) + "?pkt_size=1316&burst_bits=10528" +
+            "&bitrate=" + rate});
+}
+
+std::int64_t cpu_time_ns(const Program& program) {
+    clockid_t clock{};
+    timespec used{};
+    if (clock_getcpuclockid(program.pid(), &clock) != 0) return 0;
+    clock_gettime(clock, &used);
+    return used.tv_sec * kNsPerSecond + used.tv_nsec;
+}
+
+// How late each datagram came, in microseconds: after the straight line of packets over
+// time that fits all best, moved so that none is early.
+std::vector<double> lateness_us(const Datagrams& datagrams) {
+    const double n = static_cast<double>(datagrams.size());
+    std::vector<double> packets, times;
+    double sent = 0, mean_packets = 0, mean_time = 0;
+    for (const auto& datagram : datagrams) {
+        packets.push_back(sent);
+        times.push_back(static_cast<double>(datagram.time_ns - datagrams[0].time_ns));
+        sent += static_cast<double>(datagram.bytes.size() / kTsPacketSize);
+        mean_packets += packets.back() / n;
+        mean_time += times.back() / n;
+    }
+    double covariance = 0, variance = 0;
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        covariance += (packets[i] - mean_packets) * (times[i] - mean_time);
+        variance += (packets[i] - mean_packets) * (packets[i] - mean_packets);
+    }
+    std::vector<double> late;
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        late.push_back((times[i] - packets[i] * covariance / variance) / 1000);
+    }
+    const double earliest = *std::min_element(late.begin(), late.end());
+    for (double& us : late) us -= earliest;
+    std::sort(late.begin(), late.end());
+    return late;
+}
+
+double quantile(const std::vector<double>& sorted, double q) {
+    return sorted[static_cast<std::size_t>(q * static_cast<double>(sorted.size() - 1))];
+}
+
+struct Figures {
+    double kbps;
+    double cpu_percent;
+    std::vector<double> late;  // sorted
+};
+
+Figures measure(UdpCapture& capture, const Subject& subject, int kbps, seconds duration) {
+    const auto program = subject.start(kbps);
+    std::this_thread::sleep_for(seconds(2));
+    capture.drain();
+    const std::int64_t cpu_before = cpu_time_ns(*program);
+    const std::int64_t start = steady_now_ns();
+    const Datagrams datagrams = capture.receive_for(duration);
+    const auto elapsed = static_cast<double>(steady_now_ns() - start);
+    const auto cpu = static_cast<double>(cpu_time_ns(*program) - cpu_before);
+    if (datagrams.size() < 3) return {0, 0, {0}};
+    double bits = 0;
+    for (const auto& datagram : datagrams) {
+        bits += 8.0 * static_cast<double>(datagram.bytes.size());
+    }
+    bits -= 8.0 * static_cast<double>(datagrams.back().bytes.size());
+    const auto span =
+        static_cast<double>(datagrams.back().time_ns - datagrams.front().time_ns);
+    return {bits * kNsPerMs / span, 100 * cpu / elapsed, lateness_us(datagrams)};
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// One row: of each figure the median of the rounds.
+void print_row(const std::string& name, int kbps, const std::vector<Figures>& rounds) {
+    const auto middle = [&](const auto& figure) {
+        std::vector<double> values;
+        for (const Figures& round : rounds) values.push_back(figure(round));
+        return median(values);
+    };
+    const double rate = middle([](const Figures& f) { return f.kbps; });
+    std::printf("| %d | %s | %.3f | %+.4f %% | %.0f | %.0f | %.0f | %.2f %% |\n", kbps,
+                name.c_str(), rate, 100 * (rate / kbps - 1),
+                middle([](const Figures& f) { return quantile(f.late, 0.5); }),
+                middle([](const Figures& f) { return quantile(f.late, 0.99); }),
+                middle([](const Figures& f) { return f.late.back(); }),
+                middle([](const Figures& f) { return f.cpu_percent; }));
+    std::fflush(stdout);
+}
+
+void write_distribution(const std::string& path, const std::vector<Figures>& rounds) {
+    std::vector<double> late;
+    for (const Figures& round : rounds) {
+        late.insert(late.end(), round.late.begin(), round.late.end());
+    }
+    std::sort(late.begin(), late.end());
+    std::ofstream file(path);
+    for (double beyond = 1; beyond > 1e-5; beyond *= 0.93) {
+        file << quantile(late, 1 - beyond) << ' ' << beyond << '\n';
+    }
+}
+
+void compare(UdpCapture& capture, const std::vector<Subject>& subjects, int kbps,
+             int rounds, seconds duration, const std::string& directory) {
+    std::map<std::string, std::vector<Figures>> figures;
+    for (int round = 0; round < rounds; ++round) {
+        for (const Subject& subject : subjects) {
+            figures[subject.name].push_back(measure(capture, subject, kbps, duration));
+        }
+    }
+    for (const Subject& subject : subjects) {
+        print_row(subject.name, kbps, figures[subject.name]);
+        if (directory.empty()) continue;
+        write_distribution(directory + "/lateness-" + subject.name + ".dat",
+                           figures[subject.name]);
+    }
+}
+
+// The load of a small multiplex: eight services, each with a PMT PID of its own.
+std::unique_ptr<Program> start_small_kestan(int kbps) {
+    auto program = start_kestan(kbps);
+    ControlClient client;
+    client.NewPAT(make_pat(8));
+    client.NewSDTActual(make_sdt(8));
+    for (std::uint16_t service = 0; service < 8; ++service) {
+        client.NewPMT(make_pmt(service),
+                      static_cast<std::int16_t>(kFirstPmtPid + service));
+    }
+    return program;
+}
+
+// The intervals between the sections of a PID that begin.
+std::vector<double> intervals_ms(const Datagrams& datagrams, int pid) {
+    std::vector<double> intervals;
+    std::int64_t last = 0;
+    for (const auto& datagram : datagrams) {
+        for (std::size_t at = 0; at < datagram.bytes.size(); at += kTsPacketSize) {
+            const auto byte = [&](std::size_t i) {
+                return static_cast<std::uint8_t>(datagram.bytes[at + i]);
+            };
+            const bool begins = (byte(1) & kPayloadUnitStart) != 0;
+            if (((byte(1) & 0x1F) << 8 | byte(2)) != pid || !begins) continue;
+            if (last != 0) {
+                intervals.push_back(static_cast<double>(datagram.time_ns - last) /
+                                    kNsPerMs);
+            }
+            last = datagram.time_ns;
+        }
+    }
+    return intervals;
+}
+
+void print_intervals(UdpCapture& capture, const Subject& subject, int kbps, int pmt_pid,
+                     seconds duration) {
+    const auto program = subject.start(kbps);
+    std::this_thread::sleep_for(seconds(2));
+    capture.drain();
+    const Datagrams datagrams = capture.receive_for(duration);
+    const std::tuple<const char*, int, double> tables[] = {
+        {"PAT", 0, 200}, {"PMT", pmt_pid, 200}, {"SDT", 0x11, 500}};
+    for (const auto& [table, pid, period] : tables) {
+        const std::vector<double> intervals = intervals_ms(datagrams, pid);
+        if (intervals.empty()) continue;
+        const auto [least, most] =
+            std::minmax_element(intervals.begin(), intervals.end());
+        const double slot = static_cast<double>(kTsPacketBits) / kbps;
+        const double off = std::max(std::abs(*least - period), std::abs(*most - period));
+        std::printf("| %s | %s | %.0f | %.2f | %.2f | %.2f |\n", subject.name.c_str(),
+                    table, period, *least, *most, off / slot);
+    }
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: %s DIRECTORY INPUT.ts [SECONDS]\n", argv[0]);
+        return 2;
+    }
+    const std::string directory = argv[1];
+    const std::string input = argv[2];
+    const seconds minute(argc > 3 ? std::atoi(argv[3]) : 60);
+    if (!enter_own_network()) std::fputs("In the network of this host.\n", stderr);
+    UdpCapture capture(kPort);
+    const bool has_ffmpeg = std::ifstream(input).good();
+    const auto ffmpeg = [&](int kbps) { return start_ffmpeg(kbps, input); };
+    std::vector<Subject> subjects = {{"Kestan", start_full_kestan},
+                                     {"bare loop", start_bare_loop}};
+    if (has_ffmpeg) subjects.push_back({"ffmpeg", ffmpeg});
+
+    std::puts(
+        "| kbit/s | | rate, kbit/s | off by | late p50, µs | p99, µs | max, µs | CPU "
+        "|\n|--:|---|--:|--:|--:|--:|--:|--:|");
+    compare(capture, subjects, 50000, kRounds, minute / kRounds, directory);
+    for (const int kbps : {333, 1234, 7777}) {
+        compare(capture, subjects, kbps, 1, minute, "");
+    }
+    constexpr int small_kbps = 1000;
+    std::puts(
+        "\n| at 1000 kbit/s | table | period, ms | shortest, ms | longest, ms | off by, "
+        "slots |\n|---|---|--:|--:|--:|--:|");
+    print_intervals(capture, {"Kestan", start_small_kestan}, small_kbps, kFirstPmtPid,
+                    minute);
+    constexpr int ffmpeg_pmt_pid = 0x1000;
+    if (has_ffmpeg) {
+        print_intervals(capture, {"ffmpeg", ffmpeg}, small_kbps, ffmpeg_pmt_pid, minute);
+    }
+}
