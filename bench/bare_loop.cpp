@@ -4,11 +4,11 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <time.h>
 
 #include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 
 #include "mux/slot_time.h"
 #include "mux/ts_packet.h"

@@ -1,22 +1,22 @@
-// side_by_side DIRECTORY [SECONDS]: Kestan, the bare loop and, where it is installed,
-// ffmpeg send the same bitrates one after the other, in turns, to a socket whose kernel
-// stamps what arrives. Writes Markdown tables to standard output and, for a plot, the
+// side_by_side DIRECTORY INPUT.ts [SECONDS]: Kestan, the bare loop and, where there is an
+// input for it, ffmpeg send the same bitrates, in turns, to a socket whose kernel stamps
+// what arrives. Writes Markdown tables to standard output and, for a plot, the
 // distribution of the lateness to DIRECTORY/lateness-<name>.dat.
-
-#include <sys/wait.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "bench/tables.h"
@@ -32,6 +32,7 @@ using Datagrams = std::vector<UdpCapture::Datagram>;
 
 namespace {
 
+const std::string kBin = KESTAN_BIN;
 constexpr int kPort = 5999;
 constexpr int kRounds = 5;
 
@@ -43,7 +44,7 @@ struct Subject {
 
 std::unique_ptr<Program> start_kestan(int kbps) {
     return std::make_unique<Program>(std::vector<std::string>{
-        KESTAN_BIN "/kestan", "-O", "127.0.0.1/" + std::to_string(kPort), "-b",
+        kBin + "/kestan", "-O", "127.0.0.1/" + std::to_string(kPort), "-b",
         std::to_string(kbps)});
 }
 
@@ -61,18 +62,18 @@ std::unique_ptr<Program> start_full_kestan(int kbps) {
 
 std::unique_ptr<Program> start_bare_loop(int kbps) {
     return std::make_unique<Program>(std::vector<std::string>{
-        KESTAN_BIN "/bare_loop", std::to_string(kPort), std::to_string(kbps)});
+        kBin + "/bare_loop", std::to_string(kPort), std::to_string(kbps)});
 }
 
 // Its multiplexer fills a stream of 500 kbit/s up with null packets.
 std::unique_ptr<Program> start_ffmpeg(int kbps, const std::string& input) {
     const std::string rate = std::to_string(kbps) + "000";
+    const std::string output = "udp://127.0.0.1:" + std::to_string(kPort) +
+                               "?pkt_size=1316&burst_bits=10528&bitrate=" + rate;
     return std::make_unique<Program>(std::vector<std::string>{
         "ffmpeg", "-loglevel", "quiet", "-re", "-stream_loop", "-1", "-i", input, "-c",
         "copy", "-f", "mpegts", "-muxrate", rate, "-pat_period", "0.2", "-sdt_period",
-        "0.5",
-        "udp://127.0.0.1:" + std::to_string(kPort) + "?pkt_size=1316&burst_bits=10528" +
-            "&bitrate=" + rate});
+        "0.5", output});
 }
 
 std::int64_t cpu_time_ns(const Program& program) {
@@ -86,13 +87,13 @@ std::int64_t cpu_time_ns(const Program& program) {
 // How late each datagram came, in microseconds: after the straight line of packets over
 // time that fits all best, moved so that none is early.
 std::vector<double> lateness_us(const Datagrams& datagrams) {
-    const double n = static_cast<double>(datagrams.size());
+    const auto n = static_cast<double>(datagrams.size());
     std::vector<double> packets, times;
     double sent = 0, mean_packets = 0, mean_time = 0;
     for (const auto& datagram : datagrams) {
         packets.push_back(sent);
         times.push_back(static_cast<double>(datagram.time_ns - datagrams[0].time_ns));
-        sent += static_cast<double>(datagram.bytes.size() / kTsPacketSize);
+        sent += static_cast<double>(datagram.bytes.size()) / kTsPacketSize;
         mean_packets += packets.back() / n;
         mean_time += times.back() / n;
     }
@@ -102,6 +103,7 @@ std::vector<double> lateness_us(const Datagrams& datagrams) {
         variance += (packets[i] - mean_packets) * (packets[i] - mean_packets);
     }
     std::vector<double> late;
+    late.reserve(packets.size());
     for (std::size_t i = 0; i < packets.size(); ++i) {
         late.push_back((times[i] - packets[i] * covariance / variance) / 1000);
     }
@@ -150,7 +152,7 @@ double median(std::vector<double> values) {
 void print_row(const std::string& name, int kbps, const std::vector<Figures>& rounds) {
     const auto middle = [&](const auto& figure) {
         std::vector<double> values;
-        for (const Figures& round : rounds) values.push_back(figure(round));
+        std::transform(rounds.begin(), rounds.end(), std::back_inserter(values), figure);
         return median(values);
     };
     const double rate = middle([](const Figures& f) { return f.kbps; });
@@ -170,7 +172,9 @@ void write_distribution(const std::string& path, const std::vector<Figures>& rou
     }
     std::sort(late.begin(), late.end());
     std::ofstream file(path);
-    for (double beyond = 1; beyond > 1e-5; beyond *= 0.93) {
+    constexpr int points_per_decade = 30;
+    for (int point = 0; point <= 5 * points_per_decade; ++point) {
+        const double beyond = std::pow(10.0, -point / double{points_per_decade});
         file << quantile(late, 1 - beyond) << ' ' << beyond << '\n';
     }
 }
@@ -261,7 +265,7 @@ int main(int argc, char** argv) {
     const bool has_ffmpeg = std::ifstream(input).good();
     const auto ffmpeg = [&](int kbps) { return start_ffmpeg(kbps, input); };
     std::vector<Subject> subjects = {{"Kestan", start_full_kestan},
-                                     {"bare loop", start_bare_loop}};
+                                     {"bare_loop", start_bare_loop}};
     if (has_ffmpeg) subjects.push_back({"ffmpeg", ffmpeg});
 
     std::puts(
