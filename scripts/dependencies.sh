@@ -7,7 +7,6 @@ build_packages=(
 )
 test_packages=(libgtest-dev libgmock-dev iproute2 ffmpeg systemd)
 fuzz_packages=(clang-14 libclang-rt-14-dev)
-check_packages=(clang-format clang-tidy)
 check_packages=(clang-format clang-tidy libbenchmark-dev)
 
 # install_missing <package>...: installs those that are not there yet.
