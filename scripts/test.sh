@@ -35,17 +35,17 @@ check_lint() {
 case "${1:-}" in
     "")
         install_missing "${build_packages[@]}" "${test_packages[@]}"
-        build_and_test release
         fuzz
+        build_and_test release
         ;;
     --all)
         install_missing "${build_packages[@]}" "${test_packages[@]}" "${check_packages[@]}"
         check_format
         build_and_test release
         check_lint
+        fuzz
         build_and_test asan
         build_and_test tsan
-        fuzz
         ;;
     *)
         echo "usage: scripts/test.sh [--all]" >&2
