@@ -176,7 +176,7 @@ TEST(MultiplexFile, NamesTheFieldWhatStandsThereAndWhatWasExpected) {
          "252"},
         {with_descriptor(R"({"service": {"service_type": 1, "provider_name": "a\nb", )"
                          R"("service_name": ""}})"),
-         "service.provider_name: found \"a\\nb\", expected a name without control"},
+         R"(service.provider_name: found "a\nb", expected a name without control)"},
         {with_descriptor(R"({"iso_639_language": [{"language": "en"}]})"),
          "pmts[0].descriptors[0].iso_639_language[0].language: found \"en\""},
         {with_descriptor(R"({"ca": {"ca_system_id": 1, "ca_pid": 1, "private_data": ")" +

@@ -16,9 +16,9 @@ std::string quote(const json& value) {
     if (value.is_object()) return "an object";
     if (value.is_array()) return "an array";
     std::string text = value.dump(-1, ' ', /*ensure_ascii=*/true);
-    if (text.size() > kLongestQuote)
-        text.replace(kLongestQuote, std::string::npos, "...");
-    return text;
+    if (text.size() <= kLongestQuote) return text;
+    text.resize(kLongestQuote);
+    return text + "...";
 }
 
 // What a JSON number or a string such as "0x0100" stands for.
