@@ -16,21 +16,20 @@ wait_for_port() { # <port>
 # and kestan_monitor are the programs' command lines, with an emulator before them, say, or in
 # a chroot. Meanwhile while_playing is called with kestan's process, where there is such a
 # function.
-play_out() {
-    local tables=$1 seconds=$2 stream=127.0.0.1 port=5432 pid report pushed seen errors
-    "${kestan[@]}" -c -b 2000 -O "$stream/$port" &
+play_out() (
+    tables=$1 seconds=$2 stream=127.0.0.1:5432
+    "${kestan[@]}" -c -b 10000 -O "${stream/:/\/}" &
     pid=$!
+    trap 'kill "$pid"' EXIT
     wait_for_port 9501
     pushed=$("${kestan_control[@]}" push "$tables" | wc -l)
     if declare -F while_playing >/dev/null; then
         (sleep $((seconds / 2)) && while_playing "$pid") &
     fi
-    report=$("${kestan_monitor[@]}" "$stream:$port" --duration "$seconds")
-    kill "$pid"
-    wait
+    report=$("${kestan_monitor[@]}" "$stream" --duration "$seconds")
     grep -v ' PMT of ' <<<"$report"
     read -r seen errors < <(awk '/^0x/ { seen++; errors += $(NF - 6) + $(NF - 5) }
                                  END { print seen + 0, errors + 0 }' <<<"$report")
     echo "$pushed tables pushed, $seen seen with the TDT, $errors errors in them"
     [ "$seen" -eq $((pushed + 1)) ] && [ "$errors" -eq 0 ]
-}
+)
