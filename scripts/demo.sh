@@ -42,6 +42,6 @@ ffprobe -hide_banner build/demo.ts 2>&1 | sed -n '/^Input/,$p'
 
 echo "== The daemon is killed and started again"
 kill -KILL "$daemon"
-wait "$daemon" 2>/dev/null || true
+{ wait "$daemon" || true; } 2>/dev/null
 start build/bin/kestan -c -l 6 -O "$destination/$port"
 build/bin/kestan-monitor "$destination:$port" --duration 5
