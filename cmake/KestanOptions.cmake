@@ -32,7 +32,7 @@ set(KESTAN_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=
 if(KESTAN_SANITIZE)
     # The sanitizers' instrumentation makes GCC see uninitialized values where there are none.
     add_compile_options(-fsanitize=${KESTAN_SANITIZE} -fno-sanitize-recover=all
-        -fno-omit-frame-pointer -g -Wno-maybe-uninitialized)
+        -fno-omit-frame-pointer -g $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     add_link_options(-fsanitize=${KESTAN_SANITIZE})
 endif()
 

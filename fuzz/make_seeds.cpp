@@ -13,8 +13,11 @@
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/transport/TBufferTransports.h>
 
+#include "control/mux_control_handler.h"
+#include "mux/slot_time.h"
+#include "tests/support/playout.h"
 #include "tests/support/random_tables.h"
-#include "thrift/cm_MuxControlSrv.h"
+#include "tools/multiplex_json.h"
 
 namespace {
 
@@ -73,6 +76,53 @@ void make_control_seeds(const std::filesystem::path& directory) {
                }));
 }
 
+Multiplex random_multiplex(std::uint32_t seed) {
+    RandomTables random(seed);
+    Multiplex multiplex;
+    multiplex.pat = random.pat(2);
+    multiplex.pat->programs[0].program_number = 1;
+    multiplex.pat->programs[0].pid = 0x20;
+    multiplex.cat = random.cat(60);
+    multiplex.sdt = random.sdt(2, 30);
+    multiplex.pmts.push_back({0x20, random.pmt(1, 100)});
+    return multiplex;
+}
+
+// As kestan-control writes it, and with a descriptor of each name.
+void make_json_seeds(const std::filesystem::path& directory) {
+    Multiplex multiplex = random_multiplex(1);
+    write_file(directory / "raw", multiplex_to_json(multiplex).dump(2));
+    const auto data = [](std::initializer_list<int> bytes) {
+        return std::string(bytes.begin(), bytes.end());
+    };
+    const std::pair<int, std::string> descriptors[] = {
+        {0x48, data({1, 3}) + "Bay" + data({5}) + "Harbo"},
+        {0x0A, "eng" + data({0}) + "deu" + data({3})},
+        {0x09, data({0x0B, 0, 0xE1, 0x23, 7})}};
+    for (const auto& [tag, bytes] : descriptors) {
+        auto& descriptor = multiplex.sdt->services[0].descriptors.emplace_back();
+        descriptor.tag = tag;
+        descriptor.data = bytes;
+    }
+    write_file(directory / "named", multiplex_to_json(multiplex).dump(2));
+}
+
+// The stream of a fifth of a second, which has each table.
+void make_import_seeds(const std::filesystem::path& directory) {
+    const Multiplex multiplex = random_multiplex(2);
+    Playout playout(1000);
+    cm_MuxControlSrvHandler handler;
+    handler.NewPAT(*multiplex.pat);
+    handler.NewCAT(*multiplex.cat);
+    handler.NewSDTActual(*multiplex.sdt);
+    handler.NewPMT(multiplex.pmts[0].pmt, 0x20);
+    std::string stream;
+    for (const Datagram& datagram : playout.run_for(200 * kNsPerMs)) {
+        stream += datagram.bytes;
+    }
+    write_file(directory / "stream", stream);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -80,5 +130,8 @@ int main(int argc, char** argv) {
         std::cerr << "usage: make_seeds <directory>\n";
         return 2;
     }
-    make_control_seeds(std::filesystem::path(argv[1]) / "control");
+    const std::filesystem::path directory = argv[1];
+    make_control_seeds(directory / "control");
+    make_json_seeds(directory / "json");
+    make_import_seeds(directory / "import");
 }
