@@ -102,11 +102,29 @@ struct TableCollector::PmtDecoder {
         };
         if (!dvbpsi_pmt_attach(handle.get(), number, on_pmt, this))
             throw std::bad_alloc();
+        handle->p_sys = this;
+        gather = std::exchange(handle->p_decoder->pf_gather, &PmtDecoder::gather_checked);
+    }
+
+    // libdvbpsi reads as far as program_info_length (ISO/IEC 13818-1, 2.4.4.8) says, past
+    // the end of the section too.
+    static void gather_checked(dvbpsi_t* handle, dvbpsi_psi_section_t* section) {
+        constexpr std::ptrdiff_t fixed_fields = 4;
+        const std::uint8_t* const payload = section->p_payload_start;
+        const std::ptrdiff_t size = section->p_payload_end - payload;
+        const auto* const self = static_cast<PmtDecoder*>(handle->p_sys);
+        if (size >= fixed_fields &&
+            fixed_fields + ((payload[2] & 0x0F) << 8 | payload[3]) <= size) {
+            self->gather(handle, section);
+        } else {
+            dvbpsi_DeletePSISections(section);
+        }
     }
 
     std::uint16_t number;
     std::optional<PMT> pmt;
     std::unique_ptr<dvbpsi_t, DecoderDeleter<dvbpsi_pmt_detach>> handle;
+    dvbpsi_callback_gather_t gather = nullptr;  // libdvbpsi's
 };
 
 TableCollector::TableCollector()
