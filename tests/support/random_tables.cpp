@@ -28,10 +28,17 @@ std::int32_t RandomTables::up_to(std::int32_t highest) {
     }
 }
 
-std::int32_t RandomTables::beyond(std::int32_t highest) {
+void RandomTables::spoil_one(std::initializer_list<Field> fields,
+                             std::vector<Descriptor>* descriptors) {
     using limits = std::numeric_limits<std::int32_t>;
-    const std::int32_t values[] = {-1, limits::min(), highest + 1, limits::max()};
-    return values[below(std::size(values))];
+    const std::size_t choice = below(fields.size() + (descriptors != nullptr ? 1 : 0));
+    if (choice == fields.size()) {
+        descriptors->emplace_back().data.resize(256 + below(1000));
+        return;
+    }
+    const Field& field = *(fields.begin() + choice);
+    const std::int32_t beyond[] = {-1, limits::min(), field.highest + 1, limits::max()};
+    *field.value = beyond[below(std::size(beyond))];
 }
 
 std::vector<Descriptor> RandomTables::descriptors(std::size_t bytes) {
@@ -105,95 +112,49 @@ PMT RandomTables::pmt(std::int32_t program_number, std::size_t bytes) {
     return pmt;
 }
 
-Descriptor RandomTables::too_long_descriptor() {
-    Descriptor descriptor;
-    descriptor.tag = 0x80;
-    descriptor.data.resize(256 + below(1000));
-    return descriptor;
-}
-
 void RandomTables::spoil(PAT& pat) {
-    switch (below(4)) {
-        case 0:
-            pat.transport_stream_id = beyond(kMax16);
-            return;
-        case 1:
-            pat.version_number = beyond(kMax8);
-            return;
-        default:
-            break;
-    }
     PATProgram& program = pat.programs.emplace_back();
-    program.pid = below(2) == 0 ? 0 : beyond(kMaxPid);
-    if (below(2) == 0) return;
     program.pid = 1;
-    program.program_number = beyond(kMax16);
+    if (below(4) == 0) {
+        program.pid = 0;
+        return;
+    }
+    spoil_one({{&pat.transport_stream_id, kMax16},
+               {&pat.version_number, kMax8},
+               {&program.program_number, kMax16},
+               {&program.pid, kMaxPid}},
+              nullptr);
 }
 
 void RandomTables::spoil(CAT& cat) {
-    switch (below(3)) {
-        case 0:
-            cat.version_number = beyond(kMax8);
-            return;
-        case 1:
-            cat.descriptors.push_back(too_long_descriptor());
-            return;
-        default:
-            cat.descriptors.emplace_back().tag = beyond(kMax8);
-    }
+    Descriptor& descriptor = cat.descriptors.emplace_back();
+    spoil_one({{&cat.version_number, kMax8}, {&descriptor.tag, kMax8}}, &cat.descriptors);
 }
 
 void RandomTables::spoil(SDT& sdt) {
     SDTService& service = sdt.services.emplace_back();
-    switch (below(7)) {
-        case 0:
-            sdt.transport_stream_id = beyond(kMax16);
-            return;
-        case 1:
-            sdt.original_network_id = beyond(kMax16);
-            return;
-        case 2:
-            sdt.version_number = beyond(kMax8);
-            return;
-        case 3:
-            service.service_id = beyond(kMax16);
-            return;
-        case 4:
-            service.running_status = beyond(7);
-            return;
-        case 5:
-            service.descriptors.push_back(too_long_descriptor());
-            return;
-        default:
-            service.descriptors = descriptors(1005 + 2 * below(500));
+    if (below(6) == 0) {
+        service.descriptors = descriptors(1005 + 2 * below(500));
+        return;
     }
+    spoil_one({{&sdt.transport_stream_id, kMax16},
+               {&sdt.original_network_id, kMax16},
+               {&sdt.version_number, kMax8},
+               {&service.service_id, kMax16},
+               {&service.running_status, 7}},
+              &service.descriptors);
 }
 
 void RandomTables::spoil(PMT& pmt) {
     PMTStream& stream = pmt.streams.emplace_back();
-    switch (below(8)) {
-        case 0:
-            pmt.program_number = beyond(kMax16);
-            return;
-        case 1:
-            pmt.version_number = beyond(kMax8);
-            return;
-        case 2:
-            pmt.pcr_pid = beyond(kMaxPid);
-            return;
-        case 3:
-            stream.stream_type = beyond(kMax8);
-            return;
-        case 4:
-            stream.elementary_pid = beyond(kMaxPid);
-            return;
-        case 5:
-            stream.descriptors.push_back(too_long_descriptor());
-            return;
-        case 6:
-            pmt.descriptors = descriptors(1009 + 2 * below(500));
-            return;
-        default:
-            pmt.streams.resize(202);
+    if (below(6) == 0) {
+        pmt.descriptors = descriptors(1009 + 2 * below(500));
+        return;
     }
+    spoil_one({{&pmt.program_number, kMax16},
+               {&pmt.version_number, kMax8},
+               {&pmt.pcr_pid, kMaxPid},
+               {&stream.stream_type, kMax8},
+               {&stream.elementary_pid, kMaxPid}},
+              &stream.descriptors);
 }

@@ -2,6 +2,7 @@
 #define KESTAN_TESTS_SUPPORT_RANDOM_TABLES_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <random>
 #include <vector>
 
@@ -35,9 +36,15 @@ public:
 
 private:
     std::int32_t up_to(std::int32_t highest);
-    // A value out of 0..highest.
-    std::int32_t beyond(std::int32_t highest);
-    orvel::thrift::dvb_tables::Descriptor too_long_descriptor();
+
+    // A number and the highest that it may be.
+    struct Field {
+        std::int32_t* value;
+        std::int32_t highest;
+    };
+    // Puts one of the fields out of its range, or a too long descriptor into the list.
+    void spoil_one(std::initializer_list<Field> fields,
+                   std::vector<orvel::thrift::dvb_tables::Descriptor>* descriptors);
 
     std::mt19937 random_;
 };
