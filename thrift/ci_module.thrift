@@ -47,26 +47,26 @@ service cm_MuxControlSrv {
     void ClearAllTables()
 
     /** Plays the PAT on PID 0x0000, whole every 200 ms. */
-    i32 NewPAT(1: dvb_tables.PAT pat)
+    i32 NewPAT(1: required dvb_tables.PAT pat)
 
     /** Plays the CAT on PID 0x0001, whole every 500 ms. */
-    i32 NewCAT(1: dvb_tables.CAT cat)
+    i32 NewCAT(1: required dvb_tables.CAT cat)
 
     /** Withdraws the CAT. */
     void ClearCAT()
 
     /** Plays the SDT actual on PID 0x0011, whole every 500 ms. */
-    i32 NewSDTActual(1: dvb_tables.SDT sdt)
+    i32 NewSDTActual(1: required dvb_tables.SDT sdt)
 
     /**
      * Plays the service's PMT on the PID (0 to 0x1FFF), whole every 200 ms; several services
      * may share a PID. A service stays on its PID until StopPMT: with another PID the call
      * changes nothing, though it returns the version_number. A PID above 0x1FFF returns -1.
      */
-    i32 NewPMT(1: dvb_tables.PMT pmt, 2: i16 pid)
+    i32 NewPMT(1: required dvb_tables.PMT pmt, 2: required i16 pid)
 
     /** Withdraws the service's PMT, whatever PID it is on. */
-    void StopPMT(1: i16 service_id, 2: i16 pid)
+    void StopPMT(1: required i16 service_id, 2: required i16 pid)
 
     /** Accepted, without effect on the stream. */
     void newScramblingConfig(1: ScramblingConfig config)

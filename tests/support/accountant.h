@@ -1,0 +1,54 @@
+#ifndef KESTAN_TESTS_SUPPORT_ACCOUNTANT_H
+#define KESTAN_TESTS_SUPPORT_ACCOUNTANT_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+
+#include "control/mux_control_handler.h"
+#include "tests/support/wire.h"
+
+// A control service that hands every call on to a handler of its own and keeps account of
+// what must be on the wire after it, going by the handler's results: a table that was
+// accepted replaces the one before it, and a service stays on its PID until it is
+// stopped. Tells the wire which breaks a receiver has to expect.
+class Accountant final : public orvel::thrift::ci_module::cm_MuxControlSrvIf {
+public:
+    explicit Accountant(Wire& wire);
+
+    std::int32_t NewPAT(const orvel::thrift::dvb_tables::PAT& pat) override;
+    std::int32_t NewCAT(const orvel::thrift::dvb_tables::CAT& cat) override;
+    std::int32_t NewSDTActual(const orvel::thrift::dvb_tables::SDT& sdt) override;
+    std::int32_t NewPMT(const orvel::thrift::dvb_tables::PMT& pmt,
+                        std::int16_t pid) override;
+    void StopPMT(std::int16_t service_id, std::int16_t pid) override;
+    void ClearCAT() override;
+    void ClearAllTables() override;
+    void newScramblingConfig(
+        const orvel::thrift::ci_module::ScramblingConfig& config) override;
+    void EMM(const orvel::thrift::ci_module::EMMData& emm) override;
+
+    // Destroys the handler and makes a new one.
+    void restart();
+
+    // Fails the test unless the wire has carried just the tables that must be there since
+    // its last forget(), and the muxer has just their streams.
+    void check() const;
+
+private:
+    template <typename Table>
+    std::int32_t keep(std::int32_t result, const Table& table, std::optional<Table>& kept,
+                      std::uint16_t pid);
+    void forget_pmt(std::uint16_t service);
+    void forget_everything();
+
+    Wire& wire_;
+    std::optional<cm_MuxControlSrvHandler> handler_;
+    std::optional<orvel::thrift::dvb_tables::PAT> pat_;
+    std::optional<orvel::thrift::dvb_tables::CAT> cat_;
+    std::optional<orvel::thrift::dvb_tables::SDT> sdt_;
+    std::map<std::uint16_t, std::uint16_t> pids_;  // by service
+    std::map<std::uint16_t, std::optional<orvel::thrift::dvb_tables::PMT>> pmts_;
+};
+
+#endif
