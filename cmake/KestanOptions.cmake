@@ -8,7 +8,9 @@ endif()
 
 # The intrusive lists' safe mode speaks through assert(): it stays on in a release, so that
 # a stream destroyed while it is registered stops the process instead of corrupting a list.
-string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
+foreach(type IN ITEMS RELEASE RELWITHDEBINFO MINSIZEREL)
+    string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_${type} "${CMAKE_CXX_FLAGS_${type}}")
+endforeach()
 
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

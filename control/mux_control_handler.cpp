@@ -5,6 +5,7 @@
 
 #include "framework/libdvbpsi.h"
 #include "framework/log.h"
+#include "framework/psi_si.h"
 #include "framework/section_limits.h"
 #include "framework/table_converters.h"
 #include "mux/muxer.h"
@@ -15,11 +16,6 @@
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
-
-constexpr std::uint16_t kPatPid = 0x0000;  // ISO/IEC 13818-1, table 2-3
-constexpr std::uint16_t kCatPid = 0x0001;
-constexpr std::uint16_t kSdtPid = 0x0011;  // ETSI EN 300 468, 5.1.3
-constexpr std::uint16_t kMaxPid = 0x1FFF;
 
 constexpr std::int64_t kPatPeriodNs = 200 * kNsPerMs;
 constexpr std::int64_t kCatPeriodNs = 500 * kNsPerMs;

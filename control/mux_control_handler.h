@@ -2,6 +2,8 @@
 #define KESTAN_CONTROL_MUX_CONTROL_HANDLER_H
 
 #include <cstdint>
+#include <memory>
+#include <string>
 
 #include "control/pmt_data.h"
 #include "tables/simple_table.h"

@@ -7,7 +7,6 @@
 #include <memory>
 #include <thread>
 
-#include <thrift/TProcessor.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/server/TSimpleServer.h>
 #include <thrift/transport/TBufferTransports.h>

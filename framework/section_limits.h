@@ -6,7 +6,7 @@
 // What a table and its sections can carry, in bytes.
 
 constexpr std::size_t kMaxSectionSize =
-    1024;                                  // ISO/IEC 13818-1, 2.4.4.11; EN 300 468, 5.1.1
+    1024;                                  // ISO/IEC 13818-1, 2.4.4; EN 300 468, 5.1.1
 constexpr std::size_t kMaxSections = 256;  // section_number has 8 bits
 constexpr std::size_t kCrc32Size = 4;      // ISO/IEC 13818-1, annex A
 constexpr std::size_t kMaxDescriptorData = 255;  // descriptor_length has 8 bits

@@ -3,17 +3,16 @@
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <string>
 #include <vector>
 
+#include "framework/psi_si.h"
 #include "framework/section_limits.h"
 
 namespace orvel::thrift::dvb_tables {
 
 namespace {
 
-constexpr std::int32_t kMaxPid = 0x1FFF;       // ISO/IEC 13818-1, 2.4.3.3: 13 bits
-constexpr std::int32_t kMaxRunningStatus = 7;  // ETSI EN 300 468, 5.2.3: 3 bits
-constexpr std::uint8_t kSdtActualTableId = 0x42;
 constexpr std::size_t kMaxPatPrograms = kMaxSections * kPatProgramsPerSection;
 
 bool in_range(std::int32_t value, std::int32_t lowest, std::int32_t highest) {

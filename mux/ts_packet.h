@@ -18,4 +18,8 @@ constexpr std::uint8_t kHasPayload = 0x10;        // in byte 3
 constexpr std::uint8_t kContinuityMask = 0x0F;    // in byte 3
 constexpr std::uint8_t kStuffingByte = 0xFF;      // after the last section of a packet
 
+[[nodiscard]] inline std::uint16_t pid_of(const std::uint8_t* packet) {
+    return static_cast<std::uint16_t>((packet[1] & 0x1F) << 8 | packet[2]);
+}
+
 #endif

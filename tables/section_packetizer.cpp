@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <utility>
 
 #include "framework/section_limits.h"
 #include "mux/ts_packet.h"

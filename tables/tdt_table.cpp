@@ -3,18 +3,18 @@
 #include <algorithm>
 
 #include "framework/clock.h"
+#include "framework/psi_si.h"
 
 namespace {
 
-constexpr std::uint16_t kTdtPid = 0x0014;  // ETSI EN 300 468, 5.1.3
 constexpr std::size_t kUtcTimeOffset = 8;  // of the UTC_time in the packet
 constexpr std::size_t kUtcTimeSize = 5;
 
 std::array<std::uint8_t, kTsPacketSize> make_template() {
     constexpr std::array<std::uint8_t, kUtcTimeOffset> head = {
-        kSyncByte, kPayloadUnitStart | kTdtPid >> 8, kTdtPid & 0xFF, kHasPayload,
+        kSyncByte,   kPayloadUnitStart | kTdtPid >> 8, kTdtPid & 0xFF, kHasPayload,
         0x00,  // pointer_field
-        0x70,  // table_id
+        kTdtTableId,
         0x70,  // section_syntax_indicator 0, reserved bits 1, section_length 11..8
         0x05,  // section_length 7..0
     };

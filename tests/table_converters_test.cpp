@@ -157,10 +157,11 @@ TEST(TableConverters, AcceptTheLargestTablesAndNothingLarger) {
     sdt.services.push_back(sdt.services[0]);
     EXPECT_FALSE(accepted(sdt));
 
-    SDT one = random.sdt(1, 1004);
-    EXPECT_EQ(section_sizes(packets_of(one)), std::vector<std::size_t>(1, 1024));
-    one.services[0].descriptors = random.descriptors(1005);
-    EXPECT_FALSE(accepted(one));
+    SDT full = random.sdt(256, 1004);  // each service fills its section
+    EXPECT_EQ(section_sizes(packets_of(full)), std::vector<std::size_t>(256, 1024));
+    full.services.resize(1);
+    full.services[0].descriptors = random.descriptors(1005);
+    EXPECT_FALSE(accepted(full));
 
     PMT pmt;
     pmt.streams.resize(201);

@@ -62,6 +62,8 @@ service cm_MuxControlSrv {
      * Plays the service's PMT on the PID (0 to 0x1FFF), whole every 200 ms; several services
      * may share a PID. A service stays on its PID until StopPMT: with another PID the call
      * changes nothing, though it returns the version_number. A PID above 0x1FFF returns -1.
+     * PIDs with a use of their own (0x0000, 0x0001, 0x0011, 0x0014) are not refused:
+     * a PMT there breaks what they carry.
      */
     i32 NewPMT(1: required dvb_tables.PMT pmt, 2: required i16 pid)
 

@@ -22,7 +22,7 @@
 // of the notification's service.
 class ControlProcess {
 public:
-    // Reads the files and opens the notification's port; the four signals are blocked
+    // Reads the files and opens the notification's port; the three signals are blocked
     // from here on. Raises FileMistake and std::runtime_error.
     ControlProcess(const ControlAddress& address, std::vector<std::string> files);
     ~ControlProcess();

@@ -7,8 +7,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "framework/libdvbpsi.h"
+#include "framework/psi_si.h"
 #include "framework/section_limits.h"
 #include "tools/dvb_text.h"
 #include "tools/number_text.h"
@@ -18,7 +20,6 @@ using orvel::thrift::dvb_tables::Descriptor;
 
 namespace {
 
-constexpr std::int32_t kMaxPid = 0x1FFF;
 constexpr std::uint8_t kCaTag = 0x09;
 constexpr std::uint8_t kIso639Tag = 0x0A;
 constexpr std::uint8_t kServiceTag = 0x48;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <limits>

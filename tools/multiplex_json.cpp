@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/psi_si.h"
 #include "tools/descriptor_json.h"
 #include "tools/number_text.h"
 
@@ -16,8 +17,6 @@ namespace {
 
 constexpr std::int32_t kMax8Bits = 0xFF;
 constexpr std::int32_t kMax16Bits = 0xFFFF;
-constexpr std::int32_t kMaxPid = 0x1FFF;
-constexpr std::int32_t kMaxRunningStatus = 7;
 
 void read_version(const JsonNode& node, std::int32_t& version, bool& current) {
     version = node["version_number"].number(0, kMax8Bits);

@@ -7,28 +7,16 @@
 #include <ctime>
 #include <set>
 
+#include "framework/psi_si.h"
 #include "mux/slot_time.h"
 
 namespace {
 
-constexpr std::uint16_t kPatPid = 0x0000;  // ISO/IEC 13818-1, table 2-3
-constexpr std::uint16_t kCatPid = 0x0001;
-constexpr std::uint16_t kSdtPid = 0x0011;  // ETSI EN 300 468, table 1
-constexpr std::uint16_t kTdtPid = 0x0014;
-constexpr std::uint16_t kNullPid = 0x1FFF;
+constexpr std::uint16_t kNullPid = 0x1FFF;  // ISO/IEC 13818-1, table 2-3
+constexpr std::ptrdiff_t kUtcTimeSize = 5;  // ETSI EN 300 468, 5.2.5
 
-constexpr std::uint8_t kPatTableId = 0x00;  // ISO/IEC 13818-1, table 2-31
-constexpr std::uint8_t kCatTableId = 0x01;
-constexpr std::uint8_t kPmtTableId = 0x02;
-constexpr std::uint8_t kSdtActualTableId = 0x42;  // ETSI EN 300 468, table 2
-constexpr std::uint8_t kTdtTableId = 0x70;
-
-constexpr std::ptrdiff_t kUtcTimeSize = 5;   // ETSI EN 300 468, 5.2.5
-constexpr std::int64_t kMjdOfEpoch = 40587;  // of 1970-01-01 (EN 300 468, annex C)
-constexpr std::int64_t kSecondsPerDay = 86400;
-
-// What the PIDs with a fixed use may carry (ETSI TR 101 290, 1.3, 2.6, 3.1); any other
-// may carry anything.
+// What the PIDs with a fixed use may carry (ETSI TR 101 290, 1.3, 2.6, 3.5, 3.8); any
+// other may carry anything.
 bool may_carry(std::uint16_t pid, std::uint8_t table_id) {
     const auto is_one_of = [&](std::initializer_list<std::uint8_t> allowed) {
         return std::find(allowed.begin(), allowed.end(), table_id) != allowed.end();
@@ -156,7 +144,7 @@ void StreamStatistics::count_in_peak(std::size_t packets) {
 }
 
 void StreamStatistics::push_packet(const std::uint8_t* packet) {
-    const auto number = static_cast<std::uint16_t>((packet[1] & 0x1F) << 8 | packet[2]);
+    const auto number = pid_of(packet);
     Pid& on = pid(number);
     ++on.packets;
     if (number == kNullPid) return;

@@ -6,17 +6,14 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "framework/psi_si.h"
 #include "tools/packet_push.h"
 
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
-
-constexpr std::uint16_t kPatPid = 0x0000;
-constexpr std::uint16_t kCatPid = 0x0001;
-constexpr std::uint16_t kSdtPid = 0x0011;
-constexpr std::uint8_t kSdtActualTableId = 0x42;
 
 dvbpsi_t* new_handle() {
     dvbpsi_t* const handle = dvbpsi_new(nullptr, DVBPSI_MSG_NONE);
@@ -146,7 +143,7 @@ TableCollector::TableCollector()
 TableCollector::~TableCollector() = default;
 
 void TableCollector::push(const std::uint8_t* packet) {
-    const auto pid = static_cast<std::uint16_t>((packet[1] & 0x1F) << 8 | packet[2]);
+    const auto pid = pid_of(packet);
     if (pid == kPatPid) push_packet(pat_decoder_.get(), packet);
     if (pid == kCatPid) push_packet(cat_decoder_.get(), packet);
     if (pid == kSdtPid) push_packet(sdt_decoder_.get(), packet);

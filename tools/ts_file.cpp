@@ -73,7 +73,12 @@ void TsFile::find_packets() {
         const std::size_t end = file_ ? left() - kLookAhead : left();
         std::size_t offset = 0;
         while (offset < end && (stride_ = stride_at(offset)) == 0) ++offset;
-        skip(offset);
+        const bool is_time_stamp = packets_ == 0 && offset + kTsPacketSize == stride_;
+        if (is_time_stamp) {
+            position_ += offset;
+        } else {
+            skip(offset);
+        }
         if (stride_ != 0) return;
     }
 }

@@ -5,11 +5,9 @@
 #include <chrono>
 #include <ctime>
 
-namespace {
+#include "framework/psi_si.h"
 
-// Modified Julian Date of 1970-01-01 (ETSI EN 300 468, annex C).
-constexpr std::int64_t kMjdOfEpoch = 40587;
-constexpr std::int64_t kSecondsPerDay = 86400;
+namespace {
 
 std::int64_t now_in_seconds() {
     using std::chrono::floor, std::chrono::seconds, std::chrono::system_clock;

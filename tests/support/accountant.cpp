@@ -4,16 +4,13 @@
 
 #include <algorithm>
 
+#include "framework/psi_si.h"
 #include "mux/muxer.h"
 
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-constexpr std::uint16_t kPatPid = 0x00;
-constexpr std::uint16_t kCatPid = 0x01;
-constexpr std::uint16_t kSdtPid = 0x11;
-constexpr std::uint16_t kTdtPid = 0x14;
 constexpr std::size_t kFixedStreams = 4;
 
 // A receiver passes over tables that are not in force yet.

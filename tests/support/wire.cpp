@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "framework/psi_si.h"
 #include "framework/section_limits.h"
 #include "tables/section_packetizer.h"
 #include "tools/table_collector.h"
 
 namespace {
-
-constexpr std::uint16_t kPatPid = 0x0000;
 
 std::string bytes_of(const dvbpsi_psi_section_t& section) {
     const std::size_t crc = section.b_syntax_indicator ? kCrc32Size : 0;
@@ -24,10 +23,6 @@ std::string announce(const std::map<std::uint16_t, std::uint16_t>& pid_of_progra
     const SectionsPtr sections(
         dvbpsi_pat_sections_generate(handle.get(), pat.get(), 100));
     return packetize_sections(sections.get(), kPatPid);
-}
-
-std::uint16_t pid_of(const std::uint8_t* packet) {
-    return static_cast<std::uint16_t>((packet[1] & 0x1F) << 8 | packet[2]);
 }
 
 }  // namespace
