@@ -11,6 +11,7 @@ cd "$(dirname "$0")/.."
 build=$PWD/build-arm
 sysroot=$build/sysroot
 emulator=(qemu-arm -L "$sysroot")
+programs=(kestan kestan-control kestan-monitor)
 libraries=(
     libstdc++-12-dev libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
     nlohmann-json3-dev libcli11-dev libgtest-dev libgmock-dev
@@ -75,9 +76,9 @@ build_monitor() {
 
 refuse_unused_libraries() {
     local program
-    for program in "$build"/bin/*; do
+    for program in "${programs[@]}"; do
         "${emulator[@]}" -E LD_TRACE_LOADED_OBJECTS=1 -E LD_DEBUG=unused -E LD_WARN=yes \
-            -E LD_BIND_NOW=yes "$program" || return 1
+            -E LD_BIND_NOW=yes "$build/bin/$program" || return 1
     done
     echo "No program links a library that it does not use"
 }
@@ -118,9 +119,9 @@ while_playing() { # <pid>
 
 report() {
     local program
-    for program in "$build"/bin/*; do
-        arm-linux-gnueabihf-strip -o "$build/stripped" "$program"
-        echo "${program##*/}: $(stat -c %s "$build/stripped") bytes stripped"
+    for program in "${programs[@]}"; do
+        arm-linux-gnueabihf-strip -o "$build/stripped" "$build/bin/$program"
+        echo "$program: $(stat -c %s "$build/stripped") bytes stripped"
     done
     cat "$build/memory"
 }
