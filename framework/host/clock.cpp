@@ -2,16 +2,18 @@
 
 #include <sys/timex.h>
 
-#include <chrono>
 #include <ctime>
 
 #include "framework/psi_si.h"
 
 namespace {
 
+// Not std::chrono::system_clock: on a 32-bit target that ends in 2038, with the 32-bit
+// time of a prebuilt C++ library.
 std::int64_t now_in_seconds() {
-    using std::chrono::floor, std::chrono::seconds, std::chrono::system_clock;
-    return floor<seconds>(system_clock::now().time_since_epoch()).count();
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now.tv_sec;
 }
 
 bool is_synchronised() {
