@@ -3,7 +3,8 @@
 
 // Tells the control process on this host, at TCP `port`, that Kestan has started and
 // holds no tables. Best effort, one try: a failure is logged. Takes about a
-// second when the control process accepts the connection and does not answer. Main thread.
+// second when the control process accepts the connection and does not answer. Main
+// thread.
 void send_start_notification(int port);
 
 #endif
