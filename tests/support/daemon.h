@@ -31,19 +31,22 @@ public:
     }
 
     Program& program() { return program_; }
+    [[nodiscard]] const Program& program() const { return program_; }
     UdpCapture& capture() { return capture_; }
 
 private:
     std::vector<std::string> arguments(std::vector<std::string> all,
                                        const std::string& address,
                                        const std::vector<std::string>& more) const {
-        const std::string destination = address + "/" + std::to_string(capture_.port());
+        const std::string destination = address + "/" + std::to_string(kPort);
         all.insert(all.end(), {"-c", "-O", destination});
         all.insert(all.end(), more.begin(), more.end());
         return all;
     }
 
-    UdpCapture capture_{5432};
+    static constexpr int kPort = 5432;
+
+    UdpCapture capture_{kPort};
     Program program_;
 };
 

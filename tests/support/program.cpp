@@ -1,67 +1,55 @@
 #include "tests/support/program.h"
 
-#include <fcntl.h>
 #include <spawn.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
-#include <cstdlib>
+#include <functional>
 #include <stdexcept>
 #include <thread>
-
-extern char** environ;
 
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
-constexpr auto kPollInterval = 5ms;
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    for (std::string& text : texts) result.push_back(text.data());
-    result.push_back(nullptr);
-    return result;
+std::string content(int fd) {
+    struct stat file {};
+    fstat(fd, &file);
+    std::string text(static_cast<std::size_t>(file.st_size), '\0');
+    const ssize_t length = pread(fd, text.data(), text.size(), 0);
+    return text.substr(0, static_cast<std::size_t>(length));
 }
 
-void read_available(int fd, std::string& into) {
-    std::array<char, 65536> buffer{};
-    for (ssize_t n = 0; (n = read(fd, buffer.data(), buffer.size())) > 0;) {
-        into.append(buffer.data(), static_cast<std::size_t>(n));
+bool poll_until(std::chrono::milliseconds timeout, const std::function<bool()>& is_so) {
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (!is_so()) {
+        if (std::chrono::steady_clock::now() >= end) return false;
+        std::this_thread::sleep_for(5ms);
     }
+    return true;
 }
 
 }  // namespace
 
 Program::Program(std::vector<std::string> arguments,
-                 const std::vector<std::string>& environment) {
-    std::array<int, 2> output{};
-    std::array<int, 2> error{};
-    if (pipe2(output.data(), O_CLOEXEC) != 0 || pipe2(error.data(), O_CLOEXEC) != 0) {
-        throw std::runtime_error("no pipe");
-    }
-    output_fd_ = output[0];
-    error_fd_ = error[0];
-    fcntl(output_fd_, F_SETFL, O_NONBLOCK);
-    fcntl(error_fd_, F_SETFL, O_NONBLOCK);
-
-    std::vector<std::string> variables = environment;
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        variables.emplace_back(*variable);
-    }
+                 const std::vector<std::string>& environment)
+    : output_fd_(memfd_create("output", MFD_CLOEXEC)),
+      error_fd_(memfd_create("error", MFD_CLOEXEC)) {
+    arguments.insert(arguments.begin(), environment.begin(), environment.end());
+    arguments.insert(arguments.begin(), "env");
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, error[1], STDERR_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output_fd_, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, error_fd_, STDERR_FILENO);
     const int failure =
-        posix_spawnp(&pid_, arguments[0].c_str(), &actions, nullptr,
-                     pointers(arguments).data(), pointers(variables).data());
+        posix_spawnp(&pid_, "env", &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    close(output[1]);
-    close(error[1]);
     if (failure != 0) throw std::runtime_error("cannot start " + arguments[0]);
 }
 
@@ -79,43 +67,27 @@ void Program::signal(int number) const {
 }
 
 std::optional<int> Program::wait(std::chrono::milliseconds timeout) {
-    const auto end = Clock::now() + timeout;
-    while (!status_) {
+    poll_until(timeout, [&] {
         int status = 0;
-        if (waitpid(pid_, &status, WNOHANG) == pid_) {
+        if (!status_ && waitpid(pid_, &status, WNOHANG) == pid_) {
             status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        } else if (Clock::now() >= end) {
-            break;
-        } else {
-            read_all();  // a full pipe would keep it from ending
-            std::this_thread::sleep_for(kPollInterval);
         }
-    }
+        return status_.has_value();
+    });
     return status_;
 }
 
-bool Program::wait_for_error(const std::string& text, std::chrono::milliseconds timeout) {
-    const auto end = Clock::now() + timeout;
-    while (error().find(text) == std::string::npos) {
-        if (Clock::now() >= end) return false;
-        std::this_thread::sleep_for(kPollInterval);
-    }
-    return true;
+bool Program::wait_for_error(const std::string& text,
+                             std::chrono::milliseconds timeout) const {
+    return poll_until(timeout, [&] { return error().find(text) != std::string::npos; });
 }
 
-std::string Program::output() {
-    read_all();
-    return output_;
+std::string Program::output() const {
+    return content(output_fd_);
 }
 
-std::string Program::error() {
-    read_all();
-    return error_;
-}
-
-void Program::read_all() {
-    read_available(output_fd_, output_);
-    read_available(error_fd_, error_);
+std::string Program::error() const {
+    return content(error_fd_);
 }
 
 Ended run(std::vector<std::string> arguments) {

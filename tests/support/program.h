@@ -28,21 +28,18 @@ public:
     std::optional<int> wait(std::chrono::milliseconds timeout);
 
     // Waits until standard error holds `text`; false when it does not come in time.
-    bool wait_for_error(const std::string& text, std::chrono::milliseconds timeout);
+    [[nodiscard]] bool wait_for_error(const std::string& text,
+                                      std::chrono::milliseconds timeout) const;
 
     // Everything written so far.
-    [[nodiscard]] std::string output();
-    [[nodiscard]] std::string error();
+    [[nodiscard]] std::string output() const;
+    [[nodiscard]] std::string error() const;
 
 private:
-    void read_all();
-
     pid_t pid_ = -1;
     std::optional<int> status_;
-    int output_fd_ = -1;
-    int error_fd_ = -1;
-    std::string output_;
-    std::string error_;
+    int output_fd_;
+    int error_fd_;
 };
 
 // Runs a program to its end.
