@@ -50,30 +50,28 @@ void make_control_seeds(const std::filesystem::path& directory) {
     config.services[0].ca_system_ids = {0x0B00};
     EMMData emm;
     emm.data = std::string(40, 'e');
-    const std::pair<std::string, std::function<void(cm_MuxControlSrvClient&)>> calls[] = {
-        {"NewPAT", [&](auto& client) { client.send_NewPAT(random.pat(3)); }},
-        {"NewPAT-long", [&](auto& client) { client.send_NewPAT(random.pat(120)); }},
-        {"NewCAT", [&](auto& client) { client.send_NewCAT(random.cat(100)); }},
-        {"NewCAT-long", [&](auto& client) { client.send_NewCAT(random.cat(1500)); }},
-        {"NewSDTActual",
-         [&](auto& client) { client.send_NewSDTActual(random.sdt(2, 20)); }},
-        {"NewSDTActual-long",
-         [&](auto& client) { client.send_NewSDTActual(random.sdt(6, 250)); }},
-        {"NewPMT", [&](auto& client) { client.send_NewPMT(random.pmt(1, 60), 0x20); }},
-        {"NewPMT-long",
-         [&](auto& client) { client.send_NewPMT(random.pmt(2, 1008), 0x20); }},
-        {"ClearCAT", [](auto& client) { client.send_ClearCAT(); }},
-        {"StopPMT", [](auto& client) { client.send_StopPMT(1, 0x20); }},
-        {"ClearAllTables", [](auto& client) { client.send_ClearAllTables(); }},
-        {"newScramblingConfig",
-         [&](auto& client) { client.send_newScramblingConfig(config); }},
-        {"EMM", [&](auto& client) { client.send_EMM(emm); }},
+    std::string conversation;
+    const auto write = [&](const std::string& name, const auto& call) {
+        const std::string bytes = bytes_of(call);
+        write_file(directory / name, bytes);
+        conversation += bytes;
     };
-    for (const auto& [name, call] : calls) write_file(directory / name, bytes_of(call));
-    write_file(directory / "session", bytes_of([&](auto& client) {
-                   for (const auto& named : calls) named.second(client);
-                   for (const auto& named : calls) named.second(client);
-               }));
+    for (const std::size_t size : {1u, 16u}) {  // of one section, and of several
+        const std::string suffix = size > 1 ? "-long" : "";
+        write("NewPAT" + suffix, [&](auto& to) { to.send_NewPAT(random.pat(size * 8)); });
+        write("NewCAT" + suffix,
+              [&](auto& to) { to.send_NewCAT(random.cat(size * 90)); });
+        write("NewSDTActual" + suffix,
+              [&](auto& to) { to.send_NewSDTActual(random.sdt(size, 100)); });
+        write("NewPMT" + suffix,
+              [&](auto& to) { to.send_NewPMT(random.pmt(1, size * 63), 0x20); });
+    }
+    write("ClearCAT", [](auto& to) { to.send_ClearCAT(); });
+    write("StopPMT", [](auto& to) { to.send_StopPMT(1, 0x20); });
+    write("ClearAllTables", [](auto& to) { to.send_ClearAllTables(); });
+    write("newScramblingConfig", [&](auto& to) { to.send_newScramblingConfig(config); });
+    write("EMM", [&](auto& to) { to.send_EMM(emm); });
+    write_file(directory / "conversation", conversation + conversation);
 }
 
 Multiplex random_multiplex(std::uint32_t seed) {
