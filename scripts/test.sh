@@ -13,7 +13,7 @@ build_and_test() { # <preset>
     echo "== $1"
     cmake --preset "$1" -G Ninja >/dev/null
     cmake --build --preset "$1" -- --quiet
-    ctest --preset "$1" --no-tests=error
+    ctest --preset "$1" --no-tests=error --parallel "$(nproc)"
 }
 
 fuzz() {

@@ -30,8 +30,8 @@ public:
         for (const auto& datagram : play_for(duration)) wire.push(datagram.bytes);
     }
 
-    Program& program() { return program_; }
     [[nodiscard]] const Program& program() const { return program_; }
+    Program& program() { return program_; }
     UdpCapture& capture() { return capture_; }
 
 private:
