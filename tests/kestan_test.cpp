@@ -77,24 +77,18 @@ TEST(CommandLine, PrintsVersionAndUsage) {
     EXPECT_EQ(usage.output, "usage: " + kKestan + text);
 }
 
-TEST(Output, ResolvesAndLogsTheDestination) {
+TEST(Output, ResolvesAndLogsTheDestinationAndReachesAGroupWithItsTtl) {
     if (!has_own_network()) GTEST_SKIP() << "would send to a group of this network";
-    const std::pair<std::string, std::string> cases[] = {
-        {"-O226.0.0.10/1234 ethInt", "Out Address:226.0.0.10/1234 TTL 255 \n"},
-        {"-O127.000.000.001/12345", "Out Address:127.0.0.1/1234 TTL 255 \n"},
-        {"-Ilo", "TTL 255 lo\n"},
-        {"-Ilo", "Interface Address: 127.0.0.1\n"},
-    };
-    for (const auto& [option, line] : cases) {
-        Program kestan({kKestan, "-c", "-l", "6", "-t", "255", option});
-        EXPECT_TRUE(kestan.wait_for_error(line, 5s)) << kestan.error();
-    }
-}
-
-TEST(Output, ReachesAGroupThroughTheInterfaceWithItsTtl) {
-    if (!has_own_network()) GTEST_SKIP() << "would send to a group of this network";
+    const Program by_route({kKestan, "-s1", "-c", "-l6", "-O", "127.000.000.001/12345"});
+    EXPECT_TRUE(by_route.wait_for_error("Out Address:127.0.0.1/1234 TTL 1 \n", 5s));
     const UdpCapture member(5432, "226.0.0.10");
-    const Program kestan({kKestan, "-t", "7", "-I", "lo", "-O", "226.0.0.10/5432"});
+    const Program kestan(
+        {kKestan, "-c", "-l6", "-t7", "-Ilo", "-O", "226.0.0.10/5432 ethInt"});
+    for (const char* line :
+         {"INFORMATION kestan: Forced output address.\n",
+          "Out Address:226.0.0.10/5432 TTL 7 lo\n", "Interface Address: 127.0.0.1\n"}) {
+        EXPECT_TRUE(kestan.wait_for_error(line, 5s)) << line << kestan.error();
+    }
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const int on = 1;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);

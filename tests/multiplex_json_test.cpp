@@ -75,8 +75,8 @@ TEST(DescriptorJson, NamesWhatItCanNameExactlyAndOnlyThat) {
         {0x48, "", nullptr},                      // shorter than its fixed fields
         {0x48, "01 09 426179 02 4861", nullptr},  // provider's length too large
         {0x48, "01 03 426179 09 4861", nullptr},  // service's length too large
-        {0x48, "01 01 42 01 61 00", nullptr},     // a byte behind the names
         {0x48, "01 00 02 0561", nullptr},         // another character coding
+        {0x48, "01 01 42 01 61 00", nullptr},     // a byte behind the names
         {0x48, "01 00 02 1561", nullptr},         // a selector that ASCII does not need
         {0x48, "01 00 02 15c3", nullptr},         // no UTF-8 behind its selector
         {0x48, "01 00 02 61e9", nullptr},         // default table, not ASCII
