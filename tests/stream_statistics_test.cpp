@@ -121,6 +121,13 @@ TEST_P(RepetitionLimits, AreKeptUpToTheNanosecond) {
     EXPECT_THAT(failing(section.pid, 3 * longest + 1), ElementsAre("repetition"));
 }
 
+TEST_P(RepetitionLimits, CountTheWaitForTheFirstSection) {
+    const auto& [section, longest] = GetParam();
+    send(0, section.pid == kPat.pid ? kCat : kPat);
+    send(longest + 1, section);
+    EXPECT_THAT(failing(section.pid, longest + 1), ElementsAre("repetition"));
+}
+
 INSTANTIATE_TEST_SUITE_P(Dvb, RepetitionLimits,
                          testing::Values(std::pair{kPat, 500 * kNsPerMs},
                                          std::pair{kPmt, 500 * kNsPerMs},
