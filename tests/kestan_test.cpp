@@ -189,6 +189,15 @@ TEST(Play, CarriesEveryFieldOfEveryTableUntilItIsReplacedOrCleared) {
     EXPECT_TRUE(
         daemon.program().wait_for_error("New PMT sid=8001 pid=1ffe version=0\n", 1s));
     EXPECT_EQ(client.NewPMT(pmt, 0x2000), -1);
+    const PMT second = random.pmt(2, 100);  // of one packet
+    EXPECT_EQ(client.NewPMT(second, kPmtPid), second.version_number);
+    EXPECT_EQ(client.NewPMT(second, 0x30), second.version_number);  // stays where it is
+    play();
+    EXPECT_EQ(wire.pids().count(0x30), 0u);
+    EXPECT_EQ(wire.pids().at(kPmtPid).sections.size(), 2u);
+    // In 1.5 s each whole every 200 ms, six packets and one.
+    EXPECT_NEAR(static_cast<double>(wire.pids().at(kPmtPid).packets), 7.5 * 7, 7);
+    client.StopPMT(2, kPmtPid);
     client.ClearCAT();
     client.StopPMT(static_cast<std::int16_t>(0x8001), 0x1234);  // on another PID
     const Multiplex without = play();
