@@ -19,9 +19,14 @@ namespace {
 
 TEST(HostClock, CodesTheTimeAsAReceiverDecodesIt) {
     EXPECT_EQ(IsSystemTimeSet(), 0);
-    const std::time_t before = std::time(nullptr);
+    const auto now = [] {
+        timespec time{};  // std::time is behind by up to a tick
+        clock_gettime(CLOCK_REALTIME, &time);
+        return time.tv_sec;
+    };
+    const std::time_t before = now();
     const std::int64_t utc = GetUTCTime();
-    const std::time_t after = std::time(nullptr);
+    const std::time_t after = now();
     const auto bcd = [&](int shift) {
         const auto digits = utc >> shift & 0xFF;
         return digits / 16 * 10 + digits % 16;

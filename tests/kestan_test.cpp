@@ -146,8 +146,7 @@ TEST(StartUp, EndsWithStatus1WhenTheControlPortIsTaken) {
     taken.listen();
     Daemon daemon;
     EXPECT_EQ(daemon.program().wait(5s), 1);
-    EXPECT_THAT(daemon.program().error(),
-                HasSubstr(" ERROR MuxSrv: Mux server EXCEPTION: "));
+    EXPECT_THAT(daemon.program().error(), HasSubstr(": Mux server EXCEPTION: "));
 }
 
 TEST(Play, CarriesEveryFieldOfEveryTableUntilItIsReplacedOrCleared) {
