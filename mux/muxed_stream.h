@@ -3,6 +3,7 @@
 
 #include <boost/intrusive/list_hook.hpp>
 #include <cstdint>
+#include <cstring>
 
 #include "mux/ts_packet.h"
 
@@ -31,17 +32,20 @@ public:
 protected:
     explicit muxed_stream(std::uint16_t stream_pid) : pid(stream_pid) {}
 
-    // Renumbers the packet that is about to be handed out, so that the counter runs on
-    // across cyclic replay and new versions of a table (ISO/IEC 13818-1, 2.4.3.3). The
-    // very first packet keeps its own counter. Every next_packet calls it last.
-    void stamp_continuity(std::uint8_t* packet) noexcept {
+    // Copies a packet to `dst` and renumbers it, so that the counter runs on across
+    // cyclic replay and new versions of a table (ISO/IEC 13818-1, 2.4.3.3). The very
+    // first packet keeps its own counter.
+    void hand_out(const void* stored_packet, std::uint8_t* dst) noexcept {
+        const auto* const packet = static_cast<const std::uint8_t*>(stored_packet);
+        const std::uint8_t header = packet[3];
+        std::memcpy(dst, packet, kTsPacketSize);
         if (cc == CC_NONE) {
-            cc = packet[3] & kContinuityMask;
+            cc = header & kContinuityMask;
             return;
         }
-        if ((packet[3] & kHasPayload) == 0) return;
+        if ((header & kHasPayload) == 0) return;
         cc = static_cast<std::uint8_t>(cc + 1) & kContinuityMask;
-        packet[3] = static_cast<std::uint8_t>((packet[3] & ~kContinuityMask) | cc);
+        dst[3] = static_cast<std::uint8_t>((header & ~kContinuityMask) | cc);
     }
 
 private:

@@ -1,18 +1,15 @@
 #include "tables/simple_table.h"
 
-#include <cstring>
-
 #include "mux/slot_time.h"
 
 bool SimpleTable::next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) {
     const std::lock_guard lock(mutex);
     if (packets.empty()) return false;
     if (slot_time_ns < next_time_ns) return false;
-    std::memcpy(dst, packets.data() + index, kTsPacketSize);
+    hand_out(packets.data() + index, dst);
     index += kTsPacketSize;
     if (index >= packets.size()) index = 0;
     next_time_ns += spacing_ns;
-    stamp_continuity(dst);
     return true;
 }
 

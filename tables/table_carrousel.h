@@ -23,7 +23,6 @@ struct SubTable : boost::intrusive::list_base_hook<> {
     std::uint32_t bitrate = 0;      // bit/s that the table needs; 0 when it has no period
     std::uint32_t period_ms;        // repetition period
     std::int64_t eligible_time_ns;  // slot time from which the table may be started again
-    boost::intrusive::list_member_hook<> waiting_hook;
 };
 
 // Plays several tables on one PID: the PMTs of the services that share a PMT PID.
@@ -56,28 +55,28 @@ public:
     void update_subtable(SubTable* sub, std::string& new_packets);
 
 private:
-    // Moves the turn from the head to the first sub-table after it that is eligible, or
+    using SubTables =
+        boost::intrusive::list<SubTable, boost::intrusive::size_type<std::uint32_t>>;
+
+    // Passes the turn from the head to the first sub-table after it that is eligible, or
     // to the one after it when none is.
     void move_on(std::int64_t slot_time_ns);
 
-    // Lets a sub-table that has been sent whole wait for its eligible time.
-    void await_eligible_time(SubTable& sub);
-
     void move_head_to_tail();
+    void note_tail(const SubTable& sub);
+    void wrap_head();
     void update_interval();
 
-    // Its head is the sub-table being sent.
-    boost::intrusive::list<SubTable, boost::intrusive::size_type<std::uint32_t>>
-        sub_tables;
+    // A ring, which begins with the sub-table being sent: `head`, which is end() in an
+    // empty ring alone, and ends before it.
+    SubTables sub_tables;
+    SubTables::iterator head = sub_tables.end();
 
-    // Those that are known not to be eligible yet, by eligible_time_ns. Most of the time
-    // all are, and with one look at the first the turn passes on: without this list,
-    // every packet would cost a search through thousands of sub-tables.
-    boost::intrusive::list<
-        SubTable, boost::intrusive::size_type<std::uint32_t>,
-        boost::intrusive::member_hook<SubTable, boost::intrusive::list_member_hook<>,
-                                      &SubTable::waiting_hook>>
-        waiting;
+    // At least so many at the tail stand in the order of their eligible times, of which
+    // none is later than `tail_eligible_ns`. With one period for all, all stand so after
+    // a round: then the turn passes on without a search through what may be thousands.
+    std::uint32_t in_order = 0;
+    std::int64_t tail_eligible_ns = 0;
     std::uint32_t bitrate_sum = 0;  // of the sub-tables, bit/s
     std::uint64_t interval_ns = 0;  // of one packet at bitrate_sum; 0 without sub-tables
     std::int64_t next_time_ns = 0;  // slot time at which the next packet is due

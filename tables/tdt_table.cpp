@@ -43,11 +43,10 @@ bool TDTTable::next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) {
     }
     const std::int64_t utc = GetUTCTime();
     if (utc < 1) return false;
-    std::copy(packet.begin(), packet.end(), dst);
+    hand_out(packet.data(), dst);
     for (std::size_t i = 0; i < kUtcTimeSize; ++i) {
         const auto shift = 8 * (kUtcTimeSize - 1 - i);
         dst[kUtcTimeOffset + i] = static_cast<std::uint8_t>(utc >> shift & 0xFF);
     }
-    stamp_continuity(dst);
     return true;
 }

@@ -31,9 +31,8 @@ public:
         if (fails) throw std::runtime_error("no mutex");
         if (due_ == 0) return false;
         if (due_ != kForEver) --due_;
-        dst[3] = header;
-        dst[4] = name_;
-        stamp_continuity(dst);
+        std::uint8_t packet[kTsPacketSize] = {0, 0, 0, header, name_};
+        hand_out(packet, dst);
         return true;
     }
 
