@@ -1,0 +1,79 @@
+# To be loaded by tests of whole programs. What a test starts ends with it, and a
+# sanitizer's report on the standard error of that fails it.
+
+bats_require_minimum_version 1.5.0
+PATH=$KESTAN_BIN:$PATH
+declare -gA pid=()
+
+setup() { cd "$BATS_TEST_TMPDIR" || return; }
+
+teardown() {
+    for name in "${!pid[@]}"; do finish "$name" KILL; done 2>/dev/null || true
+    [ "$BATS_TEST_COMPLETED" ] || tail -n 20 ./*.err
+    if grep -sE 'Sanitizer|runtime error:' ./*.err; then return 1; fi
+}
+
+needs_own_network() { [ "$KESTAN_OWN_NETWORK" ] || skip "no network namespace of our own"; }
+
+# start <name> <command>...: as process ${pid[name]}, which writes name.out and name.err.
+start() {
+    "${@:2}" >"$1.out" 2>"$1.err" 3>&- &
+    pid[$1]=$!
+}
+
+# finish <name> [signal]: ends it, with its exit status.
+finish() {
+    local process=${pid[$1]}
+    unset "pid[$1]"
+    kill "-${2:-TERM}" "$process" && wait "$process"
+}
+
+# wait_until <command>...: succeeds, for half a minute at most.
+wait_until() {
+    local end=$((SECONDS + 30))
+    until "$@"; do ((SECONDS < end)) && sleep 0.02 || return 1; done
+}
+
+# says <name> <pattern>: waits until a line of name.err matches.
+says() { wait_until grep -q -- "$2" "$1.err"; }
+
+# listens <name> <port>: waits until that is so of TCP or UDP, in the process's network.
+listens() {
+    wait_until grep -qsE ": \w+:$(printf %04X "$2") \w+:0000 0[A7] " \
+        "/proc/${pid[$1]}/net/"{tcp,tcp6,udp}
+}
+
+# play [option]...: a daemon that plays to this host and serves.
+play() {
+    start kestan "$KESTAN_BIN/kestan" -c -l6 -O 127.0.0.1/5432 "$@"
+    listens kestan 9501
+}
+
+# watch [command that enters a network]...: has $stream measured until finds_nothing or
+# `finish monitor INT`. The report is in monitor.out.
+watch() {
+    start monitor "$@" kestan-monitor "${stream:=127.0.0.1:5432}" --json --check
+    listens monitor "${stream#*:}"
+}
+
+# finds_nothing [seconds]: has been outside the limits, now or so much later.
+finds_nothing() { sleep "${1:-0}"; finish monitor INT || { cat monitor.out && return 1; }; }
+
+# reports <filter>: it holds of the report.
+reports() { jq -e "$1" monitor.out >/dev/null || { cat monitor.out && return 1; }; }
+
+# capture <seconds>: of what comes to port 5432, to capture.ts.
+capture() { timeout "$1" socat -u UDP-RECV:5432 CREATE:capture.ts || [ $? -eq 124 ]; }
+
+# lay_link <interface> <its address> <the peer's>: to a network of its own, which the
+# command "${in_peer[@]}" enters.
+lay_link() {
+    needs_own_network
+    [ "${pid[peer]:-}" ] || start peer unshare -n sleep 300
+    wait_until grep -q sleep "/proc/${pid[peer]}/comm"
+    in_peer=(nsenter -t "${pid[peer]}" -n)
+    ip link add "$1" type veth peer name peer netns "${pid[peer]}"
+    ip addr add "$2" peer "$3" dev "$1" && ip link set "$1" up
+    "${in_peer[@]}" ip addr add "$3" peer "$2" dev peer
+    "${in_peer[@]}" ip link set peer up
+}

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# run_bats.sh <directory of the programs> <file.bats>: runs tests of whole programs in a
+# network of their own: their ports collide with nothing, and nothing leaves this machine.
+set -euo pipefail
+
+export KESTAN_BIN=$1 KESTAN_OWN_NETWORK=yes
+readonly bats=(bats --timing --print-output-on-failure "$2")
+
+for spaces in -n -rn; do
+    if unshare "$spaces" true 2>/dev/null; then
+        exec unshare "$spaces" sh -c 'ip link set lo up && exec "$@"' sh "${bats[@]}"
+    fi
+done
+echo "no network namespace of our own: using the ports of this machine" >&2
+export KESTAN_OWN_NETWORK=
+exec flock -o /tmp/kestan-test-ports "${bats[@]}"
