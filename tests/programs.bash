@@ -1,9 +1,12 @@
 # To be loaded by tests of whole programs. What a test starts ends with it, and a
 # sanitizer's report on the standard error of that fails it.
+# shellcheck disable=SC2119,SC2120  # options may be left out
 
 bats_require_minimum_version 1.5.0
 PATH=$KESTAN_BIN:$PATH
 declare -gA pid=()
+daemon=(kestan)
+small=$BATS_TEST_DIRNAME/../examples/small.json
 
 setup() { cd "$BATS_TEST_TMPDIR" || return; }
 
@@ -45,9 +48,11 @@ listens() {
 
 # play [option]...: a daemon that plays to this host and serves.
 play() {
-    start kestan "$KESTAN_BIN/kestan" -c -l6 -O 127.0.0.1/5432 "$@"
+    start kestan "${daemon[@]}" -c -l6 -O 127.0.0.1/5432 "$@"
     listens kestan 9501
 }
+
+play_small() { play "$@" && kestan-control push "$small"; }
 
 # watch [command that enters a network]...: has $stream measured until finds_nothing or
 # `finish monitor INT`. The report is in monitor.out.
@@ -56,11 +61,22 @@ watch() {
     listens monitor "${stream#*:}"
 }
 
-# finds_nothing [seconds]: has been outside the limits, now or so much later.
-finds_nothing() { sleep "${1:-0}"; finish monitor INT || { cat monitor.out && return 1; }; }
+# finds_nothing [seconds]: is outside the limits in a watch, the one begun or another, that
+# goes on for so long.
+finds_nothing() {
+    [ "${pid[monitor]:-}" ] || watch
+    sleep "${1:-0}"
+    finish monitor INT || reports false
+}
 
 # reports <filter>: it holds of the report.
-reports() { jq -e "$1" monitor.out >/dev/null || { cat monitor.out && return 1; }; }
+reports() {
+    jq -e "$1" monitor.out >verdict && return
+    jq -c '.pids[], .outside_limits' monitor.out && false
+}
+
+# figure <text> <filter>: shows what the report says.
+figure() { echo "# $1: $(jq "$2" monitor.out)" >&3; }
 
 # capture <seconds>: of what comes to port 5432, to capture.ts.
 capture() { timeout "$1" socat -u UDP-RECV:5432 CREATE:capture.ts || [ $? -eq 124 ]; }
@@ -73,7 +89,8 @@ lay_link() {
     wait_until grep -q sleep "/proc/${pid[peer]}/comm"
     in_peer=(nsenter -t "${pid[peer]}" -n)
     ip link add "$1" type veth peer name peer netns "${pid[peer]}"
-    ip addr add "$2" peer "$3" dev "$1" && ip link set "$1" up
     "${in_peer[@]}" ip addr add "$3" peer "$2" dev peer
     "${in_peer[@]}" ip link set peer up
+    ip addr add "$2" peer "$3" dev "$1"
+    ip link set "$1" up
 }
