@@ -35,7 +35,7 @@ void repair(std::array<std::uint8_t, kTsPacketSize>& packet) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    TsFile file(memory_file(data, size));
+    TsFile file(memory_file({reinterpret_cast<const char*>(data), size}));
     TableCollector collector;
     std::array<std::uint8_t, kTsPacketSize> packet{};
     while (const std::uint8_t* const next = file.next()) {
