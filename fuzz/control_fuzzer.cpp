@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fake_framework::clock = {};
     Playout playout(kBitrateKbps);
     Wire wire;
-    playout.on_datagram = [&](const Datagram& datagram) { wire.push(datagram.bytes); };
+    playout.on_datagram = [&](const Datagram& datagram) { wire.push(datagram); };
     const auto service = std::make_shared<Accountant>(wire);
     orvel::thrift::ci_module::cm_MuxControlSrvProcessor processor(
         std::make_shared<OffFixedPids>(service));

@@ -28,19 +28,6 @@ using testing::IsEmpty;
 
 int locks_until_failure = std::numeric_limits<int>::max();
 
-std::int16_t bits(int value) {
-    return static_cast<std::int16_t>(static_cast<std::uint16_t>(value));
-}
-
-std::vector<int> pids_in(const Datagram& datagram) {
-    std::vector<int> pids;
-    for (std::size_t at = 0; at < datagram.bytes.size(); at += kTsPacketSize) {
-        pids.push_back((datagram.bytes[at + 1] & 0x1F) << 8 |
-                       static_cast<std::uint8_t>(datagram.bytes[at + 2]));
-    }
-    return pids;
-}
-
 class MuxControlHandler : public testing::Test {
 protected:
     void SetUp() override {
@@ -60,7 +47,7 @@ TEST_F(MuxControlHandler, RegistersItsStreamsInTheOrderOfPolling) {
     handler_->NewPMT(random_.pmt(1, 50), 0x20);
     handler_->NewPAT(random_.pat(1));
     EXPECT_EQ(the_muxer->streams.size(), 5u);
-    EXPECT_THAT(pids_in(playout_.run_for(kNsPerMs).at(0)),
+    EXPECT_THAT(playout_.run_for(kNsPerMs).at(0).pids(),
                 ElementsAre(0x00, 0x01, 0x14, 0x11, 0x20));
     handler_.reset();
     EXPECT_EQ(the_muxer->streams.size(), 0u);
@@ -95,14 +82,15 @@ TEST_F(MuxControlHandler, LogsWhatItPlaysAndNothingElse) {
                                 "6 New SDTact tsid=8002 onid=ffff " + version,
                                 "6 New PMT sid=8001 pid=1fff " + version));
     }
-    for (const int pid : {0x2000, 0x7FFF, 0x8000, 0xFFFF}) {
-        EXPECT_EQ(handler_->NewPMT(pmt, bits(pid)), -1);
+    for (const std::int16_t pid :
+         std::vector<std::int16_t>{0x2000, 0x7FFF, -0x8000, -1}) {
+        EXPECT_EQ(handler_->NewPMT(pmt, pid), -1);
     }
-    random_.spoil(pat);
+    pat.version_number = 256;
     EXPECT_EQ(handler_->NewPAT(pat), -1);
     EXPECT_THAT(take_log(), IsEmpty());
 
-    handler_->StopPMT(bits(0x8001), bits(0xFFFF));
+    handler_->StopPMT(-0x7FFF, -1);
     handler_->ClearCAT();
     handler_->ClearAllTables();
     handler_->newScramblingConfig({});

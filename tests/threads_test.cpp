@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <thread>
 
 #include "control/mux_control_handler.h"
@@ -17,15 +18,13 @@ namespace {
 struct EndOfRun {};
 
 std::atomic<bool> ended{false};
-// Of the playing thread, until it has been joined.
-std::size_t packets_sent = 0;  // that begin with a sync byte
-std::size_t bytes_sent = 0;
+std::size_t bytes_sent = 0;  // the playing thread's, until it has been joined
 
 int send(const std::uint8_t* data, std::uint32_t length) {
     if (ended) throw EndOfRun();
     bytes_sent += length;
     for (std::size_t at = 0; at < length; at += kTsPacketSize) {
-        packets_sent += data[at] == kSyncByte ? 1 : 0;
+        if (data[at] != kSyncByte) std::abort();
     }
     return 0;
 }
@@ -48,25 +47,19 @@ TEST(Threads, UpdateAndPlayAtOnce) {
     while (std::chrono::steady_clock::now() < end) {
         const auto service = static_cast<std::int16_t>(random.below(6));
         const auto pid = static_cast<std::int16_t>(0x20 + random.below(3));
-        switch (random.below(16)) {
+        switch (random.below(6)) {
             case 0:
                 handler.NewPAT(random.pat(1 + random.below(200)));
+                handler.NewSDTActual(random.sdt(random.below(20), 50));
                 break;
             case 1:
                 handler.NewCAT(random.cat(random.below(2000)));
-                break;
-            case 2:
-                handler.NewSDTActual(random.sdt(random.below(20), 50));
-                break;
-            case 3:
                 handler.ClearCAT();
                 break;
-            case 4:
+            case 2:
                 handler.ClearAllTables();
                 break;
-            case 5:
-            case 6:
-            case 7:
+            case 3:
                 handler.StopPMT(service, pid);
                 break;
             default:
@@ -78,9 +71,8 @@ TEST(Threads, UpdateAndPlayAtOnce) {
     player.join();
 
     EXPECT_GT(updates, 1000);
-    EXPECT_GT(packets_sent, 1000u);
-    EXPECT_EQ(bytes_sent, packets_sent * kTsPacketSize);
-    EXPECT_LE(static_cast<double>(packets_sent), 3.2 * 100e6 / kTsPacketBits);
+    EXPECT_GT(bytes_sent, 1000 * kTsPacketSize);
+    EXPECT_LE(8 * bytes_sent, 320000000u);
 }
 
 }  // namespace

@@ -22,30 +22,26 @@ void expect_seen(const std::optional<Table>& seen, const std::optional<Table>& p
 
 }  // namespace
 
-Accountant::Accountant(Wire& wire) : wire_(wire) {
-    handler_.emplace();
-}
-
-template <typename Table>
-std::int32_t Accountant::keep(std::int32_t result, const Table& table,
-                              std::optional<Table>& kept, std::uint16_t pid) {
+template <typename Table, typename Kept>
+std::int32_t Accountant::keep(std::int32_t result, Table table, Kept& kept,
+                              std::uint16_t pid) {
     if (result < 0) return result;
-    kept = table;
-    kept->version_number = result;
+    table.version_number = result;
+    kept = std::move(table);
     wire_.allow_break(pid);
     return result;
 }
 
 std::int32_t Accountant::NewPAT(const PAT& pat) {
-    return keep(handler_->NewPAT(pat), pat, pat_, kPatPid);
+    return keep(handler_->NewPAT(pat), pat, played_.pat, kPatPid);
 }
 
 std::int32_t Accountant::NewCAT(const CAT& cat) {
-    return keep(handler_->NewCAT(cat), cat, cat_, kCatPid);
+    return keep(handler_->NewCAT(cat), cat, played_.cat, kCatPid);
 }
 
 std::int32_t Accountant::NewSDTActual(const SDT& sdt) {
-    return keep(handler_->NewSDTActual(sdt), sdt, sdt_, kSdtPid);
+    return keep(handler_->NewSDTActual(sdt), sdt, played_.sdt, kSdtPid);
 }
 
 std::int32_t Accountant::NewPMT(const PMT& pmt, std::int16_t pid_bits) {
@@ -53,8 +49,8 @@ std::int32_t Accountant::NewPMT(const PMT& pmt, std::int16_t pid_bits) {
     if (result < 0) return result;
     const auto pid = static_cast<std::uint16_t>(pid_bits);
     const auto service = static_cast<std::uint16_t>(pmt.program_number);
-    if (pids_.emplace(service, pid).first->second != pid) return result;
-    return keep(result, pmt, pmts_[service], pid);
+    PmtOnPid& played = pmts_.try_emplace(service, PmtOnPid{pid, {}}).first->second;
+    return played.pid == pid ? keep(result, pmt, played.pmt, pid) : result;
 }
 
 void Accountant::StopPMT(std::int16_t service_id, std::int16_t pid) {
@@ -64,22 +60,13 @@ void Accountant::StopPMT(std::int16_t service_id, std::int16_t pid) {
 
 void Accountant::ClearCAT() {
     handler_->ClearCAT();
-    cat_.reset();
+    played_.cat.reset();
     wire_.allow_break(kCatPid);
 }
 
 void Accountant::ClearAllTables() {
     handler_->ClearAllTables();
     forget_everything();
-}
-
-void Accountant::newScramblingConfig(
-    const orvel::thrift::ci_module::ScramblingConfig& config) {
-    handler_->newScramblingConfig(config);
-}
-
-void Accountant::EMM(const orvel::thrift::ci_module::EMMData& emm) {
-    handler_->EMM(emm);
 }
 
 void Accountant::restart() {
@@ -92,46 +79,47 @@ void Accountant::restart() {
 }
 
 void Accountant::forget_everything() {
-    pat_.reset();
-    cat_.reset();
-    sdt_.reset();
+    played_ = {};
     for (const auto pid : {kPatPid, kCatPid, kSdtPid}) wire_.allow_break(pid);
-    while (!pids_.empty()) forget_pmt(pids_.begin()->first);
+    while (!pmts_.empty()) forget_pmt(pmts_.begin()->first);
 }
 
 void Accountant::forget_pmt(std::uint16_t service) {
-    const auto known = pids_.find(service);
-    if (known == pids_.end()) return;
-    const std::uint16_t pid = known->second;
-    pids_.erase(known);
-    pmts_.erase(service);
+    const auto known = pmts_.find(service);
+    if (known == pmts_.end()) return;
+    const std::uint16_t pid = known->second.pid;
+    pmts_.erase(known);
     wire_.allow_break(pid);
-    const auto is_on_pid = [pid](const auto& other) { return other.second == pid; };
-    if (std::none_of(pids_.begin(), pids_.end(), is_on_pid)) wire_.expect_new_stream(pid);
+    const auto is_on_pid = [pid](const auto& other) { return other.second.pid == pid; };
+    if (std::none_of(pmts_.begin(), pmts_.end(), is_on_pid)) wire_.expect_new_stream(pid);
 }
 
 void Accountant::check() const {
-    const Multiplex seen = wire_.tables(pids_);
-    // The receiver does not decode a PAT without programs.
-    if (!pat_ || !pat_->programs.empty()) expect_seen(seen.pat, pat_);
-    expect_seen(seen.cat, cat_);
-    expect_seen(seen.sdt, sdt_);
+    std::map<std::uint16_t, std::uint16_t> pids;
     std::map<std::uint16_t, std::size_t> services_on;
-    for (const auto& [service, pid] : pids_) {
-        ++services_on[pid];
-        const auto is_it = [number = service](const PmtOnPid& on_pid) {
-            return on_pid.pmt.program_number == number;
-        };
-        const auto found = std::find_if(seen.pmts.begin(), seen.pmts.end(), is_it);
-        // Program 0 is the network's: the receiver looks for no PMT of it.
-        if (service == 0) continue;
-        expect_seen(found == seen.pmts.end() ? std::nullopt : std::optional(found->pmt),
-                    pmts_.at(service));
+    for (const auto& [service, played] : pmts_) {
+        pids[service] = played.pid;
+        ++services_on[played.pid];
+    }
+    const Multiplex seen = wire_.tables(pids);
+    // The receiver does not decode a PAT without programs.
+    if (!played_.pat || !played_.pat->programs.empty())
+        expect_seen(seen.pat, played_.pat);
+    expect_seen(seen.cat, played_.cat);
+    expect_seen(seen.sdt, played_.sdt);
+    for (const auto& [service, played] : pmts_) {
+        if (service == 0) continue;  // the network's: the receiver looks for no PMT of it
+        std::optional<PMT> found;
+        for (const PmtOnPid& on_pid : seen.pmts) {
+            if (on_pid.pmt.program_number == service) found = on_pid.pmt;
+        }
+        expect_seen(found, std::optional(played.pmt));
     }
     for (const auto& [pid, count] : services_on) {
         EXPECT_EQ(wire_.pids().at(pid).sections.size(), count) << pid;
     }
-    const std::size_t fixed = 1 + pat_.has_value() + cat_.has_value() + sdt_.has_value();
+    const std::size_t fixed =
+        1 + played_.pat.has_value() + played_.cat.has_value() + played_.sdt.has_value();
     EXPECT_EQ(wire_.pids().size(), fixed + services_on.size());
     EXPECT_EQ(the_muxer->streams.size(), kFixedStreams + services_on.size());
 }

@@ -12,9 +12,9 @@
 // what must be on the wire after it, going by the handler's results: a table that was
 // accepted replaces the one before it, and a service stays on its PID until it is
 // stopped. Tells the wire which breaks a receiver has to expect.
-class Accountant final : public orvel::thrift::ci_module::cm_MuxControlSrvIf {
+class Accountant final : public orvel::thrift::ci_module::cm_MuxControlSrvNull {
 public:
-    explicit Accountant(Wire& wire);
+    explicit Accountant(Wire& wire) : wire_(wire), handler_(std::in_place) {}
 
     std::int32_t NewPAT(const orvel::thrift::dvb_tables::PAT& pat) override;
     std::int32_t NewCAT(const orvel::thrift::dvb_tables::CAT& cat) override;
@@ -24,9 +24,6 @@ public:
     void StopPMT(std::int16_t service_id, std::int16_t pid) override;
     void ClearCAT() override;
     void ClearAllTables() override;
-    void newScramblingConfig(
-        const orvel::thrift::ci_module::ScramblingConfig& config) override;
-    void EMM(const orvel::thrift::ci_module::EMMData& emm) override;
 
     // Destroys the handler and makes a new one.
     void restart();
@@ -36,19 +33,15 @@ public:
     void check() const;
 
 private:
-    template <typename Table>
-    std::int32_t keep(std::int32_t result, const Table& table, std::optional<Table>& kept,
-                      std::uint16_t pid);
+    template <typename Table, typename Kept>
+    std::int32_t keep(std::int32_t result, Table table, Kept& kept, std::uint16_t pid);
     void forget_pmt(std::uint16_t service);
     void forget_everything();
 
     Wire& wire_;
     std::optional<cm_MuxControlSrvHandler> handler_;
-    std::optional<orvel::thrift::dvb_tables::PAT> pat_;
-    std::optional<orvel::thrift::dvb_tables::CAT> cat_;
-    std::optional<orvel::thrift::dvb_tables::SDT> sdt_;
-    std::map<std::uint16_t, std::uint16_t> pids_;  // by service
-    std::map<std::uint16_t, std::optional<orvel::thrift::dvb_tables::PMT>> pmts_;
+    Multiplex played_;                        // but for the PMTs, which are
+    std::map<std::uint16_t, PmtOnPid> pmts_;  // by service
 };
 
 #endif

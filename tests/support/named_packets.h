@@ -37,12 +37,4 @@ inline std::string next_name(muxed_stream& stream, std::int64_t slot_time_ns,
     return text.substr(0, text.find(' '));
 }
 
-// The slot time, from `from` on, at which `stream` hands out its next packet; it is found
-// by asking at every nanosecond from `guess` - 2 on.
-inline std::int64_t next_due(muxed_stream& stream, std::int64_t guess) {
-    std::int64_t slot = guess - 2;
-    while (next_name(stream, slot) == "-" && slot < guess + 2) ++slot;
-    return slot;
-}
-
 #endif

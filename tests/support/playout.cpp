@@ -31,6 +31,14 @@ std::size_t Datagram::packets() const {
     return bytes.size() / kTsPacketSize;
 }
 
+std::vector<std::uint16_t> Datagram::pids() const {
+    std::vector<std::uint16_t> pids;
+    for (std::size_t at = 0; at < bytes.size(); at += kTsPacketSize) {
+        pids.push_back(pid_of(reinterpret_cast<const std::uint8_t*>(&bytes[at])));
+    }
+    return pids;
+}
+
 Playout::Playout(std::uint32_t bitrate_kbps) {
     muxer_create(bitrate_kbps, send);
     current = this;

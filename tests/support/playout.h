@@ -12,6 +12,7 @@ struct Datagram {
     std::string bytes;
 
     [[nodiscard]] std::size_t packets() const;
+    [[nodiscard]] std::vector<std::uint16_t> pids() const;  // of the packets
 };
 
 // The process's muxer and its pacing loop on the simulated clock. One at a time.

@@ -1,7 +1,6 @@
 #include "tests/support/random_tables.h"
 
 #include <algorithm>
-#include <limits>
 #include <string>
 
 using namespace orvel::thrift::dvb_tables;
@@ -15,30 +14,10 @@ constexpr std::int32_t kMax16 = 0xFFFF;
 }  // namespace
 
 std::int32_t RandomTables::up_to(std::int32_t highest) {
-    switch (below(8)) {
-        case 0:
-            return 0;
-        case 1:
-            return highest;
-        case 2:
-            return highest / 2 + 1;  // the topmost bit alone
-        default:
-            return static_cast<std::int32_t>(
-                below(static_cast<std::size_t>(highest) + 1));
-    }
-}
-
-void RandomTables::spoil_one(std::initializer_list<Field> fields,
-                             std::vector<Descriptor>* descriptors) {
-    using limits = std::numeric_limits<std::int32_t>;
-    const std::size_t choice = below(fields.size() + (descriptors != nullptr ? 1 : 0));
-    if (choice == fields.size()) {
-        descriptors->emplace_back().data.resize(256 + below(1000));
-        return;
-    }
-    const Field& field = *(fields.begin() + choice);
-    const std::int32_t beyond[] = {-1, limits::min(), field.highest + 1, limits::max()};
-    *field.value = beyond[below(std::size(beyond))];
+    const std::int32_t limits[] = {0, highest, highest / 2 + 1};  // the topmost bit alone
+    const std::size_t choice = below(8);
+    if (choice < std::size(limits)) return limits[choice];
+    return static_cast<std::int32_t>(below(static_cast<std::size_t>(highest) + 1));
 }
 
 std::vector<Descriptor> RandomTables::descriptors(std::size_t bytes) {
@@ -60,8 +39,8 @@ PAT RandomTables::pat(std::size_t programs) {
     PAT pat;
     pat.transport_stream_id = up_to(kMax16);
     pat.version_number = up_to(31);
-    for (std::size_t i = 0; i < programs; ++i) {
-        PATProgram& program = pat.programs.emplace_back();
+    pat.programs.resize(programs);
+    for (PATProgram& program : pat.programs) {
         program.program_number = up_to(kMax16);
         program.pid = std::max(1, up_to(kMaxPid));
     }
@@ -80,8 +59,8 @@ SDT RandomTables::sdt(std::size_t services, std::size_t descriptor_bytes) {
     sdt.transport_stream_id = up_to(kMax16);
     sdt.original_network_id = up_to(kMax16);
     sdt.version_number = up_to(31);
-    for (std::size_t i = 0; i < services; ++i) {
-        SDTService& service = sdt.services.emplace_back();
+    sdt.services.resize(services);
+    for (SDTService& service : sdt.services) {
         service.service_id = up_to(kMax16);
         service.eit_schedule_flag = below(2) == 0;
         service.eit_present_following_flag = below(2) == 0;
@@ -110,51 +89,4 @@ PMT RandomTables::pmt(std::int32_t program_number, std::size_t bytes) {
         bytes -= stream_header + stream_bytes;
     }
     return pmt;
-}
-
-void RandomTables::spoil(PAT& pat) {
-    PATProgram& program = pat.programs.emplace_back();
-    program.pid = 1;
-    if (below(4) == 0) {
-        program.pid = 0;
-        return;
-    }
-    spoil_one({{&pat.transport_stream_id, kMax16},
-               {&pat.version_number, kMax8},
-               {&program.program_number, kMax16},
-               {&program.pid, kMaxPid}},
-              nullptr);
-}
-
-void RandomTables::spoil(CAT& cat) {
-    Descriptor& descriptor = cat.descriptors.emplace_back();
-    spoil_one({{&cat.version_number, kMax8}, {&descriptor.tag, kMax8}}, &cat.descriptors);
-}
-
-void RandomTables::spoil(SDT& sdt) {
-    SDTService& service = sdt.services.emplace_back();
-    if (below(6) == 0) {
-        service.descriptors = descriptors(1005 + 2 * below(500));
-        return;
-    }
-    spoil_one({{&sdt.transport_stream_id, kMax16},
-               {&sdt.original_network_id, kMax16},
-               {&sdt.version_number, kMax8},
-               {&service.service_id, kMax16},
-               {&service.running_status, 7}},
-              &service.descriptors);
-}
-
-void RandomTables::spoil(PMT& pmt) {
-    PMTStream& stream = pmt.streams.emplace_back();
-    if (below(6) == 0) {
-        pmt.descriptors = descriptors(1009 + 2 * below(500));
-        return;
-    }
-    spoil_one({{&pmt.program_number, kMax16},
-               {&pmt.version_number, kMax8},
-               {&pmt.pcr_pid, kMaxPid},
-               {&stream.stream_type, kMax8},
-               {&stream.elementary_pid, kMaxPid}},
-              &stream.descriptors);
 }

@@ -2,7 +2,6 @@
 #define KESTAN_TESTS_SUPPORT_RANDOM_TABLES_H
 
 #include <cstdint>
-#include <initializer_list>
 #include <random>
 #include <vector>
 
@@ -28,23 +27,8 @@ public:
     // which there is no descriptor, is left out.
     std::vector<orvel::thrift::dvb_tables::Descriptor> descriptors(std::size_t bytes);
 
-    // Puts one value out of its range, or makes one entry too large.
-    void spoil(orvel::thrift::dvb_tables::PAT& pat);
-    void spoil(orvel::thrift::dvb_tables::CAT& cat);
-    void spoil(orvel::thrift::dvb_tables::SDT& sdt);
-    void spoil(orvel::thrift::dvb_tables::PMT& pmt);
-
 private:
     std::int32_t up_to(std::int32_t highest);
-
-    // A number and the highest that it may be.
-    struct Field {
-        std::int32_t* value;
-        std::int32_t highest;
-    };
-    // Puts one of the fields out of its range, or a too long descriptor into the list.
-    void spoil_one(std::initializer_list<Field> fields,
-                   std::vector<orvel::thrift::dvb_tables::Descriptor>* descriptors);
 
     std::mt19937 random_;
 };

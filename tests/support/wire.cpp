@@ -2,38 +2,25 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "framework/psi_si.h"
 #include "framework/section_limits.h"
-#include "tables/section_packetizer.h"
-#include "tools/table_collector.h"
+#include "mux/muxer.h"
+#include "tests/support/packets_of.h"
 
-namespace {
+using namespace orvel::thrift::dvb_tables;
 
-std::string bytes_of(const dvbpsi_psi_section_t& section) {
-    const std::size_t crc = section.b_syntax_indicator ? kCrc32Size : 0;
-    return {section.p_data, section.p_payload_end + crc};
-}
-
-std::string announce(const std::map<std::uint16_t, std::uint16_t>& pid_of_program) {
-    const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
-    const PatPtr pat(dvbpsi_pat_new(0, 0, true));
-    for (const auto& [program, pid] : pid_of_program) {
-        dvbpsi_pat_program_add(pat.get(), program, pid);
-    }
-    const SectionsPtr sections(
-        dvbpsi_pat_sections_generate(handle.get(), pat.get(), 100));
-    return packetize_sections(sections.get(), kPatPid);
-}
-
-}  // namespace
-
-void Wire::push(const std::string& datagram) {
-    ASSERT_EQ(datagram.size() % kTsPacketSize, 0u);
-    ASSERT_GE(datagram.size(), kTsPacketSize);
-    ASSERT_LE(datagram.size(), 7 * kTsPacketSize);
-    packets_ += datagram;
-    for (std::size_t at = 0; at < datagram.size(); at += kTsPacketSize) {
-        push_packet(reinterpret_cast<const std::uint8_t*>(&datagram[at]));
+void Wire::push(const Datagram& datagram) {
+    ASSERT_EQ(datagram.bytes.size(), datagram.packets() * kTsPacketSize);
+    ASSERT_GE(datagram.packets(), 1u);
+    ASSERT_LE(datagram.packets(), 7u);
+    ASSERT_GE(datagram.time_ns, free_ns_);
+    now_ns_ = datagram.time_ns;
+    free_ns_ = now_ns_ + static_cast<std::int64_t>(datagram.packets() *
+                                                   the_muxer->packet_interval_ns);
+    for (std::size_t at = 0; at < datagram.bytes.size(); at += kTsPacketSize) {
+        push_packet(reinterpret_cast<const std::uint8_t*>(&datagram.bytes[at]));
     }
 }
 
@@ -42,13 +29,13 @@ void Wire::push_packet(const std::uint8_t* packet) {
     ASSERT_EQ(packet[0], kSyncByte);
     ASSERT_EQ(packet[1] & 0xA0, 0);
     ASSERT_EQ(packet[3] & 0xF0, kHasPayload);
-    Pid& seen = pids_[pid];
-    ++seen.packets;
+    ++pids_[pid].packets;
+    if ((packet[1] & kPayloadUnitStart) != 0) under_way_[pid].clear();
+    under_way_[pid].append(packet, packet + kTsPacketSize);
     std::unique_ptr<SectionCollector>& receiver = receivers_[pid];
     if (!receiver) {
-        receiver = std::make_unique<SectionCollector>([this, pid](const auto& section) {
-            pids_[pid].sections.insert(bytes_of(section));
-        });
+        receiver = std::make_unique<SectionCollector>(
+            [this, pid](const auto& section) { note(pid, section); });
     }
     const std::uint64_t torn = receiver->torn_sections();
     receiver->push(packet);
@@ -58,31 +45,39 @@ void Wire::push_packet(const std::uint8_t* packet) {
     ASSERT_EQ(receiver->crc_errors(), 0u) << "PID " << pid;
 }
 
+void Wire::note(std::uint16_t pid, const dvbpsi_psi_section_t& section) {
+    Pid& seen = pids_[pid];
+    const std::size_t crc = section.b_syntax_indicator ? kCrc32Size : 0;
+    const auto [last, is_new] =
+        seen.sections.try_emplace({section.p_data, section.p_payload_end + crc}, now_ns_);
+    if (is_new) {
+        seen.tables += under_way_[pid];
+        return;
+    }
+    const std::int64_t interval_ns = now_ns_ - std::exchange(last->second, now_ns_);
+    seen.shortest_ns = std::min(seen.shortest_ns, interval_ns);
+    seen.longest_ns = std::max(seen.longest_ns, interval_ns);
+}
+
 Multiplex Wire::tables(
     const std::map<std::uint16_t, std::uint16_t>& pid_of_program) const {
-    TableCollector others;
-    TableCollector pmts;
-    const auto push_all = [](TableCollector& collector, const std::string& packets,
-                             bool with_pat) {
-        for (std::size_t at = 0; at < packets.size(); at += kTsPacketSize) {
-            const auto* const packet =
-                reinterpret_cast<const std::uint8_t*>(&packets[at]);
-            if (with_pat || pid_of(packet) != kPatPid) collector.push(packet);
+    PAT announcing;
+    for (const auto& [program, pid] : pid_of_program) {
+        PATProgram& announced = announcing.programs.emplace_back();
+        announced.program_number = program;
+        announced.pid = pid;
+    }
+    std::string pat;
+    std::string packets = packets_of(announcing);
+    for (const auto& [pid, seen] : pids_) {
+        std::string& to = pid == kPatPid ? pat : packets;
+        for (std::size_t at = 0; at < seen.tables.size(); at += kTsPacketSize) {
+            to += seen.tables.substr(at, kTsPacketSize);
+            char& counter = to[to.size() - kTsPacketSize + 3];
+            counter = static_cast<char>(kHasPayload | (at / kTsPacketSize & 0x0F));
         }
-    };
-    push_all(others, packets_, true);
-    push_all(pmts, announce(pid_of_program), true);
-    push_all(pmts, packets_, false);
-    Multiplex multiplex = others.tables();
-    multiplex.pmts = pmts.tables().pmts;
+    }
+    Multiplex multiplex = received(packets);
+    multiplex.pat = received(pat).pat;
     return multiplex;
-}
-
-void Wire::expect_new_stream(std::uint16_t pid) {
-    receivers_.erase(pid);
-}
-
-void Wire::forget() {
-    pids_.clear();
-    packets_.clear();
 }

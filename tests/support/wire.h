@@ -2,51 +2,56 @@
 #define KESTAN_TESTS_SUPPORT_WIRE_H
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
-#include <vector>
 
+#include "tests/support/playout.h"
 #include "tools/multiplex.h"
 #include "tools/section_collector.h"
 
 // A receiver that checks what no datagram of Kestan's may ever break: one to seven whole
-// packets, each with a payload, no null packet, no error or scrambling flag, whole
-// sections with a right CRC_32, continuity per PID. What is wrong fails the test at once.
+// packets, never faster than the bitrate, each with a payload, no null packet, no error
+// or scrambling flag, whole sections with a right CRC_32, continuity per PID. What is
+// wrong fails the test at once.
 class Wire {
 public:
-    void push(const std::string& datagram);
+    void push(const Datagram& datagram);
 
-    // The PIDs, packets and distinct sections since the last call of forget().
+    // What has come on a PID since the last call of forget().
     struct Pid {
         std::uint64_t packets = 0;
-        std::set<std::string> sections;
+        std::map<std::string, std::int64_t> sections;  // distinct; when each came last
+        std::int64_t shortest_ns = INT64_MAX;          // from a section to its repetition
+        std::int64_t longest_ns = 0;
+        std::string tables;  // each section's packets, once
     };
     [[nodiscard]] const std::map<std::uint16_t, Pid>& pids() const { return pids_; }
+    void forget() { pids_.clear(); }
 
-    // The tables since the last call of forget(). PMTs are looked for where `pmts` says,
-    // the PAT on the wire notwithstanding.
+    // The tables since the last call of forget(). PMTs are looked for where they are said
+    // to be, the PAT on the wire notwithstanding.
     [[nodiscard]] Multiplex tables(
         const std::map<std::uint16_t, std::uint16_t>& pid_of_program) const;
-
-    void forget();
 
     // The PID's table may break off in the middle of a section, once, from now on.
     void allow_break(std::uint16_t pid) { may_break_.insert(pid); }
     void allow_no_breaks() { may_break_.clear(); }
 
     // The PID's stream is gone; another one begins its counters anew.
-    void expect_new_stream(std::uint16_t pid);
+    void expect_new_stream(std::uint16_t pid) { receivers_.erase(pid); }
 
 private:
     void push_packet(const std::uint8_t* packet);
+    void note(std::uint16_t pid, const dvbpsi_psi_section_t& section);
 
     std::map<std::uint16_t, Pid> pids_;
     std::map<std::uint16_t, std::unique_ptr<SectionCollector>> receivers_;
+    std::map<std::uint16_t, std::string> under_way_;  // the section's packets
     std::set<std::uint16_t> may_break_;
-    std::string packets_;
+    std::int64_t now_ns_ = 0;
+    std::int64_t free_ns_ = 0;  // when the packets so far have had their time
 };
 
 #endif
