@@ -19,13 +19,12 @@
 #include <utility>
 #include <vector>
 
+#include "bench/control_client.h"
+#include "bench/program.h"
 #include "bench/tables.h"
+#include "bench/udp_capture.h"
 #include "mux/slot_time.h"
 #include "mux/ts_packet.h"
-#include "tests/support/control_client.h"
-#include "tests/support/own_network.h"
-#include "tests/support/program.h"
-#include "tests/support/udp_capture.h"
 
 using std::chrono::seconds;
 using Datagrams = std::vector<UdpCapture::Datagram>;
@@ -126,7 +125,6 @@ struct Figures {
 Figures measure(UdpCapture& capture, const Subject& subject, int kbps, seconds duration) {
     const auto program = subject.start(kbps);
     std::this_thread::sleep_for(seconds(2));
-    capture.drain();
     const std::int64_t cpu_before = cpu_time_ns(*program);
     const std::int64_t start = steady_now_ns();
     const Datagrams datagrams = capture.receive_for(duration);
@@ -195,30 +193,32 @@ void compare(UdpCapture& capture, const std::vector<Subject>& subjects, int kbps
     }
 }
 
-// The load of a small multiplex: eight services, each with a PMT PID of its own.
-std::unique_ptr<Program> start_small_kestan(int kbps) {
+// The load of a small multiplex: eight services, whose PMTs are on so many PIDs.
+std::unique_ptr<Program> start_small_kestan(int kbps, int pmt_pids) {
     auto program = start_kestan(kbps);
     ControlClient client;
     client.NewPAT(make_pat(8));
     client.NewSDTActual(make_sdt(8));
     for (std::uint16_t service = 0; service < 8; ++service) {
         client.NewPMT(make_pmt(service),
-                      static_cast<std::int16_t>(kFirstPmtPid + service));
+                      static_cast<std::int16_t>(kFirstPmtPid + service % pmt_pids));
     }
     return program;
 }
 
-// The intervals between the sections of a PID that begin.
+// From section to section of a PID's first table, which has one.
 std::vector<double> intervals_ms(const Datagrams& datagrams, int pid) {
     std::vector<double> intervals;
     std::int64_t last = 0;
+    std::string first_id;
     for (const auto& datagram : datagrams) {
         for (std::size_t at = 0; at < datagram.bytes.size(); at += kTsPacketSize) {
-            const auto byte = [&](std::size_t i) {
-                return static_cast<std::uint8_t>(datagram.bytes[at + i]);
-            };
-            const bool begins = (byte(1) & kPayloadUnitStart) != 0;
-            if (((byte(1) & 0x1F) << 8 | byte(2)) != pid || !begins) continue;
+            const auto* const packet =
+                reinterpret_cast<const std::uint8_t*>(&datagram.bytes[at]);
+            if (pid_of(packet) != pid || (packet[1] & kPayloadUnitStart) == 0) continue;
+            const std::string id = datagram.bytes.substr(at + 8, 2);
+            if (first_id.empty()) first_id = id;
+            if (id != first_id) continue;
             if (last != 0) {
                 intervals.push_back(static_cast<double>(datagram.time_ns - last) /
                                     kNsPerMs);
@@ -233,7 +233,6 @@ void print_intervals(UdpCapture& capture, const Subject& subject, int kbps, int 
                      seconds duration) {
     const auto program = subject.start(kbps);
     std::this_thread::sleep_for(seconds(2));
-    capture.drain();
     const Datagrams datagrams = capture.receive_for(duration);
     const std::tuple<const char*, int, double> tables[] = {
         {"PAT", 0, 200}, {"PMT", pmt_pid, 200}, {"SDT", 0x11, 500}};
@@ -260,7 +259,6 @@ int main(int argc, char** argv) {
     const std::string directory = argv[1];
     const std::string input = argv[2];
     const seconds minute(argc > 3 ? std::atoi(argv[3]) : 60);
-    if (!enter_own_network()) std::fputs("In the network of this host.\n", stderr);
     UdpCapture capture(kPort);
     const bool has_ffmpeg = std::ifstream(input).good();
     const auto ffmpeg = [&](int kbps) { return start_ffmpeg(kbps, input); };
@@ -279,8 +277,12 @@ int main(int argc, char** argv) {
     std::puts(
         "\n| at 1000 kbit/s | table | period, ms | shortest, ms | longest, ms | off by, "
         "slots |\n|---|---|--:|--:|--:|--:|");
-    print_intervals(capture, {"Kestan", start_small_kestan}, small_kbps, kFirstPmtPid,
-                    minute);
+    for (const int pmt_pids : {1, 8}) {
+        const auto start = [=](int kbps) { return start_small_kestan(kbps, pmt_pids); };
+        print_intervals(capture,
+                        {"Kestan, 8 PMTs on PIDs: " + std::to_string(pmt_pids), start},
+                        small_kbps, kFirstPmtPid, minute);
+    }
     constexpr int ffmpeg_pmt_pid = 0x1000;
     if (has_ffmpeg) {
         print_intervals(capture, {"ffmpeg", ffmpeg}, small_kbps, ffmpeg_pmt_pid, minute);

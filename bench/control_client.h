@@ -1,5 +1,5 @@
-#ifndef KESTAN_TESTS_SUPPORT_CONTROL_CLIENT_H
-#define KESTAN_TESTS_SUPPORT_CONTROL_CLIENT_H
+#ifndef KESTAN_BENCH_CONTROL_CLIENT_H
+#define KESTAN_BENCH_CONTROL_CLIENT_H
 
 #include <chrono>
 #include <memory>
@@ -13,10 +13,10 @@
 #include "thrift/cm_MuxControlSrv.h"
 
 // A control process's connection to Kestan's control service on this host; it is retried
-// for some seconds, since a test may be quicker than the daemon's start.
+// for some seconds, since the daemon may be just starting.
 class ControlClient : public orvel::thrift::ci_module::cm_MuxControlSrvClient {
 public:
-    explicit ControlClient(int port = 9501) : ControlClient(connect(port)) {}
+    ControlClient() : ControlClient(connect()) {}
 
 private:
     using TTransport = apache::thrift::transport::TTransport;
@@ -25,10 +25,10 @@ private:
         : cm_MuxControlSrvClient(
               std::make_shared<apache::thrift::protocol::TBinaryProtocol>(transport)) {}
 
-    static std::shared_ptr<TTransport> connect(int port) {
+    static std::shared_ptr<TTransport> connect() {
         apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
         const auto socket =
-            std::make_shared<apache::thrift::transport::TSocket>("127.0.0.1", port);
+            std::make_shared<apache::thrift::transport::TSocket>("127.0.0.1", 9501);
         socket->setRecvTimeout(10000);
         const auto transport =
             std::make_shared<apache::thrift::transport::TFramedTransport>(socket);
