@@ -82,13 +82,15 @@ figure() { echo "# $1: $(jq "$2" monitor.out)" >&3; }
 capture() { timeout "$1" socat -u UDP-RECV:5432 CREATE:capture.ts || [ $? -eq 124 ]; }
 
 # lay_link <interface> <its address> <the peer's>: to a network of its own, which the
-# command "${in_peer[@]}" enters.
+# command "${in_peer[@]}" enters. (Both ends have one MAC address, so that they need no ARP,
+# for which the kernel holds packets back.)
 lay_link() {
     needs_own_network
     [ "${pid[peer]:-}" ] || start peer unshare -n sleep 300
     wait_until grep -q sleep "/proc/${pid[peer]}/comm"
     in_peer=(nsenter -t "${pid[peer]}" -n)
-    ip link add "$1" type veth peer name peer netns "${pid[peer]}"
+    local end=(address 02:00:00:00:00:01 arp off)
+    ip link add "$1" "${end[@]}" type veth peer name peer "${end[@]}" netns "${pid[peer]}"
     "${in_peer[@]}" ip addr add "$3" peer "$2" dev peer
     "${in_peer[@]}" ip link set peer up
     ip addr add "$2" peer "$3" dev "$1"
