@@ -9,6 +9,7 @@
 
 Program::Program(std::vector<std::string> arguments) {
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     if (posix_spawnp(&pid_, pointers[0], nullptr, nullptr, pointers.data(), environ) != 0)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the fuzzers with clang's sanitizers and runs each for a while: on fuzz/seeds, on
-# fuzz/cases, which it found before, and on inputs made of these. What reaches new code
+# fuzz/cases, which were found before, and on inputs made of these. What reaches new code
 # stays in build-fuzz/corpus for the next run; what fails is written to build-fuzz/findings,
 # and belongs into fuzz/cases together with the repair.
 #
@@ -17,13 +17,8 @@ for fuzzer in build-fuzz/bin/*_fuzzer; do
     name=$(basename "$fuzzer" _fuzzer)
     inputs=("build-fuzz/corpus/$name" "fuzz/seeds/$name" "fuzz/cases/$name")
     mkdir -p "${inputs[@]}"
-    options=()
-    if [ "$name" = json ]; then
-        inputs+=(examples)
-        options+=(-max_len=4096)  # as far in a third of the time
-    fi
     echo "== $name"
     "$fuzzer" -max_total_time="${1:-60}" -timeout=20 -malloc_limit_mb=100 -verbosity=0 \
         -print_final_stats=1 -artifact_prefix="build-fuzz/findings/$name-" \
-        "${options[@]}" "${inputs[@]}"
+        "${inputs[@]}"
 done

@@ -11,7 +11,6 @@
 
 #include "framework/clock.h"
 #include "framework/log.h"
-#include "framework/network.h"
 
 namespace {
 
@@ -25,12 +24,6 @@ TEST(HostClock, CodesTheTimeAsAReceiverDecodesIt) {
     const auto decoded =
         ((utc >> 24) - 40587) * 86400 + bcd(16) * 3600 + bcd(8) * 60 + bcd(0);
     EXPECT_NEAR(static_cast<double>(decoded), static_cast<double>(std::time(nullptr)), 1);
-}
-
-TEST(HostNetwork, KnowsTheFpgasAddress) {
-    std::string address = "unset";
-    orvel::network::NICIP_VLAN_Int_getFPGA_IPAddress(address);
-    EXPECT_EQ(address, KESTAN_FPGA_ADDRESS);
 }
 
 // What several threads log at once to the console, line by line.

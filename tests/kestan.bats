@@ -14,7 +14,7 @@ hears() { timeout 20 "${@:2}" socat -u "$1" - | head -c 1 | grep -q G; }  # 0x47
         run -1 --separate-stderr kestan "${options[@]}"
         echo "kestan ${options[*]}: $output$stderr"
         # shellcheck disable=SC2053  # a pattern
-        [[ $output$stderr == ${said/; /$'\n'} ]]
+        [[ -z $output && $stderr == ${said/; /$'\n'} ]]
     done <<END
 -s 2|$range set must be <= 1
 -s -1|$range set must be >= 0
@@ -45,7 +45,8 @@ END
     needs_own_network
     play -O 127.000.000.001/12345
     says kestan "Out Address:127.0.0.1/1234 TTL 1 $"
-    finish kestan || play -t7 -Ilo -O "226.0.0.10/5432 ethInt"
+    stop kestan
+    play -t7 -Ilo -O "226.0.0.10/5432 ethInt"
     says kestan "INFORMATION kestan: Forced output address.$"
     says kestan "Out Address:226.0.0.10/5432 TTL 7 lo$"
     says kestan "Interface Address: 127.0.0.1$"
@@ -65,7 +66,8 @@ END
     says kestan "MuxNotify client EXCEPTION: "
     says kestan " ERROR kestan: Couldn't register task for WD$"
     hears UDP-RECVFROM:5432
-    finish kestan || start silent socat -u TCP-LISTEN:9521 /dev/null
+    stop kestan
+    start silent socat -u TCP-LISTEN:9521 /dev/null
     listens silent 9521
     play
     says kestan "MuxNotify client EXCEPTION: THRIFT_EAGAIN (timed out)"
@@ -96,7 +98,7 @@ END
     sleep 1.5
     finish monitor INT || true  # a new SDT may follow its predecessor too soon
     reports '[.pids[] | .continuity_errors + .crc_errors] | add == 0'
-    reports '[.pids[-1].tables[].repetition_ms.mean < 250] == [true, true]'
+    reports '[.pids[-1].tables[].repetition_ms.mean | . > 150 and . < 250] == [true, true]'
     capture 1.3
     jq -S '(.. | objects | select(.version_number > 31)).version_number = 0' limits.json |
         diff - <(kestan-control import capture.ts | jq -S .)
@@ -114,9 +116,9 @@ END
 # Thrift's own words come as lines of the log.
 @test "outlives a message of a few bytes that claims 2^31 - 1 programs" {
     play
-    exec 4<>/dev/tcp/127.0.0.1/9501
-    printf '\0\0\0\x1d\x80\1\0\1\0\0\0\6NewPAT\0\0\0\1\f\0\1\xf\0\4\f\x7f\xff\xff\xff' >&4
-    timeout 20 cat <&4
+    exec {server}<>/dev/tcp/127.0.0.1/9501
+    printf '\0\0\0\x1d\x80\1\0\1\0\0\0\6NewPAT\0\0\0\1\f\0\1\xf\0\4\f\x7f\xff\xff\xff' >&"$server"
+    timeout 20 cat <&"$server"
     says kestan " WARNING MuxSrv: "
     kestan-control push "$small"
     run -1 grep -E "Thrift:|register task" kestan.err

@@ -19,7 +19,7 @@ measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
     reports '.pids[0].tables[0].version == 1 and [.pids[4].tables[].service_id][1] == 102'
 
     kestan-control stop-pmt 102 0x300
-    run -1 measure 0.8
+    run -1 measure 1.2
     reports '.outside_limits | length == 1 and .[0].check == "repetition"
         and (.[0].text | contains("PMT of service 102"))'
 }

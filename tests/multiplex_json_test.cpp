@@ -47,6 +47,7 @@ TEST(MultiplexJson, GivesAnyTablesBackAsTheyWere) {
         RandomTables random(seed);
         Multiplex multiplex;
         multiplex.pat = random.pat(random.below(300));
+        multiplex.pat->current_next_indicator = random.below(2) == 0;
         if (random.below(2) == 0) multiplex.cat = random.cat(random.below(5000));
         if (random.below(2) == 0) multiplex.sdt = random.sdt(random.below(20), 900);
         for (std::int32_t service = 0; service < 5; ++service) {

@@ -11,8 +11,9 @@ small=$BATS_TEST_DIRNAME/../examples/small.json
 setup() { cd "$BATS_TEST_TMPDIR" || return; }
 
 teardown() {
+    [ -z "${pid[kestan]:-}" ] || stop kestan || BATS_TEST_COMPLETED=
     for name in "${!pid[@]}"; do finish "$name" KILL; done 2>/dev/null || true
-    [ "$BATS_TEST_COMPLETED" ] || tail -n 20 ./*.err
+    [ "$BATS_TEST_COMPLETED" ] || tail -n 20 ./*.err 2>/dev/null || true
     if grep -sE 'Sanitizer|runtime error:' ./*.err; then return 1; fi
 }
 
@@ -30,6 +31,9 @@ finish() {
     unset "pid[$1]"
     kill "-${2:-TERM}" "$process" && wait "$process"
 }
+
+# stop <name>: ends it, as it would not by itself.
+stop() { finish "$1" || [ $? -eq 143 ]; }
 
 # wait_until <command>...: succeeds, for half a minute at most.
 wait_until() {
@@ -49,7 +53,7 @@ listens() {
 # play [option]...: a daemon that plays to this host and serves.
 play() {
     start kestan "${daemon[@]}" -c -l6 -O 127.0.0.1/5432 "$@"
-    listens kestan 9501
+    listens kestan "${control_port:-9501}"
 }
 
 play_small() { play "$@" && kestan-control push "$small"; }

@@ -74,8 +74,8 @@ struct Stream {
 // One table's sections at times to a nanosecond of what is allowed: every other one is
 // right, the others may have a fault. What must be found is counted along.
 TEST(StreamStatistics, FindsJustTheFaultsThatAreThere) {
-    const std::string faults[] = {"continuity", "table_id", "crc",   "next",
-                                  "version",    "new",      "repeat"};
+    const std::string faults[] = {"continuity", "table_id", "crc",    "next",
+                                  "version",    "new",      "repeat", "repeats"};
     const std::set<std::string> hiding(faults, faults + 4);
     std::mt19937 random(1);
     for (int round = 0; round < 5000; ++round) {
@@ -99,11 +99,17 @@ TEST(StreamStatistics, FindsJustTheFaultsThatAreThere) {
             std::string cut = stream.packets(sent);
             if (fault == "crc") cut[9] ^= 1;
             if (fault == "continuity")
-                cut.erase(random() % (cut.size() / 188) * 188, 188);
+                cut.erase(random() % (cut.size() / kTsPacketSize) * kTsPacketSize,
+                          kTsPacketSize);
             for (std::size_t at = 0; at < cut.size(); at += kTsPacketSize) {
                 now = start + static_cast<int>(at);
                 stream.send(now, cut.substr(at, kTsPacketSize));
-                if (fault == "repeat") stream.send(now, cut.substr(at, kTsPacketSize));
+                if (fault.rfind("repeat", 0) != 0) continue;
+                stream.send(now, cut.substr(at, kTsPacketSize));  // one is allowed
+                if (fault != "repeats") continue;
+                stream.send(now, cut.substr(at, kTsPacketSize));
+                ++wrong["continuity"];  // and a section anew, where it is a whole one
+                if (cut.size() == kTsPacketSize && gap > 0) wrong["section_gap"] = 1;
             }
             ++wrong[fault];
             if (hiding.count(fault) != 0) continue;
@@ -113,7 +119,8 @@ TEST(StreamStatistics, FindsJustTheFaultsThatAreThere) {
         }
         now += pauses[random() % 4];
         if (std::max(longest, now - last) > allowed) wrong["repetition"] = 1;
-        for (const char* const right : {"", "next", "new", "repeat"}) wrong.erase(right);
+        for (const char* const right : {"", "next", "new", "repeat", "repeats"})
+            wrong.erase(right);
         if (pid == kPmt.pid) wrong.erase("table_id");
         if (pid == kCat.pid) wrong.erase("repetition");
         ASSERT_EQ(stream.failing(section, now), wrong) << round;
@@ -130,6 +137,7 @@ TEST(StreamStatistics, FollowsThePatInForce) {
     EXPECT_EQ(stream.statistics.figures(0).pids.back().tables.size(), 0u);
     stream.send(0, first);
     stream.send(1, second);
+    stream.send(1, Section{kPat.pid, "00 b000 0001 c1 0302 0008 e100"});  // of no table
     stream.send(400 * kNsPerMs, first);
     EXPECT_EQ(stream.failing(kPat, 500 * kNsPerMs + 1), Checks());
     EXPECT_EQ(stream.failing(kPat, 500 * kNsPerMs + 2), (Checks{{"repetition", 1}}));
@@ -137,6 +145,10 @@ TEST(StreamStatistics, FollowsThePatInForce) {
     EXPECT_EQ(stream.failing(kPat, 800 * kNsPerMs), Checks()) << "it has one section now";
     EXPECT_EQ(stream.failing(kPmt, 9 * kNsPerSecond), Checks()) << "it has no PMT now";
     for (const Section& pat : {changed, changed}) stream.send(800 * kNsPerMs, pat);
+    for (const Section& with_st : {kSdt, kTdt}) {
+        stream.send(1, Section{with_st.pid, "72 7001 00"});
+        EXPECT_EQ(stream.failing(with_st, 1), Checks());
+    }
     const std::vector<TableFigures> pmts =
         stream.statistics.figures(0).pids.back().tables;
     EXPECT_TRUE(!pmts.at(0).in_pat && !pmts.at(1).in_pat && pmts.at(2).in_pat);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "mux/ts_packet.h"
 #include "tools/multiplex.h"
 
 constexpr std::uint16_t kPmtPid = 0x1FFE;
@@ -18,7 +19,7 @@ constexpr std::uint16_t kPmtPid = 0x1FFE;
 // Gives a receiver one packet after the other.
 template <typename Receiver>
 void push_packets(const std::string& packets, Receiver& receiver) {
-    for (std::size_t at = 0; at < packets.size(); at += 188) {
+    for (std::size_t at = 0; at < packets.size(); at += kTsPacketSize) {
         receiver.push(reinterpret_cast<const std::uint8_t*>(&packets[at]));
     }
 }

@@ -50,13 +50,25 @@ void Wire::note(std::uint16_t pid, const dvbpsi_psi_section_t& section) {
     const std::size_t crc = section.b_syntax_indicator ? kCrc32Size : 0;
     const auto [last, is_new] =
         seen.sections.try_emplace({section.p_data, section.p_payload_end + crc}, now_ns_);
-    if (is_new) {
-        seen.tables += under_way_[pid];
-        return;
-    }
-    const std::int64_t interval_ns = now_ns_ - std::exchange(last->second, now_ns_);
+    if (is_new) seen.tables += under_way_[pid];
+    const Sections& earlier = earlier_[pid];
+    const auto before = is_new ? earlier.find(last->first) : last;
+    if (before == earlier.end()) return;
+    const std::int64_t interval_ns = now_ns_ - before->second;
+    last->second = now_ns_;
     seen.shortest_ns = std::min(seen.shortest_ns, interval_ns);
     seen.longest_ns = std::max(seen.longest_ns, interval_ns);
+}
+
+void Wire::forget() {
+    earlier_.clear();
+    for (auto& [pid, seen] : pids_) earlier_[pid].swap(seen.sections);
+    pids_.clear();
+}
+
+void Wire::expect_new_stream(std::uint16_t pid) {
+    receivers_.erase(pid);
+    earlier_.erase(pid);
 }
 
 Multiplex Wire::tables(

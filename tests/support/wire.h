@@ -19,16 +19,20 @@ class Wire {
 public:
     void push(const Datagram& datagram);
 
+    using Sections =
+        std::map<std::string, std::int64_t>;  // distinct; when each came last
+
     // What has come on a PID since the last call of forget().
     struct Pid {
         std::uint64_t packets = 0;
-        std::map<std::string, std::int64_t> sections;  // distinct; when each came last
-        std::int64_t shortest_ns = INT64_MAX;          // from a section to its repetition
+        Sections sections;
+        // From a section to its repetition, the one before the last forget() included.
+        std::int64_t shortest_ns = INT64_MAX;
         std::int64_t longest_ns = 0;
         std::string tables;  // each section's packets, once
     };
     [[nodiscard]] const std::map<std::uint16_t, Pid>& pids() const { return pids_; }
-    void forget() { pids_.clear(); }
+    void forget();
 
     // The tables since the last call of forget(). PMTs are looked for where they are said
     // to be, the PAT on the wire notwithstanding.
@@ -40,13 +44,14 @@ public:
     void allow_no_breaks() { may_break_.clear(); }
 
     // The PID's stream is gone; another one begins its counters anew.
-    void expect_new_stream(std::uint16_t pid) { receivers_.erase(pid); }
+    void expect_new_stream(std::uint16_t pid);
 
 private:
     void push_packet(const std::uint8_t* packet);
     void note(std::uint16_t pid, const dvbpsi_psi_section_t& section);
 
     std::map<std::uint16_t, Pid> pids_;
+    std::map<std::uint16_t, Sections> earlier_;  // between the last two calls of forget()
     std::map<std::uint16_t, std::unique_ptr<SectionCollector>> receivers_;
     std::map<std::uint16_t, std::string> under_way_;  // the section's packets
     std::set<std::uint16_t> may_break_;
