@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <string>
 
+#include "framework/psi_si.h"
+
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-constexpr std::int32_t kMaxPid = 0x1FFF;
 constexpr std::int32_t kMax8 = 0xFF;
 constexpr std::int32_t kMax16 = 0xFFFF;
 
