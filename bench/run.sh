@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Measures the hot path beside its floors, and Kestan beside a bare sending loop and
 # ffmpeg's multiplexer (where it is installed), and writes bench/results/results.md and
-# lateness.svg. Takes a quarter of an hour on a machine that does nothing else.
+# lateness.svg. Takes twenty minutes on a machine that does nothing else.
 #
 #   bench/run.sh [SECONDS]    of each measurement of a whole program, 60 by default
 #
