@@ -1,5 +1,5 @@
-# To be loaded by tests of whole programs. What a test starts ends with it, and a
-# sanitizer's report on the standard error of that fails it.
+# To be loaded by tests of whole programs. What a test starts ends with it; a daemon that
+# has ended before, or a sanitizer's report on standard error, fails it.
 # shellcheck disable=SC2119,SC2120  # options may be left out
 
 bats_require_minimum_version 1.5.0
@@ -11,10 +11,11 @@ small=$BATS_TEST_DIRNAME/../examples/small.json
 setup() { cd "$BATS_TEST_TMPDIR" || return; }
 
 teardown() {
-    [ -z "${pid[kestan]:-}" ] || stop kestan || BATS_TEST_COMPLETED=
+    local crashed=
+    [ -z "${pid[kestan]:-}" ] || finish kestan KILL || [ $? -eq 137 ] || crashed=yes
     for name in "${!pid[@]}"; do finish "$name" KILL; done 2>/dev/null || true
-    [ "$BATS_TEST_COMPLETED" ] || tail -n 20 ./*.err 2>/dev/null || true
-    if grep -sE 'Sanitizer|runtime error:' ./*.err; then return 1; fi
+    [[ $BATS_TEST_COMPLETED && ! $crashed ]] || tail -n 20 ./*.err 2>/dev/null || true
+    if grep -sE 'Sanitizer|runtime error:' ./*.err || [ "$crashed" ]; then return 1; fi
 }
 
 needs_own_network() { [ "$KESTAN_OWN_NETWORK" ] || skip "no network namespace of our own"; }
