@@ -9,7 +9,6 @@
 #include <thrift/TOutput.h>
 
 #include "app/cmd_options.h"
-#include "app/instance_ports.h"
 #include "app/output.h"
 #include "app/start_notification.h"
 #include "control/mux_server.h"
@@ -17,6 +16,7 @@
 #include "framework/service_state.h"
 #include "framework/watchdog.h"
 #include "mux/muxer.h"
+#include "thrift/instance_ports.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "app/start_notification.h"
 
-#include "app/simple_client.h"
 #include "framework/log.h"
 #include "thrift/cm_MuxNotifySrv.h"
+#include "thrift/simple_client.h"
 
 void send_start_notification(int port) {
     using orvel::thrift::ci_module::cm_MuxNotifySrvClient;

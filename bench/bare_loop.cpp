@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "mux/slot_time.h"
-#include "mux/ts_packet.h"
+#include "dvb/nanoseconds.h"
+#include "dvb/ts_packet.h"
 
 int main(int argc, char** argv) {
     if (argc != 3) return 2;

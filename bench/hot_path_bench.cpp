@@ -1,8 +1,8 @@
-#include <benchmark/benchmark.h>
-
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+
+#include <benchmark/benchmark.h>
 
 // Beside a second thread, as in the daemon: the C library's mutexes are cheaper, by half,
 // in a process that has never had one.

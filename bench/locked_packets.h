@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "mux/ts_packet.h"
+#include "dvb/ts_packet.h"
 
 // The floor of what hands out packets: copies them in turn, each from memory of its own
 // (as much as a stream or a sub-table takes), under an uncontended mutex.

@@ -4,8 +4,6 @@
 //
 // The label of a benchmark names its floor.
 
-#include <benchmark/benchmark.h>
-
 #include <array>
 #include <limits>
 #include <memory>
@@ -13,9 +11,11 @@
 #include <utility>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+
 #include "bench/locked_packets.h"
+#include "dvb/nanoseconds.h"
 #include "mux/muxer.h"
-#include "mux/slot_time.h"
 #include "tables/simple_table.h"
 
 namespace {

@@ -23,8 +23,8 @@
 #include "bench/program.h"
 #include "bench/tables.h"
 #include "bench/udp_capture.h"
-#include "mux/slot_time.h"
-#include "mux/ts_packet.h"
+#include "dvb/nanoseconds.h"
+#include "dvb/ts_packet.h"
 
 using std::chrono::seconds;
 using Datagrams = std::vector<UdpCapture::Datagram>;
@@ -217,7 +217,7 @@ std::vector<double> intervals_ms(const Datagrams& datagrams, int pid) {
         for (std::size_t at = 0; at < datagram.bytes.size(); at += kTsPacketSize) {
             const auto* const packet =
                 reinterpret_cast<const std::uint8_t*>(&datagram.bytes[at]);
-            if (pid_of(packet) != pid || (packet[1] & kPayloadUnitStart) == 0) continue;
+            if (pid_of(packet) != pid || !starts_section(packet)) continue;
             const std::string id = datagram.bytes.substr(at + 8, 2);
             if (first_id.empty()) first_id = id;
             if (id != first_id) continue;

@@ -3,15 +3,15 @@
 //
 // The label of a benchmark names its floor.
 
-#include <benchmark/benchmark.h>
-
 #include <array>
 #include <string>
 
+#include <benchmark/benchmark.h>
+
 #include "bench/locked_packets.h"
+#include "dvb/nanoseconds.h"
+#include "dvb/ts_packet.h"
 #include "framework/clock.h"
-#include "mux/slot_time.h"
-#include "mux/ts_packet.h"
 #include "tables/simple_table.h"
 #include "tables/table_carrousel.h"
 #include "tables/tdt_table.h"

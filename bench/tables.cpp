@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "framework/section_limits.h"
-#include "mux/ts_packet.h"
+#include "dvb/section_limits.h"
+#include "dvb/ts_packet.h"
 
 using namespace orvel::thrift::dvb_tables;
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "mux/slot_time.h"
-#include "tools/udp_receiver.h"
+#include "dvb/nanoseconds.h"
+#include "tools/receive/udp_receiver.h"
 
 // Keeps the datagrams that come to a port of this host.
 class UdpCapture {

@@ -3,15 +3,13 @@
 #include <memory>
 #include <string>
 
-#include "framework/libdvbpsi.h"
+#include "dvb/libdvbpsi.h"
+#include "dvb/nanoseconds.h"
+#include "dvb/psi_si.h"
 #include "framework/log.h"
-#include "framework/psi_si.h"
-#include "framework/section_limits.h"
 #include "framework/table_converters.h"
 #include "mux/muxer.h"
-#include "mux/slot_time.h"
-#include "tables/sdt_sections.h"
-#include "tables/section_packetizer.h"
+#include "tables/table_packets.h"
 
 using namespace orvel::thrift::dvb_tables;
 
@@ -27,16 +25,6 @@ constexpr std::int32_t kRejected = -1;
 // A version_number has 5 bits (ISO/IEC 13818-1, 2.4.4.5); what does not fit becomes 0.
 void apply_version_rule(std::uint8_t& version) {
     if (version > 31) version = 0;
-}
-
-// The packets on `pid` of the sections that `generate` makes with a libdvbpsi handle;
-// empty when it makes none.
-template <typename Generate>
-std::string make_packets(std::uint16_t pid, Generate generate) {
-    const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
-    if (!handle) return {};
-    const SectionsPtr sections(generate(handle.get()));
-    return sections ? packetize_sections(sections.get(), pid) : std::string();
 }
 
 void play(SimpleTable& stream, std::string packets) {
@@ -86,10 +74,7 @@ std::int32_t cm_MuxControlSrvHandler::NewPAT(const PAT& pat) {
     apply_version_rule(table->i_version);
     log_function(kLogInformation, 0, "New PAT tsid=%04x version=%u", table->i_ts_id,
                  table->i_version);
-    play(pat_stream_, make_packets(kPatPid, [&](dvbpsi_t* handle) {
-             return dvbpsi_pat_sections_generate(handle, table.get(),
-                                                 kPatProgramsPerSection);
-         }));
+    play(pat_stream_, table_packets(*table, kPatPid));
     return table->i_version;
 }
 
@@ -98,9 +83,7 @@ std::int32_t cm_MuxControlSrvHandler::NewCAT(const CAT& cat) {
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
     log_function(kLogInformation, 0, "New CAT version=%u", table->i_version);
-    play(cat_stream_, make_packets(kCatPid, [&](dvbpsi_t* handle) {
-             return dvbpsi_cat_sections_generate(handle, table.get());
-         }));
+    play(cat_stream_, table_packets(*table, kCatPid));
     return table->i_version;
 }
 
@@ -115,9 +98,7 @@ std::int32_t cm_MuxControlSrvHandler::NewSDTActual(const SDT& sdt) {
     apply_version_rule(table->i_version);
     log_function(kLogInformation, 0, "New SDTact tsid=%04x onid=%04x version=%u",
                  table->i_extension, table->i_network_id, table->i_version);
-    play(sdt_stream_, make_packets(kSdtPid, [&](dvbpsi_t* handle) {
-             return generate_sdt_sections(handle, *table);
-         }));
+    play(sdt_stream_, table_packets(*table, kSdtPid));
     return table->i_version;
 }
 
@@ -129,9 +110,7 @@ std::int32_t cm_MuxControlSrvHandler::NewPMT(const PMT& pmt, std::int16_t pid) {
     apply_version_rule(table->i_version);
     log_function(kLogInformation, 0, "New PMT sid=%04x pid=%04x version=%u",
                  table->i_program_number, pmt_pid, table->i_version);
-    std::string packets = make_packets(pmt_pid, [&](dvbpsi_t* handle) {
-        return dvbpsi_pmt_sections_generate(handle, table.get());
-    });
+    std::string packets = table_packets(*table, pmt_pid);
     if (packets.empty()) return table->i_version;
 
     const auto service_id = static_cast<std::uint16_t>(pmt.program_number);

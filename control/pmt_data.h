@@ -1,10 +1,11 @@
 #ifndef KESTAN_CONTROL_PMT_DATA_H
 #define KESTAN_CONTROL_PMT_DATA_H
 
-#include <boost/intrusive/list.hpp>
-#include <boost/intrusive/set.hpp>
 #include <cstdint>
 #include <memory>
+
+#include <boost/intrusive/list.hpp>
+#include <boost/intrusive/set.hpp>
 
 #include "tables/table_carrousel.h"
 

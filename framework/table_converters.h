@@ -1,7 +1,7 @@
 #ifndef KESTAN_FRAMEWORK_TABLE_CONVERTERS_H
 #define KESTAN_FRAMEWORK_TABLE_CONVERTERS_H
 
-#include "framework/libdvbpsi.h"
+#include "dvb/libdvbpsi.h"
 #include "thrift/dvb_tables_types.h"
 
 // From the tables of the control service to those of libdvbpsi.

@@ -13,7 +13,7 @@
 #include <thrift/transport/TBufferTransports.h>
 
 #include "control/mux_server.h"
-#include "mux/slot_time.h"
+#include "dvb/nanoseconds.h"
 #include "tests/support/accountant.h"
 #include "tests/support/fake_framework.h"
 #include "tests/support/playout.h"

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "tests/support/memory_file.h"
-#include "tools/multiplex_file.h"
-#include "tools/multiplex_json.h"
+#include "tools/json/multiplex_file.h"
+#include "tools/json/multiplex_json.h"
 
 // What kestan-control writes, it reads again as the same.
 inline void check_round_trip(const Multiplex& multiplex) {

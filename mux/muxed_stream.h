@@ -1,11 +1,12 @@
 #ifndef KESTAN_MUX_MUXED_STREAM_H
 #define KESTAN_MUX_MUXED_STREAM_H
 
-#include <boost/intrusive/list_hook.hpp>
 #include <cstdint>
 #include <cstring>
 
-#include "mux/ts_packet.h"
+#include <boost/intrusive/list_hook.hpp>
+
+#include "dvb/ts_packet.h"
 
 // A source of transport packets that the muxer polls; the base of every kind of stream.
 //
@@ -40,10 +41,10 @@ protected:
         const std::uint8_t header = packet[3];
         std::memcpy(dst, packet, kTsPacketSize);
         if (cc == CC_NONE) {
-            cc = header & kContinuityMask;
+            cc = continuity_counter_of(packet);
             return;
         }
-        if ((header & kHasPayload) == 0) return;
+        if (!has_payload(packet)) return;
         cc = static_cast<std::uint8_t>(cc + 1) & kContinuityMask;
         dst[3] = static_cast<std::uint8_t>((header & ~kContinuityMask) | cc);
     }

@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "dvb/nanoseconds.h"
 #include "framework/watchdog.h"
-#include "mux/slot_time.h"
 
 muxer* the_muxer = nullptr;
 

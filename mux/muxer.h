@@ -1,10 +1,11 @@
 #ifndef KESTAN_MUX_MUXER_H
 #define KESTAN_MUX_MUXER_H
 
-#include <boost/intrusive/list.hpp>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+
+#include <boost/intrusive/list.hpp>
 
 #include "mux/muxed_stream.h"
 

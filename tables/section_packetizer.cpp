@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <utility>
 
-#include "framework/section_limits.h"
-#include "mux/ts_packet.h"
+#include "dvb/section_limits.h"
+#include "dvb/ts_packet.h"
 
 namespace {
 

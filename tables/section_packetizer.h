@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "framework/libdvbpsi.h"
+#include "dvb/libdvbpsi.h"
 
 // Cuts a chain of sections into transport packets on `pid` (0 to 0x1FFF, not checked):
 // whole packets back to back, in the order of the chain, continuity counters from 0 on.

@@ -1,6 +1,6 @@
 #include "tables/simple_table.h"
 
-#include "mux/slot_time.h"
+#include "dvb/nanoseconds.h"
 
 bool SimpleTable::next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) {
     const std::lock_guard lock(mutex);

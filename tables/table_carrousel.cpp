@@ -4,7 +4,7 @@
 #include <memory>
 #include <system_error>
 
-#include "mux/slot_time.h"
+#include "dvb/nanoseconds.h"
 
 SubTable::SubTable(std::string&& table_packets, std::uint32_t table_period_ms)
     : packets(std::move(table_packets)),

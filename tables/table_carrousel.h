@@ -1,10 +1,11 @@
 #ifndef KESTAN_TABLES_TABLE_CARROUSEL_H
 #define KESTAN_TABLES_TABLE_CARROUSEL_H
 
-#include <boost/intrusive/list.hpp>
 #include <cstdint>
 #include <mutex>
 #include <string>
+
+#include <boost/intrusive/list.hpp>
 
 #include "mux/muxed_stream.h"
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "dvb/psi_si.h"
 #include "framework/clock.h"
-#include "framework/psi_si.h"
 
 namespace {
 

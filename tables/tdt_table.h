@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "dvb/nanoseconds.h"
 #include "mux/muxed_stream.h"
-#include "mux/slot_time.h"
 
 // Makes and plays the Time and Date Table (ETSI EN 300 468, 5.2.5): one packet per second
 // of slot time on PID 0x0014, with the UTC of the moment at which it is made.

@@ -1,13 +1,13 @@
 // The host's implementation of the device framework.
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cstdlib>
 #include <ctime>
 #include <regex>
 #include <sstream>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 #include "framework/clock.h"
 #include "framework/log.h"

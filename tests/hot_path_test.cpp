@@ -1,19 +1,19 @@
 // What a pass of the pacing loop costs, counted: no allocation, and one system call per
 // datagram, which takes the packets from where the streams have put them.
 
-#include <gtest/gtest.h>
-
 #include <sys/socket.h>
 
 #include <cstdlib>
 #include <new>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "app/output.h"
 #include "control/mux_control_handler.h"
+#include "dvb/nanoseconds.h"
 #include "framework/network.h"
 #include "mux/muxer.h"
-#include "mux/slot_time.h"
 #include "tests/support/random_tables.h"
 #include "tests/support/simulated_clock.h"
 

@@ -1,14 +1,14 @@
 // What a receiver may rely on of the tables' intervals, to the nanosecond.
 
-#include <gtest/gtest.h>
-
 #include <map>
 #include <utility>
 
+#include <gtest/gtest.h>
+
 #include "control/mux_control_handler.h"
-#include "framework/psi_si.h"
+#include "dvb/nanoseconds.h"
+#include "dvb/psi_si.h"
 #include "mux/muxer.h"
-#include "mux/slot_time.h"
 #include "tests/support/playout.h"
 #include "tests/support/random_tables.h"
 #include "tests/support/simulated_clock.h"

@@ -1,16 +1,16 @@
-#include "tools/multiplex_json.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tools/json/multiplex_json.h"
 
 #include <fstream>
 #include <regex>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/support/memory_file.h"
 #include "tests/support/random_tables.h"
-#include "tools/descriptor_json.h"
-#include "tools/multiplex_file.h"
-#include "tools/number_text.h"
+#include "tools/json/descriptor_json.h"
+#include "tools/json/multiplex_file.h"
+#include "tools/json/number_text.h"
 
 using nlohmann::json;
 using orvel::thrift::dvb_tables::Descriptor;
@@ -60,7 +60,8 @@ TEST(MultiplexJson, GivesAnyTablesBackAsTheyWere) {
 }
 
 TEST(DescriptorJson, NamesWhatItCanNameExactlyAndOnlyThat) {
-    for (const auto& [tag_and_bytes, text] : cases_in(KESTAN_TESTS "/descriptors.txt")) {
+    for (const auto& [tag_and_bytes, text] :
+         cases_in(KESTAN_TEST_DATA "/descriptors.txt")) {
         Descriptor descriptor;
         descriptor.tag = static_cast<int>(*parse_number(tag_and_bytes.substr(0, 4)));
         descriptor.data = *from_hex(tag_and_bytes.substr(5));
@@ -75,7 +76,7 @@ TEST(DescriptorJson, NamesWhatItCanNameExactlyAndOnlyThat) {
 }
 
 TEST(MultiplexFile, NamesTheFieldWhatStandsThereAndWhatWasExpected) {
-    for (const auto& [content, expected] : cases_in(KESTAN_TESTS "/mistakes.txt")) {
+    for (const auto& [content, expected] : cases_in(KESTAN_TEST_DATA "/mistakes.txt")) {
         EXPECT_THAT([&text = content] { static_cast<void>(read_content(text)); },
                     testing::ThrowsMessage<FileMistake>(testing::HasSubstr(expected)));
     }

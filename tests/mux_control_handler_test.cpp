@@ -1,15 +1,16 @@
 #include "control/mux_control_handler.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <limits>
 #include <optional>
 #include <system_error>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "dvb/nanoseconds.h"
 #include "mux/muxer.h"
-#include "mux/slot_time.h"
 #include "tests/support/fake_framework.h"
 #include "tests/support/playout.h"
 #include "tests/support/random_tables.h"

@@ -1,12 +1,12 @@
 #include "mux/muxer.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <deque>
 
-#include "mux/slot_time.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "dvb/nanoseconds.h"
 #include "tests/support/fake_framework.h"
 #include "tests/support/playout.h"
 #include "tests/support/simulated_clock.h"

@@ -1,11 +1,11 @@
 #include "tables/section_packetizer.h"
 
-#include <gtest/gtest.h>
-
 #include <numeric>
 
-#include "framework/section_limits.h"
-#include "mux/ts_packet.h"
+#include <gtest/gtest.h>
+
+#include "dvb/section_limits.h"
+#include "dvb/ts_packet.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include "tables/simple_table.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <random>
 
-#include "mux/slot_time.h"
+#include <gtest/gtest.h>
+
+#include "dvb/nanoseconds.h"
 #include "tests/support/named_packets.h"
 #include "tests/support/simulated_clock.h"
 

@@ -6,13 +6,13 @@
 // seven seconds; without it there are three hours, with a call as soon as every table has
 // been played once.
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
-#include "framework/psi_si.h"
+#include <gtest/gtest.h>
+
+#include "dvb/nanoseconds.h"
+#include "dvb/psi_si.h"
 #include "mux/muxer.h"
-#include "mux/slot_time.h"
 #include "tests/support/accountant.h"
 #include "tests/support/fake_framework.h"
 #include "tests/support/playout.h"

@@ -1,16 +1,16 @@
-#include "tools/stream_statistics.h"
+#include "tools/kestan-monitor/stream_statistics.h"
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 
 #include <random>
 
 #include <boost/crc.hpp>
+#include <gtest/gtest.h>
 
-#include "mux/slot_time.h"
+#include "dvb/nanoseconds.h"
 #include "tables/section_packetizer.h"
-#include "tools/number_text.h"
-#include "tools/stream_limits.h"
+#include "tools/json/number_text.h"
+#include "tools/kestan-monitor/stream_limits.h"
 
 namespace {
 

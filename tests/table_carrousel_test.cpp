@@ -1,14 +1,14 @@
 #include "tables/table_carrousel.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <deque>
 #include <map>
 #include <numeric>
 #include <random>
 
-#include "mux/slot_time.h"
+#include <gtest/gtest.h>
+
+#include "dvb/nanoseconds.h"
 #include "tests/support/named_packets.h"
 #include "tests/support/simulated_clock.h"
 

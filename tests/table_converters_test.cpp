@@ -1,13 +1,13 @@
 #include "framework/table_converters.h"
 
-#include <gtest/gtest.h>
-
 #include <limits>
 
-#include "framework/section_limits.h"
+#include <gtest/gtest.h>
+
+#include "dvb/section_limits.h"
 #include "tests/support/packets_of.h"
 #include "tests/support/random_tables.h"
-#include "tools/section_collector.h"
+#include "tools/receive/section_collector.h"
 
 using namespace orvel::thrift::dvb_tables;
 

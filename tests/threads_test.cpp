@@ -2,12 +2,12 @@
 // the other plays at the highest bitrate. Under ThreadSanitizer this is the proof that
 // they share nothing but what the locks guard.
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 #include "control/mux_control_handler.h"
 #include "mux/muxer.h"

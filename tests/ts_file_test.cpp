@@ -1,8 +1,8 @@
-#include "tools/ts_file.h"
-
-#include <gtest/gtest.h>
+#include "tools/receive/ts_file.h"
 
 #include <random>
+
+#include <gtest/gtest.h>
 
 #include "tests/support/memory_file.h"
 

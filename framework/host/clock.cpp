@@ -4,7 +4,7 @@
 
 #include <ctime>
 
-#include "framework/psi_si.h"
+#include "dvb/psi_si.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "framework/watchdog.h"
 
-#include <systemd/sd-daemon.h>
-
 #include <cstdint>
+
+#include <systemd/sd-daemon.h>
 
 namespace {
 

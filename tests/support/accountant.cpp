@@ -1,10 +1,10 @@
 #include "tests/support/accountant.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
-#include "framework/psi_si.h"
+#include <gtest/gtest.h>
+
+#include "dvb/psi_si.h"
 #include "mux/muxer.h"
 
 using namespace orvel::thrift::dvb_tables;

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "dvb/ts_packet.h"
 #include "mux/muxed_stream.h"
-#include "mux/ts_packet.h"
 
 // The packets of an invented table: packet i of "A" is "A<i>", its counter i. `sections`
 // gives the packets of each section.
@@ -32,7 +32,7 @@ inline std::string next_name(muxed_stream& stream, std::int64_t slot_time_ns,
                              int* counter = nullptr) {
     std::uint8_t packet[kTsPacketSize];
     if (!stream.next_packet(packet, slot_time_ns)) return "-";
-    if (counter != nullptr) *counter = packet[3] & kContinuityMask;
+    if (counter != nullptr) *counter = continuity_counter_of(packet);
     const std::string text(packet + 4, packet + kTsPacketSize);
     return text.substr(0, text.find(' '));
 }

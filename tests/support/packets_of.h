@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "mux/ts_packet.h"
+#include "dvb/ts_packet.h"
 #include "tools/multiplex.h"
 
 constexpr std::uint16_t kPmtPid = 0x1FFE;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "framework/psi_si.h"
+#include "dvb/psi_si.h"
 
 using namespace orvel::thrift::dvb_tables;
 

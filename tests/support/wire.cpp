@@ -1,11 +1,11 @@
 #include "tests/support/wire.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
-#include "framework/psi_si.h"
-#include "framework/section_limits.h"
+#include <gtest/gtest.h>
+
+#include "dvb/psi_si.h"
+#include "dvb/section_limits.h"
 #include "mux/muxer.h"
 #include "tests/support/packets_of.h"
 
@@ -30,7 +30,7 @@ void Wire::push_packet(const std::uint8_t* packet) {
     ASSERT_EQ(packet[1] & 0xA0, 0);
     ASSERT_EQ(packet[3] & 0xF0, kHasPayload);
     ++pids_[pid].packets;
-    if ((packet[1] & kPayloadUnitStart) != 0) under_way_[pid].clear();
+    if (starts_section(packet)) under_way_[pid].clear();
     under_way_[pid].append(packet, packet + kTsPacketSize);
     std::unique_ptr<SectionCollector>& receiver = receivers_[pid];
     if (!receiver) {

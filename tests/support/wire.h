@@ -9,7 +9,7 @@
 
 #include "tests/support/playout.h"
 #include "tools/multiplex.h"
-#include "tools/section_collector.h"
+#include "tools/receive/section_collector.h"
 
 // A receiver that checks what no datagram of Kestan's may ever break: one to seven whole
 // packets, never faster than the bitrate, each with a payload, no null packet, no error

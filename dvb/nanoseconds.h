@@ -1,0 +1,18 @@
+#ifndef KESTAN_DVB_NANOSECONDS_H
+#define KESTAN_DVB_NANOSECONDS_H
+
+#include <chrono>
+#include <cstdint>
+
+// Slot times are nanoseconds of the steady clock, which no setting of the civil clock
+// moves.
+
+constexpr std::int64_t kNsPerSecond = 1000000000;
+constexpr std::int64_t kNsPerMs = 1000000;
+
+[[nodiscard]] inline std::int64_t steady_now_ns() {
+    using std::chrono::duration_cast, std::chrono::nanoseconds, std::chrono::steady_clock;
+    return duration_cast<nanoseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+#endif

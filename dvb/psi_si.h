@@ -1,0 +1,29 @@
+#ifndef KESTAN_DVB_PSI_SI_H
+#define KESTAN_DVB_PSI_SI_H
+
+#include <cstdint>
+
+// The numbers by which PSI and SI tables are known.
+
+constexpr std::uint16_t kMaxPid = 0x1FFF;  // ISO/IEC 13818-1, 2.4.3.3: 13 bits
+
+// PIDs of one use: ISO/IEC 13818-1, table 2-3, and ETSI EN 300 468, table 1.
+constexpr std::uint16_t kPatPid = 0x0000;
+constexpr std::uint16_t kCatPid = 0x0001;
+constexpr std::uint16_t kSdtPid = 0x0011;
+constexpr std::uint16_t kTdtPid = 0x0014;
+
+// table_ids: ISO/IEC 13818-1, table 2-31, and ETSI EN 300 468, table 2.
+constexpr std::uint8_t kPatTableId = 0x00;
+constexpr std::uint8_t kCatTableId = 0x01;
+constexpr std::uint8_t kPmtTableId = 0x02;
+constexpr std::uint8_t kSdtActualTableId = 0x42;
+constexpr std::uint8_t kTdtTableId = 0x70;
+
+constexpr std::uint8_t kMaxRunningStatus = 7;  // ETSI EN 300 468, 5.2.3: 3 bits
+
+// UTC_time counts days from the Modified Julian Date (ETSI EN 300 468, annex C).
+constexpr std::int64_t kMjdOfEpoch = 40587;  // of 1970-01-01
+constexpr std::int64_t kSecondsPerDay = 86400;
+
+#endif

@@ -1,0 +1,110 @@
+# kestan-control against the daemon and against servers that misbehave.
+# shellcheck disable=SC2154  # variables of programs.bash
+
+load programs
+readonly own=.sdt.original_network_id=65281  # as an import writes it
+
+# fails <status> <text> <argument>...: kestan-control does so, and says the text.
+fails() { run "-$1" kestan-control "${@:3}" && [[ $output == *"$2"* ]]; }
+
+# on_air <file>: its tables are, and no others.
+on_air() {
+    capture 1.3 && diff <(kestan-control import capture.ts | jq -S .) <(jq -S . "$1")
+}
+
+# reread <filter>: changes the file that is served.
+reread() { jq "$1" "$small" >tables.json && kill -HUP "${pid[serve]}"; }
+
+restart() {
+    [ -z "${pid[kestan]:-}" ] || stop kestan
+    control_port=9511 play -s 1
+}
+
+@test "says what became of each table, and sends nothing when a file has a mistake" {
+    play
+    echo '{"pmts": [{"pid": "0x2000"}]}' >bad.json
+    fails 1 'bad.json: pmts[0].pid: found "0x2000"' push "$small" bad.json
+    run -1 grep "New " kestan.err
+    fails 1 "PAT of transport stream 1 (0x0001): version 1, accepted
+CAT: version 40, accepted as version 0
+SDT of transport stream 1 (0x0001): version 1, accepted
+PMT of service 101 (0x0065) on PID 0x0100: version 1, accepted
+PMT of service 102 (0x0066) on PID 0x0110: version 1, rejected
+kestan rejected the PMT of service 102 (0x0066)" push <(jq 'del(.pmts[2])
+        | .cat.version_number = 40
+        | .pmts[1].streams = [range(300) | {stream_type: 2, elementary_pid: 1}]' "$small")
+}
+
+@test "imports what it pushed, a foreign capture's tables too, and names what is missing" {
+    ffmpeg -v error -f lavfi -i testsrc -f lavfi -i sine -metadata:s:a:0 language=deu \
+        -program title=Harbour:program_num=7:st=0 -program title=Möwe:program_num=9:st=1 \
+        -map 0 -map 1 -t 2 -f mpegts foreign.ts </dev/null
+    kestan-control import foreign.ts >foreign.json
+    for text in Harbour Möwe deu 0x1001; do grep "\"$text\"" foreign.json; done
+    jq $own "${small%/*}/large.json" >large.json
+    play -b 5000
+    for file in foreign.json large.json; do
+        kestan-control push $file
+        on_air $file
+    done
+    head -c -100 capture.ts >cut.ts
+    kestan-control import cut.ts 2>&1 | grep "cut.ts: ends in the middle of a packet"
+    kestan-control stop-pmt 0x03E9 512
+    kestan-control clear-cat
+    on_air <(jq 'del(.cat, .pmts[0])' large.json)
+    fails 1 "has service 1001, but its PMT on PID 0x0200" import capture.ts
+}
+
+@test "says what went wrong and what to do" {
+    fails 2 "--set" --set 2 clear
+    fails 2 "0x2000 is not a number" stop-pmt 1 0x2000
+    fails 1 "nothing listens on 127.0.0.1:9511: is kestan running with -s 1?" clear --set 1
+    fails 1 "No such file" import nowhere
+    fails 1 "no transport-stream packets" import /dev/null
+    fails 1 "no table is whole" import <(printf 'G%187s' '')
+    fails 1 " 0 PMTs" import "$BATS_TEST_DIRNAME"/../../fuzz/cases/import/pmt-program-info*
+    while IFS='|' read -r answer said; do
+        echo "dd bs=64K count=1 of=/dev/null; $answer" >server
+        start server socat TCP-LISTEN:9501,reuseaddr SYSTEM:". ./server"
+        listens server 9501
+        fails 1 "$said" push "$small"
+    done <<'END'
+true|127.0.0.1:9501 broke off before it answered NewPAT
+printf '\0\0\0\4junk'|is it kestan, and of this release?
+printf 'HTTP/1.1 400 Bad Request\r\n\r\n'|before it answered NewPAT
+cat >/dev/null|did not answer NewPAT within 3 s: kestan serves one client at a time
+END
+}
+
+@test "keeps on air what its files have, across restarts" {
+    jq . "$small" >tables.json
+    start serve kestan-control serve --set 1 tables.json
+    listens serve 9531
+    for _ in 1 2 3; do
+        restart
+        says kestan "New PMT sid=0067 pid=0120 version=1"
+        run -1 grep EXCEPTION kestan.err
+    done
+    kestan-control push --set 1 "$small"  # the port is free
+    fails 1 "does another control process of this instance run?" serve --set 1 "$small"
+    reread "$own | del(.cat, .pmts[2]) | (.pat.programs[0], .pmts[0]).pid = \"0x0130\""
+    says kestan "New PMT sid=0065 pid=0130"
+    on_air tables.json
+    reread 'del(.sdt)'  # which cannot be withdrawn alone
+    says kestan "Clearing all tables"
+    on_air tables.json
+    reread '"no tables"'
+    says serve "the tables read before stay"
+    restart
+    says kestan "New PMT sid=0067 pid=0120"
+    reread 'del(.pat)'
+    says kestan "Clearing all tables"
+    says kestan "New SDTact"
+
+    stop kestan  # another one goes away in the middle: it is tried again
+    start kestan socat TCP-LISTEN:9511,reuseaddr,fork SYSTEM:"dd count=1; echo -n x >>tries"
+    listens kestan 9511
+    reread .
+    wait_until grep -q xx tries
+    finish serve
+}

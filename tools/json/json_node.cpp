@@ -1,0 +1,108 @@
+#include "tools/json/json_node.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "tools/json/number_text.h"
+
+using nlohmann::json;
+
+namespace {
+
+constexpr std::size_t kLongestQuote = 40;
+
+// What stands at a place, short enough for a message.
+std::string quote(const json& value) {
+    if (value.is_object()) return "an object";
+    if (value.is_array()) return "an array";
+    std::string text = value.dump(-1, ' ', /*ensure_ascii=*/true);
+    if (text.size() <= kLongestQuote) return text;
+    text.resize(kLongestQuote);
+    return text + "...";
+}
+
+// What a JSON number or a string such as "0x0100" stands for.
+std::optional<std::int64_t> integer(const json& value) {
+    if (value.is_string()) return parse_number(value.get_ref<const std::string&>());
+    if (value.is_number_unsigned()) {
+        // Beyond 2^63 the conversion would wrap to a number that is in range nowhere.
+        return static_cast<std::int64_t>(
+            std::min<std::uint64_t>(value.get<std::uint64_t>(), INT64_MAX));
+    }
+    if (value.is_number_integer()) return value.get<std::int64_t>();
+    return std::nullopt;
+}
+
+std::string list(std::initializer_list<std::string_view> names) {
+    std::string text;
+    for (const std::string_view name : names) {
+        if (!text.empty()) text += ", ";
+        text += name;
+    }
+    return text;
+}
+
+}  // namespace
+
+void JsonNode::mistake(const std::string& expected) const {
+    throw JsonMistake((path_.empty() ? "" : path_ + ": ") + "found " + quote(*value_) +
+                      ", expected " + expected);
+}
+
+void JsonNode::expect_fields(std::initializer_list<std::string_view> names) const {
+    if (!value_->is_object()) mistake("an object with the fields " + list(names));
+    for (const auto& field : value_->items()) {
+        if (std::find(names.begin(), names.end(), field.key()) != names.end()) continue;
+        throw JsonMistake((path_.empty() ? "" : path_ + ": ") + "found the field " +
+                          quote(field.key()) + ", expected only " + list(names));
+    }
+}
+
+JsonNode JsonNode::operator[](const char* name) const {
+    const std::string path = path_.empty() ? name : path_ + '.' + name;
+    const auto field = value_->find(name);
+    if (field == value_->end())
+        throw JsonMistake(path + ": missing, expected this field");
+    return {*field, path};
+}
+
+std::vector<JsonNode> JsonNode::elements() const {
+    if (!value_->is_array()) mistake("an array");
+    std::vector<JsonNode> nodes;
+    nodes.reserve(value_->size());
+    for (const json& element : *value_) {
+        nodes.push_back({element, path_ + '[' + std::to_string(nodes.size()) + ']'});
+    }
+    return nodes;
+}
+
+std::vector<JsonNode> JsonNode::elements_of(const char* name) const {
+    if (!has(name)) return {};
+    return (*this)[name].elements();
+}
+
+std::int32_t JsonNode::number(std::int32_t lowest, std::int32_t highest) const {
+    const std::optional<std::int64_t> value = integer(*value_);
+    if (!value || *value < lowest || *value > highest) {
+        mistake("a number from " + std::to_string(lowest) + " to " +
+                std::to_string(highest) + ", decimal or as in \"0x1F\"");
+    }
+    return static_cast<std::int32_t>(*value);
+}
+
+bool JsonNode::boolean() const {
+    if (!value_->is_boolean()) mistake("true or false");
+    return value_->get<bool>();
+}
+
+std::string JsonNode::text() const {
+    if (!value_->is_string()) mistake("a text in quotes");
+    return value_->get<std::string>();
+}
+
+std::string JsonNode::bytes() const {
+    std::optional<std::string> bytes;
+    if (value_->is_string()) bytes = from_hex(value_->get_ref<const std::string&>());
+    if (!bytes) mistake("bytes as pairs of hexadecimal digits, as in \"01a0ff\"");
+    return *bytes;
+}

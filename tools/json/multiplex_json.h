@@ -1,0 +1,33 @@
+#ifndef KESTAN_TOOLS_JSON_MULTIPLEX_JSON_H
+#define KESTAN_TOOLS_JSON_MULTIPLEX_JSON_H
+
+#include <nlohmann/json.hpp>
+
+#include "tools/json/json_node.h"
+#include "tools/multiplex.h"
+
+// The tables of a multiplex in JSON:
+//
+//   {
+//     "pat": {"transport_stream_id": 1, "version_number": 0,
+//             "programs": [{"program_number": 101, "pid": "0x0100"}]},
+//     "cat": {"version_number": 0, "descriptors": [...]},
+//     "sdt": {"transport_stream_id": 1, "original_network_id": 1, "version_number": 0,
+//             "services": [{"service_id": 101, "running_status": 4, "descriptors":
+//             [...]}]},
+//     "pmts": [{"pid": "0x0100", "program_number": 101, "version_number": 0,
+//               "pcr_pid": "0x0101", "descriptors": [...],
+//               "streams": [{"stream_type": 2, "elementary_pid": "0x0101",
+//                            "descriptors": [...]}]}]
+//   }
+//
+// The names, ranges and defaults are those of dvb_tables.thrift; every table and every
+// list may be left out, but not all tables. Descriptors are as in descriptor_json.h.
+
+// Raises JsonMistake.
+[[nodiscard]] Multiplex multiplex_from_json(const JsonNode& root);
+
+// Leaves out what has its default.
+[[nodiscard]] nlohmann::ordered_json multiplex_to_json(const Multiplex& multiplex);
+
+#endif

@@ -1,0 +1,81 @@
+#include "tools/kestan-control/control_connection.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <sstream>
+#include <system_error>
+
+#include <thrift/transport/TTransportException.h>
+
+#include "thrift/instance_ports.h"
+
+using apache::thrift::TException;
+using apache::thrift::protocol::TBinaryProtocol;
+using apache::thrift::transport::TTransportException;
+
+namespace {
+
+constexpr std::int32_t kMaxReplyString = 64 * 1024;  // replies have none but error texts
+
+// Thrift gives a failed connect no code of its own, only the system's text.
+bool is_refused(const TTransportException& error) {
+    const std::string refused = std::generic_category().message(ECONNREFUSED);
+    return std::string(error.what()).find(refused) != std::string::npos;
+}
+
+std::string seconds_text(double seconds) {
+    std::ostringstream text;
+    text << seconds << " s";
+    return text.str();
+}
+
+}  // namespace
+
+int ControlAddress::port() const {
+    return ports_of(set).control;
+}
+
+std::string ControlAddress::text() const {
+    return host + ':' + std::to_string(port());
+}
+
+ControlConnection::ControlConnection(const ControlAddress& address)
+    : address_(address), service_(connect(address)) {
+    // Another kind of server must not have us reserve gigabytes for a string.
+    const auto protocol = std::dynamic_pointer_cast<TBinaryProtocol>(
+        static_cast<Service&>(service_).getInputProtocol());
+    if (protocol) protocol->setStringSizeLimit(kMaxReplyString);
+}
+
+ControlConnection::Client ControlConnection::connect(const ControlAddress& address) {
+    try {
+        return {address.host, address.port(),
+                static_cast<int>(std::lround(address.timeout_s * 1000))};
+    } catch (const TTransportException& error) {
+        if (is_refused(error)) {
+            throw ControlError("nothing listens on " + address.text() +
+                               ": is kestan running with -s " +
+                               std::to_string(address.set) + "?");
+        }
+        throw ControlError("cannot connect to " + address.text() + " (" + error.what() +
+                           "): check --host and the way there");
+    }
+}
+
+void ControlConnection::explain(const char* method, const TException& error) const {
+    const auto* const transport = dynamic_cast<const TTransportException*>(&error);
+    if (transport == nullptr) {
+        throw ControlError(address_.text() + " answered " + method + " with \"" +
+                           error.what() + "\": is it kestan, and of this release?");
+    }
+    if (transport->getType() == TTransportException::TIMED_OUT) {
+        throw ControlError(address_.text() + " did not answer " + method + " within " +
+                           seconds_text(address_.timeout_s) +
+                           ": kestan serves one client at a time, and another one "
+                           "probably holds the connection; end that one, or wait longer "
+                           "with --timeout");
+    }
+    throw ControlError(address_.text() + " broke off before it answered " + method +
+                       ": has kestan ended? See its log, start it and try again");
+}

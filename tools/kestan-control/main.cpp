@@ -1,0 +1,206 @@
+#include <algorithm>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <thrift/TOutput.h>
+
+#include "tools/json/multiplex_file.h"
+#include "tools/json/multiplex_json.h"
+#include "tools/json/number_text.h"
+#include "tools/kestan-control/control_connection.h"
+#include "tools/kestan-control/control_process.h"
+#include "tools/kestan-control/push.h"
+#include "tools/receive/table_collector.h"
+#include "tools/receive/ts_file.h"
+
+// kestan-control: a control process in one command. Exit status 0 when all was done, 1
+// when something was not (a rejected table, a mistake in a file, no connection), 2 for a
+// mistake on the command line.
+
+namespace {
+
+constexpr int kDone = 0;
+constexpr int kFailed = 1;
+constexpr int kUsageError = 2;
+
+using Service = ControlConnection::Service;
+
+int push(const ControlAddress& address, const std::vector<std::string>& files) {
+    const Multiplex multiplex = read_multiplex_files(files);
+    ControlConnection kestan(address);
+    const std::vector<std::string> rejected = push_tables(kestan, multiplex, std::cout);
+    for (const std::string& what : rejected) {
+        std::cerr << "kestan rejected the " << what
+                  << ": is it too large for its sections? What it played before stays\n";
+    }
+    return rejected.empty() ? kDone : kFailed;
+}
+
+// Says what was found and returns whether it is all that the capture's PAT promises.
+bool report_import(const std::string& path, const TsFile& file, const Multiplex& found) {
+    std::cerr << path << ": " << file.packets()
+              << " packets: " << (found.pat ? "" : "no ") << "PAT, "
+              << (found.cat ? "" : "no ") << "CAT, " << (found.sdt ? "" : "no ")
+              << "SDT actual, " << found.pmts.size() << " PMTs\n";
+    if (file.is_cut()) std::cerr << path << ": ends in the middle of a packet\n";
+    if (file.stray_bytes() != 0) {
+        std::cerr << path << ": passed over " << file.stray_bytes()
+                  << " bytes that are no whole packets\n";
+    }
+    if (!found.pat) return true;
+    bool is_whole = true;
+    for (const auto& program : found.pat->programs) {
+        const auto is_its = [&](const PmtOnPid& pmt) {
+            return pmt.pmt.program_number == program.program_number;
+        };
+        if (program.program_number == 0) continue;  // announces the network PID
+        if (std::any_of(found.pmts.begin(), found.pmts.end(), is_its)) continue;
+        std::cerr << path << ": the PAT has service " << program.program_number
+                  << ", but its PMT on PID " << hex_number(program.pid, 4)
+                  << " is not in the capture: make a longer one\n";
+        is_whole = false;
+    }
+    return is_whole;
+}
+
+int import(const std::string& path) {
+    TsFile file(path);
+    TableCollector collector;
+    while (const std::uint8_t* const packet = file.next()) collector.push(packet);
+    if (file.packets() == 0) {
+        std::cerr << path << ": no transport-stream packets: is it a capture of one?\n";
+        return kFailed;
+    }
+    const Multiplex found = collector.tables();
+    const bool is_whole = report_import(path, file, found);
+    if (!found.pat && !found.cat && !found.sdt) {
+        std::cerr << path << ": no table is whole: make a capture of a second or more\n";
+        return kFailed;
+    }
+    std::cout << multiplex_to_json(found).dump(2) << std::endl;
+    if (std::cout) return is_whole ? kDone : kFailed;
+    std::cerr << "cannot write the JSON: is the disk full?\n";
+    return kFailed;
+}
+
+// A number of the command line, decimal or "0x…".
+CLI::Validator number_up_to(std::int64_t highest) {
+    return {[highest](std::string& text) {
+                const auto number = parse_number(text);
+                if (!number || *number > highest) {
+                    return text + " is not a number from 0 to " +
+                           std::to_string(highest) + ", decimal or as in 0x1F";
+                }
+                text = std::to_string(*number);
+                return std::string();
+            },
+            "NUMBER"};
+}
+
+struct Settings {
+    ControlAddress address;
+    std::vector<std::string> files;
+    std::string capture;
+    int service_id = 0;
+    int pid = 0;
+    int status = kDone;
+};
+
+void add_options(CLI::App& app, Settings& settings) {
+    app.add_option("--host", settings.address.host, "Host that kestan runs on")
+        ->capture_default_str();
+    app.add_option("--set", settings.address.set,
+                   "Instance number of kestan, its option -s")
+        ->check(CLI::IsMember({0, 1}))
+        ->capture_default_str();
+    app.add_option("--timeout", settings.address.timeout_s,
+                   "Seconds to wait for a connection and for each answer")
+        ->check(CLI::Range(0.1, 3600.0))
+        ->capture_default_str();
+    app.set_version_flag("--version", "kestan-control " KESTAN_VERSION);
+    app.require_subcommand(1);
+    app.fallthrough();
+}
+
+void call(Settings& settings, const char* method, void (Service::*function)()) {
+    ControlConnection kestan(settings.address);
+    kestan.call(method, [&](Service& service) { (service.*function)(); });
+}
+
+void stop_pmt(const Settings& settings) {
+    ControlConnection kestan(settings.address);
+    kestan.call("StopPMT", [&](Service& service) {
+        service.StopPMT(static_cast<std::int16_t>(settings.service_id),
+                        static_cast<std::int16_t>(settings.pid));
+    });
+}
+
+void add_commands(CLI::App& app, Settings& settings) {
+    const auto add_files = [&](CLI::App* command) {
+        command->add_option("FILE", settings.files, "JSON files of tables")->required();
+    };
+    CLI::App* const push_command = app.add_subcommand(
+        "push", "Send the tables in the files; prints what, version and result of each");
+    add_files(push_command);
+    push_command->callback(
+        [&] { settings.status = push(settings.address, settings.files); });
+
+    CLI::App* const serve = app.add_subcommand(
+        "serve",
+        "Keep the tables in the files on air: send them now, after each start of kestan, "
+        "and after SIGHUP, which reads the files again");
+    add_files(serve);
+    serve->callback([&] { ControlProcess(settings.address, settings.files).run(); });
+
+    app.add_subcommand("clear", "Withdraw every table")->callback([&] {
+        call(settings, "ClearAllTables", &Service::ClearAllTables);
+    });
+    app.add_subcommand("clear-cat", "Withdraw the CAT")->callback([&] {
+        call(settings, "ClearCAT", &Service::ClearCAT);
+    });
+
+    CLI::App* const stop =
+        app.add_subcommand("stop-pmt", "Withdraw the PMT of a service");
+    stop->add_option("SERVICE_ID", settings.service_id, "The service's id")
+        ->required()
+        ->transform(number_up_to(0xFFFF));
+    stop->add_option("PID", settings.pid, "The PID that carries the PMT")
+        ->required()
+        ->transform(number_up_to(0x1FFF));
+    stop->callback([&] { stop_pmt(settings); });
+
+    CLI::App* const import_command = app.add_subcommand(
+        "import",
+        "Write the JSON of the PAT, CAT, SDT actual and PMTs in a transport-stream file");
+    import_command->add_option("CAPTURE", settings.capture, "The file")->required();
+    import_command->callback([&] { settings.status = import(settings.capture); });
+}
+
+int run(int argc, char** argv) {
+    CLI::App app("Drives kestan, the PSI/SI muxer, as its control process.",
+                 "kestan-control");
+    Settings settings;
+    add_options(app, settings);
+    add_commands(app, settings);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kDone : kUsageError;
+    }
+    return settings.status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Thrift's own word on what is reported below.
+    apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "kestan-control: " << error.what() << '\n';
+        return kFailed;
+    }
+}

@@ -1,0 +1,34 @@
+#include "tools/receive/continuity_check.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::uint8_t kDiscontinuityIndicator = 0x80;  // in byte 5
+
+bool has_discontinuity_indicator(const std::uint8_t* packet) {
+    return (packet[3] & kHasAdaptation) != 0 && packet[4] > 0 &&
+           (packet[5] & kDiscontinuityIndicator) != 0;
+}
+
+}  // namespace
+
+bool ContinuityCheck::push(const std::uint8_t* packet) {
+    const bool is_repeat = last_ && repeats(packet);
+    if (last_ && !is_repeat && !follows(packet)) ++errors_;
+    repeated_ = is_repeat;
+    std::copy_n(packet, kTsPacketSize, last_.emplace().begin());
+    return !is_repeat;
+}
+
+bool ContinuityCheck::follows(const std::uint8_t* packet) const {
+    const int step = has_payload(packet) ? 1 : 0;
+    const int expected = (continuity_counter_of(last_->data()) + step) & kContinuityMask;
+    return continuity_counter_of(packet) == expected ||
+           has_discontinuity_indicator(packet);
+}
+
+bool ContinuityCheck::repeats(const std::uint8_t* packet) const {
+    return has_payload(packet) && !repeated_ &&
+           std::equal(last_->begin(), last_->end(), packet);
+}

@@ -1,0 +1,53 @@
+#ifndef KESTAN_TOOLS_RECEIVE_SECTION_COLLECTOR_H
+#define KESTAN_TOOLS_RECEIVE_SECTION_COLLECTOR_H
+
+#include <cstdint>
+#include <functional>
+
+#include "dvb/libdvbpsi.h"
+#include "tools/receive/continuity_check.h"
+
+// Collects the sections of one PID from its packets and counts what is wrong with them.
+//
+// libdvbpsi puts the sections together and checks their CRC_32 (a short section, such as
+// a TDT's, has none). A section is up to 4,096 bytes long. One thread.
+class SectionCollector {
+public:
+    // Every section that is whole and right, each time it comes.
+    using Callback = std::function<void(const dvbpsi_psi_section_t&)>;
+
+    explicit SectionCollector(Callback on_section);
+    ~SectionCollector();
+    SectionCollector(const SectionCollector&) = delete;
+    SectionCollector& operator=(const SectionCollector&) = delete;
+
+    // Takes the PID's next packet, kTsPacketSize bytes.
+    void push(const std::uint8_t* packet);
+
+    // A section has begun that is not whole yet.
+    [[nodiscard]] bool is_collecting() const {
+        return handle_->p_decoder->p_current_section != nullptr;
+    }
+
+    [[nodiscard]] std::uint64_t continuity_errors() const { return continuity_.errors(); }
+
+    // Sections that another one's start cut off, as when a table is replaced in the
+    // middle.
+    [[nodiscard]] std::uint64_t torn_sections() const { return torn_sections_; }
+
+    // Sections whose CRC_32 was wrong.
+    [[nodiscard]] std::uint64_t crc_errors() const { return crc_errors_; }
+
+private:
+    void drop_torn_section(const std::uint8_t* packet);
+    static void on_gathered(dvbpsi_t* handle, dvbpsi_psi_section_t* section);
+    static void on_message(dvbpsi_t* handle, dvbpsi_msg_level_t level, const char* text);
+
+    Callback on_section_;
+    DvbpsiPtr handle_;
+    ContinuityCheck continuity_;
+    std::uint64_t torn_sections_ = 0;
+    std::uint64_t crc_errors_ = 0;
+};
+
+#endif

@@ -1,0 +1,89 @@
+#include "tools/receive/ts_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <system_error>
+
+namespace {
+
+constexpr std::size_t kStrides[] = {188, 192, 204};
+constexpr std::size_t kLongestStride = 204;
+
+// Sync bytes at this many packets in a row are no accident (one byte in 256 is one).
+constexpr std::size_t kPacketsToBeSure = 5;
+constexpr std::size_t kLookAhead = kPacketsToBeSure * kLongestStride;
+constexpr std::size_t kReadSize = std::size_t{1024} * 1024;
+
+[[noreturn]] void fail(const std::string& path) {
+    throw std::system_error(errno, std::generic_category(), path);
+}
+
+}  // namespace
+
+TsFile::TsFile(const std::string& path) : path_(path), file_(path, std::ios::binary) {
+    if (!file_.is_open()) fail(path_);
+}
+
+const std::uint8_t* TsFile::next() {
+    fill();
+    if (stride_ == 0 || !is_sync(0)) find_packets();
+    if (left() < kTsPacketSize) {
+        is_cut_ = stride_ != 0 && left() != 0;
+        skip(left());
+        return nullptr;
+    }
+    std::copy_n(&buffer_[position_], kTsPacketSize, packet_.begin());
+    ++packets_;
+    position_ += std::min(stride_, left());
+    return packet_.data();
+}
+
+void TsFile::fill() {
+    if (left() > kLookAhead || !file_) return;
+    buffer_.erase(buffer_.begin(),
+                  buffer_.begin() + static_cast<std::ptrdiff_t>(position_));
+    position_ = 0;
+    const std::size_t kept = buffer_.size();
+    buffer_.resize(kept + kReadSize);
+    file_.read(reinterpret_cast<char*>(&buffer_[kept]), kReadSize);
+    if (file_.bad()) fail(path_);
+    buffer_.resize(kept + static_cast<std::size_t>(file_.gcount()));
+}
+
+bool TsFile::is_sync(std::size_t offset) const {
+    return offset < left() && buffer_[position_ + offset] == kSyncByte;
+}
+
+std::size_t TsFile::stride_at(std::size_t offset) const {
+    if (!is_sync(offset) || left() - offset < kTsPacketSize) return 0;
+    const auto fits = [&](std::size_t stride) {
+        for (std::size_t i = 1; i < kPacketsToBeSure; ++i) {
+            const std::size_t next = offset + i * stride;
+            if (next < left() && !is_sync(next)) return false;
+        }
+        return true;
+    };
+    const auto found = std::find_if(std::begin(kStrides), std::end(kStrides), fits);
+    return found == std::end(kStrides) ? 0 : *found;
+}
+
+void TsFile::find_packets() {
+    for (stride_ = 0; left() != 0; fill()) {
+        const std::size_t end = file_ ? left() - kLookAhead : left();
+        std::size_t offset = 0;
+        while (offset < end && (stride_ = stride_at(offset)) == 0) ++offset;
+        const bool is_time_stamp = packets_ == 0 && offset + kTsPacketSize == stride_;
+        if (is_time_stamp) {
+            position_ += offset;
+        } else {
+            skip(offset);
+        }
+        if (stride_ != 0) return;
+    }
+}
+
+void TsFile::skip(std::size_t bytes) {
+    position_ += bytes;
+    stray_bytes_ += bytes;
+}

@@ -1,0 +1,182 @@
+#include "tools/receive/udp_receiver.h"
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <system_error>
+
+#include "dvb/nanoseconds.h"
+
+namespace {
+
+constexpr std::size_t kBatch = 64;
+constexpr std::size_t kMaxDatagramSize = 65536;
+
+// More than a third of a second of the densest stream, one packet a datagram at 100
+// Mbit/s.
+constexpr int kReceiveBufferSize = 32 * 1024 * 1024;
+
+// Readings of two clocks that are farther apart than this were interrupted.
+constexpr std::int64_t kTightNs = 2000;
+
+std::int64_t to_ns(const timespec& time) {
+    return time.tv_sec * kNsPerSecond + time.tv_nsec;
+}
+
+std::string to_text(const sockaddr_in& endpoint) {
+    std::array<char, INET_ADDRSTRLEN> address{};
+    inet_ntop(AF_INET, &endpoint.sin_addr, address.data(), address.size());
+    return std::string(address.data()) + ':' + std::to_string(ntohs(endpoint.sin_port));
+}
+
+bool is_multicast(const sockaddr_in& endpoint) {
+    return IN_MULTICAST(ntohl(endpoint.sin_addr.s_addr));
+}
+
+template <typename Value>
+bool set_option(int fd, int level, int name, const Value& value) {
+    return setsockopt(fd, level, name, &value, sizeof value) == 0;
+}
+
+[[noreturn]] void fail(const std::string& attempt, const std::string& advice) {
+    throw std::runtime_error("cannot " + attempt + ": " + std::strerror(errno) + advice);
+}
+
+std::string advice_for_bind(int error) {
+    if (error == EADDRINUSE) return "; another program receives there: end it first";
+    if (error == EADDRNOTAVAIL)
+        return "; give an address of this machine (ip address), or a multicast group";
+    return "";
+}
+
+void bind_and_join(int fd, const sockaddr_in& from, const std::string& interface) {
+    const unsigned index = interface.empty() ? 0 : if_nametoindex(interface.c_str());
+    if (!interface.empty() && index == 0)
+        fail("use interface " + interface, "; \"ip link\" lists those of this machine");
+    // Several programs may receive one group; of a unicast address the last would take
+    // all.
+    if (is_multicast(from)) set_option(fd, SOL_SOCKET, SO_REUSEADDR, 1);
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&from), sizeof from) != 0)
+        fail("receive on " + to_text(from), advice_for_bind(errno));
+    if (is_multicast(from)) {
+        set_option(fd, IPPROTO_IP, IP_MULTICAST_ALL, 0);
+        const ip_mreqn group{from.sin_addr, {}, static_cast<int>(index)};
+        if (!set_option(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, group)) {
+            fail("join the group of " + to_text(from),
+                 "; name the interface that it comes by with --interface");
+        }
+    } else if (!interface.empty() &&
+               setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
+                          static_cast<socklen_t>(interface.size())) != 0) {
+        fail("receive by interface " + interface + " alone", "");
+    }
+}
+
+}  // namespace
+
+sockaddr_in parse_endpoint(const std::string& text) {
+    sockaddr_in endpoint{};
+    endpoint.sin_family = AF_INET;
+    const std::size_t colon = std::min(text.find(':'), text.size());
+    std::uint16_t port = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] =
+        std::from_chars(std::min(text.data() + colon + 1, end), end, port);
+    if (error != std::errc() || stop != end || port == 0 ||
+        inet_pton(AF_INET, text.substr(0, colon).c_str(), &endpoint.sin_addr) != 1) {
+        throw std::runtime_error("\"" + text +
+                                 "\" is not an IPv4 address with a port of 1 to 65535, "
+                                 "such as 226.0.0.10:1234 or 127.0.0.1:5500");
+    }
+    endpoint.sin_port = htons(port);
+    return endpoint;
+}
+
+UdpReceiver::UdpReceiver(const sockaddr_in& from, const std::string& interface)
+    : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+      buffers_(kBatch * kMaxDatagramSize) {
+    if (fd_ < 0) fail("open a UDP socket", "");
+    try {
+        // The first needs a privilege; the second gives what net.core.rmem_max allows.
+        set_option(fd_, SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBufferSize) ||
+            set_option(fd_, SOL_SOCKET, SO_RCVBUF, kReceiveBufferSize);
+        if (!set_option(fd_, SOL_SOCKET, SO_TIMESTAMPNS, 1))
+            fail("have datagrams stamped with their time of arrival", "");
+        set_option(fd_, SOL_SOCKET, SO_RXQ_OVFL, 1);
+        bind_and_join(fd_, from, interface);
+    } catch (...) {
+        close(fd_);
+        throw;
+    }
+    compare_clocks();
+}
+
+UdpReceiver::~UdpReceiver() {
+    close(fd_);
+}
+
+void UdpReceiver::compare_clocks() {
+    const std::int64_t before = steady_now_ns();
+    timespec civil{};
+    clock_gettime(CLOCK_REALTIME, &civil);
+    if (steady_now_ns() - before < kTightNs || civil_minus_steady_ == 0)
+        civil_minus_steady_ = to_ns(civil) - before;
+}
+
+void UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_datagram) {
+    pollfd readable{fd_, POLLIN, 0};
+    const std::int64_t wait_ns = std::max<std::int64_t>(timeout_ns, 0);
+    const timespec timeout{static_cast<time_t>(wait_ns / kNsPerSecond),
+                           static_cast<long>(wait_ns % kNsPerSecond)};
+    if (ppoll(&readable, 1, &timeout, nullptr) <= 0) return;
+
+    alignas(cmsghdr) std::array<std::array<char, 128>, kBatch> controls;
+    std::array<iovec, kBatch> parts{};
+    std::array<mmsghdr, kBatch> messages{};
+    for (std::size_t i = 0; i < kBatch; ++i) {
+        parts[i] = {buffers_.data() + i * kMaxDatagramSize, kMaxDatagramSize};
+        messages[i].msg_hdr.msg_iov = &parts[i];
+        messages[i].msg_hdr.msg_iovlen = 1;
+        messages[i].msg_hdr.msg_control = controls[i].data();
+        messages[i].msg_hdr.msg_controllen = controls[i].size();
+    }
+    const int count = recvmmsg(fd_, messages.data(), kBatch, MSG_DONTWAIT, nullptr);
+    if (count < 0 && errno != EAGAIN && errno != EINTR)
+        throw std::system_error(errno, std::generic_category(), "cannot receive");
+    compare_clocks();
+    for (int i = 0; i < count; ++i) {
+        mmsghdr& message = messages[static_cast<std::size_t>(i)];
+        const std::int64_t arrival = read_arrival(message.msg_hdr);
+        on_datagram(arrival,
+                    static_cast<const std::uint8_t*>(message.msg_hdr.msg_iov->iov_base),
+                    message.msg_len);
+    }
+}
+
+// Also takes note of the losses that the message tells of.
+std::int64_t UdpReceiver::read_arrival(msghdr& message) {
+    const std::int64_t now = steady_now_ns();
+    std::int64_t arrival = now;
+    for (cmsghdr* item = CMSG_FIRSTHDR(&message); item != nullptr;
+         item = CMSG_NXTHDR(&message, item)) {
+        if (item->cmsg_level != SOL_SOCKET) continue;
+        if (item->cmsg_type == SCM_TIMESTAMPNS) {
+            timespec stamp{};
+            std::memcpy(&stamp, CMSG_DATA(item), sizeof stamp);
+            arrival = to_ns(stamp) - civil_minus_steady_;
+        } else if (item->cmsg_type == SO_RXQ_OVFL) {
+            std::memcpy(&lost_, CMSG_DATA(item), sizeof lost_);
+        }
+    }
+    return std::min(arrival, now);
+}
