@@ -56,5 +56,7 @@ option(KESTAN_WERROR "Treat warnings as errors" OFF)
 
 add_library(kestan_options INTERFACE)
 target_compile_options(kestan_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${KESTAN_WERROR}>:-Werror>)
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${KESTAN_WERROR}>:-Werror>
+    # GCC before version 12 does not know [[maybe_unused]] on a member.
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,12>>:-Wno-attributes>)
 target_include_directories(kestan_options INTERFACE ${CMAKE_SOURCE_DIR})
