@@ -64,7 +64,7 @@ build_and_test() {
     cmake --build "$build" -- --quiet
     # The emulator runs no program that another one starts: neither the tests of whole
     # programs nor those of assertions, which start themselves anew. The soak takes minutes.
-    GTEST_FILTER=-*DeathTest* ctest --test-dir "$build" --output-on-failure \
+    GTEST_FILTER='-*DeathTest*' ctest --test-dir "$build" --output-on-failure \
         --no-tests=error --label-exclude program --exclude-regex soak_test
 }
 
