@@ -33,13 +33,6 @@ remove_root() {
     rm -rf --one-file-system "$root"
 } 2>/dev/null
 
-# Debian's package lists of this machine, as lines of a sources.list for an architecture.
-debian_sources() { # <architecture>
-    local line="deb [arch=$1 signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]"
-    apt-get indextargets --format "$line \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" \
-        'Created-By: Packages' 'Origin: Debian' | sort -u
-}
-
 make_clean_root() {
     local codename mirror architecture tar
     codename=$(. /etc/os-release && echo "$VERSION_CODENAME")

@@ -30,6 +30,14 @@ install_missing() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
+# debian_sources <architecture>: the Debian package lists that this machine uses, as lines of
+# a sources.list.
+debian_sources() {
+    local line="deb [arch=$1 signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]"
+    apt-get indextargets --format "$line \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" \
+        'Created-By: Packages' 'Origin: Debian' | sort -u
+}
+
 # quietly <program> [argument]...: shows what it writes, if it fails.
 quietly() {
     local output status=0
