@@ -49,7 +49,7 @@ make_clean_root() {
     fi
     mount -t proc proc "$root/proc"
     mount --rbind /dev "$root/dev"
-    cp -L /etc/resolv.conf "$root/etc/resolv.conf"
+    cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
     rm -f "$root"/etc/apt/sources.list.d/*
     debian_sources "$architecture" >"$root/etc/apt/sources.list"
     apt-config dump Acquire::http Acquire::https >"$root/etc/apt/apt.conf.d/host"
