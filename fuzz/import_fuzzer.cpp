@@ -26,7 +26,7 @@ constexpr auto crc_32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
 void repair(std::array<std::uint8_t, kTsPacketSize>& packet) {
     std::uint8_t* const section = &packet[kSectionAt];
     const std::size_t size = 3 + ((section[1] & 0x0FU) << 8 | section[2]);
-    if (!starts_section(packet) || packet[4] != 0) return;
+    if (!starts_section(packet.data()) || packet[4] != 0) return;
     if (size < 3 + kCrc32Size || kSectionAt + size > kTsPacketSize) return;
     const std::uint32_t crc = htonl(crc_32(section, size - kCrc32Size));
     std::memcpy(section + size - kCrc32Size, &crc, kCrc32Size);
