@@ -1,6 +1,9 @@
 #include "control/mux_server.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <exception>
@@ -25,6 +28,26 @@ using apache::thrift::transport::TServerSocket;
 using apache::thrift::transport::TTransport;
 using orvel::thrift::ci_module::cm_MuxControlSrvIf;
 using orvel::thrift::ci_module::cm_MuxControlSrvProcessor;
+
+// A peer that vanished without a word (power lost, link cut) would hold the only
+// connection for ever. The kernel asks a silent peer whether it is there and closes the
+// connection of one that has not answered for 90 s; one that answers may be silent for
+// days. The time-out also covers a reply that nobody acknowledges, for which the kernel
+// sends no probes.
+void close_when_peer_vanishes(int connection) {
+    constexpr int idle_s = 60;
+    constexpr int interval_s = 10;
+    constexpr int probes = 3;
+    constexpr int unanswered_ms = 1000 * (idle_s + probes * interval_s);
+    const auto set = [connection](int level, int name, int value) {
+        setsockopt(connection, level, name, &value, sizeof value);
+    };
+    set(SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(IPPROTO_TCP, TCP_KEEPIDLE, idle_s);
+    set(IPPROTO_TCP, TCP_KEEPINTVL, interval_s);
+    set(IPPROTO_TCP, TCP_KEEPCNT, probes);
+    set(IPPROTO_TCP, TCP_USER_TIMEOUT, unanswered_ms);
+}
 
 void run_or_exit(int port) {
     try {
@@ -56,6 +79,7 @@ int MuxServerThread(int port) {
     const auto processor = std::make_shared<cm_MuxControlSrvProcessor>(
         std::shared_ptr<cm_MuxControlSrvIf>(handler));
     const auto server_socket = std::make_shared<TServerSocket>(port);
+    server_socket->setAcceptCallback(close_when_peer_vanishes);
     const auto transport_factory = std::make_shared<TFramedTransportFactory>();
     const auto protocol_factory = mux_protocol_factory();
     TSimpleServer server(processor, server_socket, transport_factory, protocol_factory);
