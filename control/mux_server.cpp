@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include <thrift/TConfiguration.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/server/TSimpleServer.h>
 #include <thrift/transport/TBufferTransports.h>
@@ -26,7 +27,6 @@ using apache::thrift::server::TSimpleServer;
 using apache::thrift::transport::TFramedTransportFactory;
 using apache::thrift::transport::TServerSocket;
 using apache::thrift::transport::TTransport;
-using orvel::thrift::ci_module::cm_MuxControlSrvIf;
 using orvel::thrift::ci_module::cm_MuxControlSrvProcessor;
 
 // A peer that vanished without a word (power lost, link cut) would hold the only
@@ -52,10 +52,13 @@ void close_when_peer_vanishes(int connection) {
 void run_or_exit(int port) {
     try {
         MuxServerThread(port);
+        return;
     } catch (const std::exception& error) {
         log_function(kLogError, 0, "Mux server EXCEPTION: %s", error.what());
-        _exit(1);  // no exit handlers: the main thread is running
+    } catch (...) {
+        log_function(kLogError, 0, "Mux server EXCEPTION: of an unknown type");
     }
+    _exit(1);  // no exit handlers: the main thread is running
 }
 
 }  // namespace
@@ -75,9 +78,8 @@ int StartMuxServer(int port) {
 }
 
 int MuxServerThread(int port) {
-    const std::shared_ptr<cm_MuxControlSrvHandler> handler(new cm_MuxControlSrvHandler);
-    const auto processor = std::make_shared<cm_MuxControlSrvProcessor>(
-        std::shared_ptr<cm_MuxControlSrvIf>(handler));
+    const auto handler = std::make_shared<cm_MuxControlSrvHandler>();
+    const auto processor = std::make_shared<cm_MuxControlSrvProcessor>(handler);
     const auto server_socket = std::make_shared<TServerSocket>(port);
     server_socket->setAcceptCallback(close_when_peer_vanishes);
     const auto transport_factory = std::make_shared<TFramedTransportFactory>();
@@ -91,7 +93,7 @@ std::shared_ptr<TProtocolFactory> mux_protocol_factory() {
     // Thrift sizes strings and lists by what a message claims: without limits, one of 30
     // bytes takes gigabytes or ends the process. No string is longer than its frame, and
     // these are more elements than any table can carry.
-    constexpr int string_limit = 16384000;
+    constexpr int string_limit = apache::thrift::TConfiguration::DEFAULT_MAX_FRAME_SIZE;
     constexpr int container_limit = 131072;
     return std::make_shared<TBinaryProtocolFactoryT<TTransport>>(
         string_limit, container_limit, /*strict_read=*/false, /*strict_write=*/true);
