@@ -4,13 +4,15 @@
 load programs
 
 # Its build folder stays, so that a second run builds what has changed only.
-@test "links a framework that is a closed archive, converters and constants included" {
+@test "links a framework that is two closed archives, converters and constants included" {
     local source=$BATS_TEST_DIRNAME/../.. build=$KESTAN_BIN/../foreign_framework
-    c++ -std=c++17 -I"$source" -I"$KESTAN_BIN/../generated" \
-        -c "$source/tests/data/foreign_framework.cpp" -o foreign.o
-    ar rc libforeign.a foreign.o
+    for part in framework tables; do
+        c++ -std=c++17 -I"$source" -I"$KESTAN_BIN/../generated" \
+            -c "$source/tests/data/foreign_$part.cpp"
+        ar rc "lib$part.a" "foreign_$part.o"
+    done
     cmake -S "$source" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
-        -DKESTAN_FRAMEWORK="$PWD/libforeign.a"
+        -DKESTAN_FRAMEWORK="$PWD/libframework.a;$PWD/libtables.a"
     cmake --build "$build" --target kestan
     run -1 grep -i libsystemd "$build/CMakeCache.txt"
 
