@@ -151,8 +151,7 @@ void cm_MuxControlSrvHandler::add_pmt(std::uint16_t service_id, std::uint16_t pi
 std::shared_ptr<TableCarrousel> cm_MuxControlSrvHandler::carrousel_of(std::uint16_t pid) {
     const auto found = pids_.find(pid);
     if (found != pids_.end()) return found->carrousel;
-    std::shared_ptr<TableCarrousel> carrousel(new TableCarrousel(pid),
-                                                    remove_and_delete);
+    std::shared_ptr<TableCarrousel> carrousel(new TableCarrousel(pid), remove_and_delete);
     muxer_add(*carrousel);
     return carrousel;
 }
