@@ -8,6 +8,7 @@
 
 #include "tests/support/memory_file.h"
 #include "tests/support/random_tables.h"
+#include "tools/json/descriptor_fields.h"
 #include "tools/json/descriptor_json.h"
 #include "tools/json/multiplex_file.h"
 #include "tools/json/number_text.h"
@@ -66,11 +67,14 @@ TEST(DescriptorJson, NamesWhatItCanNameExactlyAndOnlyThat) {
         descriptor.tag = static_cast<int>(*parse_number(tag_and_bytes.substr(0, 4)));
         descriptor.data = *from_hex(tag_and_bytes.substr(5));
         const json document = descriptor_to_json(descriptor);
-        if (text == "raw") {
+        const bool is_raw = text.substr(0, 3) == "raw";
+        if (is_raw) {
             EXPECT_TRUE(document.contains("tag")) << document;
         } else {
             EXPECT_EQ(document, json::parse(text));
         }
+        EXPECT_EQ(inner_overrun(descriptor),
+                  is_raw && text.size() > 3 ? text.substr(5) : "");
         EXPECT_EQ(descriptor_from_json(JsonNode(document)), descriptor) << document;
     }
 }
