@@ -78,9 +78,30 @@ std::string language_from_json(const JsonNode& node) {
     return node.text();
 }
 
-std::string text_from_json(const JsonNode& node) {
-    const std::optional<std::string> encoded = encode_dvb_text(node.text());
-    if (!encoded) node.mistake("a text without control characters");
+// The field that says the coding of a text.
+std::string coding_field(const char* text_field) {
+    return text_field + std::string("_coding");
+}
+
+const DvbCoding& coding_from_json(const JsonNode& node) {
+    std::string names;
+    for (const DvbCoding& coding : dvb_codings()) {
+        if (coding.name == node.text()) return coding;
+        names += (names.empty() ? "" : ", ") + coding.name;
+    }
+    node.mistake("one of " + names);
+}
+
+std::string text_from_json(const JsonNode& entry, const char* name) {
+    const JsonNode node = entry[name];
+    if (!is_dvb_text(node.text())) node.mistake("a text without control characters");
+    const std::string coding_name = coding_field(name);
+    const DvbCoding* coding = nullptr;
+    if (entry.has(coding_name.c_str())) {
+        coding = &coding_from_json(entry[coding_name.c_str()]);
+    }
+    const std::optional<std::string> encoded = encode_dvb_text(node.text(), coding);
+    if (!encoded) node.mistake("a text whose characters all are in its coding");
     return *encoded;
 }
 
@@ -97,7 +118,7 @@ void write_field(const DescriptorField& field, const JsonNode& node, BitWriter& 
         case FieldKind::kLanguage:
             return to.put_bytes(language_from_json(node[field.name]));
         case FieldKind::kText: {
-            const std::string text = text_from_json(node[field.name]);
+            const std::string text = text_from_json(node, field.name);
             to.put(static_cast<std::uint32_t>(text.size()), 8);
             return to.put_bytes(text);
         }
@@ -115,11 +136,12 @@ void write_field(const DescriptorField& field, const JsonNode& node, BitWriter& 
 }
 
 void entry_from_json(const DescriptorForm& form, const JsonNode& node, BitWriter& to) {
-    std::vector<std::string_view> names;
+    std::vector<std::string> names;
     for (const DescriptorField& field : form.fields) {
         if (is_in_json(field)) names.emplace_back(field.name);
+        if (field.kind == FieldKind::kText) names.push_back(coding_field(field.name));
     }
-    node.expect_fields(names);
+    node.expect_fields({names.begin(), names.end()});
     for (auto field = form.fields.begin(); field != form.fields.end(); ++field) {
         const bool is_left_out =
             field->need != FieldNeed::kRequired && !node.has(field->name);
@@ -153,26 +175,37 @@ Descriptor named_from_json(const DescriptorForm& form, const JsonNode& node) {
     return descriptor;
 }
 
-// Returns null if the field's content cannot be said.
-ordered_json field_to_json(const FieldValue& value) {
+// Writes the field's value to an entry. Returns false if JSON has no way to say it.
+bool add_field(const FieldValue& value, ordered_json& entry) {
+    ordered_json& to = entry[value.field->name];
     switch (value.field->kind) {
         case FieldKind::kHexNumber:
-            return hex_number(value.number, static_cast<int>(value.field->bits + 3) / 4);
+            to = hex_number(value.number, static_cast<int>(value.field->bits + 3) / 4);
+            return true;
         case FieldKind::kCharacterCode:
-            return character_code_text(value.number);
+            to = character_code_text(value.number);
+            return true;
         case FieldKind::kFlag:
-            return value.number != 0;
+            to = value.number != 0;
+            return true;
         case FieldKind::kLanguage:
-            if (!is_language(value.bytes)) return nullptr;
-            return value.bytes;
+            to = value.bytes;
+            return is_language(value.bytes);
         case FieldKind::kText: {
-            const auto text = decode_dvb_text(std::string(value.bytes));
-            return text ? ordered_json(*text) : ordered_json(nullptr);
+            const auto decoded = decode_dvb_text(value.bytes);
+            if (!decoded) return false;
+            to = decoded->text;
+            if (decoded->coding != nullptr) {
+                entry[coding_field(value.field->name)] = decoded->coding->name;
+            }
+            return true;
         }
         case FieldKind::kRest:
-            return to_hex(value.bytes);
+            to = to_hex(value.bytes);
+            return true;
         default:
-            return value.number;
+            to = value.number;
+            return true;
     }
 }
 
@@ -182,9 +215,7 @@ std::optional<ordered_json> entry_to_json(const std::vector<FieldValue>& entry) 
         const bool is_zero = value.number == 0 && value.bytes.empty();
         const bool is_omitted = value.field->need == FieldNeed::kAbsentIfZero && is_zero;
         if (!is_in_json(*value.field) || is_omitted) continue;
-        ordered_json field = field_to_json(value);
-        if (field.is_null()) return std::nullopt;
-        to[value.field->name] = std::move(field);
+        if (!add_field(value, to)) return std::nullopt;
     }
     return to;
 }
