@@ -1,8 +1,11 @@
 #include "tools/json/multiplex_json.h"
 
+#include <cstdio>
 #include <fstream>
+#include <map>
 #include <random>
 #include <regex>
+#include <set>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -139,6 +142,120 @@ TEST(MultiplexFile, NamesTheFieldWhatStandsThereAndWhatWasExpected) {
         EXPECT_THROW((void)read_multiplex_files({path, path}), FileMistake);
     }
     EXPECT_THROW((void)read_multiplex_files({testing::TempDir()}), FileMistake);
+}
+
+// Every place of a document, as a JSON pointer.
+void add_places(const json& value, const json::json_pointer& place,
+                std::vector<json::json_pointer>& places) {
+    if (!place.empty()) places.push_back(place);
+    if (!value.is_structured()) return;
+    for (const auto& [key, element] : value.items()) {
+        const auto below = value.is_array() ? place / std::stoul(key) : place / key;
+        add_places(element, below, places);
+    }
+}
+
+std::vector<json> wrong_and_right_values() {
+    std::vector<json> values{nullptr, true, json::array(), json::object(), -1, 1.5};
+    for (const char* const text : {"", "0x", "0xG", "-1", "abcd", "abc", "ab ", "\x01",
+                                   "\xC2\x85", "UTF-8", "ISO-8859-12"}) {
+        values.emplace_back(text);
+    }
+    for (const std::size_t digits : {253, 510, 512})
+        values.emplace_back(std::string(digits, 'a'));
+    for (const int bits : {0, 3, 4, 5, 8, 13, 15, 16, 22, 32}) {
+        for (const std::int64_t number :
+             {(std::int64_t{1} << bits) - 1, std::int64_t{1} << bits}) {
+            values.insert(values.end(),
+                          {number, std::to_string(number), hex_number(number, 6)});
+        }
+    }
+    return values;
+}
+
+// The document with each of its places changed, one at a time.
+std::vector<json> variants_of(const json& document) {
+    static const std::vector<json> values = wrong_and_right_values();
+    std::vector<json::json_pointer> places;
+    add_places(document, json::json_pointer(), places);
+    std::vector<json> variants{document};
+    for (const auto& place : places) {
+        for (const json& value : values) variants.emplace_back(document)[place] = value;
+        variants.push_back(
+            document.patch({{{"op", "remove"}, {"path", place.to_string()}}}));
+    }
+    return variants;
+}
+
+TEST(Schema, SaysOfEveryVariantOfADocumentWhatTheReaderSays) {
+    std::vector<json> documents;
+    for (const char* const name : {"small.json", "large.json"}) {
+        std::ifstream file(KESTAN_TEST_DATA "/../../examples/" + std::string(name));
+        documents.push_back(json::parse(file));
+    }
+    for (
+        const char* const text :
+        {R"({"$schema": "x", "pat": {"transport_stream_id": 1, "version_number": 1,
+              "current_next_indicator": true, "programs": [{"program_number": 1, "pid": 1}]}})",
+         R"({"sdt": {"transport_stream_id": 1, "original_network_id": 1, "version_number": 1,
+              "services": [{"service_id": 1, "eit_schedule_flag": true, "running_status": 1,
+              "eit_present_following_flag": true, "free_ca_mode": true, "descriptors": []}]}})",
+         R"({"pmts": [{"pid": 1, "program_number": 1, "version_number": 1, "pcr_pid": 1,
+              "streams": [{"stream_type": 1, "elementary_pid": 1, "descriptors": []}],
+              "descriptors": [{"tag": 1, "data": "00"}]}]})"}) {
+        for (json& variant : variants_of(json::parse(text))) documents.push_back(variant);
+    }
+    const auto cat_of = [](const json& descriptor) {
+        return json{{"cat", {{"version_number", 1}, {"descriptors", {descriptor}}}}};
+    };
+    std::set<std::string> fields;
+    for (const auto& [bytes, text] : cases_in(KESTAN_TEST_DATA "/descriptors.txt")) {
+        if (text.substr(0, 3) == "raw") continue;
+        const json named = json::parse(text);
+        const json& value = named.begin().value();
+        for (const auto& field : (value.is_array() ? value[0] : value).items()) {
+            fields.insert(named.begin().key() + '.' + field.key());
+        }
+        for (json& variant : variants_of(cat_of(named))) documents.push_back(variant);
+        if (!value.is_array()) continue;
+        for (const std::size_t length : {31, 32, 51, 52, 63, 64, 85, 86}) {
+            const json list(length, value.front());
+            documents.push_back(cat_of({{named.begin().key(), list}}));
+        }
+    }
+    for (const DescriptorForm& form : descriptor_forms()) {
+        for (const DescriptorField& field : form.fields) {
+            const std::string name = form.name + std::string(".") + field.name;
+            EXPECT_TRUE(!is_in_json(field) || fields.count(name) == 1) << name;
+        }
+    }
+    for (const DvbCoding& coding : dvb_codings()) {
+        documents.push_back(cat_of({{"service",
+                                     {{"service_type", 1},
+                                      {"provider_name", ""},
+                                      {"service_name", "a"},
+                                      {"service_name_coding", coding.name}}}}));
+    }
+
+    FILE* const schema = popen("/usr/bin/python3 " KESTAN_TEST_DATA
+                               "/../support/schema_verdicts.py " KESTAN_TEST_DATA
+                               "/../../tools/json/multiplex.schema.json",
+                               "w");
+    std::map<bool, int> verdicts;
+    for (const json& document : documents) {
+        bool is_valid = true;
+        try {
+            static_cast<void>(multiplex_from_json(JsonNode(document)));
+        } catch (const JsonMistake&) {
+            is_valid = false;
+        }
+        ++verdicts[is_valid];
+        fprintf(schema, "%s %s\n", is_valid ? "valid" : "invalid",
+                document.dump().c_str());
+    }
+    EXPECT_EQ(pclose(schema), 0);
+    EXPECT_GT(verdicts[true], 500);
+    EXPECT_GT(verdicts[false], 5000);
 }
 
 }  // namespace
