@@ -1,10 +1,9 @@
 #include "tools/receive/ts_file.h"
 
 #include <random>
+#include <sstream>
 
 #include <gtest/gtest.h>
-
-#include "tests/support/memory_file.h"
 
 namespace {
 
@@ -14,8 +13,8 @@ std::string numbered_packet(std::uint64_t number, std::size_t stride) {
     return packet;
 }
 
-// Runs of packets with junk between them, in which one byte in 64 is a sync byte, but
-// none in step with the packets before or behind it.
+// Between runs of packets there is junk. One byte of it in 64 is a sync byte, but none is
+// in step with the packets before or after it.
 TEST(TsFile, FindsEveryPacketBetweenAnyJunk) {
     std::mt19937 random(1);
     for (unsigned round = 0; round < 120; ++round) {
@@ -38,7 +37,8 @@ TEST(TsFile, FindsEveryPacketBetweenAnyJunk) {
         const std::size_t cut = random() % 2 * (random() % (kTsPacketSize - 1) + 1);
         content += numbered_packet(packets, stride).substr(0, cut);
 
-        TsFile file(memory_file(content));
+        std::istringstream in(content);
+        TsFile file(in, "");
         std::uint64_t found = 0;
         while (const std::uint8_t* const packet = file.next()) {
             const std::string expected = numbered_packet(found++, kTsPacketSize);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kLongestQuote = 40;
 
-// What stands at a place, short enough for a message.
+// Describes the value, short enough for a message.
 std::string quote(const json& value) {
     if (value.is_object()) return "an object";
     if (value.is_array()) return "an array";
@@ -21,11 +21,11 @@ std::string quote(const json& value) {
     return text + "...";
 }
 
-// What a JSON number or a string such as "0x0100" stands for.
+// Returns the value of a JSON number or of a string such as "0x0100".
 std::optional<std::int64_t> integer(const json& value) {
     if (value.is_string()) return parse_number(value.get_ref<const std::string&>());
     if (value.is_number_unsigned()) {
-        // Beyond 2^63 the conversion would wrap to a number that is in range nowhere.
+        // The conversion of a number above INT64_MAX would give a negative one.
         return static_cast<std::int64_t>(
             std::min<std::uint64_t>(value.get<std::uint64_t>(), INT64_MAX));
     }
@@ -33,7 +33,7 @@ std::optional<std::int64_t> integer(const json& value) {
     return std::nullopt;
 }
 
-std::string list(std::initializer_list<std::string_view> names) {
+std::string list(const std::vector<std::string_view>& names) {
     std::string text;
     for (const std::string_view name : names) {
         if (!text.empty()) text += ", ";
@@ -49,7 +49,7 @@ void JsonNode::mistake(const std::string& expected) const {
                       ", expected " + expected);
 }
 
-void JsonNode::expect_fields(std::initializer_list<std::string_view> names) const {
+void JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
     if (!value_->is_object()) mistake("an object with the fields " + list(names));
     for (const auto& field : value_->items()) {
         if (std::find(names.begin(), names.end(), field.key()) != names.end()) continue;
@@ -81,13 +81,13 @@ std::vector<JsonNode> JsonNode::elements_of(const char* name) const {
     return (*this)[name].elements();
 }
 
-std::int32_t JsonNode::number(std::int32_t lowest, std::int32_t highest) const {
+std::int64_t JsonNode::in_range(std::int64_t lowest, std::int64_t highest) const {
     const std::optional<std::int64_t> value = integer(*value_);
     if (!value || *value < lowest || *value > highest) {
         mistake("a number from " + std::to_string(lowest) + " to " +
                 std::to_string(highest) + ", decimal or as in \"0x1F\"");
     }
-    return static_cast<std::int32_t>(*value);
+    return *value;
 }
 
 bool JsonNode::boolean() const {

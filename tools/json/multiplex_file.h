@@ -7,15 +7,16 @@
 
 #include "tools/multiplex.h"
 
-// A file that cannot be read, or a mistake in it: which file, where, what was expected.
+// A file cannot be read or has a mistake: which file, where, what was expected.
 class FileMistake : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// The tables of JSON files (see multiplex_json.h; // and /* */ comments are allowed)
-// together. Raises FileMistake, also for a table that two files have: Kestan plays one
-// of each, and which one the writer means can't be known.
+// Reads the tables of all JSON files (see multiplex_json.h; // and /* */ comments are
+// allowed). "-" is standard input: it is read once, and later calls use its text again.
+// Raises FileMistake, also if two files have the same table: Kestan plays one of each,
+// and which one the writer means can't be known.
 [[nodiscard]] Multiplex read_multiplex_files(const std::vector<std::string>& paths);
 
 #endif
