@@ -119,9 +119,8 @@ void check_stream_type_differs(const TableIndex& tables, RuleReport& report) {
         const PMT& pmt = multiplex.pmts[i].pmt;
         for (std::size_t j = 0; j < pmt.streams.size(); ++j) {
             const PMTStream& stream = pmt.streams[j];
-            const auto [first, is_new] =
-                first_with.emplace(stream.elementary_pid,
-                                   std::pair(stream.stream_type, pmt.program_number));
+            const auto [first, is_new] = first_with.emplace(
+                stream.elementary_pid, std::pair(stream.stream_type, pmt.program_number));
             const auto [type, service] = first->second;
             // The same PMT twice on a PID is a fault of its own.
             if (is_new || type == stream.stream_type || service == pmt.program_number) {

@@ -40,12 +40,11 @@ void check_program_twice_in_pat(const TableIndex& tables, RuleReport& report) {
     for (std::size_t i = 0; i < programs.size(); ++i) {
         const std::int32_t number = programs[i].program_number;
         if (seen.insert(number).second) continue;
-        report.add(
-            kInPat, element("programs", i) + ".program_number",
-            (number == 0 ? std::string("the network PID") : service_text(number)) +
-                " is in the PAT twice, first on PID " +
-                pid_text(*tables.announced_pid(number)) +
-                ": receivers follow one entry or the other");
+        report.add(kInPat, element("programs", i) + ".program_number",
+                   (number == 0 ? std::string("the network PID") : service_text(number)) +
+                       " is in the PAT twice, first on PID " +
+                       pid_text(*tables.announced_pid(number)) +
+                       ": receivers follow one entry or the other");
     }
 }
 
@@ -125,10 +124,10 @@ void check_service_without_name(const TableIndex& tables, RuleReport& report) {
             if (service_name_length(descriptor) != 0) has_name = true;
         }
         if (has_name) continue;
-        report.add(kInSdt, element("services", i),
-                   service_text(services[i].service_id) +
-                       (has_descriptor ? " has an empty name"
-                                       : " has no service descriptor") +
-                       ": receivers list it without a name, or not at all");
+        report.add(
+            kInSdt, element("services", i),
+            service_text(services[i].service_id) +
+                (has_descriptor ? " has an empty name" : " has no service descriptor") +
+                ": receivers list it without a name, or not at all");
     }
 }

@@ -40,7 +40,8 @@ public:
 
     // The PID that the PAT gives for a service, by its first entry; nullopt if the PAT
     // does not have the service, or if there is no PAT.
-    [[nodiscard]] std::optional<std::int32_t> announced_pid(std::int32_t service_id) const;
+    [[nodiscard]] std::optional<std::int32_t> announced_pid(
+        std::int32_t service_id) const;
 
     // Index of the first PMT of a service; nullopt if there is none.
     [[nodiscard]] std::optional<std::size_t> pmt_of(std::int32_t service_id) const;

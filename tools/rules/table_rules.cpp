@@ -1,8 +1,8 @@
 #include <cstdint>
+#include <optional>
 #include <string>
-#include <vector>
 
-#include "dvb/section_limits.h"
+#include "thrift/table_refusal.h"
 #include "tools/rules/rule_functions.h"
 
 using namespace orvel::thrift::dvb_tables;
@@ -20,14 +20,6 @@ void for_each_table(const Multiplex& multiplex, Visit visit) {
     for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
         visit(in_pmt(i), multiplex.pmts[i].pmt);
     }
-}
-
-std::size_t size_of(const std::vector<Descriptor>& descriptors) {
-    std::size_t size = 0;
-    for (const Descriptor& descriptor : descriptors) {
-        size += kDescriptorHeaderSize + descriptor.data.size();
-    }
-    return size;
 }
 
 // What is wrong with the lengths inside a descriptor; null if nothing is.
@@ -86,29 +78,21 @@ void check_transport_stream_id_differs(const TableIndex& tables, RuleReport& rep
 }
 
 void check_table_refused(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const PMT& pmt = multiplex.pmts[i].pmt;
-        std::size_t size = size_of(pmt.descriptors);
-        for (const PMTStream& stream : pmt.streams) {
-            size += kPmtStreamHeaderSize + size_of(stream.descriptors);
-        }
-        constexpr std::size_t capacity = section_capacity(kPmtHeaderSize);
-        if (size <= capacity) continue;
-        report.add(in_pmt(i), "",
-                   "descriptors and streams take " + std::to_string(size) + " bytes, " +
-                       std::to_string(capacity) +
-                       " fit: Kestan refuses the table, receivers never get it");
-    }
+    for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
+        const std::optional<std::string> reason = refusal_reason(table);
+        if (!reason) return;
+        report.add(place, "",
+                   *reason + ": Kestan refuses the table, receivers do not get it");
+    });
 }
 
 void check_descriptor_overrun(const TableIndex& tables, RuleReport& report) {
-    tables.for_each_descriptor([&](TablePlace place, const std::string& field,
-                                   const Descriptor& descriptor) {
-        const char* const fault = inner_fault(descriptor);
-        if (fault == nullptr) return;
-        report.add(place, field,
-                   std::string(fault) +
-                       ": receivers ignore the descriptor, or read past its end");
-    });
+    tables.for_each_descriptor(
+        [&](TablePlace place, const std::string& field, const Descriptor& descriptor) {
+            const char* const fault = inner_fault(descriptor);
+            if (fault == nullptr) return;
+            report.add(place, field,
+                       std::string(fault) +
+                           ": receivers ignore the descriptor, or read past its end");
+        });
 }
