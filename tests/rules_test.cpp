@@ -30,7 +30,7 @@ Descriptor descriptor(std::int32_t tag, const std::string& data) {
 
 // Three services: 101 in the clear, 102 scrambled, 103 with one stream.
 Multiplex right_multiplex() {
-    Multiplex made = read_multiplex_files({KESTAN_EXAMPLES "/small.json"});
+    Multiplex made = read_multiplex_file(KESTAN_EXAMPLES "/small.json");
     made.pat->programs.push_back(program(0, 0x10));
     return made;
 }

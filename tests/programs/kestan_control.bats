@@ -39,12 +39,12 @@ kestan rejected the PMT of service 102 (0x0066)" push <(jq 'del(.pmts[2])
     ffmpeg -v error -f lavfi -i testsrc -f lavfi -i sine -metadata:s:a:0 language=deu \
         -program title=Harbour:program_num=7:st=0 -program title=Möwe:program_num=9:st=1 \
         -map 0 -map 1 -t 2 -f mpegts foreign.ts </dev/null
-    kestan-control import foreign.ts >foreign.json
+    kestan-control import - <foreign.ts >foreign.json
     for text in Harbour Möwe deu 0x1001; do grep "\"$text\"" foreign.json; done
     jq $own "${small%/*}/large.json" >large.json
     play -b 5000
     for file in foreign.json large.json; do
-        kestan-control push $file
+        kestan-control push - <$file
         on_air $file
     done
     head -c -100 capture.ts >cut.ts
