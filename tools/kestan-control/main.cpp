@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <thrift/TOutput.h>
 
+#include "dvb/psi_si.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
 #include "tools/kestan-control/check.h"
@@ -231,7 +232,7 @@ void add_commands(CLI::App& app, Settings& settings) {
         ->transform(number_up_to(0xFFFF));
     stop->add_option("PID", settings.pid, "The PID that carries the PMT")
         ->required()
-        ->transform(number_up_to(0x1FFF));
+        ->transform(number_up_to(kMaxPid));
     stop->callback([&] { stop_pmt(settings); });
 
     CLI::App* const import_command =
