@@ -70,6 +70,7 @@ hold() {
     serve tables
     says serve "error: tables/c.json: not JSON"
     says serve "error: tables/b.json: sdt.services\[3\].service_id: .* twice"
+    says serve "tables/b.json: left out because of its errors"
     wait_until grep -q '^STATUS=nothing listens' notified
     grep -q READY=1 notified
     play
