@@ -41,7 +41,7 @@ std::string with_table_id(std::string section, std::uint8_t table_id) {
 TableImport import_bytes(const std::string& bytes) {
     TableImport import = import_tables(memory_file(bytes));
     const std::string json = multiplex_to_json(import.tables).dump();
-    EXPECT_TRUE(read_multiplex_files({memory_file(json)}) == import.tables) << json;
+    EXPECT_TRUE(read_multiplex_file(memory_file(json)) == import.tables) << json;
     return import;
 }
 

@@ -1,10 +1,8 @@
 #include "tools/json/multiplex_file.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -108,6 +106,8 @@ std::string without_prefix(const std::string& what) {
     return bracket == std::string::npos ? what : what.substr(bracket + 2);
 }
 
+}  // namespace
+
 Multiplex read_multiplex_file(const std::string& path) {
     const std::string text = read_whole(path);
     try {
@@ -121,39 +121,4 @@ Multiplex read_multiplex_file(const std::string& path) {
     } catch (const json::exception& error) {
         throw FileMistake(path + ": not JSON: " + without_prefix(error.what()));
     }
-}
-
-template <typename Table>
-void move_table(std::optional<Table>& from, std::optional<Table>& to, const char* name,
-                const std::string& path) {
-    if (!from) return;
-    if (to) {
-        throw FileMistake(path + ": " + name + ": an earlier file has this table too, " +
-                          "expected it in one file");
-    }
-    to = std::move(from);
-}
-
-}  // namespace
-
-Multiplex read_multiplex_files(const std::vector<std::string>& paths) {
-    Multiplex all;
-    std::map<std::int32_t, std::string> file_of;  // by the service of a PMT
-    for (const std::string& path : paths) {
-        Multiplex read = read_multiplex_file(path);
-        move_table(read.pat, all.pat, "pat", path);
-        move_table(read.cat, all.cat, "cat", path);
-        move_table(read.sdt, all.sdt, "sdt", path);
-        for (PmtOnPid& pmt : read.pmts) {
-            const std::int32_t service = pmt.pmt.program_number;
-            const auto [other, is_new] = file_of.emplace(service, path);
-            if (!is_new) {
-                throw FileMistake(path + ": pmts: " + other->second +
-                                  " has a PMT of service " + std::to_string(service) +
-                                  " too, expected it in one file");
-            }
-            all.pmts.push_back(std::move(pmt));
-        }
-    }
-    return all;
 }
