@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <limits>
+#include <map>
 #include <optional>
 #include <system_error>
 
@@ -26,6 +27,7 @@ namespace {
 using fake_framework::take_log;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 
 int locks_until_failure = std::numeric_limits<int>::max();
 
@@ -42,13 +44,19 @@ protected:
     std::optional<cm_MuxControlSrvHandler> handler_;
 };
 
-TEST_F(MuxControlHandler, RegistersItsStreamsInTheOrderOfPolling) {
+TEST_F(MuxControlHandler, PlaysInTheOrderOfRegistrationEachTableAtItsPeriod) {
     handler_->NewSDTActual(random_.sdt(1, 0));
     handler_->NewCAT(random_.cat(10));
     handler_->NewPMT(random_.pmt(1, 50), 0x20);
     handler_->NewPAT(random_.pat(1));
-    EXPECT_THAT(playout_.run_for(kNsPerMs).at(0).pids(),
-                ElementsAre(0x00, 0x01, 0x14, 0x11, 0x20));
+    const auto datagrams = playout_.run_for(10 * kNsPerSecond + kNsPerMs);
+    EXPECT_THAT(datagrams.at(0).pids(), ElementsAre(0x00, 0x01, 0x14, 0x11, 0x20));
+    std::map<int, int> packets;
+    for (const Datagram& datagram : datagrams) {
+        for (const int pid : datagram.pids()) ++packets[pid];
+    }
+    EXPECT_THAT(packets, ElementsAre(Pair(0x00, 51), Pair(0x01, 21), Pair(0x11, 21),
+                                     Pair(0x14, 11), Pair(0x20, 51)));
 }
 
 TEST_F(MuxControlHandler, UndoesItsRegistrationsWhenOneFails) {
@@ -84,8 +92,12 @@ TEST_F(MuxControlHandler, LogsWhatItPlaysAndNothingElse) {
          std::vector<std::int16_t>{0x2000, 0x7FFF, -0x8000, -1}) {
         EXPECT_EQ(handler_->NewPMT(pmt, pid), -1);
     }
-    pat.version_number = 256;
+    pat.version_number = cat.version_number = sdt.version_number = pmt.version_number =
+        256;
     EXPECT_EQ(handler_->NewPAT(pat), -1);
+    EXPECT_EQ(handler_->NewCAT(cat), -1);
+    EXPECT_EQ(handler_->NewSDTActual(sdt), -1);
+    EXPECT_EQ(handler_->NewPMT(pmt, 0x20), -1);
     EXPECT_THAT(take_log(), IsEmpty());
 
     handler_->StopPMT(-0x7FFF, -1);

@@ -136,6 +136,28 @@ TEST(TableCarrousel, PlaysAsASearchOfTheWholeRingWould) {
     for (const auto& [name, count] : sent) EXPECT_GT(count, 1000) << name;
 }
 
+TEST(TableCarrousel, SendsAtTheSumOfItsTablesRates) {
+    EXPECT_EQ(SubTable(named_packets('A', {2}), kPeriodMs).bitrate, 15041u);
+    auto* const a = new SubTable(named_packets('A', {1}), kPeriodMs);
+    auto* const b = new SubTable(named_packets('B', {1}), kPeriodMs);
+    EXPECT_EQ(a->bitrate, 7521u);
+    TableCarrousel carrousel(0x100);
+    carrousel.add_subtable(a);
+    std::int64_t slot = now_ns();
+    const auto expect_after = [&](std::int64_t interval_ns, const char* name) {
+        EXPECT_EQ(next_name(carrousel, slot += interval_ns - 1), "-");
+        EXPECT_EQ(next_name(carrousel, ++slot), name);
+    };
+    expect_after(0, "A0");
+    carrousel.add_subtable(b);
+    expect_after(199973407, "A0");  // at the interval of the packet before
+    expect_after(99986703, "B0");
+    std::string none;
+    carrousel.update_subtable(b, none);
+    expect_after(99986703, "A0");
+    expect_after(199973407, "A0");
+}
+
 TEST(TableCarrousel, LeavesATableThatIsNotItsOwnAlone) {
     TableCarrousel carrousel(0x100);
     SubTable loose(named_packets('A', {1}), kPeriodMs);

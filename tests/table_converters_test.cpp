@@ -4,33 +4,26 @@
 
 #include <gtest/gtest.h>
 
-#include "dvb/section_limits.h"
-#include "tests/support/packets_of.h"
+#include "tables/table_packets.h"
 #include "tests/support/random_tables.h"
-#include "tools/receive/section_collector.h"
+#include "tests/support/receiver.h"
+#include "tests/support/sections.h"
 
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-using Sizes = std::vector<std::size_t>;
-
-// The sizes of the sections, in the order of their numbers, and what comes of the table
-// on its way to a receiver.
-template <typename Table>
-Sizes section_sizes(const Table& table) {
-    Sizes sizes;
-    SectionCollector collector([&](const dvbpsi_psi_section_t& section) {
-        EXPECT_EQ(section.i_number, sizes.size());
-        sizes.push_back(section.i_length + 3u);
-    });
-    push_packets(packets_of(table), collector);
-    return sizes;
+PatPtr convert(const PAT& pat) {
+    return PatPtr(t2dPAT(pat));
 }
-
-template <typename Table>
-bool accepted(const Table& table) {
-    return !packets_of(table).empty();
+CatPtr convert(const CAT& cat) {
+    return CatPtr(t2dCAT(cat));
+}
+SdtPtr convert(const SDT& sdt) {
+    return SdtPtr(t2dSDT(sdt));
+}
+PmtPtr convert(const PMT& pmt) {
+    return PmtPtr(t2dPMT(pmt));
 }
 
 // `field` accepts its limits and nothing beyond them.
@@ -42,7 +35,8 @@ void expect_range(Table& table, std::int32_t& field, std::int32_t lowest,
     for (const std::int32_t value :
          {highest, lowest, lowest - 1, highest + 1, limits::min(), limits::max()}) {
         field = value;
-        EXPECT_EQ(accepted(table), lowest <= value && value <= highest) << value;
+        EXPECT_EQ(convert(table) != nullptr, lowest <= value && value <= highest)
+            << value;
     }
     field = good;
 }
@@ -53,7 +47,7 @@ void expect_descriptor_limits(Table& table, std::vector<Descriptor>& descriptors
     descriptors[0].data = std::string(255, '\0');
     expect_range(table, descriptors[0].tag, 0, 255);
     descriptors[0].data.push_back('\0');
-    EXPECT_FALSE(accepted(table));
+    EXPECT_FALSE(convert(table));
     descriptors.clear();
 }
 
@@ -88,40 +82,56 @@ TEST(TableConverters, AcceptEveryFieldJustWithinItsWidth) {
     expect_descriptor_limits(pmt, pmt.streams[1].descriptors);
 }
 
+// The table goes on air whole, in so many sections, the first of which has `size` bytes;
+// it is refused once `grow` has made it larger.
+template <typename Table, typename Grow>
+void expect_largest(Table table, std::size_t count, std::size_t size, Grow grow) {
+    const auto converted = convert(table);
+    ASSERT_TRUE(converted);
+    const std::string packets = table_packets(*converted, 0x1FFE);
+    Sections sections;
+    SectionReader reader;
+    for_each_packet(packets, [&](const auto* packet) {
+        EXPECT_EQ(pid_of(packet), 0x1FFE);
+        if (const auto section = reader.push(packet)) sections.push_back(*section);
+    });
+    EXPECT_TRUE(sections == sections_of(table));
+    EXPECT_EQ(sections.size(), count);
+    EXPECT_EQ(sections[0].size(), size);
+    grow(table);
+    EXPECT_FALSE(convert(table));
+}
+
 TEST(TableConverters, AcceptTheLargestTablesAndNothingLarger) {
     RandomTables random(4);
-    PAT pat = random.pat(25600);
-    EXPECT_EQ(section_sizes(pat), Sizes(256, 412));
-    pat.programs.push_back(pat.programs[0]);
-    EXPECT_FALSE(accepted(pat));
+    expect_largest(random.pat(25600), 256, 12 + 100 * 4,
+                   [](PAT& pat) { pat.programs.emplace_back(pat.programs[0]); });
 
     CAT cat;
     cat.descriptors.resize(256 * 3);  // three fit one section
     for (Descriptor& descriptor : cat.descriptors) descriptor.data.assign(255, 'x');
-    EXPECT_EQ(section_sizes(cat), Sizes(256, 12 + 3 * 257));
-    cat.descriptors.push_back(cat.descriptors[0]);
-    EXPECT_FALSE(accepted(cat));
+    expect_largest(cat, 256, 12 + 3 * 257, [](CAT& larger) {
+        larger.descriptors.resize(769, larger.descriptors[0]);
+    });
 
-    SDT sdt = random.sdt(256 * 201, 0);  // 201 fit one section
-    EXPECT_EQ(section_sizes(sdt), Sizes(256, 15 + 201 * 5));
-    sdt.services.push_back(sdt.services[0]);
-    EXPECT_FALSE(accepted(sdt));
-
-    SDT full = random.sdt(256, 1004);  // each service fills its section
-    EXPECT_EQ(section_sizes(full), Sizes(256, 1024));
-    full.services.resize(1);
-    full.services[0].descriptors = random.descriptors(1005);
-    EXPECT_FALSE(accepted(full));
+    const auto add_service = [](SDT& sdt) { sdt.services.emplace_back(); };
+    expect_largest(random.sdt(256 * 201, 0), 256, 15 + 201 * 5, add_service);
+    expect_largest(random.sdt(256, 1004), 256, 1024, add_service);
+    expect_largest(random.sdt(1, 1004), 1, 1024, [&](SDT& sdt) {
+        sdt.services[0].descriptors = random.descriptors(1005);
+    });
 
     PMT pmt;
     pmt.streams.resize(201);
     pmt.descriptors = random.descriptors(1008 - 201 * 5);
-    EXPECT_EQ(section_sizes(pmt), Sizes(1, 1024));
-    pmt.descriptors[0].data.push_back('x');
-    EXPECT_FALSE(accepted(pmt));
-    pmt.streams.clear();
-    pmt.descriptors = random.descriptors(1009);
-    EXPECT_FALSE(accepted(pmt));
+    expect_largest(pmt, 1, 1024,
+                   [](PMT& larger) { larger.descriptors[0].data.push_back('x'); });
+    pmt.streams.resize(1);
+    pmt.descriptors.clear();
+    pmt.streams[0].descriptors = random.descriptors(1003);
+    expect_largest(pmt, 1, 1024, [&](PMT& larger) {
+        larger.streams[0].descriptors = random.descriptors(1004);
+    });
 }
 
 }  // namespace

@@ -10,12 +10,10 @@
 #include <gtest/gtest.h>
 
 #include "control/mux_control_handler.h"
-#include "mux/muxer.h"
+#include "tests/support/pacing_loop.h"
 #include "tests/support/random_tables.h"
 
 namespace {
-
-struct EndOfRun {};
 
 std::atomic<bool> ended{false};
 std::size_t bytes_sent = 0;  // the playing thread's, until it has been joined
@@ -29,17 +27,10 @@ int send(const std::uint8_t* data, std::uint32_t length) {
     return 0;
 }
 
-void play() {
-    try {
-        muxer_run(0, 1);
-    } catch (const EndOfRun&) {
-    }
-}
-
 TEST(Threads, UpdateAndPlayAtOnce) {
-    muxer_create(100000, send);
+    const PacingLoop loop(100000, send);
     cm_MuxControlSrvHandler handler;
-    std::thread player(play);
+    std::thread player([] { PacingLoop::run(); });
 
     RandomTables random(1);
     int updates = 0;

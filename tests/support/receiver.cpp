@@ -5,9 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include "dvb/ts_packet.h"
-#include "mux/muxer.h"
-
 std::optional<std::string> SectionReader::push(const std::uint8_t* packet) {
     EXPECT_EQ(packet[0], kSyncByte);
     EXPECT_EQ(packet[1] & 0xA0, 0);
@@ -40,21 +37,19 @@ void Receiver::push(const Datagram& datagram) {
     EXPECT_GE(datagram.time_ns, free_ns_);
     free_ns_ = datagram.time_ns + static_cast<std::int64_t>(
                                       datagram.packets() * the_muxer->packet_interval_ns);
-    for (std::size_t at = 0; at < datagram.bytes.size(); at += kTsPacketSize) {
-        const auto* const packet =
-            reinterpret_cast<const std::uint8_t*>(&datagram.bytes[at]);
+    for_each_packet(datagram.bytes, [&](const auto* packet) {
         Pid& pid = pids_[pid_of(packet)];
         const std::optional<std::string> section = pid.reader.push(packet);
         EXPECT_LE(pid.reader.torn, 1) << "PID " << pid_of(packet);
-        if (!section) continue;
+        if (!section) return;
         const auto [last, is_new] = pid.sections.emplace(*section, datagram.time_ns);
         const auto before = is_new ? pid.earlier.find(*section) : last;
-        if (before == pid.earlier.end()) continue;
+        if (before == pid.earlier.end()) return;
         const std::int64_t interval_ns = datagram.time_ns - before->second;
         last->second = datagram.time_ns;
         pid.shortest_ns = std::min(pid.shortest_ns, interval_ns);
         pid.longest_ns = std::max(pid.longest_ns, interval_ns);
-    }
+    });
 }
 
 void Receiver::forget() {

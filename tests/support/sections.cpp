@@ -89,9 +89,8 @@ Sections sections_of(const SDT& sdt) {
                                  (service.eit_present_following_flag ? 1 : 0);
         const std::int32_t status =
             service.running_status << 13 | (service.free_ca_mode ? 0x1000 : 0);
-        entries.push_back(
-            u16(service.service_id) + u8(eit) +
-            loop_of(static_cast<std::size_t>(status), service.descriptors));
+        entries.push_back(u16(service.service_id) + u8(eit) +
+                          loop_of(static_cast<std::size_t>(status), service.descriptors));
     }
     return make(0x42, 0xF000, sdt.transport_stream_id, sdt,
                 u16(sdt.original_network_id) + u8(0xFF), entries, kSdtRoom);
