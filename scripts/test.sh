@@ -42,6 +42,7 @@ case "${1:-}" in
     --all)
         install_missing "${build_packages[@]}" "${test_packages[@]}" "${check_packages[@]}"
         check_format
+        scripts/check_includes.sh
         build_and_test release
         fuzz
         build_and_test asan
