@@ -1,6 +1,6 @@
 # The daemon while things around it fail or clients do what no control process does. It
 # keeps its time and its memory, and serves the next client.
-# shellcheck disable=SC2154  # variables of programs.bash
+# shellcheck disable=SC2034,SC2154  # variables of programs.bash
 
 load programs
 readonly call='\x80\1\0\1\0\0\0\bClearCAT\0\0\0\1\0' framed='\0\0\0\x15'  # 21 bytes

@@ -1,6 +1,6 @@
 # The daemon as a whole: what its user sees of it on the command line, on the wire and in
 # the log.
-# shellcheck disable=SC2154  # variables of programs.bash
+# shellcheck disable=SC2030,SC2031,SC2034,SC2154  # variables of programs.bash and of tests
 
 load programs
 readonly to_here=(-O 127.0.0.1/5432)
