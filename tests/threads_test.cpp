@@ -38,24 +38,13 @@ TEST(Threads, UpdateAndPlayAtOnce) {
     while (std::chrono::steady_clock::now() < end) {
         const auto service = static_cast<std::int16_t>(random.below(6));
         const auto pid = static_cast<std::int16_t>(0x20 + random.below(3));
-        switch (random.below(6)) {
-            case 0:
-                handler.NewPAT(random.pat(1 + random.below(200)));
-                handler.NewSDTActual(random.sdt(random.below(20), 50));
-                break;
-            case 1:
-                handler.NewCAT(random.cat(random.below(2000)));
-                handler.ClearCAT();
-                break;
-            case 2:
-                handler.ClearAllTables();
-                break;
-            case 3:
-                handler.StopPMT(service, pid);
-                break;
-            default:
-                handler.NewPMT(random.pmt(service, random.below(1009)), pid);
-        }
+        if (updates % 3 == 0) handler.NewPAT(random.pat(1 + random.below(200)));
+        if (updates % 5 == 0) handler.NewSDTActual(random.sdt(random.below(20), 50));
+        if (updates % 7 == 0) handler.NewCAT(random.cat(random.below(2000)));
+        if (updates % 8 == 0) handler.ClearCAT();
+        if (updates % 4 == 0) handler.StopPMT(service, pid);
+        if (updates % 50 == 0) handler.ClearAllTables();
+        handler.NewPMT(random.pmt(service, random.below(1009)), pid);
         ++updates;
     }
     ended = true;

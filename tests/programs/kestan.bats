@@ -1,6 +1,6 @@
 # The daemon as a whole: what its user sees of it on the command line, on the wire and in
 # the log.
-# shellcheck disable=SC2030,SC2031,SC2034,SC2154  # variables of programs.bash and of tests
+# shellcheck disable=SC2016,SC2030,SC2031,SC2034,SC2154  # for other shells or tests
 
 load programs
 readonly to_here=(-O 127.0.0.1/5432)
@@ -139,13 +139,48 @@ END
     [ -z "$output" ]
 }
 
-# Thrift's own words come as lines of the log.
-@test "outlives a message of a few bytes that claims 2^31 - 1 programs" {
-    play
+# send <bytes>: on a connection of its own; what comes back is in `reply`.
+send() {
     exec {server}<>/dev/tcp/127.0.0.1/9501
-    printf '\0\0\0\x1d\x80\1\0\1\0\0\0\6NewPAT\0\0\0\1\f\0\1\xf\0\4\f\x7f\xff\xff\xff' >&"$server"
-    timeout 20 cat <&"$server"
+    printf %b "$1" >&"$server"
+    timeout 0.3 cat <&"$server" >reply || true
+    exec {server}<&-
+}
+
+# In little memory and without a pause; Thrift's own words come as lines of the log.
+@test "withstands messages that lie about lengths" {
+    local call='\x80\1\0\1\0\0\0\bClearCAT\0\0\0\1\0'  # 21 bytes
+    play_small
+    watch
+    for bytes in "\0\0\0\0$call" "\x7f\xff\xff\xff$call" "\x80\0\0\0$call" "\0\0" \
+        "\xff\xff\xff\xff$call" "\0\xfa\0\0$call" "\0\0\0\x16$call" "\0\0\0\x14$call" \
+        "\0\0\0\x15\x80\1\0\1\x60\0\0\0ClearCAT\0\0\0\1\0" \
+        '\0\0\0\x1d\x80\1\0\1\0\0\0\6NewPAT\0\0\0\1\f\0\1\xf\0\4\f\x7f\xff\xff\xff'; do
+        send "$bytes"
+    done
+    finds_nothing 0.6
     says kestan " WARNING MuxSrv: "
-    kestan-control push "$small"
+    send '\0\0\0\x12\0\0\0\bClearCAT\1\0\0\0\1\0'  # right, without the version word
+    cmp -n 8 reply <(printf '\0\0\0\x15\x80\1\0\2')
     run -1 grep -E "Thrift:|register task" kestan.err
+    [ "$KESTAN_SANITIZE" ] ||
+        awk '/VmHWM/ { exit $2 > 64 * 1024 }' "/proc/${pid[kestan]}/status"
+}
+
+# A client keeps the others waiting, and no longer than it is there.
+@test "serves the next client when one dies in a call or never reads" {
+    local call='\0\0\0\x15\x80\1\0\1\0\0\0\bClearCAT\0\0\0\1\0'
+    play_small -l5
+    for bytes in '\0' "${call%CAT*}" "$call"; do
+        run -137 bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501; printf %b "$0" >&4
+            kestan-control clear-cat --timeout 0.3 || kill -KILL $$' "$bytes"
+        kestan-control clear-cat --timeout 2
+    done
+    watch
+    start silent bash -c "exec 4<>/dev/tcp/127.0.0.1/9501
+        for _ in {1..300}; do printf '%.s$call' {1..1000}; done >&4"
+    wait_until eval "ss -Htn sport = :9501 | grep -qE 'ESTAB +[0-9]+ +[0-9]{6}'"
+    finds_nothing 0.6
+    finish silent KILL || true
+    kestan-control clear-cat --timeout 2
 }

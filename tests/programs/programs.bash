@@ -80,9 +80,6 @@ reports() {
     jq -c '.pids[], .outside_limits' monitor.out && false
 }
 
-# figure <text> <filter>: shows what the report says.
-figure() { echo "# $1: $(jq "$2" monitor.out)" >&3; }
-
 # capture <seconds>: of what comes to port 5432, to capture.ts.
 capture() { timeout "$1" socat -u UDP-RECV:5432 CREATE:capture.ts || [ $? -eq 124 ]; }
 
