@@ -41,8 +41,6 @@ hears_ttl() {
 END
 }
 
-needs_strace() { strace -o /dev/null true || skip "strace(1) is missing or may not trace"; }
-
 @test "ends with status 1 when the system refuses what it needs" {
     needs_strace
     export ASAN_OPTIONS=detect_leaks=0  # which needs ptrace(2), too
@@ -103,16 +101,10 @@ END
     done
 }
 
-@test "plays without a watchdog and a control process, or with one that never answers" {
+@test "plays without a watchdog and a control process" {
     WATCHDOG_USEC=soon play
     says kestan " ERROR kestan: MuxNotify client EXCEPTION: "
     says kestan " ERROR kestan: Couldn't register task for WD$"
-    hears UDP-RECVFROM:5432
-    stop kestan
-    start silent socat -u TCP-LISTEN:9521 /dev/null
-    listens silent 9521
-    play
-    says kestan "MuxNotify client EXCEPTION: .*imed out"
     hears UDP-RECVFROM:5432
 }
 

@@ -20,6 +20,8 @@ teardown() {
 
 needs_own_network() { [ "$KESTAN_OWN_NETWORK" ] || skip "no network namespace of our own"; }
 
+needs_strace() { strace -o /dev/null true || skip "strace(1) is missing or may not trace"; }
+
 # start <name> <command>...: as process ${pid[name]}, which writes name.out and name.err.
 start() {
     "${@:2}" >"$1.out" 2>"$1.err" 3>&- &
