@@ -24,8 +24,8 @@
 
 namespace {
 
-// The floor of what hands out packets: copies them in turn, each from memory of its own
-// (as much as a stream or a sub-table takes), under an uncontended mutex.
+// The floor of what hands out packets: copies them in turn under an uncontended mutex.
+// Each packet lies in separate memory, as much as a stream or a sub-table takes.
 class LockedPackets {
 public:
     explicit LockedPackets(std::int64_t count) {

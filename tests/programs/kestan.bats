@@ -131,7 +131,7 @@ END
     [ -z "$output" ]
 }
 
-# send <bytes>: on a connection of its own; what comes back is in `reply`.
+# send <bytes>: on a new connection; the answer is in `reply`.
 send() {
     exec {server}<>/dev/tcp/127.0.0.1/9501
     printf %b "$1" >&"$server"

@@ -85,7 +85,7 @@ reports() {
 # capture <seconds>: of what comes to port 5432, to capture.ts.
 capture() { timeout "$1" socat -u UDP-RECV:5432 CREATE:capture.ts || [ $? -eq 124 ]; }
 
-# lay_link <interface> <its address> <the peer's>: to a network of its own, which the
+# lay_link <interface> <its address> <the peer's>: to another network, which the
 # command "${in_peer[@]}" enters. (Both ends have one MAC address, so that they need no ARP,
 # for which the kernel holds packets back.)
 lay_link() {

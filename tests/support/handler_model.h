@@ -9,8 +9,8 @@
 #include "tests/support/receiver.h"
 #include "tests/support/sections.h"
 
-// A model of the handler: passes every call to a handler of its own and knows from the
-// handler's results which sections must be on air. An accepted table replaces the one
+// A model of the handler: passes every call to a handler and knows from the handler's
+// results which sections must be on air. An accepted table replaces the one
 // before it; a service stays on its PID until it is stopped.
 class HandlerModel final : public orvel::thrift::ci_module::cm_MuxControlSrvNull {
 public:

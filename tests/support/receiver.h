@@ -9,8 +9,8 @@
 #include "tests/support/playout.h"
 
 // Puts the sections of one PID together. Fails the test if a packet is not laid out as
-// Kestan must do it: payload only, each section in packets of its own behind a
-// pointer_field of 0, stuffing behind it, continuous counters.
+// Kestan must do it: payload only, each section in a new packet after a pointer_field of
+// 0, stuffing after its end, continuous counters.
 class SectionReader {
 public:
     // Takes the next packet; the section that it completes, if any.
