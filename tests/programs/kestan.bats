@@ -141,7 +141,7 @@ send() {
 
 # In little memory and without a pause; Thrift's own words come as lines of the log.
 @test "withstands messages that lie about lengths" {
-    local call='\x80\1\0\1\0\0\0\bClearCAT\0\0\0\1\0'  # 21 bytes
+    local call='\x80\1\0\1\0\0\0\bNoMethod\0\0\0\1\0'  # 21 bytes
     play_small
     watch
     for bytes in "\0\0\0\0$call" "\x7f\xff\xff\xff$call" "\x80\0\0\0$call" "\0\0" \
@@ -161,12 +161,12 @@ send() {
 
 # A client keeps the others waiting, and no longer than it is there.
 @test "serves the next client when one dies in a call or never reads" {
-    local call='\0\0\0\x15\x80\1\0\1\0\0\0\bClearCAT\0\0\0\1\0'
+    local call='\0\0\0\x15\x80\1\0\1\0\0\0\bNoMethod\0\0\0\1\0'
     play_small -l5
-    for bytes in '\0' "${call%CAT*}" "$call"; do
+    for bytes in '\0' "${call%thod*}" "$call"; do
         run -137 bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501; printf %b "$0" >&4
-            kestan-control clear-cat --timeout 0.3 || kill -KILL $$' "$bytes"
-        kestan-control clear-cat --timeout 2
+            kestan-control stop-pmt 999 0x1F0 --timeout 0.3 || kill -KILL $$' "$bytes"
+        kestan-control stop-pmt 999 0x1F0 --timeout 2
     done
     watch
     start silent bash -c "exec 4<>/dev/tcp/127.0.0.1/9501
@@ -174,5 +174,5 @@ send() {
     wait_until eval "ss -Htn sport = :9501 | grep -qE 'ESTAB +[0-9]+ +[0-9]{6}'"
     finds_nothing 0.6
     finish silent KILL || true
-    kestan-control clear-cat --timeout 2
+    kestan-control stop-pmt 999 0x1F0 --timeout 2
 }
