@@ -57,6 +57,19 @@ std::string without_prefix(const std::string& what) {
     return bracket == std::string::npos ? what : what.substr(bracket + 2);
 }
 
+template <typename Table>
+void move_table(std::optional<Table>& from, std::optional<Table>& to, const char* name,
+                const std::string& path) {
+    if (!from) return;
+    if (to) {
+        throw FileMistake(path + ": " + name + ": an earlier file has this table too, " +
+                          "expected it in one file");
+    }
+    to = std::move(from);
+}
+
+}  // namespace
+
 Multiplex read_multiplex_file(const std::string& path) {
     const std::string text = read_whole(path);
     try {
@@ -71,19 +84,6 @@ Multiplex read_multiplex_file(const std::string& path) {
         throw FileMistake(path + ": not JSON: " + without_prefix(error.what()));
     }
 }
-
-template <typename Table>
-void move_table(std::optional<Table>& from, std::optional<Table>& to, const char* name,
-                const std::string& path) {
-    if (!from) return;
-    if (to) {
-        throw FileMistake(path + ": " + name + ": an earlier file has this table too, " +
-                          "expected it in one file");
-    }
-    to = std::move(from);
-}
-
-}  // namespace
 
 Multiplex read_multiplex_files(const std::vector<std::string>& paths) {
     Multiplex all;

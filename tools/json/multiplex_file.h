@@ -13,6 +13,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The tables of one JSON file. Raises FileMistake.
+[[nodiscard]] Multiplex read_multiplex_file(const std::string& path);
+
 // The tables of JSON files (see multiplex_json.h; // and /* */ comments are allowed)
 // together. Raises FileMistake, also for a table that two files have: Kestan plays one
 // of each, and which one the writer means can't be known.
