@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <set>
 
+#include "tools/json/descriptor_fields.h"
 #include "tools/rules/rule_functions.h"
 
 using namespace orvel::thrift::dvb_tables;
@@ -9,13 +10,12 @@ namespace {
 
 constexpr std::int32_t kServiceDescriptorTag = 0x48;
 
-// The length of service_name (ETSI EN 300 468, 6.2.33); 0 if the descriptor is another
-// one, or is too short.
-std::size_t service_name_length(const Descriptor& descriptor) {
-    const std::string& data = descriptor.data;
-    if (descriptor.tag != kServiceDescriptorTag || data.size() < 3) return 0;
-    const std::size_t length_at = 2U + static_cast<std::uint8_t>(data[1]);
-    return length_at < data.size() ? static_cast<std::uint8_t>(data[length_at]) : 0;
+// A name that overruns its descriptor counts: it breaks another rule.
+bool has_service_name(const Descriptor& descriptor) {
+    if (descriptor.tag != kServiceDescriptorTag) return false;
+    const SplitDescriptor split =
+        split_descriptor(*form_of_tag(kServiceDescriptorTag), descriptor.data);
+    return !split.overrun.empty() || !split.entries[0].back().bytes.empty();
 }
 
 }  // namespace
@@ -121,7 +121,7 @@ void check_service_without_name(const TableIndex& tables, RuleReport& report) {
         bool has_name = false;
         for (const Descriptor& descriptor : services[i].descriptors) {
             if (descriptor.tag == kServiceDescriptorTag) has_descriptor = true;
-            if (service_name_length(descriptor) != 0) has_name = true;
+            if (has_service_name(descriptor)) has_name = true;
         }
         if (has_name) continue;
         report.add(

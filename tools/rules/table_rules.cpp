@@ -3,6 +3,7 @@
 #include <string>
 
 #include "thrift/table_refusal.h"
+#include "tools/json/descriptor_fields.h"
 #include "tools/rules/rule_functions.h"
 
 using namespace orvel::thrift::dvb_tables;
@@ -20,28 +21,6 @@ void for_each_table(const Multiplex& multiplex, Visit visit) {
     for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
         visit(in_pmt(i), multiplex.pmts[i].pmt);
     }
-}
-
-// What is wrong with the lengths inside a descriptor; null if nothing is.
-const char* inner_fault(const Descriptor& descriptor) {
-    const std::string& data = descriptor.data;
-    const auto length_at = [&](std::size_t at) -> std::size_t {
-        return at < data.size() ? static_cast<std::uint8_t>(data[at]) : data.size();
-    };
-    if (descriptor.tag == 0x09 && data.size() < 4) {  // CA
-        return "the CA descriptor has less than 4 bytes";
-    }
-    if (descriptor.tag == 0x0A && data.size() % 4 != 0) {  // ISO 639 language
-        return "the ISO 639 language descriptor ends inside a language";
-    }
-    if (descriptor.tag == 0x48) {  // service
-        const std::size_t provider = length_at(1);
-        const std::size_t name = length_at(2 + provider);
-        if (3 + provider + name > data.size()) {
-            return "the names of the service descriptor are longer than the descriptor";
-        }
-    }
-    return nullptr;
 }
 
 }  // namespace
@@ -87,12 +66,11 @@ void check_table_refused(const TableIndex& tables, RuleReport& report) {
 }
 
 void check_descriptor_overrun(const TableIndex& tables, RuleReport& report) {
-    tables.for_each_descriptor(
-        [&](TablePlace place, const std::string& field, const Descriptor& descriptor) {
-            const char* const fault = inner_fault(descriptor);
-            if (fault == nullptr) return;
-            report.add(place, field,
-                       std::string(fault) +
-                           ": receivers ignore the descriptor, or read past its end");
-        });
+    tables.for_each_descriptor([&](TablePlace place, const std::string& field,
+                                   const Descriptor& descriptor) {
+        const std::string overrun = inner_overrun(descriptor);
+        if (overrun.empty()) return;
+        report.add(place, field,
+                   overrun + ": receivers ignore the descriptor, or read past its end");
+    });
 }
