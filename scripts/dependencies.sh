@@ -6,7 +6,8 @@ build_packages=(
     nlohmann-json3-dev libcli11-dev
 )
 test_packages=(
-    libgtest-dev libgmock-dev bats socat jq iproute2 ffmpeg systemd python3-thrift
+    libgtest-dev libgmock-dev bats socat jq iproute2 ffmpeg systemd
+    python3-thrift python3-six
 )
 fuzz_packages=(clang-14 libclang-rt-14-dev)
 check_packages=(clang-format clang-tidy libbenchmark-dev)

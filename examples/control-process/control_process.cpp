@@ -1,16 +1,14 @@
 // A control process: keeps one multiplex on air, also when Kestan restarts.
-//
 //   thrift -r --gen cpp:no_skeleton /usr/share/kestan/thrift/ci_module.thrift
-//   g++ -std=c++17 -I gen-cpp -o control_process control_process.cpp gen-cpp/*.cpp
-//   -lthrift
+//   g++ -std=c++17 -I gen-cpp -o control_process *.cpp gen-cpp/*.cpp -lthrift
 //   ./control_process [INSTANCE]
+// Debian's packages g++, thrift-compiler, libthrift-dev and libboost-dev are needed.
 #include <semaphore.h>
 #include <unistd.h>
 
 #include <iostream>
 #include <thread>
 
-#include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/server/TThreadedServer.h>
 #include <thrift/transport/TBufferTransports.h>
 #include <thrift/transport/TServerSocket.h>
@@ -28,19 +26,21 @@ using std::make_shared;
 // Replaces all that Kestan plays. A changed table needs another version_number.
 void push_tables(cm_MuxControlSrvClient& kestan) {
     PAT pat;
-    pat.transport_stream_id = pat.version_number = 1;
-    pat.programs.resize(1);
-    pat.programs[0].program_number = 101;
-    pat.programs[0].pid = 0x100;
+    SDT sdt;
     PMT pmt;
-    pmt.program_number = 101;
-    pmt.version_number = 1;
-    pmt.pcr_pid = 0x101;
-    pmt.streams.resize(1);
-    pmt.streams[0].stream_type = 0x1B;
-    pmt.streams[0].elementary_pid = 0x101;
+    PATProgram& program = pat.programs.emplace_back();
+    SDTService& service = sdt.services.emplace_back();
+    PMTStream& stream = pmt.streams.emplace_back();
+    pat.version_number = sdt.version_number = pmt.version_number = 1;
+    pat.transport_stream_id = sdt.transport_stream_id = 1;
+    sdt.original_network_id = 0xFF01;
+    program.program_number = service.service_id = pmt.program_number = 101;
+    program.pid = 0x100;
+    stream.elementary_pid = pmt.pcr_pid = 0x101;
+    stream.stream_type = 0x1B;
     kestan.ClearAllTables();
-    if (kestan.NewPAT(pat) == -1 || kestan.NewPMT(pmt, 0x100) == -1)
+    if (kestan.NewPAT(pat) == -1 || kestan.NewSDTActual(sdt) == -1 ||
+        kestan.NewPMT(pmt, 0x100) == -1)
         std::cerr << "Kestan refused a table: its log says why\n";
 }
 

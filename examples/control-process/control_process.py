@@ -4,7 +4,7 @@
     thrift -r --gen py /usr/share/kestan/thrift/ci_module.thrift     # makes gen-py/
     PYTHONPATH=gen-py /usr/bin/python3 control_process.py [INSTANCE]
 
-Debian's packages thrift-compiler and python3-thrift are needed.
+Debian's packages thrift-compiler, python3-thrift and python3-six are needed.
 """
 import sys
 import threading
