@@ -24,13 +24,31 @@ measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
         and (.[0].text | contains("PMT of service 102"))'
 }
 
-# The first four lines of five in place, and the whole report when the screen is back.
-@test "shows a table, on a terminal in place, until Ctrl-C" {
+# on_screen <pattern>: waits until the terminal shows it.
+on_screen_now() { tmux capture-pane -ep | grep -q -- "$1"; }
+on_screen() { wait_until on_screen_now "$1"; }
+
+@test "shows a report, on a terminal in place, that scrolls and fits" {
     play_small
     run -0 timeout --preserve-status -s INT 2 kestan-monitor 127.0.0.1:5432
-    [[ $output == *$'\n0x0000  PAT  '* ]]
-    script -qec "stty rows 5; kestan-monitor 127.0.0.1:5432 -d 1.2" typescript </dev/null
-    grep -n "^.\[K… more than the screen holds.*1049l127" typescript | grep ^6:
+    [[ $output == *$'\n  verdict    Nothing is outside the limits.\n'* ]]
+    [[ $output == *$'\n0x0100  PMT 101 Harbour Television '* ]]
+
+    export TMUX_TMPDIR=$PWD
+    tmux -f /dev/null new-session -d -x 60 -y 11 kestan-monitor 127.0.0.1:5432 -d 60
+    on_screen '^0x0000  PAT'
+    on_screen '^… 5 more PIDs'
+    on_screen $'\e\\[32m  verdict  '
+    tmux send-keys j Down
+    on_screen '^… 3 more PIDs'
+    run ! on_screen_now '^0x0001'
+    kestan-control stop-pmt 102 0x110
+    tmux resize-window -x 110 -y 30
+    on_screen '^0x0120  PMT 103 Pebble Radio .* 500$'
+    on_screen $'\e\\[31m  verdict    1 outside the limits, the last at ..:..:..\\....'
+    on_screen '^  ..:..:..\.... *PID 0x0110: PMT of service 102: a section was away'
+    tmux send-keys q
+    wait_until eval '! tmux has-session'
 }
 
 @test "receives a multicast group" {

@@ -1,0 +1,93 @@
+#include "tools/kestan-monitor/monitor.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "dvb/nanoseconds.h"
+#include "tools/kestan-monitor/carried_tables.h"
+#include "tools/kestan-monitor/host_clock.h"
+
+namespace {
+
+std::int64_t to_ns(double seconds) {
+    return static_cast<std::int64_t>(seconds * static_cast<double>(kNsPerSecond));
+}
+
+}  // namespace
+
+Monitor::Monitor(const Options& options)
+    : options_(options),
+      receiver_(parse_endpoint(options.address), options.interface),
+      stream_(steady_now_ns()) {
+    read_clock();
+}
+
+void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
+    if (!options_.json && Terminal::is_there()) screen_.emplace();
+    std::int64_t now = steady_now_ns();
+    std::int64_t refresh = now + kNsPerSecond;
+    const std::int64_t end = options_.duration_s > 0
+                                 ? now + to_ns(options_.duration_s)
+                                 : std::numeric_limits<std::int64_t>::max();
+    std::int64_t complete_until = now;
+    while (stop_requested == 0 && !quit_ && now < end) {
+        complete_until = receive(std::min(refresh, end) - now);
+        now = steady_now_ns();
+        if (screen_) look_at_terminal();
+        if (now < refresh) continue;
+        refresh += kNsPerSecond;
+        every_second(complete_until);
+    }
+    screen_.reset();
+    advance(complete_until);
+    stream_.finish();
+}
+
+std::int64_t Monitor::receive(std::int64_t timeout) {
+    return receiver_.receive(
+        timeout,
+        [this](std::int64_t arrival, const std::uint8_t* data, std::size_t size) {
+            stream_.push(arrival, data, size);
+        },
+        screen_ ? screen_->terminal.key_fd() : -1);
+}
+
+void Monitor::look_at_terminal() {
+    const std::vector<Key> keys = screen_->terminal.read_keys();
+    for (const Key key : keys) {
+        quit_ = quit_ || key == Key::quit;
+        screen_->view.on_key(key);
+    }
+    if (!keys.empty() || !(Terminal::size() == screen_->drawn)) draw();
+}
+
+void Monitor::every_second(std::int64_t complete_until) {
+    advance(complete_until);
+    rates_ = meter_.measure(stream_);
+    if (screen_) draw();
+}
+
+void Monitor::read_clock() {
+    const HostClock clock = read_host_clock();
+    const bool is_compared = clock.is_synchronised && options_.clock_tolerance_s > 0;
+    stream_.set_civil_clock(
+        clock.civil_minus_steady,
+        is_compared ? std::optional(to_ns(options_.clock_tolerance_s)) : std::nullopt);
+}
+
+void Monitor::advance(std::int64_t complete_until) {
+    read_clock();
+    stream_.advance(complete_until, receiver_.lost());
+    if (std::exchange(seen_changes_, stream_.changes()) == stream_.changes()) return;
+    service_names_ = service_names(decode_tables(stream_.pids()));
+}
+
+void Monitor::draw() {
+    const Report report{options_.address, stream_, rates_, service_names_};
+    screen_->drawn = Terminal::size();
+    Terminal::show(screen_->view.lay_out(report, screen_->drawn));
+}
+
+Report Monitor::report() const {
+    return {options_.address, stream_, RateMeter().measure(stream_), service_names_};
+}
