@@ -5,7 +5,8 @@ build_packages=(
     thrift-compiler libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
     nlohmann-json3-dev libcli11-dev
 )
-test_packages=(libgtest-dev libgmock-dev bats socat jq iproute2 ffmpeg systemd tmux)
+test_packages=(libgtest-dev libgmock-dev bats socat jq iproute2 ffmpeg systemd tmux
+    prometheus)
 fuzz_packages=(clang-14 libclang-rt-14-dev)
 check_packages=(clang-format clang-tidy libbenchmark-dev)
 

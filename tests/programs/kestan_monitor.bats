@@ -57,6 +57,38 @@ on_screen() { wait_until on_screen_now "$1"; }
     kestan-monitor 226.0.0.10:5432 -i lo -d 1.5 | grep "TDT 20"
 }
 
+@test "writes metrics that Prometheus takes, and a record" {
+    play_small
+    kestan-monitor 127.0.0.1:5432 -d 2.2 --metrics metrics.prom --record record.ts
+    for line in 'up{S} 1' 'packets_total{S,pid="0x0014"} [23]' 'faults_total{S,check="crc"} 0' \
+        'last_interval_seconds{S,pid="0x0110",table="PMT",service_id="102"} 0\.[12]'; do
+        grep "^kestan_monitor_${line/S/stream=\"127.0.0.1:5432\"}" metrics.prom
+    done
+    kestan-control import record.ts | jq -e '.pmts | length == 3'
+    run -2 kestan-monitor 127.0.0.1:5432 -d 1 --metrics nowhere/metrics.prom
+    [ -x "$(command -v promtool)" ] || skip "no promtool (package prometheus)"
+    promtool check metrics <metrics.prom
+}
+
+@test "measures arrivals, not its own delays, and counts what it loses" {
+    play_small
+    watch
+    sleep 0.5
+    kill -STOP "${pid[monitor]}"
+    sleep 0.8
+    kill -CONT "${pid[monitor]}"
+    finds_nothing 0.5
+
+    watch
+    kill -STOP "${pid[monitor]}"
+    head -c 100M /dev/zero | socat -b 1316 - UDP-SENDTO:127.0.0.1:5432
+    kill -CONT "${pid[monitor]}"
+    sleep 0.5
+    finish monitor INT || [ $? -eq 1 ]
+    reports '.lost_datagrams as $lost | .malformed_datagrams > 50 and $lost > 50 and
+        any(.outside_limits[]; .check == "lost" and .count == $lost)'
+}
+
 @test "says why it cannot receive" {
     while IFS='|' read -r said arguments; do
         # shellcheck disable=SC2086  # several of them

@@ -15,7 +15,7 @@ struct Properties {
 };
 
 // In the order of FaultKind.
-constexpr std::array<Properties, 21> kProperties{{
+constexpr std::array<Properties, kFaultKinds> kProperties{{
     {"reception", "no datagram has been received", ""},
     {"silence", "no datagram for %s", "ETSI TR 101 290, 1.1"},
     {"malformed", "datagrams that are not whole transport packets", ""},

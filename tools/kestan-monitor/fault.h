@@ -1,6 +1,7 @@
 #ifndef KESTAN_TOOLS_KESTAN_MONITOR_FAULT_H
 #define KESTAN_TOOLS_KESTAN_MONITOR_FAULT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -32,6 +33,7 @@ enum class FaultKind : std::uint8_t {
     tdt_offset,   // from this host's clock
     consistency,  // tables that contradict each other
 };
+constexpr std::size_t kFaultKinds = 21;
 
 // A fault and its place. Durations and differences are nanoseconds.
 struct Fault {

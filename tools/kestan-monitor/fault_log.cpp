@@ -16,6 +16,7 @@ void FaultLog::add(const Fault& fault, std::int64_t time, std::int64_t value,
                    std::uint64_t count) {
     const std::int64_t civil = to_civil(time);
     total_ += count;
+    totals_.at(static_cast<std::size_t>(fault.kind)) += count;
     events_.push_back({civil, fault, value});
     if (events_.size() > kEvents) events_.pop_front();
 

@@ -1,6 +1,7 @@
 #ifndef KESTAN_TOOLS_KESTAN_MONITOR_FAULT_LOG_H
 #define KESTAN_TOOLS_KESTAN_MONITOR_FAULT_LOG_H
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -48,6 +49,9 @@ public:
 
     [[nodiscard]] std::uint64_t count(const Fault& fault) const;
     [[nodiscard]] std::uint64_t total() const { return total_; }
+    [[nodiscard]] std::uint64_t total(FaultKind kind) const {
+        return totals_.at(static_cast<std::size_t>(kind));
+    }
     [[nodiscard]] const std::map<Fault, Record>& records() const { return records_; }
 
     // The oldest one first.
@@ -56,6 +60,7 @@ public:
 private:
     std::int64_t civil_minus_steady_ = 0;
     std::uint64_t total_ = 0;
+    std::array<std::uint64_t, kFaultKinds> totals_{};
     std::map<Fault, Record> records_;
     std::deque<Event> events_;
 };

@@ -6,6 +6,7 @@
 #include "dvb/nanoseconds.h"
 #include "tools/kestan-monitor/carried_tables.h"
 #include "tools/kestan-monitor/host_clock.h"
+#include "tools/kestan-monitor/metrics.h"
 
 namespace {
 
@@ -20,6 +21,8 @@ Monitor::Monitor(const Options& options)
       receiver_(parse_endpoint(options.address), options.interface),
       stream_(steady_now_ns()) {
     read_clock();
+    if (!options_.record.empty()) recorder_.emplace(options_.record);
+    write_files();
 }
 
 void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
@@ -41,13 +44,15 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
     screen_.reset();
     advance(complete_until);
     stream_.finish();
+    write_files();
 }
 
 std::int64_t Monitor::receive(std::int64_t timeout) {
     return receiver_.receive(
         timeout,
         [this](std::int64_t arrival, const std::uint8_t* data, std::size_t size) {
-            stream_.push(arrival, data, size);
+            const auto packets = stream_.push(arrival, data, size);
+            if (packets && recorder_) recorder_->write(*packets);
         },
         screen_ ? screen_->terminal.key_fd() : -1);
 }
@@ -64,7 +69,14 @@ void Monitor::look_at_terminal() {
 void Monitor::every_second(std::int64_t complete_until) {
     advance(complete_until);
     rates_ = meter_.measure(stream_);
+    write_files();
     if (screen_) draw();
+}
+
+void Monitor::write_files() {
+    if (recorder_) recorder_->flush();
+    if (!options_.metrics.empty())
+        replace_file(options_.metrics, metrics_text(report_of_last_second()));
 }
 
 void Monitor::read_clock() {
@@ -83,9 +95,12 @@ void Monitor::advance(std::int64_t complete_until) {
 }
 
 void Monitor::draw() {
-    const Report report{options_.address, stream_, rates_, service_names_};
     screen_->drawn = Terminal::size();
-    Terminal::show(screen_->view.lay_out(report, screen_->drawn));
+    Terminal::show(screen_->view.lay_out(report_of_last_second(), screen_->drawn));
+}
+
+Report Monitor::report_of_last_second() const {
+    return {options_.address, stream_, rates_, service_names_};
 }
 
 Report Monitor::report() const {

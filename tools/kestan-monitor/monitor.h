@@ -9,6 +9,7 @@
 
 #include "tools/kestan-monitor/bit_rates.h"
 #include "tools/kestan-monitor/options.h"
+#include "tools/kestan-monitor/output_file.h"
 #include "tools/kestan-monitor/report.h"
 #include "tools/kestan-monitor/stream_statistics.h"
 #include "tools/kestan-monitor/terminal.h"
@@ -36,11 +37,13 @@ private:
         TerminalSize drawn;  // the size when it was drawn last
     };
 
+    [[nodiscard]] Report report_of_last_second() const;
     [[nodiscard]] std::int64_t receive(std::int64_t timeout);
     void look_at_terminal();
     void every_second(std::int64_t complete_until);
     void read_clock();
     void advance(std::int64_t complete_until);
+    void write_files();
     void draw();
 
     Options options_;
@@ -51,6 +54,7 @@ private:
     std::map<std::uint16_t, std::string> service_names_;
     std::uint64_t seen_changes_ = 0;
     bool quit_ = false;
+    std::optional<PacketRecorder> recorder_;
     std::optional<Screen> screen_;
 };
 

@@ -14,7 +14,8 @@ constexpr const char* kFooter =
     "it is refreshed once a second until then: arrows, Page keys, j and k scroll, q "
     "ends.\n\n"
     "Exit status: 0; 1 when --check finds something outside the limits or nothing was\n"
-    "received; 2 when it cannot receive or the command line is wrong.";
+    "received; 2 when it cannot receive, cannot write a file, or the command line is "
+    "wrong.";
 
 }  // namespace
 
@@ -35,4 +36,8 @@ void add_options(CLI::App& app, Options& options) {
                    "Seconds that the TDT may differ from this host's clock, if that one "
                    "is synchronised; 0: any (default: 60)")
         ->check(CLI::Range(0.0, kGreatestToleranceS));
+    app.add_option("--metrics", options.metrics,
+                   "File to write OpenMetrics text to, once a second");
+    app.add_option("--record", options.record,
+                   "File to write the transport packets to, as they come");
 }

@@ -15,6 +15,8 @@ struct Options {
     double clock_tolerance_s = 60;
     bool json = false;
     bool check = false;
+    std::string metrics;  // files to write; empty: none
+    std::string record;
 };
 
 // Adds the options to `app`, which then writes them to `options`.

@@ -63,6 +63,9 @@ public:
     [[nodiscard]] const FaultLog& faults() const { return faults_; }
     [[nodiscard]] const std::map<std::uint16_t, PidRecord>& pids() const { return pids_; }
 
+    // Datagrams have come, and the last one not too long ago.
+    [[nodiscard]] bool is_up() const { return start_.has_value() && !is_silent_; }
+
     // From the first datagram to the last advance().
     [[nodiscard]] std::int64_t duration() const { return start_ ? now_ - *start_ : 0; }
     [[nodiscard]] std::uint64_t datagrams() const { return datagrams_; }
