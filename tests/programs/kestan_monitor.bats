@@ -45,7 +45,7 @@ on_screen() { wait_until on_screen_now "$1"; }
     kestan-control stop-pmt 102 0x110
     tmux resize-window -x 110 -y 30
     on_screen '^0x0120  PMT 103 Pebble Radio .* 500$'
-    on_screen $'\e\\[31m  verdict    1 outside the limits, the last at ..:..:..\\....'
+    on_screen $'\e\\[31m  verdict    1 fault, the last at ..:..:..\\....'
     on_screen '^  ..:..:..\.... *PID 0x0110: PMT of service 102: a section was away'
     tmux send-keys q
     wait_until eval '! tmux has-session'
@@ -57,13 +57,16 @@ on_screen() { wait_until on_screen_now "$1"; }
     kestan-monitor 226.0.0.10:5432 -i lo -d 1.5 | grep "TDT 20"
 }
 
-@test "writes metrics that Prometheus takes, and a record" {
+@test "writes metrics that Prometheus takes, a record and a picture" {
     play_small
-    kestan-monitor 127.0.0.1:5432 -d 2.2 --metrics metrics.prom --record record.ts
+    kestan-monitor 127.0.0.1:5432 -d 2.2 --metrics metrics.prom --record record.ts \
+        --plot plot.svg
     for line in 'up{S} 1' 'packets_total{S,pid="0x0014"} [23]' 'faults_total{S,check="crc"} 0' \
         'last_interval_seconds{S,pid="0x0110",table="PMT",service_id="102"} 0\.[12]'; do
         grep "^kestan_monitor_${line/S/stream=\"127.0.0.1:5432\"}" metrics.prom
     done
+    [ "$(grep -c 'class="strip"' plot.svg)" -eq 8 ]
+    grep -q 'class="dots" d="M[0-9.]* [0-9.]*h0M' plot.svg  # two intervals of the PAT
     kestan-control import record.ts | jq -e '.pmts | length == 3'
     run -2 kestan-monitor 127.0.0.1:5432 -d 1 --metrics nowhere/metrics.prom
     [ -x "$(command -v promtool)" ] || skip "no promtool (package prometheus)"

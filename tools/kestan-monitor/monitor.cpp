@@ -22,7 +22,16 @@ Monitor::Monitor(const Options& options)
       stream_(steady_now_ns()) {
     read_clock();
     if (!options_.record.empty()) recorder_.emplace(options_.record);
+    if (!options_.plot.empty()) start_plot();
     write_files();
+}
+
+void Monitor::start_plot() {
+    plot_.emplace(steady_now_ns());
+    stream_.set_interval_observer([this](std::uint16_t pid, const TableKey& table,
+                                         std::int64_t now, std::int64_t interval) {
+        plot_->add_interval(pid, table, now, interval);
+    });
 }
 
 void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
@@ -45,6 +54,7 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
     advance(complete_until);
     stream_.finish();
     write_files();
+    if (plot_) replace_file(options_.plot, plot_->svg(report(), complete_until));
 }
 
 std::int64_t Monitor::receive(std::int64_t timeout) {
@@ -53,6 +63,7 @@ std::int64_t Monitor::receive(std::int64_t timeout) {
         [this](std::int64_t arrival, const std::uint8_t* data, std::size_t size) {
             const auto packets = stream_.push(arrival, data, size);
             if (packets && recorder_) recorder_->write(*packets);
+            if (packets && plot_) plot_->add_packets(arrival, packets->count);
         },
         screen_ ? screen_->terminal.key_fd() : -1);
 }

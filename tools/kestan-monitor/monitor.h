@@ -10,6 +10,7 @@
 #include "tools/kestan-monitor/bit_rates.h"
 #include "tools/kestan-monitor/options.h"
 #include "tools/kestan-monitor/output_file.h"
+#include "tools/kestan-monitor/plot.h"
 #include "tools/kestan-monitor/report.h"
 #include "tools/kestan-monitor/stream_statistics.h"
 #include "tools/kestan-monitor/terminal.h"
@@ -39,6 +40,7 @@ private:
 
     [[nodiscard]] Report report_of_last_second() const;
     [[nodiscard]] std::int64_t receive(std::int64_t timeout);
+    void start_plot();
     void look_at_terminal();
     void every_second(std::int64_t complete_until);
     void read_clock();
@@ -55,6 +57,7 @@ private:
     std::uint64_t seen_changes_ = 0;
     bool quit_ = false;
     std::optional<PacketRecorder> recorder_;
+    std::optional<Plot> plot_;
     std::optional<Screen> screen_;
 };
 

@@ -38,6 +38,8 @@ void add_options(CLI::App& app, Options& options) {
         ->check(CLI::Range(0.0, kGreatestToleranceS));
     app.add_option("--metrics", options.metrics,
                    "File to write OpenMetrics text to, once a second");
+    app.add_option("--plot", options.plot,
+                   "SVG file to draw the intervals and the bit rate in, at the end");
     app.add_option("--record", options.record,
                    "File to write the transport packets to, as they come");
 }

@@ -16,6 +16,7 @@ struct Options {
     bool json = false;
     bool check = false;
     std::string metrics;  // files to write; empty: none
+    std::string plot;
     std::string record;
 };
 

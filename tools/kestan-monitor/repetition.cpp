@@ -21,11 +21,12 @@ std::optional<std::int64_t> Repetition::add(std::uint8_t section_number,
     if (section_number > last_section_number) return std::nullopt;
     timers_.resize(std::size_t{last_section_number} + 1, Timer{now});
     Timer& timer = timers_[section_number];
-    if (expected_ || timer.has_come) look_at(timer, now);
+    if (expected_) look_at(timer, now);
     timer.is_overdue = false;
     const std::int64_t wait = now - std::exchange(timer.since, now);
     if (!std::exchange(timer.has_come, true)) return std::nullopt;
     intervals_.add(wait);
+    longest_ = std::max(longest_, wait);
     last_interval_ = wait;
     const auto before = std::exchange(timer.last_interval, wait);
     if (before) jitter_.add(std::abs(wait - *before));

@@ -32,8 +32,8 @@ public:
     // The table has to be there from `now` on: waiting for its sections counts.
     void expect(std::int64_t now);
 
-    // The table is not expected any more; if it comes all the same, intervals alone
-    // count.
+    // The table is not expected any more. If it comes all the same, it is measured, but
+    // never overdue.
     void withdraw(std::int64_t now);
 
     // A section has come. Returns the time since the one with its number, if there was

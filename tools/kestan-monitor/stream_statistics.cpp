@@ -229,7 +229,9 @@ void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& sec
     TableRecord* const of = table(on, key);
     if (of == nullptr) return;
     const TableRecord::Arrival arrival = of->add(section, start, now_);
-    if (arrival.interval && on_interval_) on_interval_(key, now_, *arrival.interval);
+    const bool is_stray = is_pmt && !of->is_announced();
+    if (arrival.interval && on_interval_ && !is_stray)
+        on_interval_(on.number, key, now_, *arrival.interval);
     if (arrival.is_changed) ++changes_;
     if (*type == TableType::tdt) tdt_check_.add(of->fault({}), *of->utc(), now_);
     if (*type != TableType::pat) return;

@@ -41,9 +41,10 @@ public:
     void set_civil_clock(std::int64_t civil_minus_steady,
                          std::optional<std::int64_t> tolerance);
 
-    // Is given each interval from a section to the next one with its number.
-    using OnInterval =
-        std::function<void(const TableKey&, std::int64_t now, std::int64_t interval)>;
+    // Is given each interval from a section to the next one with its number, but not of
+    // PMTs that the PAT does not announce.
+    using OnInterval = std::function<void(std::uint16_t pid, const TableKey&,
+                                          std::int64_t now, std::int64_t interval)>;
     void set_interval_observer(OnInterval observer) {
         on_interval_ = std::move(observer);
     }

@@ -72,6 +72,10 @@ std::string date_and_time(std::int64_t civil) {
     return formatted_time(local, "%Y-%m-%dT%H:%M:%S") + milliseconds(civil) + zone;
 }
 
+std::int64_t utc_offset(std::int64_t civil) {
+    return local_time(civil).tm_gmtoff * kNsPerSecond;
+}
+
 std::string utc_date_and_time(std::int64_t seconds) {
     const std::time_t time = seconds;
     std::tm utc{};

@@ -25,6 +25,9 @@
 // The same with its date and its distance from UTC: "2026-06-15T12:45:01.250+02:00".
 [[nodiscard]] std::string date_and_time(std::int64_t civil);
 
+// What local time is ahead of UTC at a time of the civil clock, in nanoseconds.
+[[nodiscard]] std::int64_t utc_offset(std::int64_t civil);
+
 // Seconds since 1970 as UTC: "2026-06-15 12:45:00".
 [[nodiscard]] std::string utc_date_and_time(std::int64_t seconds);
 

@@ -82,7 +82,8 @@ std::size_t name_width(const Report& report, std::size_t greatest) {
 std::string verdict(const FaultLog& faults) {
     if (faults.total() == 0) return "Nothing is outside the limits.";
     const FaultLog::Event& last = faults.last_events().back();
-    return format("%llu outside the limits, the last at ", number(faults.total())) +
+    return format("%llu fault%s, the last at ", number(faults.total()),
+                  faults.total() == 1 ? "" : "s") +
            time_of_day(last.time);
 }
 
