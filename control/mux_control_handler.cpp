@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "dvb/libdvbpsi.h"
 #include "dvb/nanoseconds.h"
@@ -25,6 +26,17 @@ constexpr std::int32_t kRejected = -1;
 // A version_number has 5 bits (ISO/IEC 13818-1, 2.4.4.5); what does not fit becomes 0.
 void apply_version_rule(std::uint8_t& version) {
     if (version > 31) version = 0;
+}
+
+// Takes a carrousel off the muxer and frees it. If the muxer's mutex cannot be locked,
+// the carrousel stays where it is: it is on the muxer, but it has no sub-table to play.
+void retire(TableCarrousel* carrousel) noexcept {
+    try {
+        muxer_remove(*carrousel);
+    } catch (const std::system_error&) {
+        return;
+    }
+    delete carrousel;
 }
 
 void play(SimpleTable& stream, std::string packets) {
@@ -138,7 +150,7 @@ void cm_MuxControlSrvHandler::add_pmt(std::uint16_t service_id, std::uint16_t pi
 std::shared_ptr<TableCarrousel> cm_MuxControlSrvHandler::carrousel_of(std::uint16_t pid) {
     const auto found = pids_.find(pid);
     if (found != pids_.end()) return found->carrousel;
-    auto carrousel = std::make_shared<TableCarrousel>(pid);
+    const std::shared_ptr<TableCarrousel> carrousel(new TableCarrousel(pid), retire);
     muxer_add(*carrousel);
     return carrousel;
 }
@@ -156,16 +168,15 @@ void cm_MuxControlSrvHandler::StopPMT(std::int16_t service_id, std::int16_t pid)
     if (record != nullptr) release_pmt(*record);
 }
 
-// The carrousel leaves the muxer before its last share goes: the pacing loop never polls
-// a dying stream.
 void cm_MuxControlSrvHandler::release_pmt(pmt_data& record) {
+    std::string none;
+    record.carrousel->update_subtable(record.sub_table, none);
     const std::unique_ptr<pmt_data> owner(&record);
     pmt_list_.erase(pmt_list_.iterator_to(record));
     services_.erase(services_.iterator_to(record));
     pids_.erase(pids_.iterator_to(record));
-    std::string none;
-    record.carrousel->update_subtable(record.sub_table, none);
-    if (record.carrousel.use_count() == 1) muxer_remove(*record.carrousel);
+    // Here first, since retire cannot raise.
+    if (pids_.find(record.pid) == pids_.end()) muxer_remove(*record.carrousel);
 }
 
 void cm_MuxControlSrvHandler::release_all_pmts() {

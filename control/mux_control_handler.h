@@ -25,7 +25,7 @@
 // Threads: made, called and destroyed on the control thread, one call at a time; it has
 // no lock of its own. Tables are built, and freed, outside the locks of the streams, at
 // most one of which is held at a time. A mutex that cannot be locked raises
-// std::system_error.
+// std::system_error. Then a PMT is played as before the call or as after it.
 class cm_MuxControlSrvHandler final
     : public virtual orvel::thrift::ci_module::cm_MuxControlSrvIf {
 public:
@@ -70,7 +70,8 @@ private:
     // Plays `packets` as the PMT of a service that has none yet.
     void add_pmt(std::uint16_t service_id, std::uint16_t pid, std::string&& packets);
 
-    // Withdraws the record's PMT and frees the record.
+    // Withdraws the record's PMT and frees the record. The last record of a PID takes the
+    // carrousel off the muxer before it frees it.
     void release_pmt(pmt_data& record);
     void release_all_pmts();
 

@@ -1,17 +1,13 @@
 #include "tools/json/descriptor_json.h"
 
 #include <algorithm>
-#include <cstring>
-#include <iterator>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "dvb/libdvbpsi.h"
-#include "dvb/psi_si.h"
 #include "dvb/section_limits.h"
+#include "tools/json/descriptor_fields.h"
 #include "tools/json/dvb_text.h"
 #include "tools/json/number_text.h"
 
@@ -20,188 +16,251 @@ using orvel::thrift::dvb_tables::Descriptor;
 
 namespace {
 
-constexpr std::uint8_t kCaTag = 0x09;
-constexpr std::uint8_t kIso639Tag = 0x0A;
-constexpr std::uint8_t kServiceTag = 0x48;
-
-// What a descriptor has beside its names, languages or private data.
-constexpr std::size_t kServiceFixedSize = 3;
-constexpr std::size_t kCaFixedSize = 4;
-constexpr std::size_t kIso639EntrySize = 4;
 constexpr std::size_t kLanguageSize = 3;
+constexpr std::size_t kCharacterCodeSize = 4;
 
-std::string_view as_text(const std::uint8_t* bytes, std::size_t size) {
-    return {reinterpret_cast<const char*>(bytes), size};
+bool is_ascii_letter(char byte) {
+    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
 }
 
-// Takes what one of libdvbpsi's generators returned.
-Descriptor to_thrift(dvbpsi_descriptor_t* generated) {
-    const DescriptorPtr owner(generated);
-    if (!owner) throw std::bad_alloc();
-    Descriptor descriptor;
-    descriptor.tag = owner->i_tag;
-    descriptor.data = as_text(owner->p_data, owner->i_length);
-    return descriptor;
+bool is_language(std::string_view code) {
+    return code.size() == kLanguageSize &&
+           std::all_of(code.begin(), code.end(), is_ascii_letter);
 }
 
-DescriptorPtr to_dvbpsi(const Descriptor& from) {
-    std::string data = from.data;
-    DescriptorPtr descriptor(dvbpsi_NewDescriptor(
-        static_cast<std::uint8_t>(from.tag), static_cast<std::uint8_t>(data.size()),
-        reinterpret_cast<std::uint8_t*>(data.data())));
-    if (!descriptor) throw std::bad_alloc();
-    return descriptor;
+bool is_printable_ascii(char byte) {
+    return byte >= ' ' && byte <= '~';
 }
 
-std::string encoded_name(const JsonNode& node) {
-    const std::optional<std::string> name = encode_dvb_text(node.text());
-    if (!name) node.mistake("a name without control characters");
-    return *name;
+bool is_character_code(std::string_view text) {
+    return text.size() == kCharacterCodeSize &&
+           std::all_of(text.begin(), text.end(), is_printable_ascii);
 }
 
-Descriptor service_from_json(const JsonNode& node) {
-    node.expect_fields({"service_type", "provider_name", "service_name"});
-    dvbpsi_service_dr_t decoded{};
-    decoded.i_service_type =
-        static_cast<std::uint8_t>(node["service_type"].number(0, 0xFF));
-    const std::string provider = encoded_name(node["provider_name"]);
-    const std::string service = encoded_name(node["service_name"]);
-    if (kServiceFixedSize + provider.size() + service.size() > kMaxDescriptorData) {
-        node.mistake("names of at most 252 bytes together");
+// Appends fields to a descriptor's data, the most significant bit first.
+class BitWriter {
+public:
+    explicit BitWriter(std::string& data) : data_(data) {}
+
+    void put(std::uint32_t value, unsigned bits) {
+        for (; bits != 0; --bits) {
+            pending_ = pending_ << 1 | (value >> (bits - 1) & 1U);
+            if (++pending_bits_ % 8 == 0) data_ += static_cast<char>(pending_);
+        }
     }
-    decoded.i_service_provider_name_length = static_cast<std::uint8_t>(provider.size());
-    provider.copy(reinterpret_cast<char*>(decoded.i_service_provider_name),
-                  provider.size());
-    decoded.i_service_name_length = static_cast<std::uint8_t>(service.size());
-    service.copy(reinterpret_cast<char*>(decoded.i_service_name), service.size());
-    return to_thrift(dvbpsi_GenServiceDr(&decoded, /*b_duplicate=*/false));
+
+    // REQUIRES: the fields so far are whole bytes.
+    void put_bytes(std::string_view bytes) { data_ += bytes; }
+
+private:
+    std::string& data_;
+    std::uint32_t pending_ = 0;  // the last 8 bits are those of the byte in work
+    unsigned pending_bits_ = 0;
+};
+
+std::uint32_t character_code_from_json(const JsonNode& node) {
+    if (!node.is_text() || !is_character_code(node.text())) return node.unsigned_of(32);
+    std::uint32_t code = 0;
+    for (const char byte : node.text())
+        code = code << 8 | static_cast<std::uint8_t>(byte);
+    return code;
 }
 
-std::optional<ordered_json> service_to_json(dvbpsi_descriptor_t* descriptor) {
-    const dvbpsi_service_dr_t* const decoded = dvbpsi_DecodeServiceDr(descriptor);
-    if (decoded == nullptr) return std::nullopt;
-    const std::size_t provider_size = decoded->i_service_provider_name_length;
-    const std::size_t service_size = decoded->i_service_name_length;
-    // With lengths that do not fit, libdvbpsi leaves the names as the memory was.
-    if (kServiceFixedSize + provider_size + service_size != descriptor->i_length) {
+std::string character_code_text(std::uint32_t code) {
+    std::string text;
+    for (unsigned shift = 32; shift != 0;)
+        text += static_cast<char>(code >> (shift -= 8));
+    return is_character_code(text) ? text : hex_number(code, 8);
+}
+
+std::string language_from_json(const JsonNode& node) {
+    if (!is_language(node.text())) node.mistake("a code of three letters, as in \"eng\"");
+    return node.text();
+}
+
+// The field that says the coding of a text.
+std::string coding_field(const char* text_field) {
+    return text_field + std::string("_coding");
+}
+
+const DvbCoding& coding_from_json(const JsonNode& node) {
+    std::string names;
+    for (const DvbCoding& coding : dvb_codings()) {
+        if (coding.name == node.text()) return coding;
+        names += (names.empty() ? "" : ", ") + coding.name;
+    }
+    node.mistake("one of " + names);
+}
+
+std::string text_from_json(const JsonNode& entry, const char* name) {
+    const JsonNode node = entry[name];
+    if (!is_dvb_text(node.text())) node.mistake("a text without control characters");
+    const std::string coding_name = coding_field(name);
+    const DvbCoding* coding = nullptr;
+    if (entry.has(coding_name.c_str())) {
+        coding = &coding_from_json(entry[coding_name.c_str()]);
+    }
+    const std::optional<std::string> encoded = encode_dvb_text(node.text(), coding);
+    if (!encoded) node.mistake("a text whose characters all are in its coding");
+    return *encoded;
+}
+
+// Writes one field of the entry `node`, which is there.
+void write_field(const DescriptorField& field, const JsonNode& node, BitWriter& to) {
+    switch (field.kind) {
+        case FieldKind::kNumber:
+        case FieldKind::kHexNumber:
+            return to.put(node[field.name].unsigned_of(field.bits), field.bits);
+        case FieldKind::kCharacterCode:
+            return to.put(character_code_from_json(node[field.name]), field.bits);
+        case FieldKind::kFlag:
+            return to.put(node[field.name].boolean() ? 1 : 0, field.bits);
+        case FieldKind::kLanguage:
+            return to.put_bytes(language_from_json(node[field.name]));
+        case FieldKind::kText: {
+            const std::string text = text_from_json(node, field.name);
+            to.put(static_cast<std::uint32_t>(text.size()), 8);
+            return to.put_bytes(text);
+        }
+        case FieldKind::kRest:
+            return to.put_bytes(node[field.name].bytes());
+        case FieldKind::kZeros:
+            return to.put(0, field.bits);
+        case FieldKind::kOnes:
+            return to.put(~0U, field.bits);
+        case FieldKind::kPresence:
+            return to.put(node.has(field.name) ? 1 : 0, field.bits);
+        case FieldKind::kIfMore:
+            return;
+    }
+}
+
+void entry_from_json(const DescriptorForm& form, const JsonNode& node, BitWriter& to) {
+    std::vector<std::string> names;
+    for (const DescriptorField& field : form.fields) {
+        if (is_in_json(field)) names.emplace_back(field.name);
+        if (field.kind == FieldKind::kText) names.push_back(coding_field(field.name));
+    }
+    node.expect_fields({names.begin(), names.end()});
+    for (auto field = form.fields.begin(); field != form.fields.end(); ++field) {
+        const bool is_left_out =
+            field->need != FieldNeed::kRequired && !node.has(field->name);
+        if (field->kind == FieldKind::kIfMore &&
+            std::none_of(field, form.fields.end(), [&](const DescriptorField& later) {
+                return node.has(later.name);
+            })) {
+            return;
+        }
+        if (!is_left_out) {
+            write_field(*field, node, to);
+        } else if (field->need != FieldNeed::kIfPresenceFlag) {
+            to.put(0, field->bits);
+        }
+    }
+}
+
+Descriptor named_from_json(const DescriptorForm& form, const JsonNode& node) {
+    Descriptor descriptor;
+    descriptor.tag = form.tag;
+    BitWriter data(descriptor.data);
+    if (form.is_list) {
+        for (const JsonNode& entry : node.elements()) entry_from_json(form, entry, data);
+    } else {
+        entry_from_json(form, node, data);
+    }
+    if (descriptor.data.size() > kMaxDescriptorData) {
+        node.mistake("at most 255 bytes of data, these are " +
+                     std::to_string(descriptor.data.size()));
+    }
+    return descriptor;
+}
+
+// Writes the field's value to an entry. Returns false if JSON has no way to say it.
+bool add_field(const FieldValue& value, ordered_json& entry) {
+    ordered_json& to = entry[value.field->name];
+    switch (value.field->kind) {
+        case FieldKind::kHexNumber:
+            to = hex_number(value.number, static_cast<int>(value.field->bits + 3) / 4);
+            return true;
+        case FieldKind::kCharacterCode:
+            to = character_code_text(value.number);
+            return true;
+        case FieldKind::kFlag:
+            to = value.number != 0;
+            return true;
+        case FieldKind::kLanguage:
+            to = value.bytes;
+            return is_language(value.bytes);
+        case FieldKind::kText: {
+            const auto decoded = decode_dvb_text(value.bytes);
+            if (!decoded) return false;
+            to = decoded->text;
+            if (decoded->coding != nullptr) {
+                entry[coding_field(value.field->name)] = decoded->coding->name;
+            }
+            return true;
+        }
+        case FieldKind::kRest:
+            to = to_hex(value.bytes);
+            return true;
+        default:
+            to = value.number;
+            return true;
+    }
+}
+
+std::optional<ordered_json> entry_to_json(const std::vector<FieldValue>& entry) {
+    ordered_json to = ordered_json::object();
+    for (const FieldValue& value : entry) {
+        const bool is_zero = value.number == 0 && value.bytes.empty();
+        const bool is_omitted = value.field->need == FieldNeed::kAbsentIfZero && is_zero;
+        if (!is_in_json(*value.field) || is_omitted) continue;
+        if (!add_field(value, to)) return std::nullopt;
+    }
+    return to;
+}
+
+std::optional<ordered_json> fields_to_json(const DescriptorForm& form,
+                                           const SplitDescriptor& split) {
+    if (!form.is_list) return entry_to_json(split.entries.front());
+    ordered_json list = ordered_json::array();
+    for (const std::vector<FieldValue>& entry : split.entries) {
+        auto element = entry_to_json(entry);
+        if (!element) return std::nullopt;
+        list.push_back(std::move(*element));
+    }
+    return list;
+}
+
+std::optional<ordered_json> named_to_json(const Descriptor& descriptor) {
+    const DescriptorForm* const form = form_of_tag(descriptor.tag);
+    if (form == nullptr) return std::nullopt;
+    const SplitDescriptor split = split_descriptor(*form, descriptor.data);
+    if (!split.overrun.empty()) return std::nullopt;
+    const auto fields = fields_to_json(*form, split);
+    if (!fields) return std::nullopt;
+    try {
+        const nlohmann::json document = *fields;
+        if (named_from_json(*form, JsonNode(document)) != descriptor) return std::nullopt;
+    } catch (const JsonMistake&) {
         return std::nullopt;
     }
-    const auto provider = decode_dvb_text(
-        std::string(as_text(decoded->i_service_provider_name, provider_size)));
-    const auto service =
-        decode_dvb_text(std::string(as_text(decoded->i_service_name, service_size)));
-    if (!provider || !service) return std::nullopt;
-    return ordered_json{{"service_type", decoded->i_service_type},
-                        {"provider_name", *provider},
-                        {"service_name", *service}};
-}
-
-Descriptor iso_639_from_json(const JsonNode& node) {
-    const std::vector<JsonNode> entries = node.elements();
-    dvbpsi_iso639_dr_t decoded{};
-    constexpr std::size_t max_entries = kMaxDescriptorData / kIso639EntrySize;
-    static_assert(max_entries <= std::size(decltype(decoded.code){}));
-    if (entries.size() > max_entries) node.mistake("at most 63 languages");
-    for (const JsonNode& entry : entries) {
-        entry.expect_fields({"language", "audio_type"});
-        const JsonNode language = entry["language"];
-        const auto code = encode_dvb_text(language.text());
-        if (!code || code->size() != kLanguageSize) {
-            language.mistake("a code of three letters, as in \"eng\"");
-        }
-        auto& to = decoded.code[decoded.i_code_count++];
-        std::copy(code->begin(), code->end(), to.iso_639_code);
-        if (entry.has("audio_type")) {
-            to.i_audio_type =
-                static_cast<std::uint8_t>(entry["audio_type"].number(0, 0xFF));
-        }
-    }
-    return to_thrift(dvbpsi_GenISO639Dr(&decoded, /*b_duplicate=*/false));
-}
-
-std::optional<ordered_json> iso_639_to_json(dvbpsi_descriptor_t* descriptor) {
-    const dvbpsi_iso639_dr_t* const decoded = dvbpsi_DecodeISO639Dr(descriptor);
-    if (decoded == nullptr) return std::nullopt;
-    ordered_json entries = ordered_json::array();
-    for (std::size_t i = 0; i < decoded->i_code_count; ++i) {
-        const auto& code = decoded->code[i];
-        const auto language =
-            decode_dvb_text(std::string(as_text(code.iso_639_code, kLanguageSize)));
-        if (!language) return std::nullopt;
-        entries.push_back({{"language", *language}, {"audio_type", code.i_audio_type}});
-    }
-    return entries;
-}
-
-Descriptor ca_from_json(const JsonNode& node) {
-    node.expect_fields({"ca_system_id", "ca_pid", "private_data"});
-    dvbpsi_ca_dr_t decoded{};
-    decoded.i_ca_system_id =
-        static_cast<std::uint16_t>(node["ca_system_id"].number(0, 0xFFFF));
-    decoded.i_ca_pid = static_cast<std::uint16_t>(node["ca_pid"].number(0, kMaxPid));
-    if (node.has("private_data")) {
-        const JsonNode field = node["private_data"];
-        const std::string bytes = field.bytes();
-        if (kCaFixedSize + bytes.size() > kMaxDescriptorData) {
-            field.mistake("at most 251 bytes");
-        }
-        decoded.i_private_length = static_cast<std::uint8_t>(bytes.size());
-        bytes.copy(reinterpret_cast<char*>(decoded.i_private_data), bytes.size());
-    }
-    return to_thrift(dvbpsi_GenCADr(&decoded, /*b_duplicate=*/false));
-}
-
-std::optional<ordered_json> ca_to_json(dvbpsi_descriptor_t* descriptor) {
-    const dvbpsi_ca_dr_t* const decoded = dvbpsi_DecodeCADr(descriptor);
-    if (decoded == nullptr) return std::nullopt;
-    ordered_json fields{{"ca_system_id", hex_number(decoded->i_ca_system_id, 4)},
-                        {"ca_pid", hex_number(decoded->i_ca_pid, 4)}};
-    if (decoded->i_private_length != 0) {
-        fields["private_data"] =
-            to_hex(as_text(decoded->i_private_data, decoded->i_private_length));
-    }
-    return fields;
-}
-
-struct NamedForm {
-    const char* name;
-    std::uint8_t tag;
-    Descriptor (*from_json)(const JsonNode& node);
-    // Nothing for a descriptor that the form has no way to say.
-    std::optional<ordered_json> (*to_json)(dvbpsi_descriptor_t* descriptor);
-};
-
-constexpr NamedForm kNamedForms[] = {
-    {"service", kServiceTag, service_from_json, service_to_json},
-    {"iso_639_language", kIso639Tag, iso_639_from_json, iso_639_to_json},
-    {"ca", kCaTag, ca_from_json, ca_to_json},
-};
-
-std::optional<ordered_json> named_form_of(const Descriptor& descriptor) {
-    for (const NamedForm& form : kNamedForms) {
-        if (form.tag != descriptor.tag) continue;
-        const std::optional<ordered_json> fields =
-            form.to_json(to_dvbpsi(descriptor).get());
-        if (!fields) return std::nullopt;
-        ordered_json named;
-        named[form.name] = *fields;
-        const nlohmann::json document = named;
-        if (descriptor_from_json(JsonNode(document)) == descriptor) return named;
-    }
-    return std::nullopt;
+    return ordered_json{{form->name, *fields}};
 }
 
 }  // namespace
 
 Descriptor descriptor_from_json(const JsonNode& node) {
-    node.expect_fields({"tag", "data", "service", "iso_639_language", "ca"});
-    for (const NamedForm& form : kNamedForms) {
+    std::vector<std::string_view> names{"tag", "data"};
+    for (const DescriptorForm& form : descriptor_forms()) names.emplace_back(form.name);
+    node.expect_fields(names);
+    for (const DescriptorForm& form : descriptor_forms()) {
         if (!node.has(form.name)) continue;
         node.expect_fields({form.name});
-        return form.from_json(node[form.name]);
+        return named_from_json(form, node[form.name]);
     }
     Descriptor descriptor;
-    descriptor.tag = node["tag"].number(0, 0xFF);
+    descriptor.tag = node["tag"].i32_of(8);
     const JsonNode data = node["data"];
     descriptor.data = data.bytes();
     if (descriptor.data.size() > kMaxDescriptorData) data.mistake("at most 255 bytes");
@@ -209,6 +268,6 @@ Descriptor descriptor_from_json(const JsonNode& node) {
 }
 
 ordered_json descriptor_to_json(const Descriptor& descriptor) {
-    if (const auto named = named_form_of(descriptor)) return *named;
+    if (const auto named = named_to_json(descriptor)) return *named;
     return {{"tag", hex_number(descriptor.tag, 2)}, {"data", to_hex(descriptor.data)}};
 }

@@ -1,41 +1,187 @@
 #include "tools/json/dvb_text.h"
 
-#include <algorithm>
+#include <iconv.h>
 
-#include <nlohmann/json.hpp>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <utility>
 
 namespace {
 
-constexpr char kUtf8Selector = 0x15;  // ETSI EN 300 468, table A.3
+constexpr std::string_view kEuroInUtf8 = "\xE2\x82\xAC";
+constexpr std::string_view kEuroInDefaultTable = "\xA4";
 
-bool is_ascii(char byte) {
-    return static_cast<unsigned char>(byte) < 0x80;
-}
-
-bool is_control(char byte) {
-    return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
-}
-
-bool is_utf8(const std::string& text) {
-    try {
-        return !nlohmann::json(text).dump().empty();
-    } catch (const nlohmann::json::type_error&) {
-        return false;
+// ETSI EN 300 468, tables A.3 and A.4.
+std::vector<DvbCoding> all_codings() {
+    std::vector<DvbCoding> codings{
+        {"default", "", "ISO_6937", true},    {"UTF-8", "\x15", "UTF-8", false},
+        {"UCS-2", "\x11", "UCS-2BE", false},  {"KS-X-1001", "\x12", "EUC-KR", false},
+        {"GB-2312", "\x13", "GB2312", false}, {"UCS-2/0x14", "\x14", "UCS-2BE", false},
+    };
+    for (char part = 1; part <= 15; ++part) {
+        if (part == 12) continue;  // withdrawn
+        const std::string name = "ISO-8859-" + std::to_string(part);
+        const bool has_short_selector = part >= 5;
+        if (has_short_selector) {
+            codings.push_back({name, {static_cast<char>(part - 4)}, name, true});
+        }
+        codings.push_back({has_short_selector ? name + "/0x10" : name,
+                           {'\x10', '\0', part},
+                           name,
+                           true});
     }
+    return codings;
+}
+
+struct IconvDeleter {
+    void operator()(iconv_t conversion) const noexcept { iconv_close(conversion); }
+};
+
+// Returns null if the library lacks one of the two. Conversions stay open: the library
+// loads a converter again after its last user has closed it, which takes most of a
+// millisecond.
+iconv_t conversion_between(const std::string& from, const std::string& to) {
+    using Conversion = std::unique_ptr<void, IconvDeleter>;
+    thread_local std::map<std::pair<std::string, std::string>, Conversion> opened;
+    Conversion& conversion = opened[{from, to}];
+    if (!conversion) {
+        const iconv_t made = iconv_open(to.c_str(), from.c_str());
+        if (made != reinterpret_cast<iconv_t>(-1)) conversion.reset(made);
+    }
+    return conversion.get();
+}
+
+std::optional<std::string> convert(const std::string& from, const std::string& to,
+                                   std::string_view text) {
+    const iconv_t conversion = conversion_between(from, to);
+    if (conversion == nullptr) return std::nullopt;
+    iconv(conversion, nullptr, nullptr, nullptr, nullptr);  // forgets an earlier failure
+    // No coding takes more than four bytes for one of another.
+    std::string converted(text.size() * 4, '\0');
+    char* in = const_cast<char*>(text.data());  // iconv does not write to it
+    std::size_t in_left = text.size();
+    char* out = converted.data();
+    std::size_t out_left = converted.size();
+    // The second call writes a character that could still get an accent.
+    if (iconv(conversion, &in, &in_left, &out, &out_left) != 0) return std::nullopt;
+    if (iconv(conversion, nullptr, nullptr, &out, &out_left) != 0) return std::nullopt;
+    converted.resize(converted.size() - out_left);
+    return converted;
+}
+
+// As `convert`, with a character that the library does not know in either coding.
+std::optional<std::string> convert_around(std::string_view known_from,
+                                          std::string_view known_to,
+                                          const std::string& from, const std::string& to,
+                                          std::string_view text) {
+    std::string converted;
+    for (;;) {
+        const std::size_t end = text.find(known_from);
+        const auto piece = convert(from, to, text.substr(0, end));
+        if (!piece) return std::nullopt;
+        converted += *piece;
+        if (end == std::string_view::npos) return converted;
+        converted += known_to;
+        text.remove_prefix(end + known_from.size());
+    }
+}
+
+// Replaces the control characters U+0080 to U+009F by U+E080 to U+E09F, or the other way
+// round; `from` and `to` are all bytes of the UTF-8 but the last.
+std::string with_controls(std::string_view from, std::string_view to, std::string text) {
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos;) {
+        const std::size_t last = at + from.size();
+        const bool is_control =
+            last < text.size() && static_cast<std::uint8_t>(text[last]) < 0xA0;
+        if (is_control) text.replace(at, from.size(), to);
+        at += is_control ? to.size() : 1;
+    }
+    return text;
+}
+
+constexpr std::string_view kControlPrefix = "\xC2";             // U+0080 to U+009F
+constexpr std::string_view kPrivateControlPrefix = "\xEE\x82";  // U+E080 to U+E09F
+
+const DvbCoding& default_table() {
+    return dvb_codings()[0];
+}
+
+const DvbCoding& utf_8() {
+    return dvb_codings()[1];
+}
+
+// Converts between UTF-8 and the coding, which has its controls at U+0080 to U+009F.
+std::optional<std::string> to_coding(const DvbCoding& coding,
+                                     std::string_view utf_8_text) {
+    if (&coding != &default_table()) return convert("UTF-8", coding.charset, utf_8_text);
+    return convert_around(kEuroInUtf8, kEuroInDefaultTable, "UTF-8", coding.charset,
+                          utf_8_text);
+}
+
+std::optional<std::string> from_coding(const DvbCoding& coding, std::string_view bytes) {
+    if (&coding != &default_table()) return convert(coding.charset, "UTF-8", bytes);
+    return convert_around(kEuroInDefaultTable, kEuroInUtf8, coding.charset, "UTF-8",
+                          bytes);
+}
+
+std::optional<std::string> encode(std::string_view text, const DvbCoding& coding) {
+    std::string controls(text);
+    if (coding.has_one_byte_controls) {
+        controls = with_controls(kPrivateControlPrefix, kControlPrefix, controls);
+    }
+    const auto encoded = to_coding(coding, controls);
+    // Some converters write a character that only looks alike.
+    if (!encoded || from_coding(coding, *encoded) != controls) return std::nullopt;
+    return coding.selector + *encoded;
+}
+
+// Returns null if the field begins with an unknown selector.
+const DvbCoding* coding_of(std::string_view field) {
+    if (static_cast<std::uint8_t>(field.front()) >= ' ') return &default_table();
+    for (const DvbCoding& coding : dvb_codings()) {
+        const std::string_view selector = coding.selector;
+        const bool is_selected =
+            !selector.empty() && field.substr(0, selector.size()) == selector;
+        if (is_selected) return &coding;
+    }
+    return nullptr;
 }
 
 }  // namespace
 
-std::optional<std::string> encode_dvb_text(const std::string& text) {
-    if (std::any_of(text.begin(), text.end(), is_control)) return std::nullopt;
-    if (std::all_of(text.begin(), text.end(), is_ascii)) return text;
-    if (!is_utf8(text)) return std::nullopt;
-    return kUtf8Selector + text;
+const std::vector<DvbCoding>& dvb_codings() {
+    static const std::vector<DvbCoding> codings = all_codings();
+    return codings;
 }
 
-std::optional<std::string> decode_dvb_text(const std::string& field) {
-    const bool selected = !field.empty() && field.front() == kUtf8Selector;
-    std::string text = selected ? field.substr(1) : field;
-    if (encode_dvb_text(text) != field) return std::nullopt;
-    return text;
+bool is_dvb_text(std::string_view text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<std::uint8_t>(text[i]);
+        const bool is_c1 = byte == 0xC2 && i + 1 < text.size() &&
+                           static_cast<std::uint8_t>(text[i + 1]) < 0xA0;
+        if (byte < ' ' || byte == 0x7F || is_c1) return false;
+    }
+    // UTF-16 has what UTF-8 may have, and no more.
+    return convert("UTF-8", "UTF-16BE", text).has_value();
+}
+
+std::optional<std::string> encode_dvb_text(std::string_view text,
+                                           const DvbCoding* coding) {
+    if (coding != nullptr) return encode(text, *coding);
+    if (text.empty()) return "";
+    auto encoded = encode(text, default_table());
+    return encoded ? encoded : encode(text, utf_8());
+}
+
+std::optional<DvbText> decode_dvb_text(std::string_view field) {
+    if (field.empty()) return DvbText{"", nullptr};
+    const DvbCoding* const coding = coding_of(field);
+    if (coding == nullptr) return std::nullopt;
+    const auto converted = from_coding(*coding, field.substr(coding->selector.size()));
+    if (!converted) return std::nullopt;
+    std::string text = with_controls(kControlPrefix, kPrivateControlPrefix, *converted);
+    if (!is_dvb_text(text)) return std::nullopt;
+    const bool is_chosen = encode_dvb_text(text, nullptr) == field;
+    return DvbText{std::move(text), is_chosen ? nullptr : coding};
 }

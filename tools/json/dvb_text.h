@@ -3,17 +3,43 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 // Text fields of DVB descriptors (ETSI EN 300 468, annex A) as UTF-8.
 //
-// Written are two of the character codings: printable ASCII goes without a selector (it
-// is the same in the default table), any other text as UTF-8 behind its selector, 0x15.
+// A field begins with the selector of its character coding, or has the default table,
+// which is ISO/IEC 6937 with the euro sign. iconv converts the characters. The control
+// codes 0x80 to 0x9F of the one-byte tables (0x86 and 0x87 switch emphasis on and off,
+// 0x8A ends a line) are U+E080 to U+E09F in UTF-8, which is what the codings of more
+// bytes have for them.
 
-// Nothing for a text that is not UTF-8 or has control characters of ASCII.
-[[nodiscard]] std::optional<std::string> encode_dvb_text(const std::string& text);
+struct DvbCoding {
+    std::string name;      // as in "ISO-8859-5"
+    std::string selector;  // the bytes before the text
+    std::string charset;   // iconv's name of it
+    bool has_one_byte_controls;
+};
 
-// Nothing for a field that encode_dvb_text would not have written, byte by byte: other
-// codings, that is, and a selector that was not needed.
-[[nodiscard]] std::optional<std::string> decode_dvb_text(const std::string& field);
+// All codings, the default table first and UTF-8 second.
+[[nodiscard]] const std::vector<DvbCoding>& dvb_codings();
+
+// Returns whether this is UTF-8 without control characters (U+0000 to U+001F, U+007F to
+// U+009F), which is what a field can hold.
+[[nodiscard]] bool is_dvb_text(std::string_view text);
+
+// Encodes the text in the coding, or, if that is null, in the default table if it has all
+// characters and in UTF-8 otherwise. Returns nullopt if the coding lacks a character.
+// REQUIRES: is_dvb_text(text).
+[[nodiscard]] std::optional<std::string> encode_dvb_text(std::string_view text,
+                                                         const DvbCoding* coding);
+
+struct DvbText {
+    std::string text;
+    const DvbCoding* coding;  // null if encode_dvb_text chooses the same
+};
+
+// Returns nullopt if the coding is unknown, or if the field is not right in it.
+[[nodiscard]] std::optional<DvbText> decode_dvb_text(std::string_view field);
 
 #endif

@@ -33,7 +33,7 @@ std::optional<std::int64_t> integer(const json& value) {
     return std::nullopt;
 }
 
-std::string list(std::initializer_list<std::string_view> names) {
+std::string list(const std::vector<std::string_view>& names) {
     std::string text;
     for (const std::string_view name : names) {
         if (!text.empty()) text += ", ";
@@ -49,7 +49,7 @@ void JsonNode::mistake(const std::string& expected) const {
                       ", expected " + expected);
 }
 
-void JsonNode::expect_fields(std::initializer_list<std::string_view> names) const {
+void JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
     if (!value_->is_object()) mistake("an object with the fields " + list(names));
     for (const auto& field : value_->items()) {
         if (std::find(names.begin(), names.end(), field.key()) != names.end()) continue;
@@ -81,13 +81,13 @@ std::vector<JsonNode> JsonNode::elements_of(const char* name) const {
     return (*this)[name].elements();
 }
 
-std::int32_t JsonNode::number(std::int32_t lowest, std::int32_t highest) const {
+std::int64_t JsonNode::in_range(std::int64_t lowest, std::int64_t highest) const {
     const std::optional<std::int64_t> value = integer(*value_);
     if (!value || *value < lowest || *value > highest) {
         mistake("a number from " + std::to_string(lowest) + " to " +
                 std::to_string(highest) + ", decimal or as in \"0x1F\"");
     }
-    return static_cast<std::int32_t>(*value);
+    return *value;
 }
 
 bool JsonNode::boolean() const {

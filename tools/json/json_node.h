@@ -2,7 +2,6 @@
 #define KESTAN_TOOLS_JSON_JSON_NODE_H
 
 #include <cstdint>
-#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -21,30 +20,44 @@ public:
 // A value in a JSON document and the path to it, as in "pmts[2].streams[0].pid".
 //
 // Reads what people write: numbers are decimal or strings such as "0x0100", bytes are
-// hexadecimal digits. Whatever is not as asked raises JsonMistake. The document must
-// outlive its nodes.
+// hexadecimal digits. Each function raises JsonMistake if the value is not what it asks
+// for. The document must outlive its nodes.
 class JsonNode {
 public:
     // The document's root.
     explicit JsonNode(const nlohmann::json& root) : value_(&root) {}
 
-    // A mistake unless this is an object with no other fields than these: a misspelt name
-    // must not pass for a field that was left out.
-    void expect_fields(std::initializer_list<std::string_view> names) const;
+    // Raises a mistake if this is no object or has a field that is not in the list: a
+    // misspelt name must not look like a field that was left out.
+    void expect_fields(const std::vector<std::string_view>& names) const;
 
     [[nodiscard]] bool has(const char* name) const { return value_->contains(name); }
 
-    // The object's field; a mistake when it is missing.
+    // The object's field. Raises a mistake if it is missing.
     [[nodiscard]] JsonNode operator[](const char* name) const;
 
     // The elements of an array.
     [[nodiscard]] std::vector<JsonNode> elements() const;
 
-    // The elements of an array that may be left out when it has none.
+    // The elements of a field that is an array; none if the field is missing.
     [[nodiscard]] std::vector<JsonNode> elements_of(const char* name) const;
 
-    [[nodiscard]] std::int32_t number(std::int32_t lowest, std::int32_t highest) const;
+    [[nodiscard]] std::int32_t number(std::int32_t lowest, std::int32_t highest) const {
+        return static_cast<std::int32_t>(in_range(lowest, highest));
+    }
+
+    // The value of an unsigned field of so many bits, at most 32.
+    [[nodiscard]] std::uint32_t unsigned_of(unsigned bits) const {
+        return static_cast<std::uint32_t>(in_range(0, (std::int64_t{1} << bits) - 1));
+    }
+
+    // Likewise for a field of at most 31 bits, in the type that Thrift has for it.
+    [[nodiscard]] std::int32_t i32_of(unsigned bits) const {
+        return static_cast<std::int32_t>(unsigned_of(bits));
+    }
+
     [[nodiscard]] bool boolean() const;
+    [[nodiscard]] bool is_text() const { return value_->is_string(); }
     [[nodiscard]] std::string text() const;
     [[nodiscard]] std::string bytes() const;
 
@@ -54,6 +67,8 @@ public:
 private:
     JsonNode(const nlohmann::json& value, std::string path)
         : value_(&value), path_(std::move(path)) {}
+
+    [[nodiscard]] std::int64_t in_range(std::int64_t lowest, std::int64_t highest) const;
 
     const nlohmann::json* value_;
     std::string path_;

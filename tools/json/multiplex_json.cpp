@@ -15,11 +15,10 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-constexpr std::int32_t kMax8Bits = 0xFF;
-constexpr std::int32_t kMax16Bits = 0xFFFF;
+constexpr unsigned kPidBits = 13;  // ISO/IEC 13818-1, 2.4.3.3
 
 void read_version(const JsonNode& node, std::int32_t& version, bool& current) {
-    version = node["version_number"].number(0, kMax8Bits);
+    version = node["version_number"].i32_of(8);
     if (node.has("current_next_indicator")) {
         current = node["current_next_indicator"].boolean();
     }
@@ -56,12 +55,12 @@ PAT read_pat(const JsonNode& node) {
     node.expect_fields(
         {"transport_stream_id", "version_number", "current_next_indicator", "programs"});
     PAT pat;
-    pat.transport_stream_id = node["transport_stream_id"].number(0, kMax16Bits);
+    pat.transport_stream_id = node["transport_stream_id"].i32_of(16);
     read_version(node, pat.version_number, pat.current_next_indicator);
     for (const JsonNode& element : node.elements_of("programs")) {
         element.expect_fields({"program_number", "pid"});
         PATProgram& program = pat.programs.emplace_back();
-        program.program_number = element["program_number"].number(0, kMax16Bits);
+        program.program_number = element["program_number"].i32_of(16);
         program.pid = element["pid"].number(1, kMaxPid);
     }
     return pat;
@@ -97,11 +96,11 @@ SDTService read_service(const JsonNode& node) {
     node.expect_fields({"service_id", "eit_schedule_flag", "eit_present_following_flag",
                         "running_status", "free_ca_mode", "descriptors"});
     SDTService service;
-    service.service_id = node["service_id"].number(0, kMax16Bits);
+    service.service_id = node["service_id"].i32_of(16);
     read_flag(node, "eit_schedule_flag", service.eit_schedule_flag);
     read_flag(node, "eit_present_following_flag", service.eit_present_following_flag);
     if (node.has("running_status")) {
-        service.running_status = node["running_status"].number(0, kMaxRunningStatus);
+        service.running_status = node["running_status"].i32_of(3);
     }
     read_flag(node, "free_ca_mode", service.free_ca_mode);
     service.descriptors = read_descriptors(node);
@@ -122,8 +121,8 @@ SDT read_sdt(const JsonNode& node) {
     node.expect_fields({"transport_stream_id", "original_network_id", "version_number",
                         "current_next_indicator", "services"});
     SDT sdt;
-    sdt.transport_stream_id = node["transport_stream_id"].number(0, kMax16Bits);
-    sdt.original_network_id = node["original_network_id"].number(0, kMax16Bits);
+    sdt.transport_stream_id = node["transport_stream_id"].i32_of(16);
+    sdt.original_network_id = node["original_network_id"].i32_of(16);
     read_version(node, sdt.version_number, sdt.current_next_indicator);
     for (const JsonNode& element : node.elements_of("services")) {
         sdt.services.push_back(read_service(element));
@@ -145,8 +144,8 @@ ordered_json write(const SDT& sdt) {
 PMTStream read_stream(const JsonNode& node) {
     node.expect_fields({"stream_type", "elementary_pid", "descriptors"});
     PMTStream stream;
-    stream.stream_type = node["stream_type"].number(0, kMax8Bits);
-    stream.elementary_pid = node["elementary_pid"].number(0, kMaxPid);
+    stream.stream_type = node["stream_type"].i32_of(8);
+    stream.elementary_pid = node["elementary_pid"].i32_of(kPidBits);
     stream.descriptors = read_descriptors(node);
     return stream;
 }
@@ -162,10 +161,10 @@ PmtOnPid read_pmt(const JsonNode& node) {
     node.expect_fields({"pid", "program_number", "version_number",
                         "current_next_indicator", "pcr_pid", "descriptors", "streams"});
     PmtOnPid read;
-    read.pid = static_cast<std::uint16_t>(node["pid"].number(0, kMaxPid));
-    read.pmt.program_number = node["program_number"].number(0, kMax16Bits);
+    read.pid = static_cast<std::uint16_t>(node["pid"].unsigned_of(kPidBits));
+    read.pmt.program_number = node["program_number"].i32_of(16);
     read_version(node, read.pmt.version_number, read.pmt.current_next_indicator);
-    read.pmt.pcr_pid = node["pcr_pid"].number(0, kMaxPid);
+    read.pmt.pcr_pid = node["pcr_pid"].i32_of(kPidBits);
     read.pmt.descriptors = read_descriptors(node);
     for (const JsonNode& element : node.elements_of("streams")) {
         read.pmt.streams.push_back(read_stream(element));

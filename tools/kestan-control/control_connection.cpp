@@ -2,23 +2,27 @@
 
 #include <cerrno>
 #include <cmath>
-#include <cstdint>
+#include <memory>
 #include <sstream>
 #include <system_error>
 
+#include <thrift/transport/TBufferTransports.h>
+#include <thrift/transport/TSocket.h>
 #include <thrift/transport/TTransportException.h>
 
 #include "thrift/instance_ports.h"
 
 using apache::thrift::TException;
-using apache::thrift::protocol::TBinaryProtocol;
+using apache::thrift::transport::TFramedTransport;
+using apache::thrift::transport::TSocket;
 using apache::thrift::transport::TTransportException;
 
 namespace {
 
-constexpr std::int32_t kMaxReplyString = 64 * 1024;  // replies have none but error texts
+// It has no effect on the stream.
+constexpr const char* kOpeningMethod = "newScramblingConfig";
 
-// Thrift gives a failed connect no code of its own, only the system's text.
+// Thrift has no error code for a refused connection, only the system's text.
 bool is_refused(const TTransportException& error) {
     const std::string refused = std::generic_category().message(ECONNREFUSED);
     return std::string(error.what()).find(refused) != std::string::npos;
@@ -40,12 +44,29 @@ std::string ControlAddress::text() const {
     return host + ':' + std::to_string(port());
 }
 
+std::string ControlAddress::waiting_text() const {
+    return text() + " did not answer " + kOpeningMethod + " within " +
+           seconds_text(timeout_s) +
+           ": kestan serves one client at a time, and another one probably holds the "
+           "connection";
+}
+
 ControlConnection::ControlConnection(const ControlAddress& address)
     : address_(address), service_(connect(address)) {
-    // Another kind of server must not have us reserve gigabytes for a string.
-    const auto protocol = std::dynamic_pointer_cast<TBinaryProtocol>(
-        static_cast<Service&>(service_).getInputProtocol());
-    if (protocol) protocol->setStringSizeLimit(kMaxReplyString);
+    call(kOpeningMethod, [](Service& service) { service.send_newScramblingConfig({}); });
+}
+
+int ControlConnection::fd() {
+    const auto transport =
+        static_cast<Service&>(service_).getInputProtocol()->getTransport();
+    const auto framed = std::dynamic_pointer_cast<TFramedTransport>(transport);
+    return std::dynamic_pointer_cast<TSocket>(framed->getUnderlyingTransport())
+        ->getSocketFD();
+}
+
+void ControlConnection::wait_for_turn() {
+    call(kOpeningMethod, [](Service& service) { service.recv_newScramblingConfig(); });
+    has_turn_ = true;
 }
 
 ControlConnection::Client ControlConnection::connect(const ControlAddress& address) {
@@ -70,11 +91,14 @@ void ControlConnection::explain(const char* method, const TException& error) con
                            error.what() + "\": is it kestan, and of this release?");
     }
     if (transport->getType() == TTransportException::TIMED_OUT) {
+        if (!has_turn_) {
+            throw ControlError(address_.waiting_text() +
+                               "; end that one, or wait longer with --timeout");
+        }
         throw ControlError(address_.text() + " did not answer " + method + " within " +
                            seconds_text(address_.timeout_s) +
-                           ": kestan serves one client at a time, and another one "
-                           "probably holds the connection; end that one, or wait longer "
-                           "with --timeout");
+                           ": kestan may carry it out later; look at its log, or wait "
+                           "longer with --timeout");
     }
     throw ControlError(address_.text() + " broke off before it answered " + method +
                        ": has kestan ended? See its log, start it and try again");

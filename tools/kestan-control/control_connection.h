@@ -11,10 +11,12 @@
 struct ControlAddress {
     std::string host = "127.0.0.1";
     int set = 0;           // instance number
-    double timeout_s = 3;  // of connecting, and of each send and receive
+    double timeout_s = 3;  // of connecting with the first call, and of each other
 
     [[nodiscard]] int port() const;
     [[nodiscard]] std::string text() const;  // "127.0.0.1:9501"
+    // That another client keeps this one waiting.
+    [[nodiscard]] std::string waiting_text() const;
 };
 
 // A connection or a call that failed: what was tried, and what to do.
@@ -23,16 +25,31 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// A connection to Kestan's control service, closed with the object. Kestan serves one at
-// a time: hold it no longer than needed. Every failure is a ControlError. One thread.
+// A connection to Kestan's control service, closed with the object. Every failure is a
+// ControlError. One thread.
+//
+// Kestan serves one connection at a time, and it carries out the calls of a connection
+// that had to wait even if the client has given up. So a connection opens with a call
+// that has no effect, and makes the others only after Kestan has answered: a client that
+// gives up while it waits leaves nothing behind.
 class ControlConnection {
 public:
     using Service = orvel::thrift::ci_module::cm_MuxControlSrvClient;
 
-    // Connects.
+    // Connects and sends the opening call.
     explicit ControlConnection(const ControlAddress& address);
+    ControlConnection(const ControlConnection&) = delete;
+    ControlConnection& operator=(const ControlConnection&) = delete;
 
-    // What `make_call` returns, which calls the service's `method` on its argument.
+    // Readable when Kestan has answered the opening call, or when the connection is lost.
+    [[nodiscard]] int fd();
+
+    // Returns when Kestan has answered the opening call: it serves this connection now,
+    // and keeps the other clients waiting.
+    void wait_for_turn();
+
+    // Returns what `make_call` does, which calls the service's `method` on its argument.
+    // REQUIRES: wait_for_turn() has returned.
     template <typename Call>
     auto call(const char* method, Call make_call) {
         try {
@@ -51,6 +68,7 @@ private:
 
     ControlAddress address_;
     Client service_;
+    bool has_turn_ = false;
 };
 
 #endif

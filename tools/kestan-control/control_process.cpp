@@ -8,20 +8,22 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
+#include <cstdint>
 #include <iostream>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
 #include "thrift/instance_ports.h"
-#include "tools/json/multiplex_file.h"
-#include "tools/kestan-control/push.h"
+#include "tools/kestan-control/service_manager.h"
 
 namespace {
 
-// 50 ms, then twice as long each time: eight tries in 6.35 s.
+// After a failure: 50 ms, then twice as long each time.
 constexpr std::chrono::milliseconds kFirstBackOff{50};
-constexpr int kTries = 8;
+constexpr std::chrono::milliseconds kLongestBackOff{3000};
 
 int open_signals() {
     sigset_t set;
@@ -33,14 +35,24 @@ int open_signals() {
     return fd;
 }
 
+JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {
+    const auto right = right_tables_to_send(files, check, std::cerr);
+    if (!right) throw std::runtime_error("no file can be served");
+    return *right;
+}
+
 }  // namespace
 
 // The signals are blocked before the notification's thread begins and inherits the mask.
 ControlProcess::ControlProcess(const ControlAddress& address,
-                               std::vector<std::string> files)
+                               std::vector<std::string> paths, const CheckSettings& check,
+                               OutgoingTables outgoing)
     : address_(address),
-      files_(std::move(files)),
-      tables_(read_multiplex_files(files_)),
+      files_(std::move(paths)),
+      check_(check),
+      outgoing_(std::move(outgoing)),
+      tables_(outgoing_.take(first_files(files_, check_))),
+      sender_(std::cout),
       signals_(open_signals()),
       notifications_(ports_of(address.set).notification) {}
 
@@ -49,15 +61,20 @@ ControlProcess::~ControlProcess() {
 }
 
 void ControlProcess::run() {
+    std::cout << bit_rate_line(tables_) << std::endl;
     request_push();
     for (;;) {
-        pollfd events[] = {{signals_, POLLIN, 0}, {notifications_.fd(), POLLIN, 0}};
-        if (poll(events, 2, milliseconds_to_next_try()) < 0 && errno != EINTR) {
+        pollfd events[] = {{signals_, POLLIN, 0},
+                           {notifications_.fd(), POLLIN, 0},
+                           {waiting_ ? waiting_->fd() : -1, POLLIN, 0}};
+        if (poll(events, std::size(events), milliseconds_to_next_step()) < 0 &&
+            errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
         if (events[0].revents != 0 && !on_signal()) return;
         if (events[1].revents != 0) on_notification();
-        if (tries_left_ != 0 && Clock::now() >= next_try_) try_push();
+        if (events[2].revents != 0) push();
+        if (next_step() && Clock::now() >= *next_step()) take_step();
     }
 }
 
@@ -70,13 +87,17 @@ bool ControlProcess::on_signal() {
 }
 
 void ControlProcess::read_again() {
-    try {
-        tables_ = read_multiplex_files(files_);
-    } catch (const FileMistake& mistake) {
-        std::cerr << mistake.what() << "\nthe tables read before stay" << std::endl;
+    const auto files = tables_to_send(files_, check_, std::cerr);
+    if (!files) {
+        std::cerr << "the tables read before stay" << std::endl;
         return;
     }
-    std::cout << "files read again" << std::endl;
+    tables_ = outgoing_.take(*files);
+    std::cout << "files read again, " << bit_rate_line(tables_) << std::endl;
+    if (!is_push_due_ && sender_.plays(tables_)) {
+        std::cout << "no table has changed" << std::endl;
+        return;
+    }
     request_push();
 }
 
@@ -88,39 +109,70 @@ void ControlProcess::on_notification() {
             "the service of kestan's start notification has ended: start it again");
     }
     std::cout << "kestan has started" << std::endl;
-    on_air_.reset();
+    sender_.forget();
     request_push();
 }
 
 void ControlProcess::request_push() {
-    tries_left_ = kTries;
+    is_push_due_ = true;
     back_off_ = kFirstBackOff;
     next_try_ = Clock::now();
 }
 
-void ControlProcess::try_push() {
-    try {
-        ControlConnection kestan(address_);
-        if (on_air_) withdraw_tables(kestan, *on_air_, tables_);
-        for (const std::string& what : push_tables(kestan, tables_, std::cout)) {
-            std::cerr << "kestan rejected the " << what << std::endl;
-        }
-        on_air_ = tables_;
-        tries_left_ = 0;
+void ControlProcess::take_step() {
+    if (waiting_) {
+        has_said_waiting_ = true;
+        say(address_.waiting_text() + "; waiting for it to leave");
         return;
-    } catch (const ControlError& error) {
-        if (--tries_left_ == 0) {
-            std::cerr << error.what() << "\nwaiting for kestan's start notification"
-                      << std::endl;
-        }
     }
-    next_try_ = Clock::now() + back_off_;
-    back_off_ *= 2;
+    try {
+        waiting_.emplace(address_);
+        connected_ = Clock::now();
+        has_said_waiting_ = false;
+    } catch (const ControlError& error) {
+        fail(error);
+    }
 }
 
-int ControlProcess::milliseconds_to_next_try() const {
-    if (tries_left_ == 0) return -1;
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(next_try_ - Clock::now());
+void ControlProcess::push() {
+    try {
+        waiting_->wait_for_turn();
+        for (const std::string& what : sender_.make_play(*waiting_, tables_)) {
+            std::cerr << "kestan rejected the " << what << std::endl;
+        }
+        is_push_due_ = false;
+        said_.clear();
+        notify_service_manager("READY=1\nSTATUS=on air, " + bit_rate_line(tables_));
+    } catch (const ControlError& error) {
+        fail(error);
+    }
+    waiting_.reset();
+}
+
+void ControlProcess::fail(const ControlError& error) {
+    say(error.what());
+    next_try_ = Clock::now() + back_off_;
+    back_off_ = std::min(2 * back_off_, kLongestBackOff);
+}
+
+void ControlProcess::say(const std::string& reason) {
+    if (reason == said_) return;
+    said_ = reason;
+    std::cerr << reason << std::endl;
+    const std::string line = reason.substr(0, reason.find('\n'));
+    notify_service_manager("READY=1\nSTATUS=" + line);
+}
+
+std::optional<ControlProcess::Clock::time_point> ControlProcess::next_step() const {
+    if (!waiting_) return is_push_due_ ? std::optional(next_try_) : std::nullopt;
+    if (has_said_waiting_) return std::nullopt;
+    return connected_ +
+           std::chrono::milliseconds(std::llround(address_.timeout_s * 1000));
+}
+
+int ControlProcess::milliseconds_to_next_step() const {
+    const auto step = next_step();
+    if (!step) return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*step - Clock::now());
     return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }

@@ -6,53 +6,80 @@
 #include <string>
 #include <vector>
 
+#include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/notification_server.h"
-#include "tools/multiplex.h"
+#include "tools/kestan-control/outgoing_tables.h"
+#include "tools/kestan-control/push.h"
+#include "tools/kestan-control/table_files.h"
 
-// A control process that stays: keeps the tables of some files on air.
+// A control process that stays: keeps the tables of some files on air, and nothing else.
 //
-// Kestan keeps nothing across a restart: all tables are pushed when the process starts
-// and after every start notification. The notification can come before Kestan's control
-// port is open, so a push is tried again, with back-off, for a few seconds. SIGHUP reads
-// the files again and pushes them, and withdraws what they no longer have; a mistake in
-// them leaves everything as it was. SIGINT and SIGTERM end the process.
+// Kestan keeps no table across a restart: all tables are pushed when the process starts
+// and after every start notification. A push that fails is tried again until it succeeds.
+// While Kestan serves another client, the process waits for its turn. A push replaces
+// what Kestan plays, and sends only the differences if that is known: since the last push
+// succeeded, Kestan has not said that it started.
 //
-// The control connection is held only while tables are pushed. One thread, besides that
-// of the notification's service.
+// SIGHUP reads the files again and pushes what has changed; a mistake in any of them
+// leaves everything as it was. SIGINT and SIGTERM end the process. A service manager is
+// told when the first push has been tried, and how each push went.
+//
+// The control connection is held only while tables are pushed. One thread; the
+// notification's service has another.
 class ControlProcess {
 public:
-    // Reads the files and opens the notification's port; the three signals are blocked
-    // from here on. Raises FileMistake and std::runtime_error.
-    ControlProcess(const ControlAddress& address, std::vector<std::string> files);
+    // Reads the files and opens the notification's port. Blocks the three signals. Throws
+    // std::runtime_error if no file is right, or if the port is taken.
+    ControlProcess(const ControlAddress& address, std::vector<std::string> paths,
+                   const CheckSettings& check, OutgoingTables outgoing);
     ~ControlProcess();
     ControlProcess(const ControlProcess&) = delete;
     ControlProcess& operator=(const ControlProcess&) = delete;
 
-    // Runs until SIGINT or SIGTERM. Raises std::runtime_error when the notification's
+    // Runs until SIGINT or SIGTERM. Throws std::runtime_error if the notification's
     // service ends.
     void run();
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    // False when the process is to end.
+    // Returns false when the process is to end.
     bool on_signal();
     void on_notification();
     void read_again();
     void request_push();
-    void try_push();
-    [[nodiscard]] int milliseconds_to_next_try() const;
+
+    // The connection that waits has its turn, or is lost.
+    void push();
+    void fail(const ControlError& error);
+
+    // Says why nothing is sent, once until the next success.
+    void say(const std::string& reason);
+
+    // Connects if a push is due; says so if the connection waits for too long.
+    void take_step();
+
+    // When to take the next step; nullopt if an event has to come first.
+    [[nodiscard]] std::optional<Clock::time_point> next_step() const;
+    [[nodiscard]] int milliseconds_to_next_step() const;
 
     ControlAddress address_;
-    std::vector<std::string> files_;
-    Multiplex tables_;
-    std::optional<Multiplex> on_air_;  // pushed since Kestan's start, as far as is known
+    TableFiles files_;
+    CheckSettings check_;
+    OutgoingTables outgoing_;
+    Multiplex tables_;  // to be on air
+    TableSender sender_;
     int signals_;
     NotificationServer notifications_;
-    int tries_left_ = 0;
-    Clock::time_point next_try_;
+
+    bool is_push_due_ = false;
+    std::optional<ControlConnection> waiting_;  // for its turn, since connected_
+    Clock::time_point connected_;
+    bool has_said_waiting_ = false;
+    Clock::time_point next_try_;  // if is_push_due_ and not waiting_
     std::chrono::milliseconds back_off_{};
+    std::string said_;
 };
 
 #endif

@@ -6,14 +6,16 @@
 #include <CLI/CLI.hpp>
 #include <thrift/TOutput.h>
 
-#include "tools/json/multiplex_file.h"
+#include "dvb/psi_si.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
+#include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
+#include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
-#include "tools/receive/table_collector.h"
-#include "tools/receive/ts_file.h"
+#include "tools/kestan-control/table_files.h"
+#include "tools/receive/table_import.h"
 
 // kestan-control: a control process in one command. Exit status 0 when all was done, 1
 // when something was not (a rejected table, a mistake in a file, no connection), 2 for a
@@ -27,27 +29,68 @@ constexpr int kUsageError = 2;
 
 using Service = ControlConnection::Service;
 
-int push(const ControlAddress& address, const std::vector<std::string>& files) {
-    const Multiplex multiplex = read_multiplex_files(files);
-    ControlConnection kestan(address);
-    const std::vector<std::string> rejected = push_tables(kestan, multiplex, std::cout);
+struct Settings {
+    ControlAddress address;
+    std::vector<std::string> files;
+    CheckSettings check;
+    bool raises_versions = false;
+    std::string capture;
+    int service_id = 0;
+    int pid = 0;
+    int status = kDone;
+};
+
+OutgoingTables outgoing_tables(const Settings& settings) {
+    if (!settings.raises_versions) return OutgoingTables();
+    return OutgoingTables(history_path(settings.address));
+}
+
+int push(const Settings& settings) {
+    const TableFiles files(settings.files);
+    const auto joined = tables_to_send(files, settings.check, std::cerr);
+    if (!joined || joined->tables() == Multiplex()) {
+        std::cerr << "nothing is sent\n";
+        return kFailed;
+    }
+    const Multiplex tables = outgoing_tables(settings).take(*joined);
+    ControlConnection kestan(settings.address);
+    kestan.wait_for_turn();
+    const std::vector<std::string> rejected = TableSender(std::cout).send(kestan, tables);
     for (const std::string& what : rejected) {
         std::cerr << "kestan rejected the " << what
-                  << ": is it too large for its sections? What it played before stays\n";
+                  << ": its log says why; what it played before stays\n";
     }
+    std::cout << bit_rate_line(tables) << std::endl;
     return rejected.empty() ? kDone : kFailed;
 }
 
+int check(const Settings& settings) {
+    const TableFiles files(settings.files);
+    return report_check(files, settings.check, std::cout) ? kDone : kFailed;
+}
+
+void serve(const Settings& settings) {
+    ControlProcess(settings.address, settings.files, settings.check,
+                   outgoing_tables(settings))
+        .run();
+}
+
 // Says what was found and returns whether it is all that the capture's PAT promises.
-bool report_import(const std::string& path, const TsFile& file, const Multiplex& found) {
-    std::cerr << path << ": " << file.packets()
-              << " packets: " << (found.pat ? "" : "no ") << "PAT, "
-              << (found.cat ? "" : "no ") << "CAT, " << (found.sdt ? "" : "no ")
-              << "SDT actual, " << found.pmts.size() << " PMTs\n";
-    if (file.is_cut()) std::cerr << path << ": ends in the middle of a packet\n";
-    if (file.stray_bytes() != 0) {
-        std::cerr << path << ": passed over " << file.stray_bytes()
-                  << " bytes that are no whole packets\n";
+bool report_import(const std::string& path, const TableImport& file) {
+    const Multiplex& found = file.tables;
+    const char* const unit = file.sections != 0 ? "section" : "packet";
+    std::cerr << path << ": " << file.packets + file.sections << ' ' << unit
+              << "s: " << (found.pat ? "" : "no ") << "PAT, " << (found.cat ? "" : "no ")
+              << "CAT, " << (found.sdt ? "" : "no ") << "SDT actual, "
+              << found.pmts.size() << " PMTs\n";
+    if (file.is_cut) std::cerr << path << ": ends in the middle of a " << unit << '\n';
+    if (file.stray_bytes != 0) {
+        std::cerr << path << ": passed over " << file.stray_bytes
+                  << " bytes that are no whole " << unit << "s\n";
+    }
+    if (file.homeless_pmts != 0) {
+        std::cerr << path << ": passed over " << file.homeless_pmts
+                  << " sections of PMTs whose service is not in the PAT\n";
     }
     if (!found.pat) return true;
     bool is_whole = true;
@@ -66,15 +109,14 @@ bool report_import(const std::string& path, const TsFile& file, const Multiplex&
 }
 
 int import(const std::string& path) {
-    TsFile file(path);
-    TableCollector collector;
-    while (const std::uint8_t* const packet = file.next()) collector.push(packet);
-    if (file.packets() == 0) {
-        std::cerr << path << ": no transport-stream packets: is it a capture of one?\n";
+    const TableImport file = import_tables(path);
+    if (file.packets == 0 && file.sections == 0) {
+        std::cerr << path << ": no transport-stream packets and no sections: is it a "
+                  << "capture?\n";
         return kFailed;
     }
-    const Multiplex found = collector.tables();
-    const bool is_whole = report_import(path, file, found);
+    const Multiplex& found = file.tables;
+    const bool is_whole = report_import(path, file);
     if (!found.pat && !found.cat && !found.sdt) {
         std::cerr << path << ": no table is whole: make a capture of a second or more\n";
         return kFailed;
@@ -99,15 +141,6 @@ CLI::Validator number_up_to(std::int64_t highest) {
             "NUMBER"};
 }
 
-struct Settings {
-    ControlAddress address;
-    std::vector<std::string> files;
-    std::string capture;
-    int service_id = 0;
-    int pid = 0;
-    int status = kDone;
-};
-
 void add_options(CLI::App& app, Settings& settings) {
     app.add_option("--host", settings.address.host, "Host that kestan runs on")
         ->capture_default_str();
@@ -126,34 +159,65 @@ void add_options(CLI::App& app, Settings& settings) {
 
 void call(Settings& settings, const char* method, void (Service::*function)()) {
     ControlConnection kestan(settings.address);
+    kestan.wait_for_turn();
     kestan.call(method, [&](Service& service) { (service.*function)(); });
 }
 
 void stop_pmt(const Settings& settings) {
     ControlConnection kestan(settings.address);
+    kestan.wait_for_turn();
     kestan.call("StopPMT", [&](Service& service) {
         service.StopPMT(static_cast<std::int16_t>(settings.service_id),
                         static_cast<std::int16_t>(settings.pid));
     });
 }
 
-void add_commands(CLI::App& app, Settings& settings) {
-    const auto add_files = [&](CLI::App* command) {
-        command->add_option("FILE", settings.files, "JSON files of tables")->required();
-    };
-    CLI::App* const push_command = app.add_subcommand(
-        "push", "Send the tables in the files; prints what, version and result of each");
-    add_files(push_command);
-    push_command->callback(
-        [&] { settings.status = push(settings.address, settings.files); });
+// The options of the commands that read tables.
+void add_table_options(CLI::App& command, Settings& settings) {
+    command
+        .add_option(
+            "FILE", settings.files,
+            "JSON files of tables; a directory stands for all *.json in it, - for "
+            "standard input")
+        ->required();
+    command
+        .add_option("--bitrate", settings.check.bitrate_kbps,
+                    "It is an error if the tables need more than so many kbit/s")
+        ->check(CLI::Range(1, 1000000));
+}
 
-    CLI::App* const serve = app.add_subcommand(
+void add_sending_options(CLI::App& command, Settings& settings) {
+    add_table_options(command, settings);
+    command.add_flag("--force", settings.check.is_forced,
+                     "Send the tables in spite of errors that the check finds");
+    command.add_flag("--bump-versions", settings.raises_versions,
+                     "Give a table that has changed the next version_number, so that "
+                     "receivers read it again");
+}
+
+void add_table_commands(CLI::App& app, Settings& settings) {
+    CLI::App* const push_command =
+        app.add_subcommand("push",
+                           "Check and send the tables in the files; prints what, version "
+                           "and result of each");
+    add_sending_options(*push_command, settings);
+    push_command->callback([&] { settings.status = push(settings); });
+
+    CLI::App* const serve_command = app.add_subcommand(
         "serve",
-        "Keep the tables in the files on air: send them now, after each start of kestan, "
-        "and after SIGHUP, which reads the files again");
-    add_files(serve);
-    serve->callback([&] { ControlProcess(settings.address, settings.files).run(); });
+        "Keep the tables in the files on air, and no others: send them now, after each "
+        "start of kestan, and after SIGHUP, which reads the files again");
+    add_sending_options(*serve_command, settings);
+    serve_command->callback([&] { serve(settings); });
 
+    CLI::App* const check_command = app.add_subcommand(
+        "check", "Say what is wrong with the tables in the files, without kestan");
+    add_table_options(*check_command, settings);
+    check_command->callback([&] { settings.status = check(settings); });
+}
+
+void add_commands(CLI::App& app, Settings& settings) {
+    add_table_commands(app, settings);
     app.add_subcommand("clear", "Withdraw every table")->callback([&] {
         call(settings, "ClearAllTables", &Service::ClearAllTables);
     });
@@ -168,13 +232,17 @@ void add_commands(CLI::App& app, Settings& settings) {
         ->transform(number_up_to(0xFFFF));
     stop->add_option("PID", settings.pid, "The PID that carries the PMT")
         ->required()
-        ->transform(number_up_to(0x1FFF));
+        ->transform(number_up_to(kMaxPid));
     stop->callback([&] { stop_pmt(settings); });
 
-    CLI::App* const import_command = app.add_subcommand(
-        "import",
-        "Write the JSON of the PAT, CAT, SDT actual and PMTs in a transport-stream file");
-    import_command->add_option("CAPTURE", settings.capture, "The file")->required();
+    CLI::App* const import_command =
+        app.add_subcommand("import",
+                           "Write the JSON of the PAT, CAT, SDT actual and PMTs in a "
+                           "transport-stream file or "
+                           "a file of sections");
+    import_command
+        ->add_option("CAPTURE", settings.capture, "The file; - is standard input")
+        ->required();
     import_command->callback([&] { settings.status = import(settings.capture); });
 }
 

@@ -8,15 +8,46 @@
 #include "tools/kestan-control/control_connection.h"
 #include "tools/multiplex.h"
 
-// Sends every table and writes one line for each to `report`: what, version, result.
-// Returns the tables that Kestan rejected. Raises ControlError; the tables of the lines
-// written by then are in place.
-std::vector<std::string> push_tables(ControlConnection& kestan,
-                                     const Multiplex& multiplex, std::ostream& report);
+// Sends tables to Kestan and keeps account of what Kestan plays.
+//
+// What Kestan plays is known after make_play() has returned, until forget(): Kestan has
+// one client at a time, but others may come in between, and it may be restarted. One
+// thread.
+class TableSender {
+public:
+    // Writes one line for each table that it sends: what, version, result. `report` must
+    // outlive the sender.
+    explicit TableSender(std::ostream& report) : report_(report) {}
 
-// Withdraws what Kestan plays of `before` and `now` no longer has, or has a PMT of on
-// another PID. Raises ControlError.
-void withdraw_tables(ControlConnection& kestan, const Multiplex& before,
-                     const Multiplex& now);
+    // Sends all tables and withdraws none. Returns the tables that Kestan rejected.
+    // Throws ControlError; then the tables whose lines are written are in place.
+    std::vector<std::string> send(ControlConnection& kestan, const Multiplex& tables);
+
+    // Makes Kestan play these tables and no others, and returns the tables that Kestan
+    // rejected. If it is known what Kestan plays, only the differences are sent; a PMT
+    // that moves to another PID is stopped first. Otherwise all tables are cleared first.
+    // Throws ControlError; then it is unknown what Kestan plays.
+    std::vector<std::string> make_play(ControlConnection& kestan,
+                                       const Multiplex& tables);
+
+    // From now on Kestan may play anything.
+    void forget() { is_known_ = false; }
+
+    // It is known that Kestan plays these tables and no others.
+    [[nodiscard]] bool plays(const Multiplex& tables) const {
+        return is_known_ && played_ == tables;
+    }
+
+private:
+    // Sends those of the tables that differ from what Kestan plays.
+    std::vector<std::string> send_differences(ControlConnection& kestan,
+                                              const Multiplex& tables);
+    void clear(ControlConnection& kestan);
+    void withdraw(ControlConnection& kestan, const Multiplex& tables);
+
+    std::ostream& report_;
+    Multiplex played_;
+    bool is_known_ = false;
+};
 
 #endif

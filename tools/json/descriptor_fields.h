@@ -1,0 +1,87 @@
+#ifndef KESTAN_TOOLS_JSON_DESCRIPTOR_FIELDS_H
+#define KESTAN_TOOLS_JSON_DESCRIPTOR_FIELDS_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "thrift/dvb_tables_types.h"
+
+// The layout of the descriptors that have a name: one table for reading, writing and
+// checking them.
+//
+// A descriptor's data is a sequence of fields, most significant bit first, or a list of
+// entries that have these fields each. Field names are the standards' in lower case.
+
+enum class FieldKind : std::uint8_t {
+    kNumber,         // unsigned
+    kHexNumber,      // unsigned, written in hexadecimal
+    kCharacterCode,  // 32 bits: four characters where all are printable ASCII
+    kFlag,           // one bit
+    kLanguage,       // three ASCII letters (ISO 639-2)
+    kText,           // 8 bits of length and a text (ETSI EN 300 468, annex A)
+    kRest,           // all bytes that are left
+    kZeros,          // reserved bits, all 0
+    kOnes,           // reserved bits, all 1
+    kPresence,       // one bit: whether the later field of the same name is there
+    kIfMore,         // no bits: the fields that follow are there if bytes are left
+};
+
+enum class FieldNeed : std::uint8_t {
+    kRequired,
+    kZeroIfAbsent,    // may be left out of the JSON, which then means 0
+    kAbsentIfZero,    // likewise, and is left out when it is 0
+    kIfPresenceFlag,  // there if its kPresence bit is 1
+};
+
+struct DescriptorField {
+    FieldKind kind;
+    unsigned bits;  // of a field of fixed size, at most 32
+    const char* name;
+    FieldNeed need = FieldNeed::kRequired;
+};
+
+// Returns whether the field has a value in JSON: reserved bits and the likes of kPresence
+// follow from the others.
+[[nodiscard]] bool is_in_json(const DescriptorField& field);
+
+struct DescriptorForm {
+    const char* name;
+    std::uint8_t tag;
+    bool is_list;
+    std::vector<DescriptorField> fields;
+};
+
+// All forms, in the order of their tags.
+[[nodiscard]] const std::vector<DescriptorForm>& descriptor_forms();
+
+// Returns null if descriptors with this tag have no name.
+[[nodiscard]] const DescriptorForm* form_of_tag(std::int32_t tag);
+
+// A field in a descriptor. `bytes` is the content of a language, a text or the rest, and
+// points into the descriptor's data; `number` is the value of all other kinds.
+struct FieldValue {
+    const DescriptorField* field;
+    std::uint32_t number;
+    std::string_view bytes;
+};
+
+// A descriptor cut into its fields: one entry, or those of the list.
+struct SplitDescriptor {
+    std::vector<std::vector<FieldValue>> entries;
+    std::string_view behind;  // bytes behind the last field
+    std::string overrun;      // what does not fit into the data; empty if all does
+};
+
+// Stops at the first field that does not fit. `data` must outlive the result.
+[[nodiscard]] SplitDescriptor split_descriptor(const DescriptorForm& form,
+                                               std::string_view data);
+
+// Says which inner length or field runs past the end of the descriptor, as in "service:
+// provider_name takes 9 bytes, 5 are left". Returns an empty text if none does or if the
+// descriptor has no name.
+[[nodiscard]] std::string inner_overrun(
+    const orvel::thrift::dvb_tables::Descriptor& descriptor);
+
+#endif

@@ -1,0 +1,120 @@
+#include "tools/kestan-control/check.h"
+
+#include <algorithm>
+#include <iterator>
+#include <ostream>
+#include <set>
+#include <utility>
+
+#include "tools/rules/bit_rate.h"
+#include "tools/rules/rules.h"
+
+namespace {
+
+constexpr std::size_t kBitsPerKbit = 1000;
+
+void append(std::vector<FileFinding>& to, std::vector<FileFinding> findings) {
+    std::move(findings.begin(), findings.end(), std::back_inserter(to));
+}
+
+std::vector<FileFinding> only_errors(std::vector<FileFinding> findings) {
+    const auto end = std::remove_if(
+        findings.begin(), findings.end(),
+        [](const FileFinding& found) { return found.severity != Severity::kError; });
+    findings.erase(end, findings.end());
+    return findings;
+}
+
+FileFinding no_files() {
+    return {Severity::kError, "", "no file is named *.json in the directory"};
+}
+
+// Removes the files that have an error. Returns false if there are none: then the error
+// is one of all files together.
+bool leave_out_faulty(std::vector<TableFile>& files,
+                      const std::vector<FileFinding>& findings) {
+    std::set<std::string> faulty;
+    for (const FileFinding& finding : only_errors(findings)) faulty.insert(finding.path);
+    const auto end = std::remove_if(
+        files.begin(), files.end(),
+        [&](const TableFile& file) { return faulty.count(file.path) != 0; });
+    if (end == files.end()) return false;
+    files.erase(end, files.end());
+    return true;
+}
+
+}  // namespace
+
+std::vector<FileFinding> check_files(const JoinedFiles& files,
+                                     const CheckSettings& settings) {
+    std::vector<FileFinding> findings;
+    for (const Finding& finding : check_tables(files.tables())) {
+        findings.push_back(files.in_file(finding));
+    }
+    if (!settings.bitrate_kbps) return findings;
+    const BitRate needed = needed_bit_rate(files.tables());
+    const auto bits = static_cast<std::size_t>(*settings.bitrate_kbps) * kBitsPerKbit;
+    if (needed.bits_per_second() <= bits) return findings;
+    findings.push_back({Severity::kError, "",
+                        "the tables need " + needed.text() + ", and --bitrate allows " +
+                            std::to_string(*settings.bitrate_kbps) +
+                            " kbit/s: receivers get the tables too seldom"});
+    return findings;
+}
+
+void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
+                    bool with_information) {
+    for (const FileFinding& finding : findings) {
+        if (finding.severity == Severity::kInformation && !with_information) continue;
+        to << finding.line() << '\n';
+    }
+    to.flush();
+}
+
+std::string bit_rate_line(const Multiplex& tables) {
+    return "bit rate: " + needed_bit_rate(tables).text();
+}
+
+bool report_check(const TableFiles& files, const CheckSettings& settings,
+                  std::ostream& report) {
+    ReadFiles read = files.read();
+    const JoinedFiles joined(read.files);
+    std::vector<FileFinding> findings = std::move(read.mistakes);
+    if (findings.empty() && read.files.empty()) findings.push_back(no_files());
+    append(findings, check_files(joined, settings));
+    print_findings(report, findings, /*with_information=*/true);
+    report << bit_rate_line(joined.tables()) << std::endl;
+    return !has_errors(findings);
+}
+
+std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
+                                          const CheckSettings& settings,
+                                          std::ostream& errors) {
+    const ReadFiles read = files.read();
+    JoinedFiles joined(read.files);
+    const std::vector<FileFinding> findings = check_files(joined, settings);
+    print_findings(errors, read.mistakes, /*with_information=*/false);
+    print_findings(errors, findings, /*with_information=*/false);
+    if (!read.mistakes.empty()) return std::nullopt;
+    if (has_errors(findings) && !settings.is_forced) return std::nullopt;
+    return joined;
+}
+
+std::optional<JoinedFiles> right_tables_to_send(const TableFiles& files,
+                                                const CheckSettings& settings,
+                                                std::ostream& errors) {
+    ReadFiles read = files.read();
+    print_findings(errors, read.mistakes, /*with_information=*/false);
+    while (!read.files.empty()) {
+        JoinedFiles joined(read.files);
+        const std::vector<FileFinding> findings = check_files(joined, settings);
+        if (!has_errors(findings) || settings.is_forced) {
+            print_findings(errors, findings, /*with_information=*/false);
+            return joined;
+        }
+        // The warnings can be others when the faulty files are left out.
+        print_findings(errors, only_errors(findings), /*with_information=*/false);
+        if (!leave_out_faulty(read.files, findings)) break;
+    }
+    return std::nullopt;
+}

@@ -1,0 +1,137 @@
+#include "tools/kestan-control/table_files.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "tools/json/multiplex_file.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The names of the tables of which Kestan plays one.
+std::vector<std::string> single_tables_of(const Multiplex& tables) {
+    std::vector<std::string> names;
+    if (tables.pat) names.emplace_back("pat");
+    if (tables.cat) names.emplace_back("cat");
+    if (tables.sdt) names.emplace_back("sdt");
+    return names;
+}
+
+std::vector<std::string> json_files_in(const std::string& directory) {
+    std::vector<std::string> paths;
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+        const fs::path name = entry.path().filename();
+        const bool is_hidden = name.string().front() == '.';
+        if (name.extension() == ".json" && !is_hidden) paths.push_back(entry.path());
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+template <typename Table>
+void join(const std::optional<Table>& from, std::optional<Table>& to,
+          const std::string& path, std::string& to_path) {
+    if (!from) return;
+    to = from;
+    to_path = path;
+}
+
+}  // namespace
+
+std::string FileFinding::line() const {
+    return std::string(name_of(severity)) + ": " + (path.empty() ? "" : path + ": ") +
+           text;
+}
+
+bool has_errors(const std::vector<FileFinding>& findings) {
+    return std::any_of(findings.begin(), findings.end(), [](const FileFinding& finding) {
+        return finding.severity == Severity::kError;
+    });
+}
+
+std::vector<std::string> TableFiles::expand(std::vector<FileFinding>& mistakes) const {
+    std::vector<std::string> files;
+    for (const std::string& path : paths_) {
+        std::error_code error;
+        if (!fs::is_directory(path, error)) {
+            files.push_back(path);
+            continue;
+        }
+        try {
+            for (std::string& file : json_files_in(path))
+                files.push_back(std::move(file));
+        } catch (const fs::filesystem_error& failure) {
+            mistakes.push_back(
+                {Severity::kError, path, "cannot be read: " + failure.code().message()});
+        }
+    }
+    return files;
+}
+
+ReadFiles TableFiles::read() const {
+    ReadFiles read;
+    std::set<std::string> seen;  // names of single tables
+    for (const std::string& path : expand(read.mistakes)) {
+        TableFile file{path, {}};
+        try {
+            file.tables = read_multiplex_file(path);
+        } catch (const FileMistake& mistake) {
+            const std::string what = mistake.what();  // begins with the path
+            read.mistakes.push_back(
+                {Severity::kError, path, what.substr(path.size() + 2)});
+            continue;
+        }
+        const std::vector<std::string> names = single_tables_of(file.tables);
+        const auto repeated =
+            std::find_if(names.begin(), names.end(),
+                         [&](const std::string& name) { return seen.count(name) != 0; });
+        if (repeated != names.end()) {
+            read.mistakes.push_back({Severity::kError, path,
+                                     *repeated +
+                                         ": an earlier file has this table too, expected "
+                                         "it in one file"});
+            continue;
+        }
+        seen.insert(names.begin(), names.end());
+        read.files.push_back(std::move(file));
+    }
+    return read;
+}
+
+JoinedFiles::JoinedFiles(const std::vector<TableFile>& files) {
+    for (const TableFile& file : files) {
+        join(file.tables.pat, tables_.pat, file.path, pat_path_);
+        join(file.tables.cat, tables_.cat, file.path, cat_path_);
+        join(file.tables.sdt, tables_.sdt, file.path, sdt_path_);
+        for (std::size_t i = 0; i < file.tables.pmts.size(); ++i) {
+            tables_.pmts.push_back(file.tables.pmts[i]);
+            pmts_.push_back({file.path, i});
+        }
+    }
+}
+
+const std::string& JoinedFiles::path_of(TablePlace table) const {
+    switch (table.kind) {
+        case TableKind::kPat:
+            return pat_path_;
+        case TableKind::kCat:
+            return cat_path_;
+        case TableKind::kSdt:
+            return sdt_path_;
+        case TableKind::kPmt:
+            break;
+    }
+    return pmts_[table.pmt].path;
+}
+
+FileFinding JoinedFiles::in_file(const Finding& finding) const {
+    const bool is_pmt = finding.table.kind == TableKind::kPmt;
+    const std::size_t pmt = is_pmt ? pmts_[finding.table.pmt].index : 0;
+    std::string text = place_of(finding, pmt) + ": " + finding.text;
+    if (!finding.clause.empty()) text += " (" + std::string(finding.clause) + ')';
+    return {finding.severity, path_of(finding.table), std::move(text)};
+}

@@ -1,0 +1,78 @@
+#ifndef KESTAN_TOOLS_KESTAN_CONTROL_TABLE_FILES_H
+#define KESTAN_TOOLS_KESTAN_CONTROL_TABLE_FILES_H
+
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/multiplex.h"
+#include "tools/rules/finding.h"
+
+// The tables of one JSON file.
+struct TableFile {
+    std::string path;
+    Multiplex tables;
+};
+
+// Something wrong with the files, as a line for a person.
+struct FileFinding {
+    Severity severity = Severity::kError;
+    std::string path;  // empty if it concerns all files together
+    std::string text;  // the place in the file, what is wrong, what follows
+
+    // "error: tables.json: pmts[0].pid: …"
+    [[nodiscard]] std::string line() const;
+};
+
+[[nodiscard]] bool has_errors(const std::vector<FileFinding>& findings);
+
+// What could be read of the files, and why the others could not.
+struct ReadFiles {
+    std::vector<TableFile> files;
+    std::vector<FileFinding> mistakes;
+};
+
+// The files and directories that a command line names. A directory stands for the files
+// named *.json in it, in the order of their names, without hidden ones.
+class TableFiles {
+public:
+    explicit TableFiles(std::vector<std::string> paths) : paths_(std::move(paths)) {}
+
+    // Reads all of them. A PAT, CAT or SDT that an earlier file has too is a mistake in
+    // the later file.
+    [[nodiscard]] ReadFiles read() const;
+
+private:
+    [[nodiscard]] std::vector<std::string> expand(
+        std::vector<FileFinding>& mistakes) const;
+
+    std::vector<std::string> paths_;
+};
+
+// The tables of several files as one multiplex that knows where each table is from.
+class JoinedFiles {
+public:
+    // REQUIRES: at most one of the files has a PAT, one a CAT and one an SDT.
+    explicit JoinedFiles(const std::vector<TableFile>& files);
+
+    [[nodiscard]] const Multiplex& tables() const { return tables_; }
+    [[nodiscard]] const std::string& path_of(TablePlace table) const;
+
+    // The finding as one about the file that has the table.
+    [[nodiscard]] FileFinding in_file(const Finding& finding) const;
+
+private:
+    struct PmtOrigin {
+        std::string path;
+        std::size_t index;  // in the file's pmts
+    };
+
+    Multiplex tables_;
+    std::string pat_path_;
+    std::string cat_path_;
+    std::string sdt_path_;
+    std::vector<PmtOrigin> pmts_;  // as tables_.pmts
+};
+
+#endif

@@ -1,0 +1,144 @@
+#include <map>
+#include <utility>
+
+#include "dvb/psi_si.h"
+#include "tools/json/number_text.h"
+#include "tools/rules/rule_functions.h"
+
+using namespace orvel::thrift::dvb_tables;
+
+namespace {
+
+// The last PID that ISO/IEC 13818-1, table 2-3, and ETSI EN 300 468, table 1, reserve for
+// tables with a fixed PID.
+constexpr std::int32_t kLastReservedPid = 0x001F;
+
+// What a PID is reserved for; null if it is free.
+const char* reserved_use(std::int32_t pid) {
+    if (pid == kPatPid) return "the PAT";
+    if (pid == kCatPid) return "the CAT";
+    if (pid == kSdtPid) return "the SDT";
+    if (pid == kTdtPid) return "the TDT";
+    if (pid == kMaxPid) return "null packets";
+    if (pid < 0x0010) return "other tables of MPEG-2 systems";
+    if (pid <= kLastReservedPid) return "service information";
+    return nullptr;
+}
+
+std::string reserved_text(std::int32_t pid, const char* use) {
+    return "PID " + pid_text(pid) + " is reserved for " + use +
+           (pid == kMaxPid ? ": receivers discard the PMT"
+                           : ": receivers find no PMT there, and take its sections for "
+                             "broken ones of that kind");
+}
+
+}  // namespace
+
+void check_pmt_on_reserved_pid(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    if (multiplex.pat) {
+        for (std::size_t i = 0; i < multiplex.pat->programs.size(); ++i) {
+            const PATProgram& program = multiplex.pat->programs[i];
+            const char* const use = reserved_use(program.pid);
+            if (program.program_number == 0 || use == nullptr) continue;
+            report.add(kInPat, element("programs", i) + ".pid",
+                       reserved_text(program.pid, use));
+        }
+    }
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        const std::int32_t pid = multiplex.pmts[i].pid;
+        const char* const use = reserved_use(pid);
+        if (use != nullptr) report.add(in_pmt(i), "pid", reserved_text(pid, use));
+    }
+}
+
+void check_pmt_on_stream_pid(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        const std::int32_t pid = multiplex.pmts[i].pid;
+        const std::string& stream = tables.stream_on(pid);
+        if (stream.empty()) continue;
+        report.add(in_pmt(i), "pid",
+                   "PID " + pid_text(pid) + " carries " + stream +
+                       " too: receivers cannot tell the packets apart and lose both");
+    }
+}
+
+void check_pmt_not_where_announced(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        const PmtOnPid& on_pid = multiplex.pmts[i];
+        const auto announced = tables.announced_pid(on_pid.pmt.program_number);
+        if (!announced || *announced == on_pid.pid) continue;
+        report.add(in_pmt(i), "pid",
+                   "this PMT is on PID " + pid_text(on_pid.pid) +
+                       ", but the PAT announces " +
+                       service_text(on_pid.pmt.program_number) + " on PID " +
+                       pid_text(*announced) +
+                       ": receivers wait there for a PMT that never comes");
+    }
+}
+
+void check_elementary_pid_twice(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        const std::vector<PMTStream>& streams = multiplex.pmts[i].pmt.streams;
+        std::map<std::int32_t, std::size_t> first_with;  // by PID
+        for (std::size_t j = 0; j < streams.size(); ++j) {
+            const std::int32_t pid = streams[j].elementary_pid;
+            const auto [first, is_new] = first_with.emplace(pid, j);
+            if (is_new) continue;
+            report.add(in_pmt(i), element("streams", j) + ".elementary_pid",
+                       element("streams", first->second) + " of this PMT is on PID " +
+                           pid_text(pid) +
+                           " too: receivers give both streams the same packets");
+        }
+    }
+}
+
+void check_pcr_pid_without_stream(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        const PMT& pmt = multiplex.pmts[i].pmt;
+        bool has_stream = pmt.pcr_pid == kMaxPid;  // the service has no PCR
+        for (const PMTStream& stream : pmt.streams) {
+            if (stream.elementary_pid == pmt.pcr_pid) has_stream = true;
+        }
+        if (has_stream) continue;
+        report.add(in_pmt(i), "pcr_pid",
+                   "no stream of this PMT is on PID " + pid_text(pmt.pcr_pid) +
+                       ": receivers get no clock and show nothing, unless the PCR has a "
+                       "PID for itself");
+    }
+}
+
+void check_stream_type_differs(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    std::map<std::int32_t, std::pair<std::int32_t, std::int32_t>> first_with;  // by PID
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        const PMT& pmt = multiplex.pmts[i].pmt;
+        for (std::size_t j = 0; j < pmt.streams.size(); ++j) {
+            const PMTStream& stream = pmt.streams[j];
+            const auto [first, is_new] = first_with.emplace(
+                stream.elementary_pid, std::pair(stream.stream_type, pmt.program_number));
+            const auto [type, service] = first->second;
+            // elementary_pid_twice reports a PID that one PMT has twice.
+            if (is_new || type == stream.stream_type || service == pmt.program_number) {
+                continue;
+            }
+            report.add(in_pmt(i), element("streams", j) + ".stream_type",
+                       service_text(service) + " has the stream on PID " +
+                           pid_text(stream.elementary_pid) + " as type " +
+                           hex_number(type, 2) + ", this PMT as type " +
+                           hex_number(stream.stream_type, 2) +
+                           ": receivers fail to decode it in one of the services");
+        }
+    }
+}
+
+void check_network_pid_missing(const TableIndex& tables, RuleReport& report) {
+    if (!tables.tables().pat || !tables.tables().sdt || tables.announced_pid(0)) return;
+    report.add(kInPat, "programs",
+               "no program_number 0 announces a network PID: receivers take PID 0x0010, "
+               "which DVB gives to the NIT");
+}

@@ -1,0 +1,31 @@
+#ifndef KESTAN_TOOLS_RULES_RULES_H
+#define KESTAN_TOOLS_RULES_RULES_H
+
+#include <string_view>
+#include <vector>
+
+#include "tools/multiplex.h"
+#include "tools/rules/finding.h"
+#include "tools/rules/rule_report.h"
+#include "tools/rules/table_index.h"
+
+// One thing that the tables of a multiplex must hold to.
+struct Rule {
+    std::string_view name;
+    Severity severity;
+    std::string_view clause;  // of the standard that asks for it
+    // Reports each place that breaks the rule.
+    void (*check)(const TableIndex& tables, RuleReport& report);
+};
+
+// All rules, errors first. No two have the same name.
+[[nodiscard]] const std::vector<Rule>& all_rules();
+
+// Where the tables break a rule, in the order of the rules. The tables may come from a
+// file or from the wire, and any of them may be missing: a rule that compares two tables
+// is silent if one of them is not there. Any thread may call it.
+[[nodiscard]] std::vector<Finding> check_tables(const Multiplex& multiplex);
+
+[[nodiscard]] bool has_errors(const std::vector<Finding>& findings);
+
+#endif

@@ -1,0 +1,71 @@
+#ifndef KESTAN_TOOLS_RULES_TABLE_INDEX_H
+#define KESTAN_TOOLS_RULES_TABLE_INDEX_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include "thrift/dvb_tables_types.h"
+#include "tools/multiplex.h"
+#include "tools/rules/finding.h"
+
+constexpr TablePlace kInPat{TableKind::kPat, 0};
+constexpr TablePlace kInCat{TableKind::kCat, 0};
+constexpr TablePlace kInSdt{TableKind::kSdt, 0};
+
+[[nodiscard]] constexpr TablePlace in_pmt(std::size_t index) {
+    return {TableKind::kPmt, index};
+}
+
+// "streams[1]", the place of an element.
+[[nodiscard]] std::string element(const char* list, std::size_t index);
+
+// "0x0100"
+[[nodiscard]] std::string pid_text(std::int32_t pid);
+
+// "service 101 (0x0065)"
+[[nodiscard]] std::string service_text(std::int32_t service_id);
+
+// The tables of a multiplex, with what several rules look up in them. The multiplex must
+// outlive the index.
+class TableIndex {
+public:
+    explicit TableIndex(const Multiplex& multiplex);
+
+    [[nodiscard]] const Multiplex& tables() const { return tables_; }
+
+    // The PID that the PAT gives for a service, by its first entry; nullopt if the PAT
+    // does not have the service, or if there is no PAT.
+    [[nodiscard]] std::optional<std::int32_t> announced_pid(
+        std::int32_t service_id) const;
+
+    // Index of the first PMT of a service; nullopt if there is none.
+    [[nodiscard]] std::optional<std::size_t> pmt_of(std::int32_t service_id) const;
+
+    // Who uses a PID for a stream, a PCR or CA data, as in "a stream of service 101
+    // (0x0065)"; empty if nobody does.
+    [[nodiscard]] const std::string& stream_on(std::int32_t pid) const;
+
+    // Calls `visit` for each descriptor of all tables. `field` is its place, as in
+    // "streams[1].descriptors[0]".
+    using Visit = std::function<void(TablePlace table, const std::string& field,
+                                     const orvel::thrift::dvb_tables::Descriptor&)>;
+    void for_each_descriptor(const Visit& visit) const;
+
+    // Only those of one PMT, its streams' included.
+    void for_each_descriptor_of_pmt(std::size_t index, const Visit& visit) const;
+
+private:
+    void index_pids(std::size_t pmt);
+
+    const Multiplex& tables_;
+    std::unordered_map<std::int32_t, std::int32_t> announced_pids_;  // by service
+    std::unordered_map<std::int32_t, std::size_t> pmts_;             // by service
+    std::unordered_map<std::int32_t, std::string> streams_;          // by PID
+};
+
+#endif
