@@ -187,7 +187,7 @@ struct RightStream : Stream {
         datagram += packet(0x0200, video_counter++);
         if (step % 2 == 0) {
             Section section = pat;
-            datagram += packets(section) + packets(kPmt);
+            datagram += packets(section) + packets(pmt);
         }
         if (step % 5 == 1) datagram += packets(kCat) + packets(kSdt);
         char hex[] = "70 7000 c079 124500";
@@ -206,6 +206,7 @@ struct RightStream : Stream {
     }
 
     Section pat = kPat;
+    Section pmt = kPmt;
     int tdt = 10;
     int null_counter = 0;
     int video_counter = 0;
@@ -314,6 +315,13 @@ const Break kBreaks[] = {
          stream.pat.hex[14] = step > 30 && step <= 42 ? '3' : '1';
      },
      {}},
+    {"PCR_PID without a stream for less than two seconds, and for longer",
+     [](auto& stream, int step, auto&) {
+         if (step == 4) stream.pmt.hex = "02 b000 0007 c3 0000 e200 f000";
+         if (step == 22) stream.pmt.hex = "02 b000 0007 c5 0000 ffff f000";
+         if (step == 40) stream.pmt.hex = "02 b000 0007 c7 0000 e200 f000";
+     },
+     {{"consistency", 1}}},
     {"TDT that stands still",
      [](auto& stream, int step, auto&) { stream.tdt -= step > 40 && step % 10 == 0; },
      {{"tdt_stands_still", 1}}},
@@ -335,6 +343,7 @@ TEST(StreamStatistics, FindsOneFaultInAStreamThatIsRightOtherwise) {
         for (int step = 0; step < 70; ++step) {
             Datagrams sent = stream.step(step);
             broken.edit(stream, step, sent);
+            stream.statistics.advance(step * 100 * kNsPerMs, 0);
             for (const std::string& datagram : sent)
                 stream.send(step * 100 * kNsPerMs, datagram);
         }

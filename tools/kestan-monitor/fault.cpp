@@ -97,7 +97,7 @@ const char* check_name(FaultKind kind) {
     return properties(kind).check;
 }
 
-const char* clause(const Fault& fault) {
+std::string_view clause(const Fault& fault) {
     switch (fault.kind) {
         case FaultKind::absence:
         case FaultKind::repetition:
@@ -106,6 +106,8 @@ const char* clause(const Fault& fault) {
             return table_id_clause(fault.pid.value_or(kTdtPid));
         case FaultKind::scrambled:
             return scrambled_clause(fault.pid.value_or(kPatPid));
+        case FaultKind::consistency:
+            return fault.rule_clause;
         default:
             return properties(fault.kind).clause;
     }

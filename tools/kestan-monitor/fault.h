@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 
 #include "tools/kestan-monitor/table_type.h"
@@ -40,11 +41,16 @@ struct Fault {
     FaultKind kind;
     std::optional<std::uint16_t> pid = std::nullopt;
     std::optional<TableKey> table = std::nullopt;
-    std::string detail = {};  // of `consistency`: what contradicts what
+
+    // Of `consistency`: the rule's name and clause, which live as long as the program,
+    // and what contradicts what.
+    std::string_view rule = {};
+    std::string_view rule_clause = {};
+    std::string detail = {};
 
     bool operator<(const Fault& other) const {
-        return std::tie(kind, pid, table, detail) <
-               std::tie(other.kind, other.pid, other.table, other.detail);
+        return std::tie(kind, pid, table, rule, detail) <
+               std::tie(other.kind, other.pid, other.table, other.rule, other.detail);
     }
 };
 
@@ -52,7 +58,7 @@ struct Fault {
 [[nodiscard]] const char* check_name(FaultKind kind);
 
 // The clause that the fault breaks, "" if there is none.
-[[nodiscard]] const char* clause(const Fault& fault);
+[[nodiscard]] std::string_view clause(const Fault& fault);
 
 // One line for people: where, what and, unless it is 0, `value` beside its limit.
 [[nodiscard]] std::string describe(const Fault& fault, std::int64_t value);

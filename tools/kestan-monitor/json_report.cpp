@@ -60,7 +60,8 @@ ordered_json pid_json(const Report& report, const PidRecord& pid) {
 ordered_json fault_json(const Fault& fault, const FaultLog::Record& record) {
     ordered_json json{{"check", check_name(fault.kind)},
                       {"text", describe(fault, record.worst)}};
-    if (*clause(fault) != '\0') json["clause"] = clause(fault);
+    if (!fault.rule.empty()) json["rule"] = fault.rule;
+    if (!clause(fault).empty()) json["clause"] = clause(fault);
     if (fault.pid) json["pid"] = *fault.pid;
     json["count"] = record.count;
     json["first"] = date_and_time(record.first);

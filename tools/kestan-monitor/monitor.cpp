@@ -101,8 +101,7 @@ void Monitor::read_clock() {
 void Monitor::advance(std::int64_t complete_until) {
     read_clock();
     stream_.advance(complete_until, receiver_.lost());
-    if (std::exchange(seen_changes_, stream_.changes()) == stream_.changes()) return;
-    service_names_ = service_names(decode_tables(stream_.pids()));
+    service_names_ = service_names(stream_.tables());
 }
 
 void Monitor::draw() {

@@ -54,7 +54,6 @@ private:
     RateMeter meter_;
     BitRates rates_;  // of the last second
     std::map<std::uint16_t, std::string> service_names_;
-    std::uint64_t seen_changes_ = 0;
     bool quit_ = false;
     std::optional<PacketRecorder> recorder_;
     std::optional<Plot> plot_;

@@ -174,6 +174,11 @@ void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
     for (auto& [number, pid] : pids_) {
         for (auto& [key, table] : pid.tables) table.advance(now_);
     }
+    if (std::exchange(has_new_tables_, false)) {
+        tables_ = decode_tables(pids_);
+        consistency_.replace(tables_, now_);
+    }
+    consistency_.advance(now_);
 }
 
 void StreamStatistics::finish() {
@@ -232,7 +237,7 @@ void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& sec
     const bool is_stray = is_pmt && !of->is_announced();
     if (arrival.interval && on_interval_ && !is_stray)
         on_interval_(on.number, key, now_, *arrival.interval);
-    if (arrival.is_changed) ++changes_;
+    if (arrival.is_changed) has_new_tables_ = true;
     if (*type == TableType::tdt) tdt_check_.add(of->fault({}), *of->utc(), now_);
     if (*type != TableType::pat) return;
     pat_alternation_.add(of->fault(FaultKind::pat_alternates), section.i_extension,

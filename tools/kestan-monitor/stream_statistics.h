@@ -8,6 +8,7 @@
 #include <set>
 #include <utility>
 
+#include "tools/kestan-monitor/consistency_check.h"
 #include "tools/kestan-monitor/fault_log.h"
 #include "tools/kestan-monitor/pat_alternation.h"
 #include "tools/kestan-monitor/peak_rate.h"
@@ -76,8 +77,8 @@ public:
     [[nodiscard]] std::uint64_t lost_datagrams() const { return lost_; }
     [[nodiscard]] bool is_rtp() const { return is_rtp_; }
 
-    // Grows with every change of a table's content.
-    [[nodiscard]] std::uint64_t changes() const { return changes_; }
+    // The tables on air at the last advance(), as far as they were complete.
+    [[nodiscard]] const Multiplex& tables() const { return tables_; }
 
 private:
     void begin(std::int64_t now);
@@ -103,11 +104,13 @@ private:
     Spread sizes_;
     PeakRate peak_;
     bool is_rtp_ = false;
-    std::uint64_t changes_ = 0;
+    bool has_new_tables_ = false;
+    Multiplex tables_;
     std::size_t unannounced_tables_ = 0;
     FaultLog faults_;
     TdtCheck tdt_check_{faults_};
     PatAlternation pat_alternation_{faults_};
+    ConsistencyCheck consistency_{faults_};
     OnInterval on_interval_;
     std::map<std::uint16_t, PidRecord> pids_;
     std::set<std::pair<std::uint16_t, std::uint16_t>> announced_;  // PIDs, service_ids

@@ -64,7 +64,7 @@ std::string joined(const Lines& lines) {
 }
 
 std::string with_clause(const Fault& fault, std::int64_t value) {
-    const std::string from = clause(fault);
+    const std::string from(clause(fault));
     return describe(fault, value) + (from.empty() ? "" : " (" + from + ")");
 }
 
