@@ -6,8 +6,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Multiplex multiplex;
     try {
-        multiplex = read_multiplex_files(
-            {memory_file({reinterpret_cast<const char*>(data), size})});
+        multiplex =
+            read_multiplex_file(memory_file({reinterpret_cast<const char*>(data), size}));
     } catch (const FileMistake&) {
         return 0;
     }

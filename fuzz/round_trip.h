@@ -11,7 +11,7 @@
 // What kestan-control writes, it reads again as the same.
 inline void check_round_trip(const Multiplex& multiplex) {
     const std::string text = multiplex_to_json(multiplex).dump(2);
-    const bool is_same = read_multiplex_files({memory_file(text)}) == multiplex;
+    const bool is_same = read_multiplex_file(memory_file(text)) == multiplex;
     if (!is_same) throw std::logic_error("read differently: " + text);
 }
 

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/packets_of.h"
+#include "dvb/ts_packet.h"
+#include "framework/table_converters.h"
+#include "tables/table_packets.h"
 #include "tests/support/random_tables.h"
 #include "tools/json/multiplex_file.h"
 #include "tools/rules/bit_rate.h"
@@ -30,7 +32,7 @@ Descriptor descriptor(std::int32_t tag, const std::string& data) {
 
 // Three services: 101 in the clear, 102 scrambled, 103 with one stream.
 Multiplex right_multiplex() {
-    Multiplex made = read_multiplex_files({KESTAN_EXAMPLES "/small.json"});
+    Multiplex made = read_multiplex_file(KESTAN_EXAMPLES "/small.json");
     made.pat->programs.push_back(program(0, 0x10));
     return made;
 }
@@ -157,13 +159,13 @@ TEST(BitRate, CountsThePacketsThatGoOut) {
         const CAT cat = random.cat(random.below(5000));
         const SDT sdt = random.sdt(random.below(20), 900);
         const PMT pmt = random.pmt(1, 1008 - random.below(2) * random.below(1000));
-        const auto expect_count = [](const auto& table) {
-            EXPECT_EQ(packet_count(table) * kTsPacketSize, packets_of(table).size());
+        const auto expect_count = [](std::size_t packets, const auto& converted) {
+            EXPECT_EQ(packets * kTsPacketSize, table_packets(*converted, 0x100).size());
         };
-        expect_count(pat);
-        expect_count(cat);
-        expect_count(sdt);
-        expect_count(pmt);
+        expect_count(packet_count(pat), PatPtr(t2dPAT(pat)));
+        expect_count(packet_count(cat), CatPtr(t2dCAT(cat)));
+        expect_count(packet_count(sdt), SdtPtr(t2dSDT(sdt)));
+        expect_count(packet_count(pmt), PmtPtr(t2dPMT(pmt)));
     }
     EXPECT_EQ(needed_bit_rate(right_multiplex()).text(),
               "25.0 packets a second, 37.6 kbit/s");

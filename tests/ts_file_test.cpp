@@ -1,10 +1,9 @@
 #include "tools/receive/ts_file.h"
 
 #include <random>
+#include <sstream>
 
 #include <gtest/gtest.h>
-
-#include "tests/support/memory_file.h"
 
 namespace {
 
@@ -38,7 +37,8 @@ TEST(TsFile, FindsEveryPacketBetweenAnyJunk) {
         const std::size_t cut = random() % 2 * (random() % (kTsPacketSize - 1) + 1);
         content += numbered_packet(packets, stride).substr(0, cut);
 
-        TsFile file(memory_file(content));
+        std::istringstream in(content);
+        TsFile file(in, "");
         std::uint64_t found = 0;
         while (const std::uint8_t* const packet = file.next()) {
             const std::string expected = numbered_packet(found++, kTsPacketSize);

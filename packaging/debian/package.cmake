@@ -34,8 +34,9 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
     ${out}/debian/postinst ${out}/debian/prerm ${out}/debian/postrm)
 
 # For the two scripts, which cpack runs.
+set(CPACK_KESTAN_CROSS ${CMAKE_CROSSCOMPILING})
 set(CPACK_KESTAN_EPOCH $ENV{SOURCE_DATE_EPOCH})
 set(CPACK_KESTAN_CHANGELOG ${out}/debian/changelog.Debian)
-set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/debian/cpack_time.cmake)
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/debian/cpack_setup.cmake)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/debian/cpack_documents.cmake)
 include(CPack)

@@ -123,7 +123,7 @@ refusals() { nstat -asz IcmpOutDestUnreachs | awk '/Unreach/ { print int($2) }';
     kill -CONT "${pid[kestan]}"
     sleep 1.5
     finish monitor INT || figure "stopped for 3 s: without a PAT for, ms" "$without_pat"
-    reports '[.outside_limits[].check] | unique == ["repetition", "section_gap"]'
+    reports '[.outside_limits[].check] | unique == ["repetition", "section_gap", "silence"]'
     reports '.pids[0].tables[0].repetition_ms | .max > 2500 and .max < 3400 and .mean < 230'
     finds_nothing 1.5
 }

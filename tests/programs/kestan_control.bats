@@ -12,39 +12,51 @@ on_air() {
     capture 1.3 && diff <(kestan-control import capture.ts | jq -S .) <(jq -S . "$1")
 }
 
-# reread <filter>: changes the file that is served.
-reread() { jq "$1" "$small" >tables.json && kill -HUP "${pid[serve]}"; }
-
-restart() {
-    [ -z "${pid[kestan]:-}" ] || stop kestan
-    control_port=9511 play -s 1
-}
-
 @test "says what became of each table, and sends nothing when a file has a mistake" {
     play
     echo '{"pmts": [{"pid": "0x2000"}]}' >bad.json
-    fails 1 'bad.json: pmts[0].pid: found "0x2000"' push "$small" bad.json
+    fails 1 'error: bad.json: pmts[0].pid: found "0x2000"' push "$small" bad.json
+    jq 'del(.pmts[2]) | .cat.version_number = 40
+        | .pmts[1].streams = [range(300) | {stream_type: 2, elementary_pid: (. + 512)}]' \
+        "$small" >large.json
+    fails 1 "error: large.json: pmts[1]: PMT of service 102: descriptors and streams take \
+1,508 bytes, 1,008 fit" push large.json
     run -1 grep "New " kestan.err
     fails 1 "PAT of transport stream 1 (0x0001): version 1, accepted
 CAT: version 40, accepted as version 0
 SDT of transport stream 1 (0x0001): version 1, accepted
 PMT of service 101 (0x0065) on PID 0x0100: version 1, accepted
 PMT of service 102 (0x0066) on PID 0x0110: version 1, rejected
-kestan rejected the PMT of service 102 (0x0066)" push <(jq 'del(.pmts[2])
-        | .cat.version_number = 40
-        | .pmts[1].streams = [range(300) | {stream_type: 2, elementary_pid: 1}]' "$small")
+kestan rejected the PMT of service 102 (0x0066)" push --force large.json
+}
+
+@test "checks the tables of all files together" {
+    for table in pat cat sdt pmts; do jq "{$table}" "$small" >$table.json; done
+    run -0 kestan-control check - {pat,cat,pmts}.json <sdt.json
+    [[ $output == "information: pat.json: pat.programs: "*"
+bit rate: 25.0 packets a second, 37.6 kbit/s" ]]
+    jq '.pmts |= .[1:] | .pmts[1].pid = "0x0111" | .pmts[0].version_number = 32' pmts.json >later.json
+    fails 1 "error: later.json: pmts[1].pid: PID 0x0111 carries a stream of service 102 \
+(0x0066) too: receivers" check pat.json <(jq '.pmts |= .[:1]' pmts.json) later.json cat.json
+    [[ $output == *"
+warning: later.json: pmts[0].version_number: version 32 "* ]]
+    fails 1 "error: sdt.json: sdt: an earlier file has this table too" check "$small" sdt.json
+    fails 1 "error: the tables need 25.0 packets a second, 37.6 kbit/s, and --bitrate \
+allows 37 kbit/s" check "$small" --bitrate 37
+    fails 1 "no file is named *.json" check "$(mktemp -d)"
+    kestan-control check --bitrate 38 "$small"
 }
 
 @test "imports what it pushed, a foreign capture's tables too, and names what is missing" {
     ffmpeg -v error -f lavfi -i testsrc -f lavfi -i sine -metadata:s:a:0 language=deu \
         -program title=Harbour:program_num=7:st=0 -program title=Möwe:program_num=9:st=1 \
         -map 0 -map 1 -t 2 -f mpegts foreign.ts </dev/null
-    kestan-control import foreign.ts >foreign.json
+    kestan-control import - <foreign.ts >foreign.json
     for text in Harbour Möwe deu 0x1001; do grep "\"$text\"" foreign.json; done
     jq $own "${small%/*}/large.json" >large.json
     play -b 5000
     for file in foreign.json large.json; do
-        kestan-control push $file
+        kestan-control push - <$file
         on_air $file
     done
     head -c -100 capture.ts >cut.ts
@@ -69,42 +81,9 @@ kestan rejected the PMT of service 102 (0x0066)" push <(jq 'del(.pmts[2])
         listens server 9501
         fails 1 "$said" push "$small"
     done <<'END'
-true|127.0.0.1:9501 broke off before it answered NewPAT
+true|127.0.0.1:9501 broke off before it answered newScramblingConfig
 printf '\0\0\0\4junk'|is it kestan, and of this release?
-printf 'HTTP/1.1 400 Bad Request\r\n\r\n'|before it answered NewPAT
-cat >/dev/null|did not answer NewPAT within 3 s: kestan serves one client at a time
+printf 'HTTP/1.1 400 Bad Request\r\n\r\n'|before it answered newScramblingConfig
+cat >/dev/null|did not answer newScramblingConfig within 3 s: kestan serves one client at a time
 END
-}
-
-@test "keeps on air what its files have, across restarts" {
-    jq . "$small" >tables.json
-    start serve kestan-control serve --set 1 tables.json
-    listens serve 9531
-    for _ in 1 2 3; do
-        restart
-        says kestan "New PMT sid=0067 pid=0120 version=1"
-        run -1 grep EXCEPTION kestan.err
-    done
-    kestan-control push --set 1 "$small"  # the port is free
-    fails 1 "does another control process of this instance run?" serve --set 1 "$small"
-    reread "$own | del(.cat, .pmts[2]) | (.pat.programs[0], .pmts[0]).pid = \"0x0130\""
-    says kestan "New PMT sid=0065 pid=0130"
-    on_air tables.json
-    reread 'del(.sdt)'  # which cannot be withdrawn alone
-    says kestan "Clearing all tables"
-    on_air tables.json
-    reread '"no tables"'
-    says serve "the tables read before stay"
-    restart
-    says kestan "New PMT sid=0067 pid=0120"
-    reread 'del(.pat)'
-    says kestan "Clearing all tables"
-    says kestan "New SDTact"
-
-    stop kestan  # another one goes away in the middle: it is tried again
-    start kestan socat TCP-LISTEN:9511,reuseaddr,fork SYSTEM:"dd count=1; echo -n x >>tries"
-    listens kestan 9511
-    reread .
-    wait_until grep -q xx tries
-    finish serve
 }

@@ -9,6 +9,7 @@
 
 #include "tests/support/playout.h"
 #include "tools/multiplex.h"
+#include "tools/receive/continuity_check.h"
 #include "tools/receive/section_collector.h"
 
 // A receiver that checks what no datagram of Kestan's may ever break: one to seven whole
@@ -53,6 +54,7 @@ private:
     std::map<std::uint16_t, Pid> pids_;
     std::map<std::uint16_t, Sections> earlier_;  // between the last two calls of forget()
     std::map<std::uint16_t, std::unique_ptr<SectionCollector>> receivers_;
+    std::map<std::uint16_t, ContinuityCheck> continuity_;
     std::map<std::uint16_t, std::string> under_way_;  // the section's packets
     std::set<std::uint16_t> may_break_;
     std::int64_t now_ns_ = 0;

@@ -1,9 +1,8 @@
 #include "tools/json/multiplex_file.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <fstream>
-#include <map>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <set>
@@ -19,34 +18,84 @@ using nlohmann::json;
 
 namespace {
 
-std::string read_whole(const std::string& path) {
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
+constexpr const char* kStandardInput = "-";
+
+std::string read_stream(std::istream& in) {
     std::ostringstream text;
-    if (file.is_open()) text << file.rdbuf();
-    if (!file.is_open() || (text.fail() && errno != 0)) {
-        throw FileMistake(path +
-                          ": cannot be read: " + std::generic_category().message(errno));
+    text << in.rdbuf();
+    if (text.fail() && errno != 0) {
+        throw std::system_error(errno, std::generic_category());
     }
     return text.str();
 }
 
-// Raises a mistake for a name that stands twice in one object: the library would keep one
-// of the two values without a word.
+// Returns the same text each time: a program that reads its files again cannot read this
+// one twice.
+const std::string& standard_input() {
+    static const std::string text = read_stream(std::cin);
+    return text;
+}
+
+std::string read_whole(const std::string& path) {
+    errno = 0;
+    try {
+        if (path == kStandardInput) return standard_input();
+        std::ifstream file(path, std::ios::binary);
+        if (file.is_open()) return read_stream(file);
+        throw std::system_error(errno, std::generic_category());
+    } catch (const std::system_error& error) {
+        throw FileMistake(path + ": cannot be read: " + error.code().message());
+    }
+}
+
+// Raises a mistake if a name stands twice in one object: the library would keep one of
+// the two values without a word. Follows the document to know the place.
 class RepeatedFields {
 public:
     bool operator()(int /*depth*/, json::parse_event_t event, const json& parsed) {
-        if (event == json::parse_event_t::object_start) names_.emplace_back();
-        if (event == json::parse_event_t::object_end) names_.pop_back();
-        if (event != json::parse_event_t::key) return true;
-        const bool is_new = names_.back().insert(parsed.get<std::string>()).second;
-        if (is_new) return true;
-        throw JsonMistake("found the field " + parsed.dump() +
-                          " twice in one object, expected it once");
+        using Event = json::parse_event_t;
+        const bool is_value = event != Event::key && event != Event::object_end &&
+                              event != Event::array_end;
+        if (is_value && !open_.empty()) ++open_.back().values;
+        if (event == Event::object_start) open_.push_back({true, 0, {}, {}});
+        if (event == Event::array_start) open_.push_back({false, 0, {}, {}});
+        if (event == Event::object_end || event == Event::array_end) open_.pop_back();
+        if (event == Event::key) check(parsed.get<std::string>());
+        return true;
     }
 
 private:
-    std::vector<std::set<std::string>> names_;
+    // An object or array whose end has not come.
+    struct Open {
+        bool is_object;
+        std::size_t values;
+        std::string name;  // of the field that came last
+        std::set<std::string> names;
+    };
+
+    void check(const std::string& name) {
+        const bool is_new = open_.back().names.insert(name).second;
+        open_.back().name = name;
+        if (is_new) return;
+        const std::string where = place();
+        throw JsonMistake(where + (where.empty() ? "" : ": ") + "found the field " +
+                          json(name).dump() + " twice in one object, expected it once");
+    }
+
+    // The path to the innermost object.
+    [[nodiscard]] std::string place() const {
+        std::string path;
+        for (auto outer = open_.begin(); outer + 1 != open_.end(); ++outer) {
+            if (outer->is_object) {
+                path += (path.empty() ? "" : ".") + outer->name;
+            } else {
+                path += '[' + std::to_string(outer->values - 1) + ']';
+            }
+        }
+        return path;
+    }
+
+    std::vector<Open> open_;
 };
 
 // What the library says, from "line 3, column 7" on.
@@ -55,17 +104,6 @@ std::string without_prefix(const std::string& what) {
     if (line != std::string::npos) return what.substr(line);
     const std::size_t bracket = what.find("] ");
     return bracket == std::string::npos ? what : what.substr(bracket + 2);
-}
-
-template <typename Table>
-void move_table(std::optional<Table>& from, std::optional<Table>& to, const char* name,
-                const std::string& path) {
-    if (!from) return;
-    if (to) {
-        throw FileMistake(path + ": " + name + ": an earlier file has this table too, " +
-                          "expected it in one file");
-    }
-    to = std::move(from);
 }
 
 }  // namespace
@@ -83,26 +121,4 @@ Multiplex read_multiplex_file(const std::string& path) {
     } catch (const json::exception& error) {
         throw FileMistake(path + ": not JSON: " + without_prefix(error.what()));
     }
-}
-
-Multiplex read_multiplex_files(const std::vector<std::string>& paths) {
-    Multiplex all;
-    std::map<std::int32_t, std::string> file_of;  // by the service of a PMT
-    for (const std::string& path : paths) {
-        Multiplex read = read_multiplex_file(path);
-        move_table(read.pat, all.pat, "pat", path);
-        move_table(read.cat, all.cat, "cat", path);
-        move_table(read.sdt, all.sdt, "sdt", path);
-        for (PmtOnPid& pmt : read.pmts) {
-            const std::int32_t service = pmt.pmt.program_number;
-            const auto [other, is_new] = file_of.emplace(service, path);
-            if (!is_new) {
-                throw FileMistake(path + ": pmts: " + other->second +
-                                  " has a PMT of service " + std::to_string(service) +
-                                  " too, expected it in one file");
-            }
-            all.pmts.push_back(std::move(pmt));
-        }
-    }
-    return all;
 }

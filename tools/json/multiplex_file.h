@@ -3,7 +3,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "tools/multiplex.h"
 
@@ -13,12 +12,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// The tables of one JSON file. Raises FileMistake.
+// Reads the tables of a JSON file (see multiplex_json.h; // and /* */ comments are
+// allowed). "-" is standard input: it is read once, and later calls use its text again.
+// Raises FileMistake.
 [[nodiscard]] Multiplex read_multiplex_file(const std::string& path);
-
-// The tables of JSON files (see multiplex_json.h; // and /* */ comments are allowed)
-// together. Raises FileMistake, also for a table that two files have: Kestan plays one
-// of each, and which one the writer means can't be known.
-[[nodiscard]] Multiplex read_multiplex_files(const std::vector<std::string>& paths);
 
 #endif

@@ -75,7 +75,7 @@ std::string bit_rate_line(const Multiplex& tables) {
     return "bit rate: " + needed_bit_rate(tables).text();
 }
 
-bool report_check(TableFiles& files, const CheckSettings& settings,
+bool report_check(const TableFiles& files, const CheckSettings& settings,
                   std::ostream& report) {
     ReadFiles read = files.read();
     const JoinedFiles joined(read.files);
@@ -87,7 +87,7 @@ bool report_check(TableFiles& files, const CheckSettings& settings,
     return !has_errors(findings);
 }
 
-std::optional<JoinedFiles> tables_to_send(TableFiles& files,
+std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
                                           const CheckSettings& settings,
                                           std::ostream& errors) {
     const ReadFiles read = files.read();
@@ -100,7 +100,7 @@ std::optional<JoinedFiles> tables_to_send(TableFiles& files,
     return joined;
 }
 
-std::optional<JoinedFiles> right_tables_to_send(TableFiles& files,
+std::optional<JoinedFiles> right_tables_to_send(const TableFiles& files,
                                                 const CheckSettings& settings,
                                                 std::ostream& errors) {
     ReadFiles read = files.read();

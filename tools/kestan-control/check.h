@@ -27,18 +27,18 @@ void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
 
 // Checks the files and prints everything to `report`, the bit rate last. Returns whether
 // there is no error.
-[[nodiscard]] bool report_check(TableFiles& files, const CheckSettings& settings,
+[[nodiscard]] bool report_check(const TableFiles& files, const CheckSettings& settings,
                                 std::ostream& report);
 
 // The tables to send: those of all files. Prints what is wrong to `errors`. Returns
 // nullopt if a file cannot be read, or if a rule is broken and `is_forced` is false.
-[[nodiscard]] std::optional<JoinedFiles> tables_to_send(TableFiles& files,
+[[nodiscard]] std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
                                                         const CheckSettings& settings,
                                                         std::ostream& errors);
 
 // The tables to send when nothing is on air yet: a file with an error is left out, and
 // the others are sent. Returns nullopt if no file is left.
 [[nodiscard]] std::optional<JoinedFiles> right_tables_to_send(
-    TableFiles& files, const CheckSettings& settings, std::ostream& errors);
+    const TableFiles& files, const CheckSettings& settings, std::ostream& errors);
 
 #endif

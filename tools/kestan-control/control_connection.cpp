@@ -22,7 +22,7 @@ namespace {
 // It has no effect on the stream.
 constexpr const char* kOpeningMethod = "newScramblingConfig";
 
-// Thrift gives a failed connect no code of its own, only the system's text.
+// Thrift has no error code for a refused connection, only the system's text.
 bool is_refused(const TTransportException& error) {
     const std::string refused = std::generic_category().message(ECONNREFUSED);
     return std::string(error.what()).find(refused) != std::string::npos;

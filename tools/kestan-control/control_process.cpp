@@ -35,7 +35,7 @@ int open_signals() {
     return fd;
 }
 
-JoinedFiles first_files(TableFiles& files, const CheckSettings& check) {
+JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {
     const auto right = right_tables_to_send(files, check, std::cerr);
     if (!right) throw std::runtime_error("no file can be served");
     return *right;

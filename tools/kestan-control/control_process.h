@@ -25,19 +25,19 @@
 // leaves everything as it was. SIGINT and SIGTERM end the process. A service manager is
 // told when the first push has been tried, and how each push went.
 //
-// The control connection is held only while tables are pushed. One thread, besides that
-// of the notification's service.
+// The control connection is held only while tables are pushed. One thread; the
+// notification's service has another.
 class ControlProcess {
 public:
     // Reads the files and opens the notification's port. Blocks the three signals. Throws
-    // std::runtime_error if no file is right, or if the port cannot be had.
+    // std::runtime_error if no file is right, or if the port is taken.
     ControlProcess(const ControlAddress& address, std::vector<std::string> paths,
                    const CheckSettings& check, OutgoingTables outgoing);
     ~ControlProcess();
     ControlProcess(const ControlProcess&) = delete;
     ControlProcess& operator=(const ControlProcess&) = delete;
 
-    // Runs until SIGINT or SIGTERM. Throws std::runtime_error when the notification's
+    // Runs until SIGINT or SIGTERM. Throws std::runtime_error if the notification's
     // service ends.
     void run();
 

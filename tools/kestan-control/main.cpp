@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <thrift/TOutput.h>
 
+#include "dvb/psi_si.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
 #include "tools/kestan-control/check.h"
@@ -14,8 +15,7 @@
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
 #include "tools/kestan-control/table_files.h"
-#include "tools/receive/table_collector.h"
-#include "tools/receive/ts_file.h"
+#include "tools/receive/table_import.h"
 
 // kestan-control: a control process in one command. Exit status 0 when all was done, 1
 // when something was not (a rejected table, a mistake in a file, no connection), 2 for a
@@ -46,7 +46,7 @@ OutgoingTables outgoing_tables(const Settings& settings) {
 }
 
 int push(const Settings& settings) {
-    TableFiles files(settings.files);
+    const TableFiles files(settings.files);
     const auto joined = tables_to_send(files, settings.check, std::cerr);
     if (!joined || joined->tables() == Multiplex()) {
         std::cerr << "nothing is sent\n";
@@ -65,7 +65,7 @@ int push(const Settings& settings) {
 }
 
 int check(const Settings& settings) {
-    TableFiles files(settings.files);
+    const TableFiles files(settings.files);
     return report_check(files, settings.check, std::cout) ? kDone : kFailed;
 }
 
@@ -76,15 +76,21 @@ void serve(const Settings& settings) {
 }
 
 // Says what was found and returns whether it is all that the capture's PAT promises.
-bool report_import(const std::string& path, const TsFile& file, const Multiplex& found) {
-    std::cerr << path << ": " << file.packets()
-              << " packets: " << (found.pat ? "" : "no ") << "PAT, "
-              << (found.cat ? "" : "no ") << "CAT, " << (found.sdt ? "" : "no ")
-              << "SDT actual, " << found.pmts.size() << " PMTs\n";
-    if (file.is_cut()) std::cerr << path << ": ends in the middle of a packet\n";
-    if (file.stray_bytes() != 0) {
-        std::cerr << path << ": passed over " << file.stray_bytes()
-                  << " bytes that are no whole packets\n";
+bool report_import(const std::string& path, const TableImport& file) {
+    const Multiplex& found = file.tables;
+    const char* const unit = file.sections != 0 ? "section" : "packet";
+    std::cerr << path << ": " << file.packets + file.sections << ' ' << unit
+              << "s: " << (found.pat ? "" : "no ") << "PAT, " << (found.cat ? "" : "no ")
+              << "CAT, " << (found.sdt ? "" : "no ") << "SDT actual, "
+              << found.pmts.size() << " PMTs\n";
+    if (file.is_cut) std::cerr << path << ": ends in the middle of a " << unit << '\n';
+    if (file.stray_bytes != 0) {
+        std::cerr << path << ": passed over " << file.stray_bytes
+                  << " bytes that are no whole " << unit << "s\n";
+    }
+    if (file.homeless_pmts != 0) {
+        std::cerr << path << ": passed over " << file.homeless_pmts
+                  << " sections of PMTs whose service is not in the PAT\n";
     }
     if (!found.pat) return true;
     bool is_whole = true;
@@ -103,15 +109,14 @@ bool report_import(const std::string& path, const TsFile& file, const Multiplex&
 }
 
 int import(const std::string& path) {
-    TsFile file(path);
-    TableCollector collector;
-    while (const std::uint8_t* const packet = file.next()) collector.push(packet);
-    if (file.packets() == 0) {
-        std::cerr << path << ": no transport-stream packets: is it a capture of one?\n";
+    const TableImport file = import_tables(path);
+    if (file.packets == 0 && file.sections == 0) {
+        std::cerr << path << ": no transport-stream packets and no sections: is it a "
+                  << "capture?\n";
         return kFailed;
     }
-    const Multiplex found = collector.tables();
-    const bool is_whole = report_import(path, file, found);
+    const Multiplex& found = file.tables;
+    const bool is_whole = report_import(path, file);
     if (!found.pat && !found.cat && !found.sdt) {
         std::cerr << path << ": no table is whole: make a capture of a second or more\n";
         return kFailed;
@@ -227,13 +232,17 @@ void add_commands(CLI::App& app, Settings& settings) {
         ->transform(number_up_to(0xFFFF));
     stop->add_option("PID", settings.pid, "The PID that carries the PMT")
         ->required()
-        ->transform(number_up_to(0x1FFF));
+        ->transform(number_up_to(kMaxPid));
     stop->callback([&] { stop_pmt(settings); });
 
-    CLI::App* const import_command = app.add_subcommand(
-        "import",
-        "Write the JSON of the PAT, CAT, SDT actual and PMTs in a transport-stream file");
-    import_command->add_option("CAPTURE", settings.capture, "The file")->required();
+    CLI::App* const import_command =
+        app.add_subcommand("import",
+                           "Write the JSON of the PAT, CAT, SDT actual and PMTs in a "
+                           "transport-stream file or "
+                           "a file of sections");
+    import_command
+        ->add_option("CAPTURE", settings.capture, "The file; - is standard input")
+        ->required();
     import_command->callback([&] { settings.status = import(settings.capture); });
 }
 

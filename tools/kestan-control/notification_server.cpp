@@ -46,7 +46,7 @@ private:
     int fd_;
 };
 
-// Says whether the port could be had.
+// Tells whether the server could open its port.
 class Listening final : public TServerEventHandler {
 public:
     void preServe() override {
@@ -58,7 +58,7 @@ public:
         if (!is_listening_) promise_.set_exception(error);
     }
 
-    // Raises the server's exception.
+    // Throws what the server threw.
     void wait() { promise_.get_future().get(); }
 
 private:

@@ -12,20 +12,22 @@ class TServer;
 // Serves cm_MuxNotifySrv on a TCP port of the loopback address, where Kestan says that it
 // has started.
 //
-// A notification is answered at once and makes fd() readable: Kestan waits for the answer
-// before it goes on. The service has a thread of its own, which inherits the signal mask.
+// Kestan waits for the answer to its notification, so it is answered at once; fd()
+// becomes readable. The service runs on a thread that inherits the signal mask of the
+// constructor's.
 class NotificationServer {
 public:
-    // Serves when it returns. Raises std::runtime_error when the port cannot be had.
+    // Starts to serve. Throws std::runtime_error if the port is taken.
     explicit NotificationServer(int port);
     ~NotificationServer();
     NotificationServer(const NotificationServer&) = delete;
     NotificationServer& operator=(const NotificationServer&) = delete;
 
-    // An eventfd: readable after notifications, until it is read, and when has_ended().
+    // An eventfd. It is readable after a notification, until it is read, and if
+    // has_ended().
     [[nodiscard]] int fd() const { return fd_; }
 
-    // It could not go on accepting connections.
+    // The service has stopped, since it could not accept connections.
     [[nodiscard]] bool has_ended() const { return has_ended_; }
 
 private:

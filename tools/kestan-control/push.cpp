@@ -107,6 +107,7 @@ std::vector<std::string> TableSender::make_play(ControlConnection& kestan,
         withdraw(kestan, tables);
     }
     std::vector<std::string> rejected = send_differences(kestan, tables);
+    if (rejected.empty()) played_ = tables;  // in their order
     is_known_ = true;
     return rejected;
 }

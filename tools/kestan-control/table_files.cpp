@@ -12,8 +12,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kStandardInput = "-";
-
 // The names of the tables of which Kestan plays one.
 std::vector<std::string> single_tables_of(const Multiplex& tables) {
     std::vector<std::string> names;
@@ -59,7 +57,7 @@ std::vector<std::string> TableFiles::expand(std::vector<FileFinding>& mistakes) 
     std::vector<std::string> files;
     for (const std::string& path : paths_) {
         std::error_code error;
-        if (path == kStandardInput || !fs::is_directory(path, error)) {
+        if (!fs::is_directory(path, error)) {
             files.push_back(path);
             continue;
         }
@@ -74,24 +72,19 @@ std::vector<std::string> TableFiles::expand(std::vector<FileFinding>& mistakes) 
     return files;
 }
 
-ReadFiles TableFiles::read() {
+ReadFiles TableFiles::read() const {
     ReadFiles read;
     std::set<std::string> seen;  // names of single tables
     for (const std::string& path : expand(read.mistakes)) {
         TableFile file{path, {}};
         try {
-            if (path == kStandardInput && standard_input_) {
-                file.tables = *standard_input_;
-            } else {
-                file.tables = read_multiplex_file(path);
-            }
+            file.tables = read_multiplex_file(path);
         } catch (const FileMistake& mistake) {
             const std::string what = mistake.what();  // begins with the path
             read.mistakes.push_back(
                 {Severity::kError, path, what.substr(path.size() + 2)});
             continue;
         }
-        if (path == kStandardInput) standard_input_ = file.tables;
         const std::vector<std::string> names = single_tables_of(file.tables);
         const auto repeated =
             std::find_if(names.begin(), names.end(),

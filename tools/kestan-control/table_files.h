@@ -2,8 +2,8 @@
 #define KESTAN_TOOLS_KESTAN_CONTROL_TABLE_FILES_H
 
 #include <cstddef>
-#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/multiplex.h"
@@ -40,15 +40,14 @@ public:
     explicit TableFiles(std::vector<std::string> paths) : paths_(std::move(paths)) {}
 
     // Reads all of them. A PAT, CAT or SDT that an earlier file has too is a mistake in
-    // the later file. Standard input ("-") is read once and remembered.
-    [[nodiscard]] ReadFiles read();
+    // the later file.
+    [[nodiscard]] ReadFiles read() const;
 
 private:
     [[nodiscard]] std::vector<std::string> expand(
         std::vector<FileFinding>& mistakes) const;
 
     std::vector<std::string> paths_;
-    std::optional<Multiplex> standard_input_;
 };
 
 // The tables of several files as one multiplex that knows where each table is from.

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <iterator>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -15,15 +16,10 @@ constexpr std::size_t kPacketsToBeSure = 5;
 constexpr std::size_t kLookAhead = kPacketsToBeSure * kLongestStride;
 constexpr std::size_t kReadSize = std::size_t{1024} * 1024;
 
-[[noreturn]] void fail(const std::string& path) {
-    throw std::system_error(errno, std::generic_category(), path);
-}
-
 }  // namespace
 
-TsFile::TsFile(const std::string& path) : path_(path), file_(path, std::ios::binary) {
-    if (!file_.is_open()) fail(path_);
-}
+TsFile::TsFile(std::istream& in, std::string name, std::vector<std::uint8_t> head)
+    : in_(in), name_(std::move(name)), buffer_(std::move(head)) {}
 
 const std::uint8_t* TsFile::next() {
     fill();
@@ -33,22 +29,22 @@ const std::uint8_t* TsFile::next() {
         skip(left());
         return nullptr;
     }
-    std::copy_n(&buffer_[position_], kTsPacketSize, packet_.begin());
+    const std::uint8_t* const packet = &buffer_[position_];
     ++packets_;
     position_ += std::min(stride_, left());
-    return packet_.data();
+    return packet;
 }
 
 void TsFile::fill() {
-    if (left() > kLookAhead || !file_) return;
+    if (left() > kLookAhead || !in_) return;
     buffer_.erase(buffer_.begin(),
                   buffer_.begin() + static_cast<std::ptrdiff_t>(position_));
     position_ = 0;
     const std::size_t kept = buffer_.size();
     buffer_.resize(kept + kReadSize);
-    file_.read(reinterpret_cast<char*>(&buffer_[kept]), kReadSize);
-    if (file_.bad()) fail(path_);
-    buffer_.resize(kept + static_cast<std::size_t>(file_.gcount()));
+    in_.read(reinterpret_cast<char*>(&buffer_[kept]), kReadSize);
+    if (in_.bad()) throw std::system_error(errno, std::generic_category(), name_);
+    buffer_.resize(kept + static_cast<std::size_t>(in_.gcount()));
 }
 
 bool TsFile::is_sync(std::size_t offset) const {
@@ -70,7 +66,7 @@ std::size_t TsFile::stride_at(std::size_t offset) const {
 
 void TsFile::find_packets() {
     for (stride_ = 0; left() != 0; fill()) {
-        const std::size_t end = file_ ? left() - kLookAhead : left();
+        const std::size_t end = in_ ? left() - kLookAhead : left();
         std::size_t offset = 0;
         while (offset < end && (stride_ = stride_at(offset)) == 0) ++offset;
         const bool is_time_stamp = packets_ == 0 && offset + kTsPacketSize == stride_;

@@ -122,7 +122,7 @@ void check_stream_type_differs(const TableIndex& tables, RuleReport& report) {
             const auto [first, is_new] = first_with.emplace(
                 stream.elementary_pid, std::pair(stream.stream_type, pmt.program_number));
             const auto [type, service] = first->second;
-            // The same PMT twice on a PID is a fault of its own.
+            // elementary_pid_twice reports a PID that one PMT has twice.
             if (is_new || type == stream.stream_type || service == pmt.program_number) {
                 continue;
             }

@@ -18,7 +18,7 @@ struct Rule {
     void (*check)(const TableIndex& tables, RuleReport& report);
 };
 
-// All rules, errors first. Each has a name of its own.
+// All rules, errors first. No two have the same name.
 [[nodiscard]] const std::vector<Rule>& all_rules();
 
 // Where the tables break a rule, in the order of the rules. The tables may come from a
