@@ -57,7 +57,7 @@ play_out() (
     report=$(mktemp)
     trap 'end_started; rm -f "$report"' EXIT
     meanwhile "${kestan_monitor[@]}" "$stream" --duration "$seconds" >"$report"
-    grep -v ' PMT of ' "$report"
+    grep -v ' PMT ' "$report"
     read -r seen errors < <(awk '/^0x/ { seen++; errors += $(NF - 6) + $(NF - 5) }
                                  END { print seen + 0, errors + 0 }' "$report")
     echo "$pushed tables pushed, $seen seen with the TDT, $errors errors in them"

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <functional>
 #include <random>
 
 #include <boost/crc.hpp>
@@ -10,7 +11,7 @@
 #include "dvb/nanoseconds.h"
 #include "tables/section_packetizer.h"
 #include "tools/json/number_text.h"
-#include "tools/kestan-monitor/stream_limits.h"
+#include "tools/kestan-monitor/text_format.h"
 
 namespace {
 
@@ -57,17 +58,22 @@ struct Stream {
     }
     void send(std::int64_t time, const Section& section) { send(time, packets(section)); }
 
-    // What has failed on the section's PID, at `now`.
-    Checks failing(const Section& section, std::int64_t now) {
+    // What has failed by `now`, on the section's PID or anywhere. Of what lasts, the
+    // number is 1.
+    Checks failing(std::int64_t now, const Section* on = nullptr) {
+        statistics.advance(now, 0);
         Checks checks;
-        for (const auto& [check, text] : find_violations(statistics.figures(now))) {
-            if (text.rfind("PID " + hex_number(section.pid, 4) + ": ", 0) != 0) continue;
-            checks[check] = std::max(1, std::atoi(&text[text.rfind(": ") + 2]));
+        for (const auto& [fault, record] : statistics.faults().records()) {
+            if (on != nullptr && fault.pid != on->pid) continue;
+            const std::string check = check_name(fault.kind);
+            const bool lasts = fault.kind == FaultKind::silence ||
+                               check == "repetition" || check == "section_gap";
+            checks[check] = lasts ? 1 : checks[check] + static_cast<int>(record.count);
         }
         return checks;
     }
 
-    StreamStatistics statistics;
+    StreamStatistics statistics{0};
     std::map<int, int> counters;
 };
 
@@ -123,7 +129,10 @@ TEST(StreamStatistics, FindsJustTheFaultsThatAreThere) {
             wrong.erase(right);
         if (pid == kPmt.pid) wrong.erase("table_id");
         if (pid == kCat.pid) wrong.erase("repetition");
-        ASSERT_EQ(stream.failing(section, now), wrong) << round;
+        Checks found = stream.failing(now, &section);
+        for (const char* const other : {"pat_alternates", "tdt_stands_still"})
+            found.erase(other);
+        ASSERT_EQ(found, wrong) << round;
     }
 }
 
@@ -132,41 +141,262 @@ TEST(StreamStatistics, FollowsThePatInForce) {
     const Section second{kPat.pid, "00 b000 0001 c1 0101 0008 e100"};
     const Section changed{kPat.pid, "00 b000 0002 c3 0000 0009 e100"};
     Stream stream;
-    stream.send(0, kEmptyPat);
+    stream.send(0, Section{kPat.pid, "00 b000 0002 c5 0000"});
     stream.send(0, kPmt);
-    EXPECT_EQ(stream.statistics.figures(0).pids.back().tables.size(), 0u);
     stream.send(0, first);
     stream.send(1, second);
     stream.send(1, Section{kPat.pid, "00 b000 0001 c1 0302 0008 e100"});  // of no table
     stream.send(400 * kNsPerMs, first);
-    EXPECT_EQ(stream.failing(kPat, 500 * kNsPerMs + 1), Checks());
-    EXPECT_EQ(stream.failing(kPat, 500 * kNsPerMs + 2), (Checks{{"repetition", 1}}));
+    EXPECT_EQ(stream.failing(500 * kNsPerMs + 1, &kPat), Checks());
+    EXPECT_EQ(stream.failing(500 * kNsPerMs + 2, &kPat), (Checks{{"repetition", 1}}));
+    const auto missing = stream.failing(500 * kNsPerMs + 2, &kPmt);
+    EXPECT_EQ(missing, (Checks{{"repetition", 1}})) << "of service 8";
     stream.send(500 * kNsPerMs, kEmptyPat);
-    EXPECT_EQ(stream.failing(kPat, 800 * kNsPerMs), Checks()) << "it has one section now";
-    EXPECT_EQ(stream.failing(kPmt, 9 * kNsPerSecond), Checks()) << "it has no PMT now";
-    for (const Section& pat : {changed, changed}) stream.send(800 * kNsPerMs, pat);
-    for (const Section& with_st : {kSdt, kTdt}) {
-        stream.send(1, Section{with_st.pid, "72 7001 00"});
-        EXPECT_EQ(stream.failing(with_st, 1), Checks());
-    }
-    const std::vector<TableFigures> pmts =
-        stream.statistics.figures(0).pids.back().tables;
-    EXPECT_TRUE(!pmts.at(0).in_pat && !pmts.at(1).in_pat && pmts.at(2).in_pat);
+    EXPECT_EQ(stream.failing(800 * kNsPerMs, &kPat).size(), 1u)
+        << "it has one section now";
+    EXPECT_EQ(stream.failing(9 * kNsPerSecond, &kPmt), missing) << "it has no PMT now";
+    stream.send(9 * kNsPerSecond, changed);
+    const auto& pmts = stream.statistics.pids().at(kPmt.pid).tables;
+    ASSERT_EQ(pmts.size(), 2u);
+    EXPECT_FALSE(pmts.at({TableType::pmt, 7}).is_announced());
+    EXPECT_TRUE(pmts.at({TableType::pmt, 9}).is_announced());
 }
 
-TEST(StreamStatistics, GivesRatesPeakJitterAndTime) {
+TEST(StreamStatistics, GivesRatesPeakAndTime) {
     Stream stream;
     stream.send(0, stream.packets(kSdt) + stream.packets(kPat));
     stream.send(kPeakWindowNs - 1, kPat);
     stream.send(kPeakWindowNs, stream.packets(kPat) + stream.packets(kTdt));
-    stream.send(kPeakWindowNs + 20 * kNsPerMs, "not packets");
     stream.send(kPeakWindowNs - 5, kSdt);  // a stamp that goes back
-    const StreamFigures figures = stream.statistics.figures(kNsPerSecond / 2);
-    EXPECT_EQ(figures.malformed_datagrams, 1u);
-    EXPECT_DOUBLE_EQ(figures.bit_rate, 6 * 1504 / 0.5);
-    EXPECT_DOUBLE_EQ(figures.peak_bit_rate, 4 * 1504 / 0.1);
-    EXPECT_EQ(figures.jitter.greatest, kPeakWindowNs - 2);
-    EXPECT_EQ(figures.pids.at(2).tables[0].utc, "1993-10-13 12:45:59");
+    stream.statistics.advance(kNsPerSecond / 2, 0);
+    EXPECT_EQ(stream.statistics.packets(), 6u);
+    EXPECT_EQ(stream.statistics.duration(), kNsPerSecond / 2);
+    EXPECT_DOUBLE_EQ(stream.statistics.peak_bit_rate(), 4 * 1504 / 0.1);
+    const auto& tdt = stream.statistics.pids().at(kTdt.pid).tables.at({TableType::tdt});
+    EXPECT_EQ(utc_date_and_time(*tdt.utc()), "1993-10-13 12:45:59");
+}
+
+using Datagrams = std::vector<std::string>;
+
+// A right stream of seven seconds: a datagram of a null packet, a video's packet and the
+// tables that are due, every 100 ms.
+struct RightStream : Stream {
+    // What step `step` sends; `tdt` is the TDT's time, seconds from its usual one.
+    Datagrams step(int step) {
+        std::string datagram = packet(0x1FFF, null_counter += 5);
+        datagram += packet(0x0200, video_counter++);
+        if (step % 2 == 0) {
+            Section section = pat;
+            datagram += packets(section) + packets(pmt);
+        }
+        if (step % 5 == 1) datagram += packets(kCat) + packets(kSdt);
+        char hex[] = "70 7000 c079 124500";
+        std::snprintf(hex + 17, 3, "%02d", step / 10 + tdt);
+        if (step % 10 == 3) datagram += packets({kTdt.pid, hex});
+        return {datagram};
+    }
+
+    static std::string packet(int pid, int counter, char flags = 0x10) {
+        std::string bytes(kTsPacketSize, '\0');
+        bytes[0] = 0x47;
+        bytes[1] = static_cast<char>(pid >> 8);
+        bytes[2] = static_cast<char>(pid);
+        bytes[3] = static_cast<char>(flags | (counter & 0x0F));
+        return bytes;
+    }
+
+    Section pat = kPat;
+    Section pmt = kPmt;
+    int tdt = 10;
+    int null_counter = 0;
+    int video_counter = 0;
+};
+
+// The `part`th packet of what is sent.
+char* packet_of(Datagrams& datagrams, std::size_t part) {
+    return &datagrams.at(0).at(part * kTsPacketSize);
+}
+
+constexpr char kTopBit = '\x80';
+
+struct Break {
+    const char* name;
+    std::function<void(RightStream&, int step, Datagrams&)> edit;
+    Checks expected;
+};
+
+// Step 40 sends null packet, video, PAT and PMT.
+const Break kBreaks[] = {
+    {"nothing", [](auto&, int, auto&) {}, {}},
+    {"lost sync byte",
+     [](auto&, int step, auto& sent) { packet_of(sent, 0)[0] ^= step == 40; },
+     {{"sync_byte", 1}}},
+    {"transport_error_indicator",
+     [](auto&, int step, auto& sent) {
+         if (step == 40) packet_of(sent, 2)[1] |= kTopBit;
+     },
+     {{"transport_error", 1}}},
+    {"scrambled PMT",
+     [](auto&, int step, auto& sent) {
+         if (step == 40) packet_of(sent, 3)[3] |= kTopBit;
+     },
+     {{"scrambled", 1}}},
+    {"scrambled video",
+     [](auto&, int, auto& sent) { packet_of(sent, 1)[3] |= kTopBit; },
+     {}},
+    {"no packets",
+     [](auto&, int step, auto& sent) {
+         if (step == 40) sent.push_back("no packets");
+     },
+     {{"malformed", 1}}},
+    {"RTP",
+     [](auto&, int, auto& sent) {
+         sent[0].insert(0, std::string("\xb1!", 2) + std::string(14, '\0') +
+                               std::string("\0\0\0\1", 4) + "abcd");
+         sent[0] += std::string("\0\0\3", 3);
+     },
+     {}},
+    {"204-byte packets",
+     [](auto&, int step, auto& sent) {
+         if (step != 40) return;
+         for (std::size_t at = 188; at <= sent[0].size(); at += 204)
+             sent[0].insert(at, 16, 'x');
+     },
+     {{"coded_packets", 1}}},
+    {"lost video packet",
+     [](auto& stream, int step, auto&) { stream.video_counter += step == 40; },
+     {{"continuity", 1}}},
+    {"lost packet behind a discontinuity_indicator",
+     [](auto& stream, int step, auto& sent) {
+         if (step != 40) return;
+         stream.video_counter += 3;
+         sent.push_back(stream.packet(0x0200, stream.video_counter++, 0x30));
+         sent.back()[4] = 1;
+         sent.back()[5] = kTopBit;
+     },
+     {}},
+    {"packet without payload",
+     [](auto& stream, int step, auto& sent) {
+         if (step == 40)
+             sent.push_back(stream.packet(0x0200, stream.video_counter - 1, 0x20));
+     },
+     {}},
+    {"packet without payload that counts",
+     [](auto& stream, int step, auto& sent) {
+         if (step == 40)
+             sent.push_back(stream.packet(0x0200, stream.video_counter++, 0x20));
+     },
+     {{"continuity", 1}}},
+    {"repeated counter with another content",
+     [](auto& stream, int step, auto& sent) {
+         if (step != 40) return;
+         sent.push_back(stream.packet(0x0200, stream.video_counter - 1));
+         sent.back().back() = 1;
+     },
+     {{"continuity", 1}}},
+    {"pause",
+     [](auto&, int step, auto& sent) {
+         if (step / 6 == 6) sent.clear();
+     },
+     {{"continuity", 5}, {"silence", 1}, {"repetition", 1}}},
+    {"PMT on a PID of its own",
+     [](auto& stream, int step, auto& sent) {
+         if (step > 40 && step <= 46) sent.push_back(stream.packets({0x0300, kPmt.hex}));
+         if (step >= 50 && step <= 56) sent.push_back(stream.packets({0x0310, kPmt.hex}));
+     },
+     {{"unannounced_pmt", 1}}},
+    {"two PATs",
+     [](auto& stream, int step, auto&) {
+         stream.pat.hex[14] = step > 40 && step % 4 == 1 ? '3' : '1';
+     },
+     {{"pat_alternates", 13}}},
+    {"a PAT and one second later the one before",
+     [](auto& stream, int step, auto&) {
+         stream.pat.hex[14] = step > 30 && step <= 42 ? '3' : '1';
+     },
+     {}},
+    {"PCR_PID without a stream for less than two seconds, and for longer",
+     [](auto& stream, int step, auto&) {
+         if (step == 4) stream.pmt.hex = "02 b000 0007 c3 0000 e200 f000";
+         if (step == 22) stream.pmt.hex = "02 b000 0007 c5 0000 ffff f000";
+         if (step == 40) stream.pmt.hex = "02 b000 0007 c7 0000 e200 f000";
+     },
+     {{"consistency", 1}}},
+    {"TDT that stands still",
+     [](auto& stream, int step, auto&) { stream.tdt -= step > 40 && step % 10 == 0; },
+     {{"tdt_stands_still", 1}}},
+    {"TDT that goes back",
+     [](auto& stream, int step, auto&) { stream.tdt -= step == 40 ? 2 : 0; },
+     {{"tdt_goes_back", 1}}},
+    {"TDT 5 s away for once",
+     [](auto& stream, int step, auto&) {
+         stream.tdt += step == 40 ? 5 : step == 50 ? -5 : 0;
+     },
+     {{"tdt_offset", 1}, {"tdt_goes_back", 1}}},
+};
+
+TEST(StreamStatistics, FindsOneFaultInAStreamThatIsRightOtherwise) {
+    for (const Break& broken : kBreaks) {
+        RightStream stream;
+        const std::int64_t utc_of_step_0 = 750516310;  // 1993-10-13 12:45:10
+        stream.statistics.set_civil_clock(utc_of_step_0 * kNsPerSecond, 4 * kNsPerSecond);
+        for (int step = 0; step < 70; ++step) {
+            Datagrams sent = stream.step(step);
+            broken.edit(stream, step, sent);
+            stream.statistics.advance(step * 100 * kNsPerMs, 0);
+            for (const std::string& datagram : sent)
+                stream.send(step * 100 * kNsPerMs, datagram);
+        }
+        EXPECT_EQ(stream.failing(7 * kNsPerSecond), broken.expected) << broken.name;
+        for (const auto& [fault, record] : stream.statistics.faults().records())
+            EXPECT_GE(record.first, utc_of_step_0 * kNsPerSecond + 3900 * kNsPerMs)
+                << broken.name;
+    }
+}
+
+TEST(StreamStatistics, FindsAStreamThatBeginsLateEndsEarlyOrIsLost) {
+    const Checks silence{{"silence", 1}};
+    for (const std::int64_t late_ms : {500, 501}) {
+        Stream stream;
+        stream.send(late_ms * kNsPerMs, kPat);
+        EXPECT_EQ(stream.failing(late_ms * kNsPerMs), late_ms > 500 ? silence : Checks());
+    }
+    Stream rare;  // without a table of 500 ms
+    rare.send(0, kSdt);
+    EXPECT_EQ(rare.failing(2 * kNsPerSecond).count("silence"), 0u);
+    EXPECT_EQ(rare.failing(2 * kNsPerSecond + 1).count("silence"), 1u);
+    rare.statistics.advance(3 * kNsPerSecond, 7);
+    EXPECT_EQ(rare.failing(3 * kNsPerSecond)["lost"], 7);
+    Stream none;
+    none.statistics.finish();
+    EXPECT_EQ(none.failing(kNsPerSecond), (Checks{{"reception", 1}}));
+}
+
+TEST(StreamStatistics, KeepsItsMemoryBoundedInAHostileStream) {
+    Stream stream;
+    std::mt19937 random(1);
+    std::array<char, 64> hex{};
+    std::int64_t now = 0;
+    for (int i = 0; i < 40000; ++i) {
+        const auto service = static_cast<unsigned>(random() & 0xFFFF);
+        const auto pid = static_cast<unsigned>(0x20 + random() % 8000);
+        const int version = 0xC1 | i / 50 % 32 * 2;
+        if (i % 50 == 0)
+            std::snprintf(hex.data(), hex.size(), "00 b000 0001 %02x 0000 %04x %04x",
+                          version, service, 0xE000 | pid);
+        else
+            std::snprintf(hex.data(), hex.size(), "02 b000 %04x c1 0000 ffff f000",
+                          service);
+        stream.send(
+            now += 10 * kNsPerMs,
+            Section{static_cast<std::uint16_t>(i % 50 == 0 ? 0 : pid), hex.data()});
+        stream.send(now, RightStream::packet(static_cast<int>(pid), i * 7));
+    }
+    std::size_t tables = 0;
+    for (const auto& [number, on] : stream.statistics.pids()) tables += on.tables.size();
+    EXPECT_LE(tables, 1010u);
+    EXPECT_LE(stream.statistics.faults().records().size(), FaultLog::kMaxFaults);
+    EXPECT_GT(stream.failing(now).at("unannounced_pmt"), 50);
 }
 
 }  // namespace

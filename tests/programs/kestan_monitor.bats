@@ -24,19 +24,72 @@ measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
         and (.[0].text | contains("PMT of service 102"))'
 }
 
-# The first four lines of five in place, and the whole report when the screen is back.
-@test "shows a table, on a terminal in place, until Ctrl-C" {
+# on_screen <pattern>: waits until the terminal shows it.
+on_screen_now() { tmux capture-pane -ep | grep -q -- "$1"; }
+on_screen() { wait_until on_screen_now "$1"; }
+
+@test "shows a report, on a terminal in place, that scrolls and fits" {
     play_small
     run -0 timeout --preserve-status -s INT 2 kestan-monitor 127.0.0.1:5432
-    [[ $output == *$'\n0x0000  PAT  '* ]]
-    script -qec "stty rows 5; kestan-monitor 127.0.0.1:5432 -d 1.2" typescript </dev/null
-    grep -n "^.\[K… more than the screen holds.*1049l127" typescript | grep ^6:
+    [[ $output == *$'\n  verdict    Nothing is outside the limits.\n'* ]]
+    [[ $output == *$'\n0x0100  PMT 101 Harbour Television '* ]]
+
+    export TMUX_TMPDIR=$PWD
+    tmux -f /dev/null new-session -d -x 60 -y 11 kestan-monitor 127.0.0.1:5432 -d 60
+    on_screen '^0x0000  PAT'
+    on_screen '^… 5 more PIDs'
+    on_screen $'\e\\[32m  verdict  '
+    tmux send-keys j Down
+    on_screen '^… 3 more PIDs'
+    run ! on_screen_now '^0x0001'
+    kestan-control stop-pmt 102 0x110
+    tmux resize-window -x 110 -y 30
+    on_screen '^0x0120  PMT 103 Pebble Radio .* 500$'
+    on_screen $'\e\\[31m  verdict    1 fault, the last at ..:..:..\\....'
+    on_screen '^  ..:..:..\.... *PID 0x0110: PMT of service 102: a section was away'
+    tmux send-keys q
+    wait_until eval '! tmux has-session'
 }
 
 @test "receives a multicast group" {
     needs_own_network
     play -I lo -O 226.0.0.10/5432
     kestan-monitor 226.0.0.10:5432 -i lo -d 1.5 | grep "TDT 20"
+}
+
+@test "writes metrics that Prometheus takes, a record and a picture" {
+    play_small
+    kestan-monitor 127.0.0.1:5432 -d 2.2 --metrics metrics.prom --record record.ts \
+        --plot plot.svg
+    for line in 'up{S} 1' 'packets_total{S,pid="0x0014"} [23]' 'faults_total{S,check="crc"} 0' \
+        'last_interval_seconds{S,pid="0x0110",table="PMT",service_id="102"} 0\.[12]'; do
+        grep "^kestan_monitor_${line/S/stream=\"127.0.0.1:5432\"}" metrics.prom
+    done
+    [ "$(grep -c 'class="strip"' plot.svg)" -eq 8 ]
+    grep -q 'class="dots" d="M[0-9.]* [0-9.]*h0M' plot.svg  # two intervals of the PAT
+    kestan-control import record.ts | jq -e '.pmts | length == 3'
+    run -2 kestan-monitor 127.0.0.1:5432 -d 1 --metrics nowhere/metrics.prom
+    [ -x "$(command -v promtool)" ] || skip "no promtool (package prometheus)"
+    promtool check metrics <metrics.prom
+}
+
+@test "measures arrivals, not its own delays, and counts what it loses" {
+    play_small
+    watch
+    sleep 0.5
+    kill -STOP "${pid[monitor]}"
+    sleep 0.8
+    kill -CONT "${pid[monitor]}"
+    finds_nothing 0.5
+
+    watch
+    kill -STOP "${pid[monitor]}"
+    head -c 100M /dev/zero | socat -b 1316 - UDP-SENDTO:127.0.0.1:5432
+    kill -CONT "${pid[monitor]}"
+    sleep 0.5
+    finish monitor INT || [ $? -eq 1 ]
+    reports '.lost_datagrams as $lost | .malformed_datagrams > 50 and $lost > 50 and
+        any(.outside_limits[]; .check == "lost" and .count == $lost)'
 }
 
 @test "says why it cannot receive" {

@@ -64,7 +64,8 @@ play_small() { play "$@" && kestan-control push "$small"; }
 # watch [command that enters a network]...: has $stream measured until finds_nothing or
 # `finish monitor INT`. The report is in monitor.out.
 watch() {
-    start monitor "$@" kestan-monitor "${stream:=127.0.0.1:5432}" --json --check
+    start monitor "$@" kestan-monitor "${stream:=127.0.0.1:5432}" --json --check \
+        --clock-tolerance 0
     listens monitor "${stream#*:}"
 }
 

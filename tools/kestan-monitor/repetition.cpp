@@ -10,35 +10,38 @@ void Repetition::expect(std::int64_t now) {
 }
 
 void Repetition::withdraw(std::int64_t now) {
-    figures_.longest = std::max(figures_.longest, longest_wait(now));
+    advance(now);
     expected_ = false;
     timers_.clear();
 }
 
-void Repetition::add(std::uint8_t section_number, std::uint8_t last_section_number,
-                     std::int64_t now) {
-    if (section_number > last_section_number) return;
+std::optional<std::int64_t> Repetition::add(std::uint8_t section_number,
+                                            std::uint8_t last_section_number,
+                                            std::int64_t now) {
+    if (section_number > last_section_number) return std::nullopt;
     timers_.resize(std::size_t{last_section_number} + 1, Timer{now});
     Timer& timer = timers_[section_number];
+    if (expected_) look_at(timer, now);
+    timer.is_overdue = false;
     const std::int64_t wait = now - std::exchange(timer.since, now);
-    const bool is_interval = std::exchange(timer.has_come, true);
-    if (is_interval || expected_) figures_.longest = std::max(figures_.longest, wait);
-    if (!is_interval) return;
-    figures_.intervals.add(wait);
+    if (!std::exchange(timer.has_come, true)) return std::nullopt;
+    intervals_.add(wait);
+    longest_ = std::max(longest_, wait);
+    last_interval_ = wait;
     const auto before = std::exchange(timer.last_interval, wait);
-    if (before) figures_.jitter.add(std::abs(wait - *before));
+    if (before) jitter_.add(std::abs(wait - *before));
+    return wait;
 }
 
-Repetition::Figures Repetition::figures(std::int64_t now) const {
-    Figures figures = figures_;
-    figures.longest = std::max(figures.longest, longest_wait(now));
-    return figures;
+void Repetition::advance(std::int64_t now) {
+    if (!expected_) return;
+    for (Timer& timer : timers_) look_at(timer, now);
 }
 
-std::int64_t Repetition::longest_wait(std::int64_t now) const {
-    if (!expected_ || timers_.empty()) return 0;
-    const auto oldest = std::min_element(
-        timers_.begin(), timers_.end(),
-        [](const Timer& a, const Timer& b) { return a.since < b.since; });
-    return now - oldest->since;
+void Repetition::look_at(Timer& timer, std::int64_t now) {
+    const std::int64_t wait = now - timer.since;
+    longest_ = std::max(longest_, wait);
+    if (!limit_ || wait <= *limit_) return;
+    const bool is_new = !std::exchange(timer.is_overdue, true);
+    on_overdue_({timer.since + *limit_, wait, is_new, timer.has_come});
 }

@@ -2,6 +2,7 @@
 #define KESTAN_TOOLS_KESTAN_MONITOR_REPETITION_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -14,46 +15,67 @@
 // time of a section is the arrival of its last byte. One thread.
 class Repetition {
 public:
-    struct Figures {
-        // From each section to the next one with its number.
-        Spread intervals;
-
-        // How much an interval differs from the one before it, sections of one number
-        // compared: the table's jitter of arrival. It is 0 for a table that comes with a
-        // constant period.
-        Spread jitter;
-
-        // The greatest interval or, if longer, the longest wait for a section of an
-        // expected table that had not come before, or has not come again.
-        std::int64_t longest = 0;
+    // A wait that is longer than the limit.
+    struct Overdue {
+        std::int64_t limit_passed;  // when
+        std::int64_t wait;          // its length so far
+        bool is_new;                // it has not been reported before
+        bool has_come;              // the section came before the wait
     };
+    using OnOverdue = std::function<void(const Overdue&)>;
 
-    // The table is to be there from `now` on: waiting for its sections counts.
+    // Waits longer than `limit` are given to `on_overdue`, each of them at least when it
+    // ends or at the next call of advance().
+    Repetition(std::optional<std::int64_t> limit, OnOverdue on_overdue)
+        : limit_(limit), on_overdue_(std::move(on_overdue)) {}
+
+    // The table has to be there from `now` on: waiting for its sections counts.
     void expect(std::int64_t now);
 
-    // The table is not expected any more; if it comes all the same, intervals alone
-    // count.
+    // The table is not expected any more. If it comes all the same, it is measured, but
+    // never overdue.
     void withdraw(std::int64_t now);
 
-    // A section has come. A section_number beyond the last is passed over.
-    void add(std::uint8_t section_number, std::uint8_t last_section_number,
-             std::int64_t now);
+    // A section has come. Returns the time since the one with its number, if there was
+    // one. A section_number beyond the last is ignored.
+    std::optional<std::int64_t> add(std::uint8_t section_number,
+                                    std::uint8_t last_section_number, std::int64_t now);
+
+    // Nothing more has come up to `now`.
+    void advance(std::int64_t now);
 
     [[nodiscard]] bool expected() const { return expected_; }
-    [[nodiscard]] Figures figures(std::int64_t now) const;
+
+    // From each section to the next one with its number.
+    [[nodiscard]] const Spread& intervals() const { return intervals_; }
+    [[nodiscard]] std::int64_t last_interval() const { return last_interval_; }
+
+    // How much an interval differs from the one before it, sections of one number
+    // compared: the table's jitter of arrival. It is 0 for a constant period.
+    [[nodiscard]] const Spread& jitter() const { return jitter_; }
+
+    // The greatest interval or, if longer, the longest wait for a section of an expected
+    // table that had not come before, or has not come again by the last advance().
+    [[nodiscard]] std::int64_t longest() const { return longest_; }
 
 private:
     struct Timer {
         std::int64_t since = 0;
         bool has_come = false;
+        bool is_overdue = false;
         std::optional<std::int64_t> last_interval = std::nullopt;
     };
 
-    [[nodiscard]] std::int64_t longest_wait(std::int64_t now) const;
+    void look_at(Timer& timer, std::int64_t now);
 
+    std::optional<std::int64_t> limit_;
+    OnOverdue on_overdue_;
     bool expected_ = false;
     std::vector<Timer> timers_;  // by section_number; empty until one is known of
-    Figures figures_;
+    Spread intervals_;
+    Spread jitter_;
+    std::int64_t last_interval_ = 0;
+    std::int64_t longest_ = 0;
 };
 
 #endif

@@ -1,19 +1,28 @@
 #include "tools/kestan-monitor/stream_statistics.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <cstring>
-#include <ctime>
-#include <set>
+#include <initializer_list>
 
-#include "dvb/nanoseconds.h"
 #include "dvb/psi_si.h"
+#include "tools/kestan-monitor/carried_tables.h"
 
 namespace {
 
-constexpr std::uint16_t kNullPid = 0x1FFF;  // ISO/IEC 13818-1, table 2-3
-constexpr std::ptrdiff_t kUtcTimeSize = 5;  // ETSI EN 300 468, 5.2.5
+constexpr std::uint16_t kNullPid = 0x1FFF;         // ISO/IEC 13818-1, table 2-3
+constexpr std::ptrdiff_t kUtcTimeSize = 5;         // ETSI EN 300 468, 5.2.5
+constexpr std::uint8_t kTransportError = 0x80;     // in byte 1
+constexpr std::uint8_t kScramblingControl = 0xC0;  // in byte 3
+
+// A PID may carry a PMT for so long before the PAT announces it, or after the PAT has
+// ceased to (ETSI TR 101 290, 3.4).
+constexpr std::int64_t kUnannouncedLimitNs = 500 * kNsPerMs;
+
+// Memory stays bounded when a stream has PMTs of any service_id.
+constexpr std::size_t kMaxUnannouncedTables = 1000;
+
+bool has_fixed_use(std::uint16_t pid) {
+    return pid == kPatPid || pid == kCatPid || pid == kSdtPid || pid == kTdtPid;
+}
 
 // What the PIDs with a fixed use may carry (ETSI TR 101 290, 1.3, 2.6, 3.5, 3.8); any
 // other may carry anything.
@@ -30,227 +39,261 @@ bool may_carry(std::uint16_t pid, std::uint8_t table_id) {
 
 // The table that sections of `table_id` on `pid` belong to, if it is one that is
 // followed.
-std::optional<TableKind> kind_of(std::uint16_t pid, std::uint8_t table_id) {
-    if (pid == kPatPid && table_id == kPatTableId) return TableKind::pat;
-    if (pid == kCatPid && table_id == kCatTableId) return TableKind::cat;
-    if (pid == kSdtPid && table_id == kSdtActualTableId) return TableKind::sdt;
-    if (pid == kTdtPid && table_id == kTdtTableId) return TableKind::tdt;
-    if (table_id == kPmtTableId) return TableKind::pmt;
+std::optional<TableType> type_of(std::uint16_t pid, std::uint8_t table_id) {
+    if (pid == kPatPid && table_id == kPatTableId) return TableType::pat;
+    if (pid == kCatPid && table_id == kCatTableId) return TableType::cat;
+    if (pid == kSdtPid && table_id == kSdtActualTableId) return TableType::sdt;
+    if (pid == kTdtPid && table_id == kTdtTableId) return TableType::tdt;
+    if (table_id == kPmtTableId) return TableType::pmt;
     return std::nullopt;
 }
 
 // Whether it is a section of such a table, and one that is in force.
-bool refreshes(TableKind kind, const dvbpsi_psi_section_t& section) {
+bool refreshes(TableType type, const dvbpsi_psi_section_t& section) {
     const bool is_long = section.b_syntax_indicator;
     const std::ptrdiff_t size = section.p_payload_end - section.p_payload_start;
-    if (kind == TableKind::tdt) return !is_long && size == kUtcTimeSize;
+    if (type == TableType::tdt) return !is_long && size == kUtcTimeSize;
     return is_long && size >= 0 && section.b_current_next;
 }
 
-int from_bcd(std::uint8_t byte) {
-    return (byte >> 4) * 10 + (byte & 0x0F);
+// Whether a PMT seems to start at the first byte of the payload: pointer_field 0,
+// table_id, and the bits that every PMT has (ISO/IEC 13818-1, 2.4.4.8). A PES packet
+// starts with 0x00 0x00 0x01.
+bool looks_like_pmt(const std::uint8_t* packet) {
+    return starts_section(packet) && (packet[3] & kHasAdaptation) == 0 &&
+           packet[4] == 0 && packet[5] == kPmtTableId && (packet[6] & 0xFC) == 0xB0;
 }
 
-std::string utc_text(const std::uint8_t* utc_time) {
-    const std::int64_t days = (utc_time[0] << 8 | utc_time[1]) - kMjdOfEpoch;
-    const std::time_t seconds = days * kSecondsPerDay;
-    std::tm date{};
-    gmtime_r(&seconds, &date);
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d",
-                  date.tm_year + 1900, date.tm_mon + 1, date.tm_mday,
-                  from_bcd(utc_time[2]), from_bcd(utc_time[3]), from_bcd(utc_time[4]));
-    return text.data();
-}
-
-bool is_whole_packets(const std::uint8_t* datagram, std::size_t size) {
-    if (size == 0 || size % kTsPacketSize != 0) return false;
-    for (std::size_t at = 0; at < size; at += kTsPacketSize) {
-        if (datagram[at] != kSyncByte) return false;
-    }
-    return true;
-}
-
-double bits(std::uint64_t packets) {
-    return static_cast<double>(packets * kTsPacketBits);
-}
-
-double per_second(double amount, std::int64_t duration) {
-    if (duration <= 0) return 0;
-    return amount * static_cast<double>(kNsPerSecond) / static_cast<double>(duration);
+bool is_scrambled(const std::uint8_t* packet) {
+    return (packet[3] & kScramblingControl) != 0;
 }
 
 }  // namespace
 
-StreamStatistics::StreamStatistics() {
-    pat_collector_.emplace();
-    table_pid(kPatPid).tables[{TableKind::pat, 0}];
-    table_pid(kCatPid);
-    table_pid(kSdtPid).tables[{TableKind::sdt, 0}];
-    table_pid(kTdtPid).tables[{TableKind::tdt, 0}];
+StreamStatistics::StreamStatistics(std::int64_t start)
+    : now_(start), last_arrival_(start) {
+    for (const std::uint16_t number : {kPatPid, kCatPid, kSdtPid, kTdtPid}) {
+        PidRecord& on = pid(number);
+        on.has_to_carry_tables = true;
+        collect_tables(on);
+    }
+    table(pid(kPatPid), {TableType::pat});
+    table(pid(kSdtPid), {TableType::sdt});
+    table(pid(kTdtPid), {TableType::tdt});
 }
 
-StreamStatistics::~StreamStatistics() = default;
+void StreamStatistics::set_civil_clock(std::int64_t civil_minus_steady,
+                                       std::optional<std::int64_t> tolerance) {
+    faults_.set_civil_minus_steady(civil_minus_steady);
+    tdt_check_.set_tolerance(tolerance);
+}
 
 void StreamStatistics::begin(std::int64_t now) {
     start_ = now;
-    now_ = now;
     for (auto& [number, pid] : pids_) {
-        for (auto& [key, table] : pid.tables) table.repetition.expect(now);
+        for (auto& [key, table] : pid.tables) table.expect(now);
     }
 }
 
-StreamStatistics::Pid& StreamStatistics::pid(std::uint16_t number) {
-    Pid& found = pids_[number];
-    found.number = number;
-    return found;
+PidRecord& StreamStatistics::pid(std::uint16_t number) {
+    return pids_.try_emplace(number, number).first->second;
 }
 
-StreamStatistics::Pid& StreamStatistics::table_pid(std::uint16_t number) {
-    Pid& found = pid(number);
-    if (!found.collector) {
-        found.collector = std::make_unique<SectionCollector>(
-            [this, &found](const dvbpsi_psi_section_t& section) {
-                on_section(found, section);
-            });
+void StreamStatistics::collect_tables(PidRecord& on) {
+    if (on.collector) return;
+    on.collector = std::make_unique<SectionCollector>(
+        [this, &on](const dvbpsi_psi_section_t& section) { on_section(on, section); });
+}
+
+// Returns null for one more PMT that is not announced than are kept.
+TableRecord* StreamStatistics::table(PidRecord& on, const TableKey& key) {
+    const auto found = on.tables.find(key);
+    if (found != on.tables.end()) return &found->second;
+    if (key.type == TableType::pmt &&
+        announced_.count({on.number, key.service_id}) == 0 &&
+        ++unannounced_tables_ > kMaxUnannouncedTables) {
+        return nullptr;
     }
-    return found;
+    return &on.tables.try_emplace(key, on.number, key, faults_).first->second;
 }
 
-void StreamStatistics::push(std::int64_t arrival, const std::uint8_t* datagram,
-                            std::size_t size) {
-    if (!start_) begin(arrival);
+std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
+                                                      const std::uint8_t* datagram,
+                                                      std::size_t size) {
     now_ = std::max(now_, arrival);
-    ++totals_.datagrams;
-    if (!is_whole_packets(datagram, size)) {
-        ++totals_.malformed_datagrams;
-        return;
+    check_silence(now_);
+    is_silent_ = false;
+    last_arrival_ = now_;
+    if (!start_) begin(now_);
+    ++datagrams_;
+    const auto found = find_packets(datagram, size);
+    if (!found) {
+        faults_.add({FaultKind::malformed}, now_);
+        return found;
     }
-    const std::size_t packets = size / kTsPacketSize;
-    totals_.packets += packets;
-    totals_.packets_per_datagram.add(static_cast<std::int64_t>(packets));
-    count_in_peak(packets);
-    for (std::size_t i = 0; i < packets; ++i) push_packet(datagram + i * kTsPacketSize);
+    if (found->stride == kCodedPacketSize) faults_.add({FaultKind::coded_packets}, now_);
+    if (found->in_rtp) is_rtp_ = true;
+    packets_ += found->count;
+    sizes_.add(static_cast<std::int64_t>(found->count));
+    peak_.add(now_, found->count);
+    for (std::size_t i = 0; i < found->count; ++i) push_packet(found->packet(i));
+    return found;
 }
 
-void StreamStatistics::count_in_peak(std::size_t packets) {
-    window_.emplace_back(now_, packets);
-    window_packets_ += packets;
-    while (window_.front().first <= now_ - kPeakWindowNs) {
-        window_packets_ -= window_.front().second;
-        window_.pop_front();
+// The stream is never without a datagram for longer than its most frequent table may be
+// away.
+std::int64_t StreamStatistics::longest_silence() const {
+    std::optional<std::int64_t> shortest;
+    for (const auto& [number, pid] : pids_) {
+        for (const auto& [key, table] : pid.tables) {
+            const auto limit = repetition_limit(key.type);
+            if (table.sections() > 0 && limit)
+                shortest = std::min(shortest.value_or(*limit), *limit);
+        }
     }
-    peak_packets_ = std::max(peak_packets_, window_packets_);
+    return shortest.value_or(*repetition_limit(TableType::pat));
+}
+
+void StreamStatistics::check_silence(std::int64_t now) {
+    const std::int64_t silence = now - last_arrival_;
+    if (silence <= *repetition_limit(TableType::pat)) return;  // the least one
+    const std::int64_t limit = longest_silence();
+    if (silence <= limit) return;
+    const Fault fault{FaultKind::silence};
+    if (!std::exchange(is_silent_, true))
+        faults_.add(fault, last_arrival_ + limit, silence);
+    faults_.extend(fault, silence);
+}
+
+void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
+    now_ = std::max(now_, now);
+    if (lost > lost_)
+        faults_.add({FaultKind::lost}, now_, 0, lost - std::exchange(lost_, lost));
+    if (!start_) return;
+    check_silence(now_);
+    for (auto& [number, pid] : pids_) {
+        for (auto& [key, table] : pid.tables) table.advance(now_);
+    }
+    if (std::exchange(has_new_tables_, false)) {
+        tables_ = decode_tables(pids_);
+        consistency_.replace(tables_, now_);
+    }
+    consistency_.advance(now_);
+}
+
+void StreamStatistics::finish() {
+    if (!start_) faults_.add({FaultKind::reception}, now_);
 }
 
 void StreamStatistics::push_packet(const std::uint8_t* packet) {
+    if (packet[0] != kSyncByte) {
+        faults_.add({FaultKind::sync_byte}, now_);
+        return;
+    }
     const auto number = pid_of(packet);
-    Pid& on = pid(number);
+    PidRecord& on = pid(number);
     ++on.packets;
+    const bool has_error = (packet[1] & kTransportError) != 0;
+    if (has_error) faults_.add(on.fault(FaultKind::transport_error), now_);
     if (number == kNullPid) return;
-    on.continuity.push(packet);
-    if (!on.collector) return;
-
-    const bool has_remainder = on.collector->is_collecting() && packet[4] != 0;
-    if (starts_section(packet) && !has_remainder) on.section_start = now_;
-    if (number == kPatPid) pat_collector_->push(packet);
-    on.collector->push(packet);
+    const Continuity continuity = on.continuity.push(packet);
+    if (continuity == Continuity::broken)
+        faults_.add(on.fault(FaultKind::continuity), now_);
+    if (continuity == Continuity::repeat || has_error) return;
+    if (is_scrambled(packet)) {
+        if (on.has_to_carry_tables) faults_.add(on.fault(FaultKind::scrambled), now_);
+        return;
+    }
+    if (!on.collector && looks_like_pmt(packet)) collect_tables(on);
+    if (on.collector) push_to_collector(on, packet);
 }
 
-void StreamStatistics::on_section(Pid& on, const dvbpsi_psi_section_t& section) {
+void StreamStatistics::push_to_collector(PidRecord& on, const std::uint8_t* packet) {
+    const bool has_remainder = on.collector->is_collecting() && packet[4] != 0;
+    if (starts_section(packet) && !has_remainder) on.section_start = now_;
+    const std::uint64_t before = on.collector->crc_errors();
+    on.collector->push(packet);
+    const std::uint64_t wrong = on.collector->crc_errors() - before;
+    if (wrong > 0 && on.has_to_carry_tables)
+        faults_.add(on.fault(FaultKind::crc), now_, 0, wrong);
+}
+
+void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& section) {
     // Whatever follows in this packet begins now.
     const std::int64_t start = std::exchange(on.section_start, now_);
     if (!may_carry(on.number, section.i_table_id)) {
-        ++on.wrong_table_ids;
+        faults_.add(on.fault(FaultKind::table_id), now_);
         return;
     }
-    const std::optional<TableKind> kind = kind_of(on.number, section.i_table_id);
-    if (!kind || !refreshes(*kind, section)) return;
+    const std::optional<TableType> type = type_of(on.number, section.i_table_id);
+    if (!type || !refreshes(*type, section)) return;
 
-    const bool is_pmt = *kind == TableKind::pmt;
-    Table& table = on.tables[{*kind, is_pmt ? section.i_extension : std::uint16_t{0}}];
-    ++table.sections;
-    table.repetition.add(section.i_number, section.i_last_number, now_);
-    if (table.last_end) table.section_gaps.add(start - *table.last_end);
-    table.last_end = now_;
-    if (*kind == TableKind::tdt) {
-        table.utc = utc_text(section.p_payload_start);
-    } else if (changes_unversioned(table, section)) {
-        ++table.unversioned_changes;
-        // Its decoder would see nothing new.
-        if (*kind == TableKind::pat) pat_collector_.emplace();
-    }
-    if (*kind == TableKind::pat && section.i_number == section.i_last_number)
-        follow_pat();
+    const bool is_pmt = *type == TableType::pmt;
+    if (is_pmt) check_announcement(on);
+    const TableKey key{*type, is_pmt ? section.i_extension : std::uint16_t{0}};
+    TableRecord* const of = table(on, key);
+    if (of == nullptr) return;
+    const TableRecord::Arrival arrival = of->add(section, start, now_);
+    const bool is_stray = is_pmt && !of->is_announced();
+    if (arrival.interval && on_interval_ && !is_stray)
+        on_interval_(on.number, key, now_, *arrival.interval);
+    if (arrival.is_changed) has_new_tables_ = true;
+    if (*type == TableType::tdt) tdt_check_.add(of->fault({}), *of->utc(), now_);
+    if (*type != TableType::pat) return;
+    pat_alternation_.add(of->fault(FaultKind::pat_alternates), section.i_extension,
+                         section.i_version, now_);
+    if (arrival.is_changed) follow_pat();
 }
 
-bool StreamStatistics::changes_unversioned(Table& table,
-                                           const dvbpsi_psi_section_t& section) {
-    if (std::exchange(table.version, section.i_version) != section.i_version)
-        table.crcs.clear();
-    std::uint32_t crc = 0;
-    std::memcpy(&crc, section.p_payload_end, sizeof crc);
-    const auto [known, is_new] = table.crcs.emplace(section.i_number, crc);
-    return !is_new && std::exchange(known->second, crc) != crc;
+// A PMT has come there.
+void StreamStatistics::check_announcement(PidRecord& on) {
+    const bool has_pat = pids_.at(kPatPid).tables.at({TableType::pat}).is_complete();
+    if (on.has_to_carry_tables || !has_pat) {
+        on.unannounced_since.reset();
+        return;
+    }
+    if (!on.unannounced_since) on.unannounced_since = now_;
+    if (now_ - *on.unannounced_since <= kUnannouncedLimitNs) return;
+    faults_.add(on.fault(FaultKind::unannounced_pmt), now_);
 }
 
 // Expects the PMTs of the PAT in force, and no others.
 void StreamStatistics::follow_pat() {
-    const auto& found = pat_collector_->pat();
-    if (!found || !found->current_next_indicator || found == pat_) return;
-    pat_ = found;
-
-    std::set<std::pair<std::uint16_t, std::uint16_t>> announced;  // PIDs and service_ids
-    for (const auto& program : pat_->programs) {
+    const auto pat = decode_pat(pids_.at(kPatPid).tables.at({TableType::pat}));
+    if (!pat) return;
+    announced_.clear();
+    for (const auto& program : pat->programs) {
         if (program.program_number == 0) continue;  // gives the network PID
-        announced.emplace(static_cast<std::uint16_t>(program.pid),
-                          static_cast<std::uint16_t>(program.program_number));
+        announced_.emplace(static_cast<std::uint16_t>(program.pid),
+                           static_cast<std::uint16_t>(program.program_number));
     }
+    withdraw_unannounced();
+    for (const auto& [number, service_id] : announced_) {
+        PidRecord& on = pid(number);
+        on.has_to_carry_tables = true;
+        collect_tables(on);
+        TableRecord& pmt = *table(on, {TableType::pmt, service_id});
+        if (!pmt.is_announced()) pmt.expect(now_);
+    }
+}
+
+// What has come stays in the report, as far as memory is bounded then.
+void StreamStatistics::withdraw_unannounced() {
+    unannounced_tables_ = 0;
     for (auto& [number, pid] : pids_) {
-        for (auto& [key, table] : pid.tables) {
-            if (key.first == TableKind::pmt && announced.count({number, key.second}) == 0)
-                table.repetition.withdraw(now_);
+        if (!has_fixed_use(number)) pid.has_to_carry_tables = false;
+        for (auto at = pid.tables.begin(); at != pid.tables.end();) {
+            auto& [key, table] = *at;
+            const bool is_other = key.type != TableType::pmt ||
+                                  announced_.count({number, key.service_id}) != 0;
+            if (is_other) {
+                ++at;
+                continue;
+            }
+            if (table.is_announced()) table.withdraw(now_);
+            const bool is_kept =
+                table.sections() > 0 && ++unannounced_tables_ <= kMaxUnannouncedTables;
+            at = is_kept ? std::next(at) : pid.tables.erase(at);
         }
     }
-    for (const auto& [number, service_id] : announced) {
-        Table& pmt = table_pid(number).tables[{TableKind::pmt, service_id}];
-        if (!pmt.repetition.expected()) pmt.repetition.expect(now_);
-    }
-}
-
-TableFigures StreamStatistics::figures_of(TableKind kind, std::uint16_t service_id,
-                                          const Table& table, std::int64_t now) {
-    TableFigures figures;
-    figures.kind = kind;
-    figures.service_id = service_id;
-    figures.in_pat = kind == TableKind::pmt && table.repetition.expected();
-    figures.sections = table.sections;
-    figures.version = table.version;
-    figures.unversioned_changes = table.unversioned_changes;
-    figures.utc = table.utc;
-    figures.repetition = table.repetition.figures(now);
-    figures.section_gaps = table.section_gaps;
-    return figures;
-}
-
-StreamFigures StreamStatistics::figures(std::int64_t now) const {
-    StreamFigures figures = totals_;
-    figures.duration = start_ ? now - *start_ : 0;
-    figures.bit_rate = per_second(bits(figures.packets), figures.duration);
-    figures.peak_bit_rate = per_second(bits(peak_packets_), kPeakWindowNs);
-    for (const auto& [number, pid] : pids_) {
-        if (pid.packets == 0 && pid.tables.empty()) continue;
-        PidFigures& on = figures.pids.emplace_back();
-        on.pid = number;
-        on.packets = pid.packets;
-        on.bit_rate = per_second(bits(pid.packets), figures.duration);
-        on.continuity_errors = pid.continuity.errors();
-        on.crc_errors = pid.collector ? pid.collector->crc_errors() : 0;
-        on.wrong_table_ids = pid.wrong_table_ids;
-        for (const auto& [key, table] : pid.tables) {
-            on.tables.push_back(figures_of(key.first, key.second, table, now));
-            figures.jitter.add(on.tables.back().repetition.jitter);
-        }
-    }
-    return figures;
 }

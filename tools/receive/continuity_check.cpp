@@ -13,12 +13,13 @@ bool has_discontinuity_indicator(const std::uint8_t* packet) {
 
 }  // namespace
 
-bool ContinuityCheck::push(const std::uint8_t* packet) {
+Continuity ContinuityCheck::push(const std::uint8_t* packet) {
     const bool is_repeat = last_ && repeats(packet);
-    if (last_ && !is_repeat && !follows(packet)) ++errors_;
+    const bool is_broken = last_ && !is_repeat && !follows(packet);
     repeated_ = is_repeat;
     std::copy_n(packet, kTsPacketSize, last_.emplace().begin());
-    return !is_repeat;
+    if (is_broken) return Continuity::broken;
+    return is_repeat ? Continuity::repeat : Continuity::in_order;
 }
 
 bool ContinuityCheck::follows(const std::uint8_t* packet) const {

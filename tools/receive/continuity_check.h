@@ -7,17 +7,21 @@
 
 #include "dvb/ts_packet.h"
 
-// Counts the packets of one PID whose continuity_counter is not what the packet before
-// asks for (ISO/IEC 13818-1, 2.4.3.3): plus one with payload, the same without; one exact
-// repeat of a packet is allowed, and a discontinuity_indicator excuses any counter. Not
-// for null packets, whose counter means nothing. One thread.
+// How a packet continues its PID's stream.
+enum class Continuity : std::uint8_t {
+    in_order,
+    repeat,  // an exact repeat of the packet before: it carries nothing new
+    broken,  // at least one packet is missing or in the wrong place
+};
+
+// Checks the continuity_counter of one PID's packets (ISO/IEC 13818-1, 2.4.3.3): plus one
+// with payload, the same without; one exact repeat of a packet is allowed, and a
+// discontinuity_indicator excuses any counter. Not for null packets, whose counter means
+// nothing. One thread.
 class ContinuityCheck {
 public:
-    // Takes the PID's next packet, kTsPacketSize bytes. Returns false for an exact
-    // repeat, which carries nothing new.
-    bool push(const std::uint8_t* packet);
-
-    [[nodiscard]] std::uint64_t errors() const { return errors_; }
+    // Takes the PID's next packet, kTsPacketSize bytes.
+    [[nodiscard]] Continuity push(const std::uint8_t* packet);
 
 private:
     [[nodiscard]] bool follows(const std::uint8_t* packet) const;
@@ -25,7 +29,6 @@ private:
 
     std::optional<std::array<std::uint8_t, kTsPacketSize>> last_;
     bool repeated_ = false;
-    std::uint64_t errors_ = 0;
 };
 
 #endif

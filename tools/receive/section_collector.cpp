@@ -30,7 +30,6 @@ SectionCollector::~SectionCollector() {
 }
 
 void SectionCollector::push(const std::uint8_t* packet) {
-    if (!continuity_.push(packet)) return;
     drop_torn_section(packet);
     push_packet(handle_.get(), packet);
 }

@@ -5,7 +5,6 @@
 #include <functional>
 
 #include "dvb/libdvbpsi.h"
-#include "tools/receive/continuity_check.h"
 
 // Collects the sections of one PID from its packets and counts what is wrong with them.
 //
@@ -22,14 +21,13 @@ public:
     SectionCollector& operator=(const SectionCollector&) = delete;
 
     // Takes the PID's next packet, kTsPacketSize bytes.
+    // REQUIRES: it is no exact repeat of the packet before; ContinuityCheck finds those.
     void push(const std::uint8_t* packet);
 
     // A section has begun that is not whole yet.
     [[nodiscard]] bool is_collecting() const {
         return handle_->p_decoder->p_current_section != nullptr;
     }
-
-    [[nodiscard]] std::uint64_t continuity_errors() const { return continuity_.errors(); }
 
     // Sections that another one's start cut off, as when a table is replaced in the
     // middle.
@@ -45,7 +43,6 @@ private:
 
     Callback on_section_;
     DvbpsiPtr handle_;
-    ContinuityCheck continuity_;
     std::uint64_t torn_sections_ = 0;
     std::uint64_t crc_errors_ = 0;
 };

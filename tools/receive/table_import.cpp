@@ -1,12 +1,10 @@
 #include "tools/receive/table_import.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <map>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -17,6 +15,7 @@
 #include "dvb/psi_si.h"
 #include "dvb/section_limits.h"
 #include "dvb/ts_packet.h"
+#include "tools/receive/section_feed.h"
 #include "tools/receive/table_collector.h"
 #include "tools/receive/ts_file.h"
 
@@ -64,36 +63,6 @@ bool begins_with_section(const Bytes& head) {
     return section.is_whole() && section.is_long() && section.has_right_crc();
 }
 
-// Gives a collector sections as packets of the PIDs that carry them.
-class SectionFeed {
-public:
-    explicit SectionFeed(TableCollector& collector) : collector_(collector) {}
-
-    void push(std::uint16_t pid, const SectionView& section) {
-        constexpr std::size_t header_size = 4;
-        bool is_first = true;
-        for (std::size_t at = 0; at < section.size(); is_first = false) {
-            std::array<std::uint8_t, kTsPacketSize> packet{};
-            packet.fill(kStuffingByte);
-            packet[0] = kSyncByte;
-            packet[1] =
-                static_cast<std::uint8_t>((is_first ? kPayloadUnitStart : 0) | pid >> 8);
-            packet[2] = static_cast<std::uint8_t>(pid);
-            packet[3] = kHasPayload | (counters_[pid]++ & kContinuityMask);
-            std::size_t to = header_size;
-            if (is_first) packet[to++] = 0;  // pointer_field
-            const std::size_t part = std::min(kTsPacketSize - to, section.size() - at);
-            std::copy_n(section.begin() + at, part, &packet[to]);
-            at += part;
-            collector_.push(packet.data());
-        }
-    }
-
-private:
-    TableCollector& collector_;
-    std::map<std::uint16_t, std::uint8_t> counters_;  // by PID
-};
-
 // The PID on which the PAT announces the service's PMT.
 std::optional<std::uint16_t> pmt_pid(const TableCollector& collector,
                                      std::uint16_t service) {
@@ -138,15 +107,18 @@ void import_sections(const Bytes& bytes, TableImport& import) {
     const std::vector<SectionView> sections = sections_in(bytes, import);
     // A PMT may come before the PAT that announces its PID.
     for (const SectionView& section : sections) {
-        if (section.table_id() == kPatTableId) feed.push(kPatPid, section);
-        if (section.table_id() == kCatTableId) feed.push(kCatPid, section);
-        if (section.table_id() == kSdtActualTableId) feed.push(kSdtPid, section);
+        if (section.table_id() == kPatTableId)
+            feed.push(kPatPid, section.begin(), section.size());
+        if (section.table_id() == kCatTableId)
+            feed.push(kCatPid, section.begin(), section.size());
+        if (section.table_id() == kSdtActualTableId)
+            feed.push(kSdtPid, section.begin(), section.size());
     }
     for (const SectionView& section : sections) {
         if (section.table_id() != kPmtTableId) continue;
         const auto pid = pmt_pid(collector, section.table_id_extension());
         if (pid) {
-            feed.push(*pid, section);
+            feed.push(*pid, section.begin(), section.size());
         } else {
             ++import.homeless_pmts;
         }

@@ -26,6 +26,9 @@ constexpr std::size_t kMaxDatagramSize = 65536;
 // Mbit/s.
 constexpr int kReceiveBufferSize = 32 * 1024 * 1024;
 
+// A datagram can be read from the socket this long after its time stamp.
+constexpr std::int64_t kDeliveryNs = kNsPerMs;
+
 // Readings of two clocks that are farther apart than this were interrupted.
 constexpr std::int64_t kTightNs = 2000;
 
@@ -133,13 +136,27 @@ void UdpReceiver::compare_clocks() {
         civil_minus_steady_ = to_ns(civil) - before;
 }
 
-void UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_datagram) {
-    pollfd readable{fd_, POLLIN, 0};
+std::int64_t UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_datagram,
+                                  int wake_fd) {
+    wait(timeout_ns, wake_fd);
+    const std::int64_t now = steady_now_ns();
+    compare_clocks();
+    std::int64_t last_arrival = now;
+    const bool is_drained =
+        read_batch(on_datagram, last_arrival) < static_cast<int>(kBatch);
+    return is_drained ? now - kDeliveryNs : last_arrival;
+}
+
+void UdpReceiver::wait(std::int64_t timeout_ns, int wake_fd) const {
+    std::array<pollfd, 2> readable{{{fd_, POLLIN, 0}, {wake_fd, POLLIN, 0}}};
     const std::int64_t wait_ns = std::max<std::int64_t>(timeout_ns, 0);
     const timespec timeout{static_cast<time_t>(wait_ns / kNsPerSecond),
                            static_cast<long>(wait_ns % kNsPerSecond)};
-    if (ppoll(&readable, 1, &timeout, nullptr) <= 0) return;
+    ppoll(readable.data(), readable.size(), &timeout, nullptr);
+}
 
+// Gives what is there, at most kBatch datagrams, and returns how many these were.
+int UdpReceiver::read_batch(const Callback& on_datagram, std::int64_t& last_arrival) {
     alignas(cmsghdr) std::array<std::array<char, 128>, kBatch> controls;
     std::array<iovec, kBatch> parts{};
     std::array<mmsghdr, kBatch> messages{};
@@ -153,14 +170,14 @@ void UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_datagram) 
     const int count = recvmmsg(fd_, messages.data(), kBatch, MSG_DONTWAIT, nullptr);
     if (count < 0 && errno != EAGAIN && errno != EINTR)
         throw std::system_error(errno, std::generic_category(), "cannot receive");
-    compare_clocks();
     for (int i = 0; i < count; ++i) {
         mmsghdr& message = messages[static_cast<std::size_t>(i)];
-        const std::int64_t arrival = read_arrival(message.msg_hdr);
-        on_datagram(arrival,
+        last_arrival = read_arrival(message.msg_hdr);
+        on_datagram(last_arrival,
                     static_cast<const std::uint8_t*>(message.msg_hdr.msg_iov->iov_base),
                     message.msg_len);
     }
+    return count;
 }
 
 // Also takes note of the losses that the message tells of.

@@ -33,8 +33,12 @@ public:
         std::function<void(std::int64_t arrival, const std::uint8_t* data, std::size_t)>;
 
     // Waits up to `timeout_ns` for datagrams and gives those that are there, at most some
-    // dozens. A signal ends the wait. Throws std::system_error.
-    void receive(std::int64_t timeout_ns, const Callback& on_datagram);
+    // dozens. A signal ends the wait, and so does `wake_fd`, if there is one, when it can
+    // be read. Throws std::system_error.
+    //
+    // Returns a time: all datagrams that came up to then have been given.
+    std::int64_t receive(std::int64_t timeout_ns, const Callback& on_datagram,
+                         int wake_fd = -1);
 
     // Datagrams that the kernel had to drop because the socket's buffer was full, as far
     // as the ones received tell.
@@ -42,6 +46,8 @@ public:
 
 private:
     void compare_clocks();
+    void wait(std::int64_t timeout_ns, int wake_fd) const;
+    int read_batch(const Callback& on_datagram, std::int64_t& last_arrival);
     [[nodiscard]] std::int64_t read_arrival(msghdr& message);
 
     int fd_;

@@ -1,0 +1,27 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_BIT_RATES_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_BIT_RATES_H
+
+#include <cstdint>
+#include <map>
+
+#include "tools/kestan-monitor/stream_statistics.h"
+
+// bit/s of whole transport packets, without the headers of UDP and IP.
+struct BitRates {
+    double stream = 0;
+    std::map<std::uint16_t, double> pids;
+};
+
+// Measures bit rates from one call to the next. One thread.
+class RateMeter {
+public:
+    // The rates since the last call or, if it is the first one, since the first datagram.
+    [[nodiscard]] BitRates measure(const StreamStatistics& stream);
+
+private:
+    std::int64_t duration_ = 0;
+    std::uint64_t packets_ = 0;
+    std::map<std::uint16_t, std::uint64_t> pid_packets_;
+};
+
+#endif

@@ -1,0 +1,118 @@
+#include "tools/kestan-monitor/monitor.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "dvb/nanoseconds.h"
+#include "tools/kestan-monitor/carried_tables.h"
+#include "tools/kestan-monitor/host_clock.h"
+#include "tools/kestan-monitor/metrics.h"
+
+namespace {
+
+std::int64_t to_ns(double seconds) {
+    return static_cast<std::int64_t>(seconds * static_cast<double>(kNsPerSecond));
+}
+
+}  // namespace
+
+Monitor::Monitor(const Options& options)
+    : options_(options),
+      receiver_(parse_endpoint(options.address), options.interface),
+      stream_(steady_now_ns()) {
+    read_clock();
+    if (!options_.record.empty()) recorder_.emplace(options_.record);
+    if (!options_.plot.empty()) start_plot();
+    write_files();
+}
+
+void Monitor::start_plot() {
+    plot_.emplace(steady_now_ns());
+    stream_.set_interval_observer([this](std::uint16_t pid, const TableKey& table,
+                                         std::int64_t now, std::int64_t interval) {
+        plot_->add_interval(pid, table, now, interval);
+    });
+}
+
+void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
+    if (!options_.json && Terminal::is_there()) screen_.emplace();
+    std::int64_t now = steady_now_ns();
+    std::int64_t refresh = now + kNsPerSecond;
+    const std::int64_t end = options_.duration_s > 0
+                                 ? now + to_ns(options_.duration_s)
+                                 : std::numeric_limits<std::int64_t>::max();
+    std::int64_t complete_until = now;
+    while (stop_requested == 0 && !quit_ && now < end) {
+        complete_until = receive(std::min(refresh, end) - now);
+        now = steady_now_ns();
+        if (screen_) look_at_terminal();
+        if (now < refresh) continue;
+        refresh += kNsPerSecond;
+        every_second(complete_until);
+    }
+    screen_.reset();
+    advance(complete_until);
+    stream_.finish();
+    write_files();
+    if (plot_) replace_file(options_.plot, plot_->svg(report(), complete_until));
+}
+
+std::int64_t Monitor::receive(std::int64_t timeout) {
+    return receiver_.receive(
+        timeout,
+        [this](std::int64_t arrival, const std::uint8_t* data, std::size_t size) {
+            const auto packets = stream_.push(arrival, data, size);
+            if (packets && recorder_) recorder_->write(*packets);
+            if (packets && plot_) plot_->add_packets(arrival, packets->count);
+        },
+        screen_ ? screen_->terminal.key_fd() : -1);
+}
+
+void Monitor::look_at_terminal() {
+    const std::vector<Key> keys = screen_->terminal.read_keys();
+    for (const Key key : keys) {
+        quit_ = quit_ || key == Key::quit;
+        screen_->view.on_key(key);
+    }
+    if (!keys.empty() || !(Terminal::size() == screen_->drawn)) draw();
+}
+
+void Monitor::every_second(std::int64_t complete_until) {
+    advance(complete_until);
+    rates_ = meter_.measure(stream_);
+    write_files();
+    if (screen_) draw();
+}
+
+void Monitor::write_files() {
+    if (recorder_) recorder_->flush();
+    if (!options_.metrics.empty())
+        replace_file(options_.metrics, metrics_text(report_of_last_second()));
+}
+
+void Monitor::read_clock() {
+    const HostClock clock = read_host_clock();
+    const bool is_compared = clock.is_synchronised && options_.clock_tolerance_s > 0;
+    stream_.set_civil_clock(
+        clock.civil_minus_steady,
+        is_compared ? std::optional(to_ns(options_.clock_tolerance_s)) : std::nullopt);
+}
+
+void Monitor::advance(std::int64_t complete_until) {
+    read_clock();
+    stream_.advance(complete_until, receiver_.lost());
+    service_names_ = service_names(stream_.tables());
+}
+
+void Monitor::draw() {
+    screen_->drawn = Terminal::size();
+    Terminal::show(screen_->view.lay_out(report_of_last_second(), screen_->drawn));
+}
+
+Report Monitor::report_of_last_second() const {
+    return {options_.address, stream_, rates_, service_names_};
+}
+
+Report Monitor::report() const {
+    return {options_.address, stream_, RateMeter().measure(stream_), service_names_};
+}

@@ -1,0 +1,63 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_MONITOR_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_MONITOR_H
+
+#include <csignal>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "tools/kestan-monitor/bit_rates.h"
+#include "tools/kestan-monitor/options.h"
+#include "tools/kestan-monitor/output_file.h"
+#include "tools/kestan-monitor/plot.h"
+#include "tools/kestan-monitor/report.h"
+#include "tools/kestan-monitor/stream_statistics.h"
+#include "tools/kestan-monitor/terminal.h"
+#include "tools/kestan-monitor/terminal_view.h"
+#include "tools/receive/udp_receiver.h"
+
+// One run: receives, measures, and shows and writes meanwhile what the options ask for.
+// One thread.
+class Monitor {
+public:
+    // Throws std::runtime_error if it cannot receive or cannot write a file.
+    explicit Monitor(const Options& options);
+
+    // Runs for the duration of the options, or until `stop_requested` is not 0 or the
+    // user ends it. Throws std::runtime_error.
+    void run(const volatile std::sig_atomic_t& stop_requested);
+
+    // Of the whole run. REQUIRES: run() has returned.
+    [[nodiscard]] Report report() const;
+
+private:
+    struct Screen {
+        Terminal terminal;
+        TerminalView view{Terminal::has_colour()};
+        TerminalSize drawn;  // the size when it was drawn last
+    };
+
+    [[nodiscard]] Report report_of_last_second() const;
+    [[nodiscard]] std::int64_t receive(std::int64_t timeout);
+    void start_plot();
+    void look_at_terminal();
+    void every_second(std::int64_t complete_until);
+    void read_clock();
+    void advance(std::int64_t complete_until);
+    void write_files();
+    void draw();
+
+    Options options_;
+    UdpReceiver receiver_;
+    StreamStatistics stream_;
+    RateMeter meter_;
+    BitRates rates_;  // of the last second
+    std::map<std::uint16_t, std::string> service_names_;
+    bool quit_ = false;
+    std::optional<PacketRecorder> recorder_;
+    std::optional<Plot> plot_;
+    std::optional<Screen> screen_;
+};
+
+#endif

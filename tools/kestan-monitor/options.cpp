@@ -1,0 +1,45 @@
+#include "tools/kestan-monitor/options.h"
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+constexpr double kShortestRunS = 0.1;
+constexpr double kLongestRunS = 1e8;
+constexpr double kGreatestToleranceS = 1e8;
+
+constexpr const char* kFooter =
+    "The report is shown when the duration is over, or on SIGINT or SIGTERM. On a "
+    "terminal\n"
+    "it is refreshed once a second until then: arrows, Page keys, j and k scroll, q "
+    "ends.\n\n"
+    "Exit status: 0; 1 when --check finds something outside the limits or nothing was\n"
+    "received; 2 when it cannot receive, cannot write a file, or the command line is "
+    "wrong.";
+
+}  // namespace
+
+void add_options(CLI::App& app, Options& options) {
+    app.footer(kFooter);
+    app.set_version_flag("--version", std::string("kestan-monitor " KESTAN_VERSION));
+    app.add_option("ADDRESS:PORT", options.address,
+                   "Address of this machine or multicast group, such as 226.0.0.10:1234")
+        ->required();
+    app.add_option("-i,--interface", options.interface, "Network interface it comes by");
+    app.add_option("-d,--duration", options.duration_s,
+                   "Seconds to measure (default: no end)")
+        ->check(CLI::Range(kShortestRunS, kLongestRunS));
+    app.add_flag("--json", options.json, "Report in JSON, at the end");
+    app.add_flag("--check", options.check,
+                 "Exit status 1 for a stream outside the limits");
+    app.add_option("--clock-tolerance", options.clock_tolerance_s,
+                   "Seconds that the TDT may differ from this host's clock, if that one "
+                   "is synchronised; 0: any (default: 60)")
+        ->check(CLI::Range(0.0, kGreatestToleranceS));
+    app.add_option("--metrics", options.metrics,
+                   "File to write OpenMetrics text to, once a second");
+    app.add_option("--plot", options.plot,
+                   "SVG file to draw the intervals and the bit rate in, at the end");
+    app.add_option("--record", options.record,
+                   "File to write the transport packets to, as they come");
+}

@@ -1,0 +1,26 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_OPTIONS_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_OPTIONS_H
+
+#include <cstdint>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+struct Options {
+    std::string address;
+    std::string interface;
+    double duration_s = 0;  // 0: no end
+    double clock_tolerance_s = 60;
+    bool json = false;
+    bool check = false;
+    std::string metrics;  // files to write; empty: none
+    std::string plot;
+    std::string record;
+};
+
+// Adds the options to `app`, which then writes them to `options`.
+void add_options(CLI::App& app, Options& options);
+
+#endif

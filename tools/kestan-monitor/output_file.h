@@ -1,0 +1,32 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_OUTPUT_FILE_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_OUTPUT_FILE_H
+
+#include <cstdint>
+#include <fstream>
+#include <string>
+
+#include "tools/receive/datagram_packets.h"
+
+// Puts `text` into the file `path`, all of it at once: whoever reads the file sees the
+// old content or the new one. Meanwhile it is in a file of the same folder, whose name
+// ends with ".new". Throws std::runtime_error.
+void replace_file(const std::string& path, const std::string& text);
+
+// Writes transport packets to a file as they come, 188 bytes each. One thread.
+class PacketRecorder {
+public:
+    // Replaces the file. Throws std::runtime_error if it cannot be written.
+    explicit PacketRecorder(const std::string& path);
+
+    void write(const DatagramPackets& packets);
+
+    // What has been written is in the file then. Throws std::runtime_error if any of it
+    // could not be written.
+    void flush();
+
+private:
+    std::string path_;
+    std::ofstream file_;
+};
+
+#endif

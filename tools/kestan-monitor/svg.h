@@ -1,0 +1,35 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_SVG_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_SVG_H
+
+#include <string>
+
+// Writes the elements of an SVG picture. Lengths are pixels from the upper left corner;
+// `style` is the class of an element in the picture's style sheet.
+class Svg {
+public:
+    Svg(double width, const std::string& style_sheet);
+
+    void line(const char* style, double x1, double y1, double x2, double y2);
+    void rectangle(const char* style, double x, double y, double width, double height);
+
+    // Of UTF-8; `y` is its base line.
+    void text(const char* style, double x, double y, const std::string& text);
+
+    // Dots and strokes from point to point, and upright ones from y1 to y2. They are
+    // gathered: one element for all of a style and a strip keeps the picture small.
+    void begin_path(const char* style);
+    void dot(double x, double y);
+    void upright(double x, double y1, double y2);
+    void step_to(double x, double y);
+    void end_path();
+
+    // The whole picture, `height` high.
+    [[nodiscard]] std::string finished(double height) const;
+
+private:
+    double width_;
+    std::string body_;
+    bool is_first_step_ = true;
+};
+
+#endif

@@ -1,0 +1,76 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_TABLE_RECORD_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_TABLE_RECORD_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "dvb/libdvbpsi.h"
+#include "tools/kestan-monitor/fault_log.h"
+#include "tools/kestan-monitor/repetition.h"
+#include "tools/kestan-monitor/table_type.h"
+
+// What has come of one table, and what is wrong with it.
+//
+// It keeps the sections of the version that came last. Times are nanoseconds of the
+// steady clock. Faults go to the log, which must live longer. One thread.
+class TableRecord {
+public:
+    TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& faults);
+    TableRecord(const TableRecord&) = delete;
+    TableRecord& operator=(const TableRecord&) = delete;
+
+    void expect(std::int64_t now) { repetition_.expect(now); }
+    void withdraw(std::int64_t now) { repetition_.withdraw(now); }
+    void advance(std::int64_t now) { repetition_.advance(now); }
+
+    struct Arrival {
+        bool is_changed = false;               // the section was not there before
+        std::optional<std::int64_t> interval;  // since the one with its number
+    };
+
+    // A whole section with a right CRC_32 that is in force: its first byte came at
+    // `start` and its last at `end`.
+    Arrival add(const dvbpsi_psi_section_t& section, std::int64_t start,
+                std::int64_t end);
+
+    [[nodiscard]] std::uint64_t sections() const { return sections_; }
+    [[nodiscard]] std::optional<std::uint8_t> version() const { return version_; }
+    [[nodiscard]] const Repetition& repetition() const { return repetition_; }
+
+    // The PAT announces it, now. REQUIRES: it is a PMT.
+    [[nodiscard]] bool is_announced() const { return repetition_.expected(); }
+
+    // A TDT's last time in seconds since 1970.
+    [[nodiscard]] std::optional<std::int64_t> utc() const { return utc_; }
+
+    // The bytes of each section, by section_number.
+    [[nodiscard]] const std::map<std::uint8_t, std::string>& contents() const {
+        return contents_;
+    }
+
+    // All sections of the version have come.
+    [[nodiscard]] bool is_complete() const {
+        return sections_ > 0 && contents_.size() == std::size_t{last_number_} + 1;
+    }
+
+    [[nodiscard]] Fault fault(FaultKind kind) const { return {kind, pid_, key_}; }
+
+private:
+    void check_gap(std::int64_t start, std::int64_t end);
+    bool keep(const dvbpsi_psi_section_t& section, std::int64_t now);
+
+    std::uint16_t pid_;
+    TableKey key_;
+    FaultLog& faults_;
+    Repetition repetition_;
+    std::uint64_t sections_ = 0;
+    std::optional<std::uint8_t> version_;
+    std::uint8_t last_number_ = 0;
+    std::map<std::uint8_t, std::string> contents_;
+    std::optional<std::int64_t> utc_;
+    std::optional<std::int64_t> last_end_;  // of a section
+};
+
+#endif

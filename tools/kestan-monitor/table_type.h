@@ -1,0 +1,41 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_TABLE_TYPE_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_TABLE_TYPE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <tuple>
+
+#include "dvb/nanoseconds.h"
+
+// The tables that are followed, their names, and what DVB asks of them.
+
+enum class TableType : std::uint8_t { pat, cat, sdt, pmt, tdt };
+
+struct TableKey {
+    TableType type = TableType::pat;
+    std::uint16_t service_id = 0;  // of a PMT
+
+    bool operator<(const TableKey& other) const {
+        return std::tie(type, service_id) < std::tie(other.type, other.service_id);
+    }
+};
+
+// Between two sections of one SI table, in streams below 100 Mbit/s (EN 300 468, 5.1.4).
+constexpr std::int64_t kLeastSectionGapNs = 25 * kNsPerMs;
+[[nodiscard]] bool has_section_gaps(TableType type);
+
+// The longest interval between two sections of one number, in nanoseconds. Returns
+// nullopt for a CAT.
+[[nodiscard]] std::optional<std::int64_t> repetition_limit(TableType type);
+
+// The clause that the limit is from.
+[[nodiscard]] const char* repetition_clause(TableType type);
+
+// "PAT", "SDT", "PMT", …
+[[nodiscard]] const char* short_name(TableType type);
+
+// "PAT", "SDT actual", "PMT of service 4", …
+[[nodiscard]] std::string table_name(const TableKey& table);
+
+#endif

@@ -1,0 +1,29 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_TDT_CHECK_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_TDT_CHECK_H
+
+#include <cstdint>
+#include <optional>
+
+#include "tools/kestan-monitor/fault_log.h"
+
+// Checks that a TDT's time runs, and runs right. Times are nanoseconds of the steady
+// clock. One thread.
+class TdtCheck {
+public:
+    explicit TdtCheck(FaultLog& faults) : faults_(faults) {}
+
+    // The greatest difference allowed from the civil clock; no value if there is no clock
+    // to compare with.
+    void set_tolerance(std::optional<std::int64_t> ns) { tolerance_ = ns; }
+
+    // A TDT came at `now` with `utc`, in seconds since 1970. `tdt` is its place.
+    void add(Fault tdt, std::int64_t utc, std::int64_t now);
+
+private:
+    FaultLog& faults_;
+    std::optional<std::int64_t> tolerance_;
+    std::optional<std::int64_t> utc_;
+    std::int64_t utc_since_ = 0;  // when utc_ came first
+};
+
+#endif
