@@ -185,10 +185,7 @@ struct RightStream : Stream {
     Datagrams step(int step) {
         std::string datagram = packet(0x1FFF, null_counter += 5);
         datagram += packet(0x0200, video_counter++);
-        if (step % 2 == 0) {
-            Section section = pat;
-            datagram += packets(section) + packets(pmt);
-        }
+        if (step % 2 == 0) datagram += packets(pat) + packets(pmt);
         if (step % 5 == 1) datagram += packets(kCat) + packets(kSdt);
         char hex[] = "70 7000 c079 124500";
         std::snprintf(hex + 17, 3, "%02d", step / 10 + tdt);
@@ -212,42 +209,33 @@ struct RightStream : Stream {
     int video_counter = 0;
 };
 
-// The `part`th packet of what is sent.
-char* packet_of(Datagrams& datagrams, std::size_t part) {
-    return &datagrams.at(0).at(part * kTsPacketSize);
-}
-
-constexpr char kTopBit = '\x80';
+using Edit = std::function<void(RightStream&, int step, Datagrams&)>;
 
 struct Break {
     const char* name;
-    std::function<void(RightStream&, int step, Datagrams&)> edit;
+    Edit edit;
     Checks expected;
 };
 
-// Step 40 sends null packet, video, PAT and PMT.
+// At step 40, which sends null packet, video, PAT and PMT: packet 0 to 3.
+Edit once(const std::function<void(RightStream&, Datagrams&)>& edit) {
+    return [edit](RightStream& stream, int step, Datagrams& sent) {
+        if (step == 40) edit(stream, sent);
+    };
+}
+Edit flip(std::size_t packet, std::size_t byte, int bits) {
+    return once([=](auto&, auto& sent) {
+        sent[0][packet * kTsPacketSize + byte] ^= static_cast<char>(bits);
+    });
+}
+
 const Break kBreaks[] = {
-    {"nothing", [](auto&, int, auto&) {}, {}},
-    {"lost sync byte",
-     [](auto&, int step, auto& sent) { packet_of(sent, 0)[0] ^= step == 40; },
-     {{"sync_byte", 1}}},
-    {"transport_error_indicator",
-     [](auto&, int step, auto& sent) {
-         if (step == 40) packet_of(sent, 2)[1] |= kTopBit;
-     },
-     {{"transport_error", 1}}},
-    {"scrambled PMT",
-     [](auto&, int step, auto& sent) {
-         if (step == 40) packet_of(sent, 3)[3] |= kTopBit;
-     },
-     {{"scrambled", 1}}},
-    {"scrambled video",
-     [](auto&, int, auto& sent) { packet_of(sent, 1)[3] |= kTopBit; },
-     {}},
+    {"lost sync byte", flip(0, 0, 1), {{"sync_byte", 1}}},
+    {"transport_error_indicator", flip(2, 1, 0x80), {{"transport_error", 1}}},
+    {"scrambled PMT", flip(3, 3, 0x80), {{"scrambled", 1}}},
+    {"scrambled video", flip(1, 3, 0x80), {}},
     {"no packets",
-     [](auto&, int step, auto& sent) {
-         if (step == 40) sent.push_back("no packets");
-     },
+     once([](auto&, auto& sent) { sent.push_back("no packets"); }),
      {{"malformed", 1}}},
     {"RTP",
      [](auto&, int, auto& sent) {
@@ -257,42 +245,36 @@ const Break kBreaks[] = {
      },
      {}},
     {"204-byte packets",
-     [](auto&, int step, auto& sent) {
-         if (step != 40) return;
+     once([](auto&, auto& sent) {
          for (std::size_t at = 188; at <= sent[0].size(); at += 204)
              sent[0].insert(at, 16, 'x');
-     },
+     }),
      {{"coded_packets", 1}}},
     {"lost video packet",
-     [](auto& stream, int step, auto&) { stream.video_counter += step == 40; },
+     once([](auto& stream, auto&) { ++stream.video_counter; }),
      {{"continuity", 1}}},
     {"lost packet behind a discontinuity_indicator",
-     [](auto& stream, int step, auto& sent) {
-         if (step != 40) return;
-         stream.video_counter += 3;
-         sent.push_back(stream.packet(0x0200, stream.video_counter++, 0x30));
-         sent.back()[4] = 1;
-         sent.back()[5] = kTopBit;
-     },
+     once([](auto& stream, auto& sent) {
+         sent.push_back(stream.packet(0x0200, stream.video_counter += 3, 0x30));
+         sent.back().replace(4, 2, "\1\x80");
+         ++stream.video_counter;
+     }),
      {}},
     {"packet without payload",
-     [](auto& stream, int step, auto& sent) {
-         if (step == 40)
-             sent.push_back(stream.packet(0x0200, stream.video_counter - 1, 0x20));
-     },
+     once([](auto& stream, auto& sent) {
+         sent.push_back(stream.packet(0x0200, stream.video_counter - 1, 0x20));
+     }),
      {}},
     {"packet without payload that counts",
-     [](auto& stream, int step, auto& sent) {
-         if (step == 40)
-             sent.push_back(stream.packet(0x0200, stream.video_counter++, 0x20));
-     },
+     once([](auto& stream, auto& sent) {
+         sent.push_back(stream.packet(0x0200, stream.video_counter++, 0x20));
+     }),
      {{"continuity", 1}}},
     {"repeated counter with another content",
-     [](auto& stream, int step, auto& sent) {
-         if (step != 40) return;
+     once([](auto& stream, auto& sent) {
          sent.push_back(stream.packet(0x0200, stream.video_counter - 1));
          sent.back().back() = 1;
-     },
+     }),
      {{"continuity", 1}}},
     {"pause",
      [](auto&, int step, auto& sent) {
@@ -326,7 +308,7 @@ const Break kBreaks[] = {
      [](auto& stream, int step, auto&) { stream.tdt -= step > 40 && step % 10 == 0; },
      {{"tdt_stands_still", 1}}},
     {"TDT that goes back",
-     [](auto& stream, int step, auto&) { stream.tdt -= step == 40 ? 2 : 0; },
+     once([](auto& stream, auto&) { stream.tdt -= 2; }),
      {{"tdt_goes_back", 1}}},
     {"TDT 5 s away for once",
      [](auto& stream, int step, auto&) {

@@ -22,6 +22,12 @@ measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
     run -1 measure 1.2
     reports '.outside_limits | length == 1 and .[0].check == "repetition"
         and (.[0].text | contains("PMT of service 102"))'
+
+    # The schema has every key.
+    jq 'walk(if type == "object" and has("properties") then .additionalProperties = false
+        else . end)' "$BATS_TEST_DIRNAME/../../tools/kestan-monitor/kestan-monitor.schema.json" \
+        >strict.json
+    /usr/bin/python3 -W ignore -m jsonschema -i monitor.out strict.json
 }
 
 # on_screen <pattern>: waits until the terminal shows it.
