@@ -20,7 +20,6 @@
 
 namespace {
 
-constexpr const char* kVersion = "2.10.1+d20260615";
 constexpr std::uint32_t kKickIntervalS = 5;
 
 cmd_options options_or_exit(int argc, char** argv) {
@@ -32,10 +31,10 @@ cmd_options options_or_exit(int argc, char** argv) {
     }
 }
 
-// No exit handlers: nothing has begun that they could end.
+// Without exit handlers: nothing has started that they could end.
 [[noreturn]] void print_version_and_exit() {
     std::putchar('\n');
-    std::printf("Version: %s\n", kVersion);
+    std::puts("Version: " KESTAN_VERSION);
     std::fflush(stdout);
     _exit(0);
 }

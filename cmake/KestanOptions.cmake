@@ -43,7 +43,20 @@ if(KESTAN_FUZZ)
         -fsanitize-ignorelist=${CMAKE_SOURCE_DIR}/fuzz/ignored.txt)
 endif()
 
+# What dpkg-buildflags gives with hardening=+all, in every build. The sanitizers replace it,
+# and _FORTIFY_SOURCE needs an optimised build.
+if(NOT KESTAN_SANITIZE)
+    add_compile_options(-fPIE -fstack-protector-strong -Wformat -Wformat-security
+        $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2>)
+    add_link_options(-pie -Wl,-z,relro -Wl,-z,now)
+endif()
+
+# Off by default: a newer compiler's new warning must not stop someone who packages Kestan.
+option(KESTAN_WERROR "Treat warnings as errors" OFF)
+
 add_library(kestan_options INTERFACE)
 target_compile_options(kestan_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${KESTAN_WERROR}>:-Werror>
+    # GCC before version 12 does not know [[maybe_unused]] on a member.
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,12>>:-Wno-attributes>)
 target_include_directories(kestan_options INTERFACE ${CMAKE_SOURCE_DIR})

@@ -18,7 +18,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${KESTAN_SYSROOT})
-set(ENV{PKG_CONFIG_LIBDIR}
-    ${KESTAN_SYSROOT}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig:${KESTAN_SYSROOT}/usr/share/pkgconfig)
+set(pkg_config_path)
+foreach(folder lib/${CMAKE_LIBRARY_ARCHITECTURE} lib share)
+    list(APPEND pkg_config_path ${KESTAN_SYSROOT}/usr/${folder}/pkgconfig)
+endforeach()
+list(JOIN pkg_config_path ":" pkg_config_path)
+set(ENV{PKG_CONFIG_LIBDIR} ${pkg_config_path})
 
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${KESTAN_SYSROOT})

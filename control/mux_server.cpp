@@ -1,12 +1,16 @@
 #include "control/mux_server.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <exception>
 #include <memory>
 #include <thread>
 
+#include <thrift/TConfiguration.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/server/TSimpleServer.h>
 #include <thrift/transport/TBufferTransports.h>
@@ -23,16 +27,37 @@ using apache::thrift::server::TSimpleServer;
 using apache::thrift::transport::TFramedTransportFactory;
 using apache::thrift::transport::TServerSocket;
 using apache::thrift::transport::TTransport;
-using orvel::thrift::ci_module::cm_MuxControlSrvIf;
 using orvel::thrift::ci_module::cm_MuxControlSrvProcessor;
+
+// A peer that vanished (power lost, link cut) would hold the only connection for ever. So
+// the kernel probes a silent peer and closes the connection if the peer has not answered
+// for 90 s. A peer that answers the probes may be silent for days. The kernel sends no
+// probes while a reply is not acknowledged; TCP_USER_TIMEOUT covers this case.
+void close_when_peer_vanishes(int connection) {
+    constexpr int idle_s = 60;
+    constexpr int interval_s = 10;
+    constexpr int probes = 3;
+    constexpr int unanswered_ms = 1000 * (idle_s + probes * interval_s);
+    const auto set = [connection](int level, int name, int value) {
+        setsockopt(connection, level, name, &value, sizeof value);
+    };
+    set(SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(IPPROTO_TCP, TCP_KEEPIDLE, idle_s);
+    set(IPPROTO_TCP, TCP_KEEPINTVL, interval_s);
+    set(IPPROTO_TCP, TCP_KEEPCNT, probes);
+    set(IPPROTO_TCP, TCP_USER_TIMEOUT, unanswered_ms);
+}
 
 void run_or_exit(int port) {
     try {
         MuxServerThread(port);
+        return;
     } catch (const std::exception& error) {
         log_function(kLogError, 0, "Mux server EXCEPTION: %s", error.what());
-        _exit(1);  // no exit handlers: the main thread is running
+    } catch (...) {
+        log_function(kLogError, 0, "Mux server EXCEPTION: of an unknown type");
     }
+    _exit(1);  // no exit handlers: the main thread is running
 }
 
 }  // namespace
@@ -52,10 +77,10 @@ int StartMuxServer(int port) {
 }
 
 int MuxServerThread(int port) {
-    const std::shared_ptr<cm_MuxControlSrvHandler> handler(new cm_MuxControlSrvHandler);
-    const auto processor = std::make_shared<cm_MuxControlSrvProcessor>(
-        std::shared_ptr<cm_MuxControlSrvIf>(handler));
+    const auto handler = std::make_shared<cm_MuxControlSrvHandler>();
+    const auto processor = std::make_shared<cm_MuxControlSrvProcessor>(handler);
     const auto server_socket = std::make_shared<TServerSocket>(port);
+    server_socket->setAcceptCallback(close_when_peer_vanishes);
     const auto transport_factory = std::make_shared<TFramedTransportFactory>();
     const auto protocol_factory = mux_protocol_factory();
     TSimpleServer server(processor, server_socket, transport_factory, protocol_factory);
@@ -64,10 +89,10 @@ int MuxServerThread(int port) {
 }
 
 std::shared_ptr<TProtocolFactory> mux_protocol_factory() {
-    // Thrift sizes strings and lists by what a message claims: without limits, one of 30
+    // Thrift allocates the lengths that a message claims: without limits, a message of 30
     // bytes takes gigabytes or ends the process. No string is longer than its frame, and
-    // these are more elements than any table can carry.
-    constexpr int string_limit = 16384000;
+    // no table can carry as many elements.
+    constexpr int string_limit = apache::thrift::TConfiguration::DEFAULT_MAX_FRAME_SIZE;
     constexpr int container_limit = 131072;
     return std::make_shared<TBinaryProtocolFactoryT<TTransport>>(
         string_limit, container_limit, /*strict_read=*/false, /*strict_write=*/true);

@@ -4,14 +4,12 @@
 #include "dvb/libdvbpsi.h"
 #include "thrift/dvb_tables_types.h"
 
-// From the tables of the control service to those of libdvbpsi.
+// Converters from the control service's tables to libdvbpsi's.
 //
-// Each converter maps every field and returns a new table that belongs to the caller, to
-// be released with libdvbpsi's delete function; or null for a table that cannot be
-// carried whole: a value outside its field's width (version_number: 0 to 255), a
-// descriptor of more than 255 bytes, a PAT program on PID 0, and what section_limits.h
-// does not allow. Memory exhaustion raises std::bad_alloc. Nothing is leaked on any of
-// these ways.
+// Each converter maps every field and returns a new table that the caller owns and
+// releases with libdvbpsi's delete function. It returns null for a table that cannot be
+// carried whole, and logs the reason at level 4 (the host's implementation:
+// thrift/table_refusal.h). Memory exhaustion raises std::bad_alloc. No path leaks.
 namespace orvel::thrift::dvb_tables {
 
 [[nodiscard]] dvbpsi_pat_t* t2dPAT(const PAT& pat);

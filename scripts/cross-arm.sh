@@ -22,9 +22,7 @@ set_up_apt() {
     local apt=$build/apt
     mkdir -p "$apt"/{state/lists/partial,cache/archives/partial}
     : >"$apt/status"
-    local line='deb [arch=armhf signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]'
-    apt-get indextargets --format "$line \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" \
-        'Created-By: Packages' 'Origin: Debian' | sort -u >"$apt/sources"
+    debian_sources armhf >"$apt/sources"
     cat >"$apt/conf" <<EOF
 Dir::State "$apt/state";
 Dir::State::status "$apt/status";
@@ -60,11 +58,11 @@ unpack() {
 
 build_and_test() {
     cmake -S . -B "$build" -G Ninja --toolchain cmake/armhf-toolchain.cmake \
-        -DKESTAN_SYSROOT="$sysroot" >/dev/null
+        -DKESTAN_SYSROOT="$sysroot" -DKESTAN_WERROR=ON -DKESTAN_TESTS=ON >/dev/null
     cmake --build "$build" -- --quiet
     # The emulator runs no program that another one starts: neither the tests of whole
     # programs nor those of assertions, which start themselves anew. The soak takes minutes.
-    GTEST_FILTER=-*DeathTest* ctest --test-dir "$build" --output-on-failure \
+    GTEST_FILTER='-*DeathTest*' ctest --test-dir "$build" --output-on-failure \
         --no-tests=error --label-exclude program --exclude-regex soak_test
 }
 
@@ -126,7 +124,15 @@ report() {
     cat "$build/memory"
 }
 
-install_missing "${build_packages[@]}" g++-arm-linux-gnueabihf qemu-user debian-archive-keyring
+if [ "${1:-}" = play ]; then
+    kestan=("${emulator[@]}" -B "$guest_base" "$build/bin/kestan")
+    kestan_control=("${emulator[@]}" "$build/bin/kestan-control")
+    kestan_monitor=(build/bin/kestan-monitor)
+    play_out "$build/hundred.json" 6
+    exit
+fi
+install_missing "${build_packages[@]}" "${network_packages[@]}" g++-arm-linux-gnueabihf \
+    qemu-user debian-archive-keyring
 if [ ! -e "$sysroot/.complete" ]; then
     set_up_apt
     fetch
@@ -136,8 +142,5 @@ build_and_test
 build_monitor
 refuse_unused_libraries
 hundred_services >"$build/hundred.json"
-kestan=("${emulator[@]}" -B "$guest_base" "$build/bin/kestan")
-kestan_control=("${emulator[@]}" "$build/bin/kestan-control")
-kestan_monitor=(build/bin/kestan-monitor)
-play_out "$build/hundred.json" 6
+scripts/own_network.sh scripts/cross-arm.sh play
 report

@@ -5,43 +5,45 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
+. scripts/play_out.sh
 
 readonly destination=127.0.0.1
 readonly port=5004
 readonly tables=examples/small.json
 
-install_missing "${build_packages[@]}" ffmpeg
-echo "== Building"
-cmake --preset release -G Ninja >/dev/null
-cmake --build --preset release -- --quiet
-
-children=()
-end_children() {
-    kill "${children[@]}" 2>/dev/null || true
-    wait "${children[@]}" 2>/dev/null || true
-}
-trap end_children EXIT
-
-start() { # <program> [argument]...: runs it beside this script
-    "$@" &
-    children+=("$!")
+build() {
+    install_missing "${build_packages[@]}" "${network_packages[@]}" ffmpeg
+    echo "== Building"
+    cmake --preset release -G Ninja -DKESTAN_TESTS=OFF >/dev/null
+    cmake --build --preset release -- --quiet
 }
 
-echo "== The daemon, and a control process that serves $tables"
-start build/bin/kestan -c -l 6 -O "$destination/$port"
-daemon=$!
-start build/bin/kestan-control serve "$tables"
+play() {
+    echo "== The daemon, and a control process that serves $tables"
+    start build/bin/kestan -c -l 6 -O "$destination/$port"
+    daemon=$!
+    meanwhile wait_for_port 9501
+    start build/bin/kestan-control serve "$tables"
 
-echo "== What is on the wire"
-build/bin/kestan-monitor "$destination:$port" --duration 10
+    echo "== What is on the wire"
+    meanwhile build/bin/kestan-monitor "$destination:$port" --duration 10
 
-echo "== What a player finds in it"
-ffmpeg -v error -y -f data -i "udp://$destination:$port" -map 0 -c copy -f data -fs 20k \
-    build/demo.ts
-ffprobe -hide_banner build/demo.ts 2>&1 | sed -n '/^Input/,$p'
+    echo "== What a player finds in it"
+    meanwhile ffmpeg -v error -y -f data -i "udp://$destination:$port" -map 0 -c copy \
+        -f data -fs 20k build/demo.ts
+    ffprobe -hide_banner build/demo.ts 2>&1 | sed -n '/^Input/,$p'
 
-echo "== The daemon is killed and started again"
-kill -KILL "$daemon"
-{ wait "$daemon" || true; } 2>/dev/null
-start build/bin/kestan -c -l 6 -O "$destination/$port"
-build/bin/kestan-monitor "$destination:$port" --duration 5
+    echo "== The daemon is killed and started again"
+    unset "started[$daemon]"
+    kill -KILL "$daemon"
+    { wait "$daemon" || true; } 2>/dev/null
+    start build/bin/kestan -c -l 6 -O "$destination/$port"
+    meanwhile build/bin/kestan-monitor "$destination:$port" --duration 5
+}
+
+if [ "${1:-}" = play ]; then
+    play
+else
+    build
+    exec scripts/own_network.sh scripts/demo.sh play
+fi

@@ -1,14 +1,19 @@
 # To be sourced: the Debian packages that Kestan needs, and how they are installed.
+# shellcheck shell=bash disable=SC2034  # the lists are used elsewhere
 
 build_packages=(
     g++ cmake ninja-build pkg-config
     thrift-compiler libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
     nlohmann-json3-dev libcli11-dev
 )
-test_packages=(libgtest-dev libgmock-dev bats socat jq iproute2 ffmpeg systemd
-    python3-jsonschema)
-fuzz_packages=(clang-14 libclang-rt-14-dev)
-check_packages=(clang-format clang-tidy libbenchmark-dev)
+network_packages=(iproute2)
+unit_test_packages=(libgtest-dev libgmock-dev)
+test_packages=(
+    "${unit_test_packages[@]}" "${network_packages[@]}" bats socat jq ffmpeg systemd
+    python3-jsonschema
+)
+fuzz_packages=("${unit_test_packages[@]}" clang-14 libclang-rt-14-dev)
+check_packages=(clang-format clang-tidy libbenchmark-dev shellcheck)
 
 # install_missing <package>...: installs those that are not there yet.
 install_missing() {
@@ -22,6 +27,23 @@ install_missing() {
     [ "$(id -u)" -eq 0 ] || as_root=(sudo)
     echo "Installing ${missing[*]}"
     "${as_root[@]}" apt-get update -qq
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" </dev/null >/dev/null
+    quietly "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# debian_sources <architecture>: the Debian package lists that this machine uses, as lines of
+# a sources.list.
+debian_sources() {
+    local line="deb [arch=$1 signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]"
+    apt-get indextargets --format "$line \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" \
+        'Created-By: Packages' 'Origin: Debian' | sort -u
+}
+
+# quietly <program> [argument]...: shows what it writes, if it fails.
+quietly() {
+    local output status=0
+    output=$("$@" 2>&1 </dev/null) || status=$?
+    [ "$status" -eq 0 ] || printf 'Failed with status %d: %s\n%s\n' "$status" "$*" \
+        "$(tail -n 30 <<<"$output")" >&2
+    return "$status"
 }

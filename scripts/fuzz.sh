@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
 
-install_missing "${build_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}"
+install_missing "${build_packages[@]}" "${fuzz_packages[@]}"
 cmake --preset fuzz -G Ninja >/dev/null
 cmake --build --preset fuzz --target fuzzers -- --quiet
 mkdir -p build-fuzz/findings

@@ -1,8 +1,37 @@
 # To be sourced: plays a multiplex on loopback with programs wherever they are.
+# shellcheck shell=bash disable=SC2154  # the programs are given
+
+declare -A started=()
+
+# start <program> [argument]...: in the background, until this shell ends.
+start() {
+    trap end_started EXIT
+    "$@" &
+    started[$!]=$*
+}
+
+end_started() {
+    local jobs
+    mapfile -t jobs < <(jobs -p)
+    kill "${jobs[@]}" 2>/dev/null || true
+    wait "${jobs[@]}" 2>/dev/null || true
+}
+
+# meanwhile <command> [argument]...: runs it to its end, but fails as soon as a program that
+# was started has ended.
+meanwhile() {
+    local command ended status=0
+    "$@" &
+    command=$!
+    wait -n -p ended "${!started[@]}" "$command" || status=$?
+    [ "$ended" != "$command" ] || return "$status"
+    kill "$command"
+    echo "ended with status $status: ${started[$ended]}" >&2
+    return 1
+}
 
 wait_for_port() { # <port>
-    local try
-    for try in {1..100}; do
+    for _ in {1..100}; do
         (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null && return
         sleep 0.1
     done
@@ -15,21 +44,22 @@ wait_for_port() { # <port>
 # that is no property of an emulator or of a busy machine.) The arrays kestan, kestan_control
 # and kestan_monitor are the programs' command lines, with an emulator before them, say, or in
 # a chroot. Meanwhile while_playing is called with kestan's process, where there is such a
-# function.
+# function. To be run in a network of its own.
 play_out() (
     tables=$1 seconds=$2 stream=127.0.0.1:5432
-    "${kestan[@]}" -c -b 10000 -O "${stream/:/\/}" &
+    start "${kestan[@]}" -c -b 10000 -O "${stream/:/\/}"
     pid=$!
-    trap 'kill "$pid"' EXIT
-    wait_for_port 9501
+    meanwhile wait_for_port 9501
     pushed=$("${kestan_control[@]}" push "$tables" | wc -l)
     if declare -F while_playing >/dev/null; then
         (sleep $((seconds / 2)) && while_playing "$pid") &
     fi
-    report=$("${kestan_monitor[@]}" "$stream" --duration "$seconds")
-    grep -v ' PMT of ' <<<"$report"
+    report=$(mktemp)
+    trap 'end_started; rm -f "$report"' EXIT
+    meanwhile "${kestan_monitor[@]}" "$stream" --duration "$seconds" >"$report"
+    grep -v ' PMT of ' "$report"
     read -r seen errors < <(awk '/^0x/ { seen++; errors += $(NF - 6) + $(NF - 5) }
-                                 END { print seen + 0, errors + 0 }' <<<"$report")
+                                 END { print seen + 0, errors + 0 }' "$report")
     echo "$pushed tables pushed, $seen seen with the TDT, $errors errors in them"
     [ "$seen" -eq $((pushed + 1)) ] && [ "$errors" -eq 0 ]
 )

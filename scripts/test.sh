@@ -2,8 +2,9 @@
 # Installs what is missing, builds, and runs every test.
 #
 #   scripts/test.sh         the release build, and some seconds of the fuzzers
-#   scripts/test.sh --all   also the format check, and the tests under AddressSanitizer +
-#                           UndefinedBehaviorSanitizer and under ThreadSanitizer
+#   scripts/test.sh --all   also shellcheck and the format check, and the tests under
+#                           AddressSanitizer + UndefinedBehaviorSanitizer and, built with
+#                           clang, under ThreadSanitizer
 #   scripts/test.sh --lint  clang-tidy alone, which takes some minutes
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -11,7 +12,7 @@ cd "$(dirname "$0")/.."
 
 build_and_test() { # <preset>
     echo "== $1"
-    cmake --preset "$1" -G Ninja >/dev/null
+    cmake --preset "$1" -G Ninja -DKESTAN_TESTS=ON >/dev/null
     cmake --build --preset "$1" -- --quiet
     ctest --preset "$1" --no-tests=error --parallel "$(nproc)"
 }
@@ -21,16 +22,29 @@ fuzz() {
     scripts/fuzz.sh 5
 }
 
+# sources <name>...: this tree's files of these names, which also a tarball has.
+sources() {
+    local names=(-false) name
+    for name in "$@"; do names+=(-o -name "$name"); done
+    find . \( -name .git -o -path './build*' \) -prune -o -type f \( "${names[@]}" \) -print0
+}
+
 check_format() {
     echo "== format"
-    git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run -Werror
+    sources '*.h' '*.cpp' | xargs -0 clang-format --dry-run -Werror
+}
+
+check_scripts() {
+    echo "== shellcheck"
+    { sources '*.sh' '*.bash' '*.bats' 'post*.in' 'pre*.in' && printf '.ci/run\0'; } |
+        xargs -0 shellcheck
 }
 
 check_lint() {
-    cmake --preset release -G Ninja >/dev/null
+    cmake --preset release -G Ninja -DKESTAN_TESTS=ON >/dev/null
     cmake --build --preset release -- --quiet
-    git ls-files '*.cpp' | grep -vE '^(tests|fuzz)/' |
-        xargs -P "$(nproc)" -n 1 clang-tidy -p build --quiet 2>/dev/null
+    sources '*.cpp' | grep -zvE '^./(tests|fuzz)/' |
+        xargs -0 -P "$(nproc)" -n 1 clang-tidy -p build --quiet 2>/dev/null
 }
 
 case "${1:-}" in
@@ -40,8 +54,10 @@ case "${1:-}" in
         build_and_test release
         ;;
     --all)
-        install_missing "${build_packages[@]}" "${test_packages[@]}" "${check_packages[@]}"
+        install_missing "${build_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}" \
+            "${check_packages[@]}"
         check_format
+        check_scripts
         build_and_test release
         fuzz
         build_and_test asan

@@ -1,34 +1,74 @@
 #!/usr/bin/env bash
 # Builds the Debian package and tries it in a clean root: apt installs it, the programs play
-# an example, and its removal leaves nothing behind. Needs root for the root.
+# an example, an upgrade goes on where a service cannot start again, and the removal leaves
+# nothing behind but what is the administrator's. Needs root.
+#
+#   scripts/try-package.sh [PACKAGE]     builds none and tries this one
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
+. scripts/clean_root.sh
 . scripts/play_out.sh
 
-root=$PWD/build/clean-root
-
+# Builds it here and in a copy of the tree elsewhere: the bytes have to be the same.
 build_package() {
-    cmake --preset release -G Ninja >/dev/null
-    cmake --build --preset release -- --quiet
-    rm -f build/kestan_*.deb
-    (cd build && cpack -G DEB >/dev/null)
-    lintian --allow-root --fail-on error build/kestan_*.deb
+    local tree="$root/tmp/another tree" folder
+    mkdir -p "$tree"
+    tar -c --exclude='./build*' --exclude=./.git . | tar -x -C "$tree"
+    for folder in "$PWD" "$tree"; do
+        (cd "$folder" && rm -f build-package/*.deb && quietly cmake --workflow --preset package)
+    done
+    cmp build-package/*.deb "$tree"/build-package/*.deb
+    echo "The package is the same, built in two places"
+    rm -rf "$tree"
 }
 
-# The same Debian as this machine's, from its own mirror.
-make_clean_root() {
-    local codename mirror
-    codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
-    mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
-        'Origin: Debian' "Codename: $codename" | head -n 1)
-    rm -rf "$root"
-    debootstrap --variant=minbase "$codename" "$root" "$mirror" >"$root.log"
-    in_root apt-get update -qq
+check_package() {
+    lintian --allow-root --fail-on error "$package"
+    lintian --allow-root --fail-on info --tags \
+        hardening-no-bindnow,hardening-no-fortify-functions,hardening-no-pie,hardening-no-relro \
+        "$package"
 }
 
-in_root() {
-    DEBIAN_FRONTEND=noninteractive LC_ALL=C chroot "$root" "$@"
+apt_in_root() { quietly in_root apt-get -y -qq --no-install-recommends "$@"; }
+
+install_package() {
+    cp "$package" "$root/tmp/kestan.deb"
+    apt_in_root install /tmp/kestan.deb
+    in_root dpkg-query -W -f='${Package} ${Version}: ${Depends}\n' kestan
+    in_root kestan --version
+    scripts/own_network.sh scripts/try-package.sh play
+}
+
+# As on a machine that systemd has started, and on which everything it is told to do fails.
+fail_to_restart() {
+    local calls
+    mkdir -p "$root/run/systemd/system"
+    printf '#!/bin/sh\necho "$*" >>/tmp/systemctl.calls\nexit 1\n' >"$root/usr/bin/systemctl"
+    chmod +x "$root/usr/bin/systemctl"
+    quietly in_root dpkg --install /tmp/kestan.deb
+    calls=$(grep -v daemon-reload "$root/tmp/systemctl.calls")
+    if [[ $calls != "try-restart "*kestan@0.service* || $calls = *$'\n'* ]]; then
+        echo "The upgrade asked systemctl for: $calls" >&2
+        return 1
+    fi
+    echo "Upgraded, although systemctl failed"
+}
+
+remove_package() {
+    local link=$root/etc/systemd/system/multi-user.target.wants/kestan@0.service
+    local drop_in=$root/etc/systemd/system/kestan@0.service.d/local.conf
+    mkdir -p "${link%/*}" "${drop_in%/*}"
+    ln -s /lib/systemd/system/kestan@.service "$link"
+    touch "$drop_in"
+    apt_in_root remove kestan
+    [ -L "$link" ]
+    apt_in_root purge --auto-remove kestan
+    [ ! -L "$link" ]
+    [ -e "$drop_in" ]
+    rm -r "${drop_in%/*}" "$root/usr/bin/systemctl" "$root/run/systemd"
+    rmdir --ignore-fail-on-non-empty "${link%/*}"
+    echo "Removed; the link went with the purge, the drop-in stayed"
 }
 
 # What apt itself keeps, and caches, are no leftovers.
@@ -38,26 +78,30 @@ list_files() {
         -prune -o -print) | sort
 }
 
-refuse_leftovers() { # <list before> <list after>
-    diff "$1" "$2" || { echo "the package left this behind" >&2; return 1; }
+refuse_leftovers() { # <files before>
+    diff <(echo "$1") <(list_files) || { echo "the package left this behind" >&2; return 1; }
     [ -z "$(in_root dpkg-query -W -f='${Package}' kestan 2>/dev/null)" ]
     echo "Removed without leftovers"
 }
 
-install_missing "${build_packages[@]}" "${test_packages[@]}" debootstrap dpkg-dev lintian
-build_package
+if [ "${1:-}" = play ]; then
+    kestan=(chroot "$KESTAN_ROOT" kestan)
+    kestan_control=(chroot "$KESTAN_ROOT" kestan-control)
+    kestan_monitor=(chroot "$KESTAN_ROOT" kestan-monitor)
+    play_out /usr/share/doc/kestan/examples/small.json 4
+    exit
+fi
+in_own_namespaces "$@"
+install_missing "${build_packages[@]}" dpkg-dev lintian
 make_clean_root
-list_files >"$root.before"
-cp build/kestan_*.deb "$root/tmp/"
-in_root sh -c 'apt-get install -y -qq --no-install-recommends /tmp/kestan_*.deb' \
-    >"$root.log" 2>&1
-in_root dpkg-query -W -f='${Package} ${Version}: ${Depends}\n' kestan
-in_root kestan --version
-kestan=(chroot "$root" kestan)
-kestan_control=(chroot "$root" kestan-control)
-kestan_monitor=(chroot "$root" kestan-monitor)
-play_out /usr/share/doc/kestan/examples/small.json 4
-in_root apt-get purge -y -qq --auto-remove kestan >"$root.log" 2>&1
-list_files >"$root.after"
-refuse_leftovers "$root.before" "$root.after"
-rm -rf "$root"
+package=${1:-}
+if [ -z "$package" ]; then
+    build_package
+    package=$(echo build-package/kestan_*.deb)
+fi
+check_package
+before=$(list_files)
+install_package
+fail_to_restart
+remove_package
+refuse_leftovers "$before"

@@ -107,7 +107,7 @@ TEST(PacingLoop, SendsWhatIsDueAsOneDatagramAndIdlesOneIntervalAtATime) {
     EXPECT_THAT(datagrams[0].pids(), ElementsAre(0, 1, 2));
     // Each packet of a pass has the next slot; a stream with nothing due takes none.
     for (int i = 0; i < 3; ++i) {
-        EXPECT_THAT(streams[i].slot_times,
+        EXPECT_THAT(streams[static_cast<std::size_t>(i)].slot_times,
                     ElementsAre(start + i * kInterval, start + 3 * kInterval,
                                 start + 4 * kInterval));
     }

@@ -28,7 +28,8 @@ TEST(SimpleTable, SpreadsEachVersionOverThePeriodFromItsStart) {
             case 0: {
                 name = name == "Z" ? "A" : std::string(1, ++name[0]);
                 packets = static_cast<int>(1 + random() % 12);
-                std::string buffer = named_packets(name[0], std::vector(packets, 1));
+                std::string buffer = named_packets(
+                    name[0], std::vector(static_cast<std::size_t>(packets), 1));
                 table.replace_packets(buffer);
                 index = 0;
                 due = slot;

@@ -101,7 +101,7 @@ TEST(TableCarrousel, PlaysAsASearchOfTheWholeRingWould) {
     std::int64_t slot = now_ns();
     int last_counter = -1;
     for (int i = 0; i < 300000; ++i) {
-        slot += static_cast<std::int64_t>(random() % 2) * (random() % 40) * kNsPerMs;
+        slot += static_cast<std::int64_t>(random() % 2 * (random() % 40)) * kNsPerMs;
         if (random() % 8 == 0) slot = std::max(slot, model.next_time - i % 2);
         simulated_clock::advance(slot - now_ns());
         const char name = static_cast<char>('A' + random() % (i < 150000 ? 3 : 12));

@@ -17,7 +17,7 @@ std::string numbered_packet(std::uint64_t number, std::size_t stride) {
 // in step with the packets before or after it.
 TEST(TsFile, FindsEveryPacketBetweenAnyJunk) {
     std::mt19937 random(1);
-    for (int round = 0; round < 120; ++round) {
+    for (unsigned round = 0; round < 120; ++round) {
         const std::size_t stride = std::array{188U, 192U, 204U}[round % 3];
         // The first file of each kind is longer than what is read at a time.
         const std::size_t scale = round < 3 ? 500 : 1;

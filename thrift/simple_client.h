@@ -8,23 +8,28 @@
 #include <thrift/transport/TBufferTransports.h>
 #include <thrift/transport/TSocket.h>
 
+#include "thrift/time_limited_socket.h"
+
 namespace orvel::thrift::utils {
 
 // A Thrift client together with its one connection: `Client` is a generated client class,
-// called through this object. Framed transport, binary protocol; connecting and each send
-// and receive take one second at most.
+// called through this object. Framed transport, binary protocol.
 //
-// Every failure, of construction or of a call, is an apache::thrift::TException. The
-// connection closes with the object. One thread.
+// The peer is not trusted. Connecting and the first call take `timeout_ms` at most, each
+// further call again as long, even if the peer sends byte by byte. A reply has at most
+// kMaxReplySize bytes, and nothing in it makes the client allocate more.
+//
+// Every failure, of construction or of a call, is an apache::thrift::TException. Then the
+// connection is useless. It closes with the object. One thread.
 template <typename Client>
 class SimpleClient : public virtual Client {
 public:
     static constexpr int kTimeoutMs = 1000;
+    static constexpr int kMaxReplySize = 64 * 1024;  // a number, or the text of an error
 
     // Connects.
     SimpleClient(const std::string& host, int port, int timeout_ms = kTimeoutMs)
-        : SimpleClient(std::make_shared<apache::thrift::transport::TSocket>(host, port),
-                       timeout_ms) {
+        : SimpleClient(Connection(host, port, timeout_ms)) {
         transport_->open();
     }
 
@@ -33,26 +38,28 @@ private:
     using TFramedTransport = apache::thrift::transport::TFramedTransport;
     using TBinaryProtocol = apache::thrift::protocol::TBinaryProtocol;
 
-    SimpleClient(const std::shared_ptr<TSocket>& socket, int timeout_ms)
-        : SimpleClient(socket, with_timeouts(socket, timeout_ms)) {}
+    // A virtual base is built before the members, so its protocol comes in from outside.
+    struct Connection {
+        Connection(const std::string& host, int port, int timeout_ms)
+            : socket(std::make_shared<TimeLimitedSocket>(host, port, timeout_ms)),
+              transport(std::make_shared<TFramedTransport>(socket)),
+              protocol(std::make_shared<TBinaryProtocol>(
+                  transport, /*string_limit=*/kMaxReplySize,
+                  /*container_limit=*/kMaxReplySize, /*strict_read=*/false,
+                  /*strict_write=*/true)) {
+            transport->setMaxFrameSize(kMaxReplySize);
+        }
 
-    SimpleClient(const std::shared_ptr<TSocket>& socket,
-                 const std::shared_ptr<TFramedTransport>& transport)
-        : SimpleClient(socket, transport, std::make_shared<TBinaryProtocol>(transport)) {}
+        std::shared_ptr<TSocket> socket;
+        std::shared_ptr<TFramedTransport> transport;
+        std::shared_ptr<TBinaryProtocol> protocol;
+    };
 
-    // A virtual base is made before the members: so all three come in from outside.
-    SimpleClient(const std::shared_ptr<TSocket>& socket,
-                 const std::shared_ptr<TFramedTransport>& transport,
-                 const std::shared_ptr<TBinaryProtocol>& protocol)
-        : Client(protocol), socket_(socket), transport_(transport), protocol_(protocol) {}
-
-    static std::shared_ptr<TFramedTransport> with_timeouts(
-        const std::shared_ptr<TSocket>& socket, int timeout_ms) {
-        socket->setConnTimeout(timeout_ms);
-        socket->setRecvTimeout(timeout_ms);
-        socket->setSendTimeout(timeout_ms);
-        return std::make_shared<TFramedTransport>(socket);
-    }
+    explicit SimpleClient(const Connection& connection)
+        : Client(connection.protocol),
+          socket_(connection.socket),
+          transport_(connection.transport),
+          protocol_(connection.protocol) {}
 
     std::shared_ptr<TSocket> socket_;
     std::shared_ptr<TFramedTransport> transport_;

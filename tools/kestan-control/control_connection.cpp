@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cmath>
-#include <cstdint>
 #include <sstream>
 #include <system_error>
 
@@ -11,12 +10,9 @@
 #include "thrift/instance_ports.h"
 
 using apache::thrift::TException;
-using apache::thrift::protocol::TBinaryProtocol;
 using apache::thrift::transport::TTransportException;
 
 namespace {
-
-constexpr std::int32_t kMaxReplyString = 64 * 1024;  // replies have none but error texts
 
 // Thrift gives a failed connect no code of its own, only the system's text.
 bool is_refused(const TTransportException& error) {
@@ -41,12 +37,7 @@ std::string ControlAddress::text() const {
 }
 
 ControlConnection::ControlConnection(const ControlAddress& address)
-    : address_(address), service_(connect(address)) {
-    // Another kind of server must not have us reserve gigabytes for a string.
-    const auto protocol = std::dynamic_pointer_cast<TBinaryProtocol>(
-        static_cast<Service&>(service_).getInputProtocol());
-    if (protocol) protocol->setStringSizeLimit(kMaxReplyString);
-}
+    : address_(address), service_(connect(address)) {}
 
 ControlConnection::Client ControlConnection::connect(const ControlAddress& address) {
     try {

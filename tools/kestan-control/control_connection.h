@@ -11,7 +11,7 @@
 struct ControlAddress {
     std::string host = "127.0.0.1";
     int set = 0;           // instance number
-    double timeout_s = 3;  // of connecting, and of each send and receive
+    double timeout_s = 3;  // of connecting with the first call, and of each other
 
     [[nodiscard]] int port() const;
     [[nodiscard]] std::string text() const;  // "127.0.0.1:9501"

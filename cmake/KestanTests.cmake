@@ -1,0 +1,16 @@
+# KESTAN_BUILD_TESTS: whether the tests are built, as KESTAN_TESTS asks.
+
+set(KESTAN_BUILD_TESTS ${KESTAN_TESTS})
+if(KESTAN_TESTS STREQUAL "AUTO")
+    set(KESTAN_BUILD_TESTS OFF)
+    find_package(GTest QUIET)
+    if(NOT KESTAN_TOOLS)
+        message(STATUS "The tests need the tools (KESTAN_TOOLS): they are left out")
+    elseif(NOT TARGET GTest::gmock)
+        message(STATUS "GoogleTest (libgtest-dev, libgmock-dev) is missing: the tests are left out")
+    else()
+        set(KESTAN_BUILD_TESTS ON)
+    endif()
+elseif(KESTAN_TESTS AND NOT KESTAN_TOOLS)
+    message(FATAL_ERROR "KESTAN_TESTS needs KESTAN_TOOLS")
+endif()

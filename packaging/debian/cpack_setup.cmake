@@ -1,0 +1,10 @@
+if(CPACK_KESTAN_CROSS)
+    message(FATAL_ERROR "A cross build makes no package: dpkg-shlibdeps knows the libraries "
+        "of this machine's architecture alone. Build the package on the other architecture, "
+        "or use `cmake --install`.")
+endif()
+
+# The time of the package's files: that of the build, see cmake/KestanReproducible.cmake.
+if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
+    set(ENV{SOURCE_DATE_EPOCH} ${CPACK_KESTAN_EPOCH})
+endif()

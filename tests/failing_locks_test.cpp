@@ -1,0 +1,81 @@
+// What the handler leaves behind when a mutex cannot be locked.
+
+#include <pthread.h>
+
+#include <cerrno>
+#include <functional>
+#include <map>
+#include <system_error>
+
+#include <gtest/gtest.h>
+
+#include "control/mux_control_handler.h"
+#include "dvb/nanoseconds.h"
+#include "mux/muxer.h"
+#include "tests/support/playout.h"
+#include "tests/support/random_tables.h"
+
+using orvel::thrift::dvb_tables::PMT;
+
+// The test program is linked so that these stand in for pthread_mutex_lock.
+extern "C" int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
+
+namespace {
+
+int locks_until_failure = 0;  // none fails
+
+// Makes the call with its first lock failing, then its second one, until it succeeds.
+template <typename Call>
+void call_with_each_lock_failing(Call call) {
+    for (locks_until_failure = 1;; ++locks_until_failure) {
+        const int failing = locks_until_failure;
+        try {
+            call();
+            locks_until_failure = 0;
+            return;
+        } catch (const std::system_error&) {
+            locks_until_failure = failing;
+        }
+    }
+}
+
+TEST(FailingLocks, LeaveNoPmtHalfInstalled) {
+    Playout playout(10000);
+    RandomTables random(17);
+    cm_MuxControlSrvHandler handler;
+    const PMT pmts[] = {random.pmt(1, 100), random.pmt(2, 100), random.pmt(3, 100)};
+    const struct {
+        const char* what;
+        std::function<void()> call;
+        int on_pid_20, on_pid_21;  // services
+        std::size_t streams;       // the four fixed ones among them
+    } steps[] = {
+        {"first on its PID", [&] { handler.NewPMT(pmts[0], 0x20); }, 1, 0, 5},
+        {"second", [&] { handler.NewPMT(pmts[1], 0x20); }, 2, 0, 5},
+        {"on another PID", [&] { handler.NewPMT(pmts[2], 0x21); }, 2, 1, 6},
+        {"new version", [&] { handler.NewPMT(pmts[1], 0x20); }, 2, 1, 6},
+        {"stop one of two", [&] { handler.StopPMT(1, 0); }, 1, 1, 6},
+        {"stop the last", [&] { handler.StopPMT(2, 0); }, 0, 1, 5},
+        {"clear", [&] { handler.ClearAllTables(); }, 0, 0, 4},
+    };
+    for (const auto& step : steps) {
+        call_with_each_lock_failing(step.call);
+        EXPECT_EQ(the_muxer->streams.size(), step.streams) << step.what;
+        std::map<std::uint16_t, int> packets;
+        for (const Datagram& datagram : playout.run_for(10 * kNsPerSecond)) {
+            for (const std::uint16_t pid : datagram.pids()) ++packets[pid];
+        }
+        EXPECT_NEAR(packets[0x20], 50 * step.on_pid_20, 1) << step.what;
+        EXPECT_NEAR(packets[0x21], 50 * step.on_pid_21, 1) << step.what;
+    }
+}
+
+}  // namespace
+
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (locks_until_failure == 0 || --locks_until_failure > 0) {
+        return __real_pthread_mutex_lock(mutex);
+    }
+    return EAGAIN;
+}
