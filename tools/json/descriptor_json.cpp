@@ -78,7 +78,7 @@ std::string language_from_json(const JsonNode& node) {
     return node.text();
 }
 
-// The field that says the coding of a text.
+// Returns the name of the field that says a text's coding.
 std::string coding_field(const char* text_field) {
     return text_field + std::string("_coding");
 }
@@ -105,7 +105,8 @@ std::string text_from_json(const JsonNode& entry, const char* name) {
     return *encoded;
 }
 
-// Writes one field of the entry `node`, which is there.
+// Writes one field from the entry `node`.
+// REQUIRES: the entry has the field, unless other fields say its value.
 void write_field(const DescriptorField& field, const JsonNode& node, BitWriter& to) {
     switch (field.kind) {
         case FieldKind::kNumber:
@@ -143,15 +144,11 @@ void entry_from_json(const DescriptorForm& form, const JsonNode& node, BitWriter
     }
     node.expect_fields({names.begin(), names.end()});
     for (auto field = form.fields.begin(); field != form.fields.end(); ++field) {
-        const bool is_left_out =
-            field->need != FieldNeed::kRequired && !node.has(field->name);
-        if (field->kind == FieldKind::kIfMore &&
-            std::none_of(field, form.fields.end(), [&](const DescriptorField& later) {
-                return node.has(later.name);
-            })) {
-            return;
-        }
-        if (!is_left_out) {
+        const bool has_more = std::any_of(
+            field, form.fields.end(),
+            [&](const DescriptorField& later) { return node.has(later.name); });
+        if (field->kind == FieldKind::kIfMore && !has_more) return;
+        if (field->need == FieldNeed::kRequired || node.has(field->name)) {
             write_field(*field, node, to);
         } else if (field->need != FieldNeed::kIfPresenceFlag) {
             to.put(0, field->bits);
@@ -243,7 +240,7 @@ std::optional<ordered_json> named_to_json(const Descriptor& descriptor) {
         const nlohmann::json document = *fields;
         if (named_from_json(*form, JsonNode(document)) != descriptor) return std::nullopt;
     } catch (const JsonMistake&) {
-        return std::nullopt;
+        return std::nullopt;  // a text that can be read but not written in its coding
     }
     return ordered_json{{form->name, *fields}};
 }
