@@ -1,5 +1,5 @@
 # What the daemon's peers on TCP cannot do to it.
-# shellcheck disable=SC2154  # variables of programs.bash
+# shellcheck disable=SC2034,SC2154  # variables of programs.bash
 
 load programs
 
