@@ -9,7 +9,7 @@ build_packages=(
 network_packages=(iproute2)
 unit_test_packages=(libgtest-dev libgmock-dev)
 test_packages=(
-    "${unit_test_packages[@]}" "${network_packages[@]}" bats socat jq ffmpeg systemd
+    "${unit_test_packages[@]}" "${network_packages[@]}" bats socat strace jq ffmpeg systemd
     python3-jsonschema
 )
 fuzz_packages=("${unit_test_packages[@]}" clang-14 libclang-rt-14-dev)
