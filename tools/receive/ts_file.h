@@ -36,8 +36,7 @@ private:
     [[nodiscard]] std::size_t left() const { return buffer_.size() - position_; }
     [[nodiscard]] bool is_sync(std::size_t offset) const;
 
-    // Returns the distance between packets if one begins `offset` bytes from here, and 0
-    // otherwise.
+    // Returns the distance between packets if one begins `offset` bytes from here, or 0.
     [[nodiscard]] std::size_t stride_at(std::size_t offset) const;
 
     void find_packets();
