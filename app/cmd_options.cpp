@@ -55,7 +55,7 @@ constexpr const char* kUsage =
     "   [ -h ] [ --help ] (type=FLAG)\n"
     "          Display this help and exit.\n";
 
-// The argument as an integer of 32 bits, the nearest one where it is larger.
+// Clamps to 32 bits.
 std::int32_t parse_integer(const char* argument) {
     using limits = std::numeric_limits<std::int32_t>;
     const long value = std::strtol(argument, nullptr, 10);

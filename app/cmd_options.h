@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-// The settings of the command line: filled once, before anything else happens, and only
-// read from then on.
+// The settings of the command line. Written once, before anything else, and then only
+// read.
 struct cmd_options {
     std::int32_t set = 0;         // instance number, 0 or 1
     bool console = false;         // log to the console too
@@ -19,13 +19,13 @@ struct cmd_options {
     std::string prog_name;        // as invoked
 };
 
-// Reads the command line. Throws a std::string, the message for the user, when a number
-// is out of range. -h, an unknown option and a missing argument end the process in
-// print_usage.
+// Reads the command line. Throws a std::string, the message for the user, if a number is
+// out of range. Ends the process in print_usage after -h, an unknown option or a missing
+// argument.
 [[nodiscard]] cmd_options parse_options(int argc, char** argv);
 
-// Prints the usage on standard output when `status` is 0, else a hint at it on standard
-// error, and exits with `status`.
+// Prints the usage on standard output if `status` is 0, and else a hint on standard
+// error. Exits with `status`.
 [[noreturn]] void print_usage(const cmd_options& options, int status);
 
 #endif

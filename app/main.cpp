@@ -31,7 +31,7 @@ cmd_options options_or_exit(int argc, char** argv) {
     }
 }
 
-// No exit handlers: nothing has begun that they could end.
+// Without exit handlers: nothing has started that they could end.
 [[noreturn]] void print_version_and_exit() {
     std::putchar('\n');
     std::puts("Version: " KESTAN_VERSION);

@@ -27,7 +27,7 @@ struct destination {
     std::string interface;
 };
 
-// "a.b.c.d/port"; whatever follows is ignored.
+// Parses "a.b.c.d/port". The rest of the text is ignored.
 std::optional<destination> parse_destination(const std::string& outip) {
     unsigned a = 0, b = 0, c = 0, d = 0, port = 0;
     if (std::sscanf(outip.c_str(), "%3u.%3u.%3u.%3u/%4u", &a, &b, &c, &d, &port) != 5) {
@@ -35,7 +35,7 @@ std::optional<destination> parse_destination(const std::string& outip) {
         return std::nullopt;
     }
     log_function(kLogInformation, 0, "Forced output address.");
-    // Written anew, an octet with leading zeros is never read as an octal number.
+    // inet_addr reads an octet with leading zeros as octal: this text has none.
     char address[64];
     std::snprintf(address, sizeof address, "%u.%u.%u.%u", a, b, c, d);
     return destination{address, static_cast<int>(port), ""};
@@ -63,8 +63,8 @@ bool set_ttl(int ttl) {
     return false;
 }
 
-// Looks the interface's address up, whatever the destination: an interface without one is
-// a mistake that must show at start-up. Multicast leaves through the interface.
+// Looks up the interface's address, also for a unicast destination: an interface without
+// an address is a mistake that must show at start-up. Multicast is sent through it.
 bool set_interface(const std::string& name) {
     ifreq request{};
     std::strncpy(request.ifr_name, name.c_str(), IFNAMSIZ - 1);

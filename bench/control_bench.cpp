@@ -1,39 +1,46 @@
-// The control methods and the packetizer, the methods beside the least that they can
-// cost: libdvbpsi's generator alone, for the same sections.
+// The control methods and the packetizer next to the least that they can cost: for the
+// methods, libdvbpsi's generator alone for the same sections.
 //
 // The label of a benchmark names its floor.
 
 #include <string>
-#include <utility>
 
 #include <benchmark/benchmark.h>
 
-#include "bench/tables.h"
 #include "control/mux_control_handler.h"
 #include "dvb/libdvbpsi.h"
 #include "framework/table_converters.h"
-#include "mux/muxer.h"
 #include "tables/section_packetizer.h"
+#include "tests/support/pacing_loop.h"
+#include "tests/support/random_tables.h"
 
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-constexpr std::size_t kPrograms = 200;
-constexpr std::size_t kServices = 200;
+constexpr std::uint16_t kFirstPmtPid = 0x20;
 
-int discard(const std::uint8_t* /*data*/, std::uint32_t /*length*/) {
-    return 0;
+PAT make_pat() {
+    return RandomTables(1).pat(200);
+}
+
+// 25 services fill a section.
+SDT make_sdt(std::size_t services) {
+    return RandomTables(1).sdt(services, 35);
+}
+
+// Of one packet.
+PMT make_pmt() {
+    return RandomTables(1).pmt(1, 150);
 }
 
 // The process's muxer, for the life of the object.
-struct Muxer {
-    Muxer() { muxer_create(1000, discard); }
-    ~Muxer() { delete std::exchange(the_muxer, nullptr); }
+struct Muxer : PacingLoop {
+    Muxer() : PacingLoop(1000, [](const std::uint8_t*, std::uint32_t) { return 0; }) {}
 };
 
 void GeneratePAT(benchmark::State& state) {
-    const PatPtr table(t2dPAT(make_pat(kPrograms)));
+    const PatPtr table(t2dPAT(make_pat()));
     const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
     for (auto _ : state) {
         const SectionsPtr sections(
@@ -46,7 +53,7 @@ BENCHMARK(GeneratePAT);
 void NewPAT(benchmark::State& state) {
     const Muxer muxer;
     cm_MuxControlSrvHandler handler;
-    const PAT pat = make_pat(kPrograms);
+    const PAT pat = make_pat();
     state.SetLabel("GeneratePAT");
     for (auto _ : state) benchmark::DoNotOptimize(handler.NewPAT(pat));
 }
@@ -69,14 +76,14 @@ BENCHMARK(GenerateSDT);
 void NewSDTActual(benchmark::State& state) {
     const Muxer muxer;
     cm_MuxControlSrvHandler handler;
-    const SDT sdt = make_sdt(kServices);
+    const SDT sdt = make_sdt(200);
     state.SetLabel("GenerateSDT");
     for (auto _ : state) benchmark::DoNotOptimize(handler.NewSDTActual(sdt));
 }
 BENCHMARK(NewSDTActual);
 
 void GeneratePMT(benchmark::State& state) {
-    const PmtPtr table(t2dPMT(make_pmt(1)));
+    const PmtPtr table(t2dPMT(make_pmt()));
     const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
     for (auto _ : state) {
         const SectionsPtr sections(
@@ -114,7 +121,7 @@ private:
 
     Muxer muxer_;
     cm_MuxControlSrvHandler handler_;
-    PMT pmt_ = make_pmt(1);
+    PMT pmt_ = make_pmt();
     std::uint16_t count_;
     bool one_pid_;
     std::uint32_t at_ = 0;

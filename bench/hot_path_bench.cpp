@@ -1,10 +1,247 @@
+// The hot path next to the least that it can cost: a packet that is due, of each kind of
+// stream; a polling pass of the pacing loop over many streams, with nothing due and with
+// a packet of every stream due.
+//
+// The label of a benchmark names its floor.
+
+#include <array>
 #include <condition_variable>
+#include <limits>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
-// Beside a second thread, as in the daemon: the C library's mutexes are cheaper, by half,
+#include "dvb/nanoseconds.h"
+#include "framework/clock.h"
+#include "tables/simple_table.h"
+#include "tables/table_carrousel.h"
+#include "tables/tdt_table.h"
+#include "tests/support/pacing_loop.h"
+
+namespace {
+
+// The floor of what hands out packets: copies them in turn under an uncontended mutex.
+// Each packet lies in separate memory, as much as a stream or a sub-table takes.
+class LockedPackets {
+public:
+    explicit LockedPackets(std::int64_t count) {
+        for (std::int64_t i = 0; i < count; ++i) {
+            packets_.push_back(std::make_unique<Packet>());
+        }
+    }
+
+    // One mutex for all packets.
+    void copy_next(std::uint8_t* dst) {
+        const std::lock_guard lock(mutex_);
+        std::memcpy(dst, next().data.data(), kTsPacketSize);
+    }
+
+    // Each packet's own mutex.
+    void copy_next_of_its_own(std::uint8_t* dst) {
+        Packet& packet = next();
+        const std::lock_guard lock(packet.mutex);
+        std::memcpy(dst, packet.data.data(), kTsPacketSize);
+    }
+
+    // Takes every packet's mutex once.
+    void lock_each() {
+        for (const auto& packet : packets_) {
+            const std::lock_guard lock(packet->mutex);
+            ++packet->locked;
+        }
+    }
+
+private:
+    struct Packet {
+        std::string data{std::string(kTsPacketSize, '\0')};
+        std::uint64_t locked = 0;
+        std::uint64_t rest[3] = {};
+        std::mutex mutex;
+    };
+
+    Packet& next() {
+        Packet& packet = *packets_[next_];
+        next_ = next_ + 1 == packets_.size() ? 0 : next_ + 1;
+        return packet;
+    }
+
+    std::vector<std::unique_ptr<Packet>> packets_;
+    std::size_t next_ = 0;
+    std::mutex mutex_;
+};
+
+constexpr std::uint32_t kPeriodMs = 200;
+
+std::string table_of(std::size_t packets) {
+    std::string packet(kTsPacketSize, '\0');
+    packet[0] = kSyncByte;
+    packet[1] = kPayloadUnitStart;
+    packet[3] = kHasPayload;
+    std::string table;
+    for (std::size_t i = 0; i < packets; ++i) table += packet;
+    return table;
+}
+
+void CopyUnderMutex(benchmark::State& state) {
+    LockedPackets packets(state.range(0));
+    std::array<std::uint8_t, kTsPacketSize> dst;
+    for (auto _ : state) {
+        packets.copy_next(dst.data());
+        benchmark::DoNotOptimize(packets);
+        benchmark::DoNotOptimize(dst);
+    }
+}
+BENCHMARK(CopyUnderMutex)->Arg(1)->Arg(8)->Arg(200)->Arg(8000);
+
+void CopyUnderMutexAndClock(benchmark::State& state) {
+    LockedPackets packets(1);
+    std::array<std::uint8_t, kTsPacketSize> dst;
+    for (auto _ : state) {
+        packets.copy_next(dst.data());
+        benchmark::DoNotOptimize(GetUTCTime());
+        benchmark::DoNotOptimize(packets);
+        benchmark::DoNotOptimize(dst);
+    }
+}
+BENCHMARK(CopyUnderMutexAndClock);
+
+// Asks the stream at steps of `step_ns`, at each of which it has a packet due.
+void play(benchmark::State& state, muxed_stream& stream, std::int64_t step_ns) {
+    std::array<std::uint8_t, kTsPacketSize> dst;
+    std::int64_t slot_time_ns = steady_now_ns();
+    for (auto _ : state) {
+        if (!stream.next_packet(dst.data(), slot_time_ns)) {
+            return state.SkipWithError("nothing was due");
+        }
+        slot_time_ns += step_ns;
+        benchmark::DoNotOptimize(dst);
+    }
+}
+
+void SimpleTablePacket(benchmark::State& state) {
+    SimpleTable stream(0, kPeriodMs * kNsPerMs);
+    std::string table = table_of(5);
+    stream.replace_packets(table);
+    state.SetLabel("CopyUnderMutex/1");
+    play(state, stream, kPeriodMs * kNsPerMs / 5);
+}
+BENCHMARK(SimpleTablePacket);
+
+void TDTTablePacket(benchmark::State& state) {
+    TDTTable stream;
+    state.SetLabel("CopyUnderMutexAndClock");
+    play(state, stream, kNsPerSecond);
+}
+BENCHMARK(TDTTablePacket);
+
+// At the pace at which the carrousel sends, which is a little faster than the sub-tables'
+// periods ask for.
+void TableCarrouselPacket(benchmark::State& state) {
+    TableCarrousel stream(0x20);
+    const auto sub_tables = static_cast<std::uint32_t>(state.range(0));
+    for (std::uint32_t i = 0; i < sub_tables; ++i) {
+        stream.add_subtable(new SubTable(table_of(1), kPeriodMs));
+    }
+    const std::uint64_t bitrate_sum =
+        sub_tables * std::uint64_t{SubTable(table_of(1), kPeriodMs).bitrate};
+    state.SetLabel("CopyUnderMutex/" + std::to_string(sub_tables));
+    play(state, stream,
+         static_cast<std::int64_t>(kTsPacketBits * kNsPerSecond / bitrate_sum));
+}
+BENCHMARK(TableCarrouselPacket)->Arg(1)->Arg(8)->Arg(200)->Arg(8000);
+
+constexpr std::uint32_t kPacketsPerPass = 7;
+
+benchmark::State* running = nullptr;
+
+int send(const std::uint8_t* data, std::uint32_t length) {
+    benchmark::DoNotOptimize(data);
+    return static_cast<int>(length);
+}
+
+// SimpleTables, registered, with a packet due always or, after the first, never.
+class Streams {
+public:
+    Streams(std::size_t count, bool always_due) {
+        constexpr std::int64_t for_years = std::numeric_limits<std::int64_t>::max() / 4;
+        for (std::size_t i = 0; i < count; ++i) {
+            streams_.push_back(
+                std::make_unique<SimpleTable>(0, always_due ? 0 : for_years));
+            std::string packet(kTsPacketSize, '\0');
+            streams_.back()->replace_packets(packet);
+            if (!always_due) take_first_packet(*streams_.back());
+            muxer_add(*streams_.back());
+        }
+    }
+    ~Streams() {
+        for (const auto& stream : streams_) muxer_remove(*stream);
+    }
+
+private:
+    static void take_first_packet(SimpleTable& stream) {
+        std::array<std::uint8_t, kTsPacketSize> packet{};
+        stream.next_packet(packet.data(), steady_now_ns());
+    }
+
+    std::vector<std::unique_ptr<SimpleTable>> streams_;
+};
+
+// Slots of 15 ms: the slot clock is always ahead and each pass ends in a sleep.
+void run_passes(benchmark::State& state, bool always_due) {
+    const PacingLoop loop(100, send);
+    const Streams streams(static_cast<std::size_t>(state.range(0)), always_due);
+    running = &state;
+    PacingLoop::run();
+    running = nullptr;
+}
+
+void PassWithNothingDue(benchmark::State& state) {
+    state.SetLabel("LockEach/" + std::to_string(state.range(0)));
+    run_passes(state, false);
+}
+BENCHMARK(PassWithNothingDue)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
+
+void PassWithAllDue(benchmark::State& state) {
+    state.SetLabel("CopySeven/" + std::to_string(state.range(0)));
+    run_passes(state, true);
+}
+BENCHMARK(PassWithAllDue)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
+
+void LockEach(benchmark::State& state) {
+    LockedPackets packets(state.range(0));
+    for (auto _ : state) {
+        packets.lock_each();
+        benchmark::DoNotOptimize(steady_now_ns());
+    }
+}
+BENCHMARK(LockEach)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
+
+void CopySeven(benchmark::State& state) {
+    LockedPackets packets(state.range(0));
+    std::array<std::uint8_t, kPacketsPerPass * kTsPacketSize> datagram;
+    for (auto _ : state) {
+        for (std::uint32_t i = 0; i < kPacketsPerPass; ++i) {
+            packets.copy_next_of_its_own(datagram.data() + i * kTsPacketSize);
+        }
+        benchmark::DoNotOptimize(datagram);
+        benchmark::DoNotOptimize(steady_now_ns());
+    }
+}
+BENCHMARK(CopySeven)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
+
+}  // namespace
+
+// The sleep of the pacing loop is where a pass ends.
+extern "C" int __wrap_nanosleep(const timespec* /*duration*/, timespec* /*remaining*/) {
+    if (running != nullptr && !running->KeepRunning()) throw EndOfRun();
+    return 0;
+}
+
+// With a second thread, as in the daemon: the C library's mutexes are cheaper, by half,
 // in a process that has never had one.
 int main(int argc, char** argv) {
     std::mutex mutex;

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Measures the hot path beside its floors, and Kestan beside a bare sending loop and
+# Measures the hot path next to its floors, and Kestan next to a bare sending loop and
 # ffmpeg's multiplexer (where it is installed), and writes bench/results/results.md and
 # lateness.svg. Takes twenty minutes on a machine that does nothing else.
 #
@@ -38,7 +38,7 @@ hot_path_table() {
             .ns / $ns[.floor] * 100 | round / 100) |"' "$1"
 }
 
-"${priority[@]}" build-bench/bin/hot_path_bench --benchmark_min_time=0.05 \
+"${priority[@]}" build-bench/bench/hot_path_bench --benchmark_min_time=0.05 \
     --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true \
     --benchmark_out="$work/hot_path.json" --benchmark_out_format=json >/dev/null 2>&1
 
@@ -48,7 +48,7 @@ if command -v ffmpeg >/dev/null; then
 fi
 # In a network of their own, where the service's ports are free.
 "${own_network[@]}" sh -c 'ip link set lo up && exec "$@"' sh "${priority[@]}" \
-    build-bench/bin/side_by_side "$work" "$work/input.ts" "${1:-60}" >"$work/side_by_side.md"
+    build-bench/bench/side_by_side "$work" "$work/input.ts" "${1:-60}" >"$work/side_by_side.md"
 
 {
     echo "Taken on $(date -u +%F), $(nproc) processors of" \

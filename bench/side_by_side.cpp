@@ -3,8 +3,14 @@
 // what arrives. Writes Markdown tables to standard output and, for a plot, the
 // distribution of the lateness to DIRECTORY/lateness-<name>.dat.
 
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -13,55 +19,137 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <tuple>
-#include <utility>
 #include <vector>
 
-#include "bench/control_client.h"
-#include "bench/program.h"
-#include "bench/tables.h"
-#include "bench/udp_capture.h"
+#include <thrift/TOutput.h>
+
 #include "dvb/nanoseconds.h"
 #include "dvb/ts_packet.h"
+#include "tests/support/random_tables.h"
+#include "thrift/cm_MuxControlSrv.h"
+#include "thrift/instance_ports.h"
+#include "thrift/simple_client.h"
+#include "tools/receive/udp_receiver.h"
 
 using std::chrono::seconds;
-using Datagrams = std::vector<UdpCapture::Datagram>;
 
 namespace {
 
-const std::string kBin = KESTAN_BIN;
 constexpr int kPort = 5999;
 constexpr int kRounds = 5;
+constexpr std::uint16_t kFirstPmtPid = 0x20;
 
-// What sends: starts with a bitrate in kbit/s, and sends a full load until it is gone.
+// A program, found by its name or path, that runs until it goes out of scope.
+class Program {
+public:
+    explicit Program(std::vector<std::string> arguments) {
+        std::vector<char*> pointers;
+        for (std::string& argument : arguments) pointers.push_back(argument.data());
+        pointers.push_back(nullptr);
+        if (posix_spawnp(&pid_, pointers[0], nullptr, nullptr, pointers.data(),
+                         environ) != 0) {
+            throw std::runtime_error("cannot start " + arguments[0]);
+        }
+    }
+    ~Program() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    [[nodiscard]] pid_t pid() const { return pid_; }
+
+private:
+    pid_t pid_ = 0;
+};
+
+struct Datagram {
+    std::int64_t time_ns;  // when the kernel received it, on the steady clock
+    std::string bytes;
+};
+using Datagrams = std::vector<Datagram>;
+
+// What comes within `duration` from now on.
+Datagrams receive_for(UdpReceiver& receiver, std::chrono::nanoseconds duration) {
+    for (bool is_empty = false; !is_empty;) {  // of what came before
+        is_empty = true;
+        receiver.receive(0, [&](auto...) { is_empty = false; });
+    }
+    Datagrams datagrams;
+    const std::int64_t end = steady_now_ns() + duration.count();
+    while (steady_now_ns() < end) {
+        receiver.receive(end - steady_now_ns(), [&](auto time, auto* data, auto size) {
+            datagrams.push_back({time, {data, data + size}});
+        });
+    }
+    return datagrams;
+}
+
+// What sends: starts with a bitrate in kbit/s, and sends until the program is gone.
 struct Subject {
     std::string name;
     std::function<std::unique_ptr<Program>(int kbps)> start;
 };
 
-std::unique_ptr<Program> start_kestan(int kbps) {
-    return std::make_unique<Program>(std::vector<std::string>{
-        kBin + "/kestan", "-O", "127.0.0.1/" + std::to_string(kPort), "-b",
-        std::to_string(kbps)});
+std::unique_ptr<Program> start(std::vector<std::string> arguments) {
+    return std::make_unique<Program>(std::move(arguments));
 }
 
-// PMTs on eight PIDs that ask for more than 50,000 kbit/s: every slot is taken and every
-// datagram has seven packets.
+std::unique_ptr<Program> start_kestan(int kbps) {
+    return start({KESTAN_PROGRAM, "-O", "127.0.0.1/" + std::to_string(kPort), "-b",
+                  std::to_string(kbps)});
+}
+
+using ControlClient =
+    orvel::thrift::utils::SimpleClient<orvel::thrift::ci_module::cm_MuxControlSrvClient>;
+
+// Tries for ten seconds: the daemon may be starting.
+std::unique_ptr<ControlClient> connect() {
+    for (int tries = 500;; --tries) {
+        try {
+            return std::make_unique<ControlClient>("127.0.0.1", ports_of(0).control);
+        } catch (const apache::thrift::TException&) {
+            if (tries == 0) throw;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+}
+
+// Services with PMTs of `bytes` each on `pids` PIDs.
+void push_pmts(ControlClient& client, int services, int pids, std::size_t bytes) {
+    RandomTables random(1);
+    for (int service = 0; service < services; ++service) {
+        client.NewPMT(random.pmt(service, bytes),
+                      static_cast<std::int16_t>(kFirstPmtPid + service % pids));
+    }
+}
+
+// PMTs of five packets that ask for more than 50,000 kbit/s: every slot is taken and
+// every datagram has seven packets.
 std::unique_ptr<Program> start_full_kestan(int kbps) {
     auto program = start_kestan(kbps);
-    ControlClient client;
-    for (std::uint16_t service = 0; service < 1600; ++service) {
-        client.NewPMT(make_pmt(service, 5),
-                      static_cast<std::int16_t>(kFirstPmtPid + service % 8));
-    }
+    push_pmts(*connect(), 1600, 8, 900);
+    return program;
+}
+
+// A small multiplex: eight services with PMTs of one packet, on `pmt_pids` PIDs.
+std::unique_ptr<Program> start_small_kestan(int kbps, int pmt_pids) {
+    auto program = start_kestan(kbps);
+    const auto client = connect();
+    RandomTables random(1);
+    client->NewPAT(random.pat(8));
+    client->NewSDTActual(random.sdt(8, 15));
+    push_pmts(*client, 8, pmt_pids, 150);
     return program;
 }
 
 std::unique_ptr<Program> start_bare_loop(int kbps) {
-    return std::make_unique<Program>(std::vector<std::string>{
-        kBin + "/bare_loop", std::to_string(kPort), std::to_string(kbps)});
+    return start({BARE_LOOP_PROGRAM, std::to_string(kPort), std::to_string(kbps)});
 }
 
 // Its multiplexer fills a stream of 500 kbit/s up with null packets.
@@ -69,10 +157,9 @@ std::unique_ptr<Program> start_ffmpeg(int kbps, const std::string& input) {
     const std::string rate = std::to_string(kbps) + "000";
     const std::string output = "udp://127.0.0.1:" + std::to_string(kPort) +
                                "?pkt_size=1316&burst_bits=10528&bitrate=" + rate;
-    return std::make_unique<Program>(std::vector<std::string>{
-        "ffmpeg", "-loglevel", "quiet", "-re", "-stream_loop", "-1", "-i", input, "-c",
-        "copy", "-f", "mpegts", "-muxrate", rate, "-pat_period", "0.2", "-sdt_period",
-        "0.5", output});
+    return start({"ffmpeg", "-loglevel", "quiet", "-re", "-stream_loop", "-1", "-i",
+                  input, "-c", "copy", "-f", "mpegts", "-muxrate", rate, "-pat_period",
+                  "0.2", "-sdt_period", "0.5", output});
 }
 
 std::int64_t cpu_time_ns(const Program& program) {
@@ -122,12 +209,13 @@ struct Figures {
     std::vector<double> late;  // sorted
 };
 
-Figures measure(UdpCapture& capture, const Subject& subject, int kbps, seconds duration) {
+Figures measure(UdpReceiver& receiver, const Subject& subject, int kbps,
+                seconds duration) {
     const auto program = subject.start(kbps);
     std::this_thread::sleep_for(seconds(2));
     const std::int64_t cpu_before = cpu_time_ns(*program);
     const std::int64_t start = steady_now_ns();
-    const Datagrams datagrams = capture.receive_for(duration);
+    const Datagrams datagrams = receive_for(receiver, duration);
     const auto elapsed = static_cast<double>(steady_now_ns() - start);
     const auto cpu = static_cast<double>(cpu_time_ns(*program) - cpu_before);
     if (datagrams.size() < 3) return {0, 0, {0}};
@@ -178,13 +266,13 @@ void write_distribution(const std::string& path, const std::vector<Figures>& rou
 }
 
 // Of each subject's rounds, in turns, which take `duration` in all.
-void compare(UdpCapture& capture, const std::vector<Subject>& subjects, int kbps,
+void compare(UdpReceiver& receiver, const std::vector<Subject>& subjects, int kbps,
              seconds duration, const std::string& directory) {
     std::map<std::string, std::vector<Figures>> figures;
     for (int round = 0; round < kRounds; ++round) {
         for (const Subject& subject : subjects) {
             figures[subject.name].push_back(
-                measure(capture, subject, kbps, duration / kRounds));
+                measure(receiver, subject, kbps, duration / kRounds));
         }
     }
     for (const Subject& subject : subjects) {
@@ -193,19 +281,6 @@ void compare(UdpCapture& capture, const std::vector<Subject>& subjects, int kbps
         write_distribution(directory + "/lateness-" + subject.name + ".dat",
                            figures[subject.name]);
     }
-}
-
-// The load of a small multiplex: eight services, whose PMTs are on so many PIDs.
-std::unique_ptr<Program> start_small_kestan(int kbps, int pmt_pids) {
-    auto program = start_kestan(kbps);
-    ControlClient client;
-    client.NewPAT(make_pat(8));
-    client.NewSDTActual(make_sdt(8));
-    for (std::uint16_t service = 0; service < 8; ++service) {
-        client.NewPMT(make_pmt(service),
-                      static_cast<std::int16_t>(kFirstPmtPid + service % pmt_pids));
-    }
-    return program;
 }
 
 // From section to section of a PID's first table, which has one.
@@ -231,11 +306,11 @@ std::vector<double> intervals_ms(const Datagrams& datagrams, int pid) {
     return intervals;
 }
 
-void print_intervals(UdpCapture& capture, const Subject& subject, int kbps, int pmt_pid,
+void print_intervals(UdpReceiver& receiver, const Subject& subject, int kbps, int pmt_pid,
                      seconds duration) {
     const auto program = subject.start(kbps);
     std::this_thread::sleep_for(seconds(2));
-    const Datagrams datagrams = capture.receive_for(duration);
+    const Datagrams datagrams = receive_for(receiver, duration);
     const std::tuple<const char*, int, double> tables[] = {
         {"PAT", 0, 200}, {"PMT", pmt_pid, 200}, {"SDT", 0x11, 500}};
     for (const auto& [table, pid, period] : tables) {
@@ -261,7 +336,8 @@ int main(int argc, char** argv) {
     const std::string directory = argv[1];
     const std::string input = argv[2];
     const seconds minute(argc > 3 ? std::atoi(argv[3]) : 60);
-    UdpCapture capture(kPort);
+    UdpReceiver receiver(parse_endpoint("0.0.0.0:" + std::to_string(kPort)), "");
+    apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
     const bool has_ffmpeg = std::ifstream(input).good();
     const auto ffmpeg = [&](int kbps) { return start_ffmpeg(kbps, input); };
     std::vector<Subject> subjects = {{"Kestan", start_full_kestan},
@@ -271,9 +347,9 @@ int main(int argc, char** argv) {
     std::puts(
         "| kbit/s | | rate, kbit/s | off by | late p50, µs | p99, µs | max, µs | CPU "
         "|\n|--:|---|--:|--:|--:|--:|--:|--:|");
-    compare(capture, subjects, 50000, minute, directory);
+    compare(receiver, subjects, 50000, minute, directory);
     for (const int kbps : {333, 1234, 7777}) {
-        compare(capture, subjects, kbps, minute, "");
+        compare(receiver, subjects, kbps, minute, "");
     }
     constexpr int small_kbps = 1000;
     std::puts(
@@ -281,12 +357,12 @@ int main(int argc, char** argv) {
         "slots |\n|---|---|--:|--:|--:|--:|");
     for (const int pmt_pids : {1, 8}) {
         const auto start = [=](int kbps) { return start_small_kestan(kbps, pmt_pids); };
-        print_intervals(capture,
+        print_intervals(receiver,
                         {"Kestan, 8 PMTs on PIDs: " + std::to_string(pmt_pids), start},
                         small_kbps, kFirstPmtPid, minute);
     }
     constexpr int ffmpeg_pmt_pid = 0x1000;
     if (has_ffmpeg) {
-        print_intervals(capture, {"ffmpeg", ffmpeg}, small_kbps, ffmpeg_pmt_pid, minute);
+        print_intervals(receiver, {"ffmpeg", ffmpeg}, small_kbps, ffmpeg_pmt_pid, minute);
     }
 }

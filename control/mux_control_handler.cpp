@@ -23,14 +23,15 @@ constexpr std::uint32_t kPmtPeriodMs = 200;
 
 constexpr std::int32_t kRejected = -1;
 
-// A version_number has 5 bits (ISO/IEC 13818-1, 2.4.4.5); what does not fit becomes 0.
+// A version_number has 5 bits (ISO/IEC 13818-1, 2.4.4.5). A larger one becomes 0.
 void apply_version_rule(std::uint8_t& version) {
     if (version > 31) version = 0;
 }
 
 // Takes a carrousel off the muxer and frees it. If the muxer's mutex cannot be locked,
-// the carrousel stays where it is: it is on the muxer, but it has no sub-table to play.
-void retire(TableCarrousel* carrousel) noexcept {
+// the carrousel is leaked on purpose: it is still on the muxer, without a sub-table to
+// play.
+void remove_and_delete(TableCarrousel* carrousel) noexcept {
     try {
         muxer_remove(*carrousel);
     } catch (const std::system_error&) {
@@ -150,7 +151,7 @@ void cm_MuxControlSrvHandler::add_pmt(std::uint16_t service_id, std::uint16_t pi
 std::shared_ptr<TableCarrousel> cm_MuxControlSrvHandler::carrousel_of(std::uint16_t pid) {
     const auto found = pids_.find(pid);
     if (found != pids_.end()) return found->carrousel;
-    const std::shared_ptr<TableCarrousel> carrousel(new TableCarrousel(pid), retire);
+    std::shared_ptr<TableCarrousel> carrousel(new TableCarrousel(pid), remove_and_delete);
     muxer_add(*carrousel);
     return carrousel;
 }
@@ -175,7 +176,7 @@ void cm_MuxControlSrvHandler::release_pmt(pmt_data& record) {
     pmt_list_.erase(pmt_list_.iterator_to(record));
     services_.erase(services_.iterator_to(record));
     pids_.erase(pids_.iterator_to(record));
-    // Here first, since retire cannot raise.
+    // Here first, because the carrousel's deleter cannot throw.
     if (pids_.find(record.pid) == pids_.end()) muxer_remove(*record.carrousel);
 }
 

@@ -10,32 +10,32 @@
 #include "tables/tdt_table.h"
 #include "thrift/cm_MuxControlSrv.h"
 
-// The control service: owns every table stream and does what the control process asks.
+// The control service: owns all table streams and does what the control process asks.
 //
 // The PAT, CAT, TDT and SDT streams live as long as the handler and are registered with
-// the muxer in that order; PMTs play in one carrousel per PID, which exists as long as a
+// the muxer in that order. PMTs play in one carrousel per PID, which exists as long as a
 // service uses the PID.
 //
-// The New methods convert a table, cut it into packets and swap these into its stream.
-// They return the version_number played, or -1, without a log line, for a table that
-// cannot be carried, which leaves the stream as it is; a version_number above 31 is
-// played as 0. The version of the table played before does not matter: the same table
-// sent again starts anew.
+// The New methods convert a table, cut it into packets and swap the packets into its
+// stream. They return the version_number that is played: a version_number above 31 is
+// played as 0. If the table cannot be carried, they return -1 without a log line, and the
+// stream stays as it is. They do not compare versions: the same table sent again starts
+// from its first packet.
 //
-// Threads: made, called and destroyed on the control thread, one call at a time; it has
-// no lock of its own. Tables are built, and freed, outside the locks of the streams, at
-// most one of which is held at a time. A mutex that cannot be locked raises
-// std::system_error. Then a PMT is played as before the call or as after it.
+// Threads: created, called and destroyed on the control thread, one call at a time, so it
+// has no lock. Tables are built and freed outside the locks of the streams, and at most
+// one of these locks is held at a time. Throws std::system_error if a mutex cannot be
+// locked. Then a PMT plays either as before the call or as after it.
 class cm_MuxControlSrvHandler final
     : public virtual orvel::thrift::ci_module::cm_MuxControlSrvIf {
 public:
-    // The muxer must exist. When a stream cannot be registered, none stays so.
+    // REQUIRES: the muxer exists. If a stream cannot be registered, none is.
     cm_MuxControlSrvHandler();
     ~cm_MuxControlSrvHandler() override;
     cm_MuxControlSrvHandler(const cm_MuxControlSrvHandler&) = delete;
     cm_MuxControlSrvHandler& operator=(const cm_MuxControlSrvHandler&) = delete;
 
-    // Withdraws every table, one after the other; the TDT plays on.
+    // Withdraws all tables, one after the other. The TDT plays on.
     void ClearAllTables() override;
 
     std::int32_t NewPAT(const orvel::thrift::dvb_tables::PAT& pat) override;
@@ -43,17 +43,16 @@ public:
     void ClearCAT() override;
     std::int32_t NewSDTActual(const orvel::thrift::dvb_tables::SDT& sdt) override;
 
-    // Plays the PMT of the service that it names on `pid`, 16 bits taken as unsigned;
-    // above 0x1FFF the result is -1. A service that plays on another PID stays as it is,
-    // with the version_number as the result: StopPMT comes first when a service is to
-    // move.
+    // Plays the PMT of its service on `pid`, which is taken as unsigned. Returns -1 if
+    // `pid` is above 0x1FFF. If the service plays on another PID, changes nothing and
+    // returns the version_number: call StopPMT before a service moves.
     std::int32_t NewPMT(const orvel::thrift::dvb_tables::PMT& pmt,
                         std::int16_t pid) override;
 
-    // Withdraws the service's PMT from whatever PID it is on; `pid` is only logged.
+    // Withdraws the service's PMT. `pid` is only logged.
     void StopPMT(std::int16_t service_id, std::int16_t pid) override;
 
-    // Accepted, without effect.
+    // Both are accepted and have no effect.
     void newScramblingConfig(
         const orvel::thrift::ci_module::ScramblingConfig& config) override;
     void EMM(const orvel::thrift::ci_module::EMMData& emm) override;
@@ -61,13 +60,13 @@ public:
 private:
     void unregister_fixed_streams();
 
-    // Null when the service has no PMT.
+    // Returns null if the service has no PMT.
     pmt_data* find_service(std::uint16_t service_id);
 
-    // The carrousel of `pid`; a new one is registered at once.
+    // Returns the carrousel of `pid`. A new one is on the muxer as long as it exists.
     std::shared_ptr<TableCarrousel> carrousel_of(std::uint16_t pid);
 
-    // Plays `packets` as the PMT of a service that has none yet.
+    // Plays `packets` as the PMT of a service. REQUIRES: the service has no PMT.
     void add_pmt(std::uint16_t service_id, std::uint16_t pid, std::string&& packets);
 
     // Withdraws the record's PMT and frees the record. The last record of a PID takes the

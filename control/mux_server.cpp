@@ -29,11 +29,10 @@ using apache::thrift::transport::TServerSocket;
 using apache::thrift::transport::TTransport;
 using orvel::thrift::ci_module::cm_MuxControlSrvProcessor;
 
-// A peer that vanished without a word (power lost, link cut) would hold the only
-// connection for ever. The kernel asks a silent peer whether it is there and closes the
-// connection of one that has not answered for 90 s; one that answers may be silent for
-// days. The time-out also covers a reply that nobody acknowledges, for which the kernel
-// sends no probes.
+// A peer that vanished (power lost, link cut) would hold the only connection for ever. So
+// the kernel probes a silent peer and closes the connection if the peer has not answered
+// for 90 s. A peer that answers the probes may be silent for days. The kernel sends no
+// probes while a reply is not acknowledged; TCP_USER_TIMEOUT covers this case.
 void close_when_peer_vanishes(int connection) {
     constexpr int idle_s = 60;
     constexpr int interval_s = 10;
@@ -90,9 +89,9 @@ int MuxServerThread(int port) {
 }
 
 std::shared_ptr<TProtocolFactory> mux_protocol_factory() {
-    // Thrift sizes strings and lists by what a message claims: without limits, one of 30
+    // Thrift allocates the lengths that a message claims: without limits, a message of 30
     // bytes takes gigabytes or ends the process. No string is longer than its frame, and
-    // these are more elements than any table can carry.
+    // no table can carry as many elements.
     constexpr int string_limit = apache::thrift::TConfiguration::DEFAULT_MAX_FRAME_SIZE;
     constexpr int container_limit = 131072;
     return std::make_shared<TBinaryProtocolFactoryT<TTransport>>(

@@ -5,22 +5,24 @@
 
 #include <thrift/protocol/TProtocol.h>
 
-// The control server: one thread, "MuxSrv", that makes the handler and serves
+// The control server: one thread, "MuxSrv", that creates the handler and serves
 // cm_MuxControlSrv on a TCP port of every address, over Thrift's framed transport and
-// binary protocol, one connection at a time.
+// binary protocol. It serves one connection at a time. A client whose host has vanished
+// is dropped after 90 s; a client that is there may be silent for any time.
 
-// Starts the thread and returns 0 without waiting for its port to be open; or logs why it
-// could not and returns -1. Main thread, once, after muxer_create.
+// Starts the thread and returns 0. Does not wait until the port is open. If the thread
+// cannot be started, logs the reason and returns -1. Main thread, once, after
+// muxer_create.
 //
-// An exception that leaves the thread's body, such as a port that is taken, is logged and
-// ends the process at once with status 1: without its control service it is of no use,
-// and the service manager starts it again.
+// An exception that leaves the thread's body, for example because the port is taken, is
+// logged and ends the process at once with status 1: without its control service the
+// process is of no use, and the service manager starts it again.
 int StartMuxServer(int port);
 
-// The thread's body: serves until accepting fails, then tears everything down. Returns 0.
+// The thread's body: serves until accepting fails, then frees everything. Returns 0.
 int MuxServerThread(int port);
 
-// The binary protocol that the server speaks, with its limits.
+// Returns the factory of the server's binary protocol, which has limits.
 [[nodiscard]] std::shared_ptr<apache::thrift::protocol::TProtocolFactory>
 mux_protocol_factory();
 

@@ -11,9 +11,9 @@
 
 // The handler's record of one service's PMT.
 //
-// Records of the same PID share its carrousel, which holds one sub-table per record and
-// is registered with the muxer as long as there is a record. The carrousel owns the
-// sub-table. Control thread only.
+// Records of the same PID share a carrousel, which has one sub-table per record and owns
+// it. The carrousel is on the muxer as long as one of the records exists. Control thread
+// only.
 struct pmt_data : boost::intrusive::list_base_hook<> {
     using index_hook = boost::intrusive::set_member_hook<>;
 
@@ -28,11 +28,11 @@ struct pmt_data : boost::intrusive::list_base_hook<> {
     index_hook in_pids;
 };
 
-// All records, in the order in which the services came; it does not own them.
+// All records in the order in which the services came. It does not own them.
 using pmt_list = boost::intrusive::list<pmt_data>;
 
-// The same records by service_id and by pid: with thousands of services, a search through
-// the list would take many times as long as all the rest of an update.
+// Indexes of the same records. With thousands of services, a search of the list would
+// take many times longer than the rest of an update.
 template <std::uint16_t pmt_data::*Member>
 struct pmt_key {
     using type = std::uint16_t;

@@ -1,8 +1,9 @@
 #ifndef KESTAN_DVB_LIBDVBPSI_H
 #define KESTAN_DVB_LIBDVBPSI_H
 
-// libdvbpsi's headers can be included once only and do not include what they need: this
-// one stands for all of them, in an order that works, and gives their objects owners.
+// The door to libdvbpsi. Include this header instead of libdvbpsi's own headers: those
+// can be included only once and do not include what they need. It also gives owners to
+// libdvbpsi's objects.
 
 #include <sys/types.h>
 
@@ -37,12 +38,12 @@ using CatPtr = std::unique_ptr<dvbpsi_cat_t, DvbpsiDeleter<dvbpsi_cat_delete>>;
 using SdtPtr = std::unique_ptr<dvbpsi_sdt_t, DvbpsiDeleter<dvbpsi_sdt_delete>>;
 using PmtPtr = std::unique_ptr<dvbpsi_pmt_t, DvbpsiDeleter<dvbpsi_pmt_delete>>;
 
-// A chain of descriptors, with what has been decoded from them: the pointer is its first,
-// and owns all.
+// A chain of descriptors with their decoded data. The pointer is the first descriptor and
+// owns the whole chain.
 using DescriptorPtr =
     std::unique_ptr<dvbpsi_descriptor_t, DvbpsiDeleter<dvbpsi_DeleteDescriptors>>;
 
-// A chain of sections: the pointer is its first, and owns all.
+// A chain of sections. The pointer is the first section and owns the whole chain.
 using SectionsPtr =
     std::unique_ptr<dvbpsi_psi_section_t, DvbpsiDeleter<dvbpsi_DeletePSISections>>;
 

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <cstdint>
 
-// Slot times are nanoseconds of the steady clock, which no setting of the civil clock
-// moves.
+// Times are int64 nanoseconds of the steady clock: they do not change when somebody sets
+// the civil clock.
 
 constexpr std::int64_t kNsPerSecond = 1000000000;
 constexpr std::int64_t kNsPerMs = 1000000;

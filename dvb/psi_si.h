@@ -3,11 +3,11 @@
 
 #include <cstdint>
 
-// The numbers by which PSI and SI tables are known.
+// PIDs, table_ids and other numbers of the PSI and SI tables.
 
 constexpr std::uint16_t kMaxPid = 0x1FFF;  // ISO/IEC 13818-1, 2.4.3.3: 13 bits
 
-// PIDs of one use: ISO/IEC 13818-1, table 2-3, and ETSI EN 300 468, table 1.
+// PIDs with a fixed use: ISO/IEC 13818-1, table 2-3, and ETSI EN 300 468, table 1.
 constexpr std::uint16_t kPatPid = 0x0000;
 constexpr std::uint16_t kCatPid = 0x0001;
 constexpr std::uint16_t kSdtPid = 0x0011;
@@ -22,8 +22,9 @@ constexpr std::uint8_t kTdtTableId = 0x70;
 
 constexpr std::uint8_t kMaxRunningStatus = 7;  // ETSI EN 300 468, 5.2.3: 3 bits
 
-// UTC_time counts days from the Modified Julian Date (ETSI EN 300 468, annex C).
-constexpr std::int64_t kMjdOfEpoch = 40587;  // of 1970-01-01
+// UTC_time gives the day as its Modified Julian Date, the number of days since 1858-11-17
+// (ETSI EN 300 468, annex C).
+constexpr std::int64_t kMjdOfEpoch = 40587;  // 1970-01-01
 constexpr std::int64_t kSecondsPerDay = 86400;
 
 #endif

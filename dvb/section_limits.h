@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-// What a table and its sections can carry, in bytes.
+// How much a section and a table can carry. Sizes are in bytes.
 
 constexpr std::size_t kMaxSectionSize =
     1024;                                  // ISO/IEC 13818-1, 2.4.4; EN 300 468, 5.1.1
@@ -23,13 +23,15 @@ constexpr std::size_t section_capacity(std::size_t header_size) {
     return kMaxSectionSize - header_size - kCrc32Size;
 }
 
-// Fills sections of one capacity with entries (descriptors of a CAT, services of an SDT)
-// that are never split, each entry into the section at hand or else into a new one.
+// Counts the sections that a table's entries need (descriptors of a CAT, services of an
+// SDT). An entry is never split: it goes into the current section if it fits, and else
+// into a new one.
 class SectionFill {
 public:
     explicit constexpr SectionFill(std::size_t capacity) : capacity_(capacity) {}
 
-    // Places an entry of at most the capacity; true when it began a new section.
+    // Places an entry. Returns true if it begins a new section. REQUIRES: `entry_size` is
+    // at most the capacity.
     constexpr bool add(std::size_t entry_size) {
         if (used_ + entry_size <= capacity_) {
             used_ += entry_size;
@@ -40,7 +42,7 @@ public:
         return true;
     }
 
-    // Sections so far; a table without entries has one.
+    // Returns the sections so far. A table without entries has one.
     [[nodiscard]] constexpr std::size_t sections() const { return sections_; }
 
 private:

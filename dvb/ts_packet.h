@@ -22,8 +22,8 @@ constexpr std::uint8_t kStuffingByte = 0xFF;      // after the last section of a
     return static_cast<std::uint16_t>((packet[1] & 0x1F) << 8 | packet[2]);
 }
 
-// The packet's payload_unit_start_indicator: in a packet of tables, a section starts
-// here.
+// Returns the payload_unit_start_indicator. In a packet of a table it means that a
+// section starts in this packet.
 [[nodiscard]] inline bool starts_section(const std::uint8_t* packet) {
     return (packet[1] & kPayloadUnitStart) != 0;
 }

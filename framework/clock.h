@@ -3,15 +3,15 @@
 
 #include <cstdint>
 
-// The device framework's civil clock. Both calls return promptly: the pacing loop makes
-// them while it holds locks.
+// The device framework's civil clock. Both calls must return promptly: the pacing loop
+// makes them while it holds locks.
 
-// 0 once the system clock shows the right time, any other value before.
+// Returns 0 if the system clock has been set, and any other value if not.
 [[nodiscard]] int IsSystemTimeSet();
 
-// The current UTC in its low 40 bits, coded as the UTC_time of ETSI EN 300 468, 5.2.5: a
-// 16-bit Modified Julian Date, then hours, minutes and seconds as two BCD digits each. A
-// value below 1 when no time is available.
+// Returns the current UTC in the low 40 bits, coded as the UTC_time of ETSI EN 300 468,
+// 5.2.5: a 16-bit Modified Julian Date, then hours, minutes and seconds as two BCD digits
+// each. Returns a value below 1 if no time is available.
 [[nodiscard]] std::int64_t GetUTCTime();
 
 #endif

@@ -5,8 +5,8 @@
 
 namespace orvel::network {
 
-// Fills `address` with the dotted-decimal IPv4 address of the FPGA's PSI/SI input. Nobody
-// examines the result.
+// Fills `address` with the dotted-decimal IPv4 address of the FPGA's PSI/SI input. The
+// result is ignored.
 int NICIP_VLAN_Int_getFPGA_IPAddress(std::string& address);
 
 }  // namespace orvel::network

@@ -4,7 +4,7 @@
 #include "dvb/libdvbpsi.h"
 #include "thrift/dvb_tables_types.h"
 
-// From the tables of the control service to those of libdvbpsi.
+// Converters from the control service's tables to libdvbpsi's.
 //
 // Each converter maps every field and returns a new table that the caller owns and
 // releases with libdvbpsi's delete function. It returns null for a table that cannot be

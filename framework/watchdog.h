@@ -1,13 +1,13 @@
 #ifndef KESTAN_FRAMEWORK_WATCHDOG_H
 #define KESTAN_FRAMEWORK_WATCHDOG_H
 
-// The device framework's watchdog: it restarts a registered task that stops kicking.
+// The device framework's watchdog. It restarts a registered task that stops kicking.
 
-// Registers this task and returns its handle, 0 on failure.
+// Registers this task and returns its handle, or 0 on failure.
 [[nodiscard]] int watchdog_register_task();
 
-// Tells the watchdog that the task of `handle` is alive. Returns promptly; called by the
-// pacing loop every few seconds, with handle 0 too.
+// Tells the watchdog that the task with this handle is alive. Must return promptly: the
+// pacing loop calls it every few seconds, also with handle 0.
 void watchdog_kick(int handle);
 
 #endif

@@ -1,9 +1,9 @@
 // One connection's messages through the whole path: framed transport, protocol,
 // processor, handler, streams, pacing loop, and a receiver that checks every packet. In
-// the end, what the handler said that it plays must be what the receiver has.
+// the end the receiver must have exactly the sections that the handler accepted.
 //
-// An input is a run of messages without frames, which are made here: in one of wrong
-// length a change would hide every message behind it.
+// An input is a run of messages without frames. The frames are made here: a frame of
+// wrong length would hide every message behind it.
 
 #include <memory>
 #include <string_view>
@@ -14,10 +14,8 @@
 
 #include "control/mux_server.h"
 #include "dvb/nanoseconds.h"
-#include "tests/support/accountant.h"
 #include "tests/support/fake_framework.h"
-#include "tests/support/playout.h"
-#include "tests/support/wire.h"
+#include "tests/support/handler_model.h"
 
 namespace {
 
@@ -28,11 +26,10 @@ using orvel::thrift::dvb_tables::PMT;
 
 constexpr std::uint32_t kBitrateKbps = 2000;
 constexpr std::int64_t kBetweenCallsNs = 10 * kNsPerMs;
-constexpr std::int64_t kInTheEndNs = 1100 * kNsPerMs;         // each table whole, once
+constexpr std::int64_t kEachTableOnceNs = 1100 * kNsPerMs;
 constexpr std::string_view kMessageBegin("\x80\x01\x00", 3);  // of the binary protocol
 
-// Two streams on one PID break its counters, whatever they carry: with this bit, no PMT
-// is on the PID of another table.
+// Two streams on one PID break its counters: no PMT on the PID of another table.
 class OffFixedPids : public cm_MuxControlSrvMultiface {
 public:
     explicit OffFixedPids(const std::shared_ptr<cm_MuxControlSrvIf>& to) { add(to); }
@@ -42,7 +39,7 @@ public:
     }
 };
 
-// Writes each message as a frame; one begins where the last one ends.
+// Writes each message as a frame. A message begins where the one before it ends.
 void write_frames(std::string_view messages, TFramedTransport& to) {
     while (!messages.empty()) {
         const std::string_view message =
@@ -56,7 +53,7 @@ void write_frames(std::string_view messages, TFramedTransport& to) {
 
 }  // namespace
 
-// A failed check ends the input as a crash, which is what libFuzzer keeps.
+// A failed check ends the input as a crash, which libFuzzer keeps.
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     GTEST_FLAG_SET(throw_on_failure, true);
     apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
@@ -66,9 +63,9 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fake_framework::clock = {};
     Playout playout(kBitrateKbps);
-    Wire wire;
-    playout.on_datagram = [&](const Datagram& datagram) { wire.push(datagram); };
-    const auto service = std::make_shared<Accountant>(wire);
+    Receiver receiver;
+    playout.on_datagram = [&](const Datagram& datagram) { receiver.push(datagram); };
+    const auto service = std::make_shared<HandlerModel>(receiver);
     orvel::thrift::ci_module::cm_MuxControlSrvProcessor processor(
         std::make_shared<OffFixedPids>(service));
     const auto framed = [] {
@@ -79,12 +76,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto in = mux_protocol_factory()->getProtocol(requests);
     const auto out = mux_protocol_factory()->getProtocol(framed());
     try {
-        while (processor.process(in, out, nullptr)) playout.run_for(kBetweenCallsNs);
+        while (processor.process(in, out, nullptr)) {
+            receiver.forget();
+            playout.run_for(kBetweenCallsNs);
+        }
     } catch (const apache::thrift::TException&) {
         // The server closes the connection.
     }
-    wire.forget();
-    playout.run_for(kInTheEndNs);
+    receiver.forget();
+    playout.run_for(kEachTableOnceNs);
     service->check();
     static_cast<void>(fake_framework::take_log());
     return 0;

@@ -11,18 +11,19 @@ muxer* the_muxer = nullptr;
 
 namespace {
 
-constexpr std::uint32_t kPacketsPerDatagram = 7;  // the most that an Ethernet frame takes
+constexpr std::uint32_t kPacketsPerDatagram = 7;  // the most that fit an Ethernet frame
 constexpr std::uint32_t kMinBitrateKbps = 100;
 constexpr std::uint32_t kMaxBitrateKbps = 100000;
 
-// The time of one packet, to the nearest nanosecond.
+// Returns the time of one packet, rounded to the nearest nanosecond.
 std::uint64_t packet_interval(std::uint32_t bitrate_kbps) {
     constexpr std::uint64_t ns_at_1_kbps = kTsPacketBits * kNsPerMs;
     return (ns_at_1_kbps + bitrate_kbps / 2) / bitrate_kbps;
 }
 
-// Asks each stream once, as long as the datagram has room, and returns the bytes written.
-// The next pass begins with the stream after the last one asked, in cyclic order.
+// Asks each stream once while the datagram has room, and returns the number of bytes
+// written. The next pass begins with the stream after the last one asked, in cyclic
+// order.
 std::uint32_t polling_pass(muxer& mux, std::int64_t& slot_time_ns) {
     const std::lock_guard lock(mux.mutex);
     const auto interval_ns = static_cast<std::int64_t>(mux.packet_interval_ns);
@@ -66,7 +67,7 @@ muxer::muxer(std::uint32_t kbps, output_fn send)
       output(send) {}
 
 void muxer_create(std::uint32_t bitrate_kbps, output_fn output) {
-    the_muxer = std::make_unique<muxer>(bitrate_kbps, output).release();
+    the_muxer = new muxer(bitrate_kbps, output);
 }
 
 int muxer_add(muxed_stream& stream) {
@@ -86,14 +87,14 @@ void muxer_run(int watchdog_handle, std::uint32_t kick_interval_s) {
     std::int64_t slot_time_ns = steady_now_ns();
     std::int64_t last_kick_ns = slot_time_ns;
     const std::int64_t kick_period_ns = kick_interval_s * kNsPerSecond;
+    muxer* mux = the_muxer;
     for (;;) {
-        muxer& mux = *the_muxer;
-        do {
-            const std::uint32_t length = polling_pass(mux, slot_time_ns);
-            if (length > 0) mux.output(mux.buffer_begin.get(), length);
-            sleep_until(slot_time_ns);
-        } while (slot_time_ns - last_kick_ns < kick_period_ns);
+        const std::uint32_t length = polling_pass(*mux, slot_time_ns);
+        if (length > 0) mux->output(mux->buffer_begin.get(), length);
+        sleep_until(slot_time_ns);
+        if (slot_time_ns - last_kick_ns < kick_period_ns) continue;
         last_kick_ns = slot_time_ns;
         watchdog_kick(watchdog_handle);
+        mux = the_muxer;
     }
 }

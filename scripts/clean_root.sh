@@ -1,13 +1,12 @@
-# To be sourced: a clean Debian root to try things in, of the same release as this machine's.
-# It needs root. A plain root is kept in build-root/ as a tar for the next time.
-# scripts/dependencies.sh has to be sourced as well.
+# To be sourced, after dependencies.sh: a clean Debian root of the same release as this
+# machine's. Needs root. A tar of the new root stays in build-root/ for the next time.
 # shellcheck shell=bash disable=SC2154
 
 readonly roots=$PWD/build-root
 
-# in_own_namespaces "$@", first in a script: goes on with the script's arguments in mount and
-# process namespaces of its own, so that nothing stays mounted or running when it ends. The
-# root, at $root, is removed on every way out.
+# in_own_namespaces "$@": runs the rest of the script in new mount and process namespaces, so
+# that nothing stays mounted or running when it ends. $root is the directory for the root; it
+# is removed on every way out.
 in_own_namespaces() {
     [ -z "${KESTAN_ROOT:-}" ] || { root=$KESTAN_ROOT; return; }
     [ "$(id -u)" -eq 0 ] || { echo "$0 needs root" >&2; exit 1; }
@@ -27,7 +26,7 @@ in_own_namespaces() {
 }
 
 remove_root() {
-    # The first process of the namespace takes all others along.
+    # When the namespace's first process ends, the kernel ends all others in it.
     [ -z "$inner" ] || xargs -r kill -KILL <"/proc/$inner/task/$inner/children" || true
     wait
     rm -rf --one-file-system "$root"
@@ -38,6 +37,7 @@ make_clean_root() {
     codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
     architecture=$(dpkg --print-architecture)
     tar=$roots/$codename-$architecture.tar
+    [ -n "$(debian_sources "$architecture")" ] || apt-get update -qq
     if [ ! -e "$tar" ]; then
         mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
             'Origin: Debian' "Codename: $codename" | head -n 1)
@@ -49,7 +49,7 @@ make_clean_root() {
     fi
     mount -t proc proc "$root/proc"
     mount --rbind /dev "$root/dev"
-    cp -L /etc/resolv.conf "$root/etc/resolv.conf"
+    cp -L /etc/resolv.conf /etc/hosts "$root/etc/"
     rm -f "$root"/etc/apt/sources.list.d/*
     debian_sources "$architecture" >"$root/etc/apt/sources.list"
     apt-config dump Acquire::http Acquire::https >"$root/etc/apt/apt.conf.d/host"

@@ -9,8 +9,8 @@ build_packages=(
 network_packages=(iproute2)
 unit_test_packages=(libgtest-dev libgmock-dev)
 test_packages=(
-    "${unit_test_packages[@]}" "${network_packages[@]}" bats socat jq ffmpeg systemd
-    tmux prometheus python3-jsonschema
+    "${unit_test_packages[@]}" "${network_packages[@]}" bats socat jq strace ffmpeg
+    systemd tmux prometheus python3-jsonschema python3-thrift python3-six
 )
 fuzz_packages=("${unit_test_packages[@]}" clang-14 libclang-rt-14-dev)
 check_packages=(clang-format clang-tidy libbenchmark-dev shellcheck)

@@ -13,7 +13,7 @@ install_missing "${build_packages[@]}" "${fuzz_packages[@]}"
 cmake --preset fuzz -G Ninja >/dev/null
 cmake --build --preset fuzz --target fuzzers -- --quiet
 mkdir -p build-fuzz/findings
-for fuzzer in build-fuzz/bin/*_fuzzer; do
+for fuzzer in build-fuzz/fuzz/*_fuzzer; do
     name=$(basename "$fuzzer" _fuzzer)
     inputs=("build-fuzz/corpus/$name" "fuzz/seeds/$name" "fuzz/cases/$name")
     mkdir -p "${inputs[@]}"

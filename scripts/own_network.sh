@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# own_network.sh COMMAND...: runs it in a network of its own, which has a loopback interface
-# alone, so that it never meets a Kestan that is on air. Where that is not permitted, it runs
-# in this machine's network, provided that nothing listens on Kestan's ports there.
+# own_network.sh COMMAND...: runs the command in a separate network with only a loopback
+# interface, so that it cannot reach a Kestan that is on air. Where that is not permitted, the
+# command runs in this machine's network, if nothing listens on Kestan's ports there.
 set -euo pipefail
 
 for spaces in -n -rn; do

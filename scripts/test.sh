@@ -57,6 +57,7 @@ case "${1:-}" in
         install_missing "${build_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}" \
             "${check_packages[@]}"
         check_format
+        scripts/check_includes.sh
         check_scripts
         build_and_test release
         fuzz

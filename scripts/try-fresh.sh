@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Tries a first day with Kestan: scripts/demo.sh and then scripts/test.sh, in a clone of what
-# has been committed, on a Debian where nothing is installed yet. Needs root.
+# Runs scripts/demo.sh and then scripts/test.sh on a Debian where nothing is installed yet, in
+# a clone of what has been committed. Needs root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
@@ -9,7 +9,9 @@ cd "$(dirname "$0")/.."
 in_own_namespaces "$@"
 install_missing git
 make_clean_root
-git clone --quiet . "$root/kestan"
+# The tree may belong to the user who called sudo.
+git clone --quiet --no-local --upload-pack 'git -c safe.directory=* upload-pack' . \
+    "$root/kestan"
 for script in demo.sh test.sh; do
     echo "== scripts/$script on a fresh machine"
     in_root "/kestan/scripts/$script"

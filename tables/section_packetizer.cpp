@@ -31,7 +31,7 @@ public:
 private:
     static constexpr std::size_t kFirstPayload = 4;
 
-    // Adds a packet with section bytes from `offset` on; returns where the data goes on.
+    // Adds a packet with section bytes from `offset` on. Returns the rest of the data.
     const std::uint8_t* add_packet(std::size_t offset, const std::uint8_t* data,
                                    const std::uint8_t* end) {
         packet_[3] = kHasPayload | counter_;

@@ -23,7 +23,7 @@ void SimpleTable::replace_packets(std::string& new_packets) {
 }
 
 void SimpleTable::clear() {
-    std::string old_packets;  // freed after the mutex has been released
+    std::string old_packets;  // freed after the mutex is released
     const std::lock_guard lock(mutex);
     packets.swap(old_packets);
     index = 0;

@@ -7,30 +7,31 @@
 
 #include "mux/muxed_stream.h"
 
-// Plays one table on one PID, cyclically, its packets spread evenly over the repetition
-// period. Without packets it is silent.
+// Plays one table on one PID in a cycle. Its packets are spread evenly over the
+// repetition period. Without packets it sends nothing.
 //
-// Each packet is due a fixed time after the one before it was due, not after it was sent:
-// a stream that had to wait catches up, and its mean rate is exact.
+// The spacing is the period divided by the number of packets, truncated to nanoseconds.
+// Each packet is due one spacing after the previous packet was due, not after it was
+// sent. So a stream that had to wait catches up.
 //
 // Threads: next_packet runs on the pacing loop's thread, the rest on the control thread.
 // `mutex` guards all members and is held for a constant time: packets are built before it
-// is taken and freed after it has been released. A mutex that cannot be locked raises
-// std::system_error.
+// is taken and freed after it has been released. Throws std::system_error if it cannot be
+// locked.
 class SimpleTable final : public muxed_stream {
 public:
-    // `table_period_ns`: time from one start of the whole table to the next.
+    // `table_period_ns` is the time from one start of the whole table to the next.
     SimpleTable(std::uint16_t stream_pid, std::int64_t table_period_ns)
         : muxed_stream(stream_pid), period_ns(table_period_ns) {}
 
     bool next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) override;
 
-    // Plays `new_packets`, whole packets back to back, from the first one on, now; what
-    // was left of the previous ones is dropped. They are in `new_packets` afterwards, for
-    // the caller to free.
+    // Plays `new_packets` (whole packets back to back) from the first packet on, starting
+    // now. Packets of the previous table that are not sent yet are dropped. `new_packets`
+    // receives the previous packets, and the caller frees them.
     void replace_packets(std::string& new_packets);
 
-    // Falls silent.
+    // Removes the table.
     void clear();
 
 private:

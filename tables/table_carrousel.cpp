@@ -26,35 +26,36 @@ TableCarrousel::~TableCarrousel() {
         const std::lock_guard lock(mutex);
         sub_tables.clear_and_dispose(destroy);
     } catch (const std::system_error&) {
+        // Leaked on purpose: whoever holds the mutex may still use them.
         sub_tables.clear();
     }
 }
 
-// Inline down to move_on, since a packet costs 10 ns in all and a call one of them.
-inline void TableCarrousel::note_tail(const SubTable& sub) {
-    if (sub.eligible_time_ns < tail_eligible_ns) in_order = 0;
-    if (in_order < sub_tables.size()) ++in_order;
-    tail_eligible_ns = sub.eligible_time_ns;
+// The functions down to choose_next are inline: a packet costs 10 ns, a call 1 ns.
+inline void TableCarrousel::extend_sorted_tail(const SubTable& last) {
+    if (last.eligible_time_ns < tail_eligible_ns) sorted_tail = 0;
+    if (sorted_tail < sub_tables.size()) ++sorted_tail;
+    tail_eligible_ns = last.eligible_time_ns;
 }
 
 inline void TableCarrousel::wrap_head() {
     if (head == sub_tables.end()) head = sub_tables.begin();
 }
 
-inline void TableCarrousel::move_head_to_tail() {
-    note_tail(*head);
+inline void TableCarrousel::advance_head() {
+    extend_sorted_tail(*head);
     ++head;
     wrap_head();
 }
 
-inline void TableCarrousel::move_on(std::int64_t slot_time_ns) {
-    move_head_to_tail();
-    if (in_order == sub_tables.size()) return;  // the head is eligible, or none is
+inline void TableCarrousel::choose_next(std::int64_t slot_time_ns) {
+    advance_head();
+    if (sorted_tail == sub_tables.size()) return;  // no other is eligible before the head
     for (std::uint32_t moves = 1; moves < sub_tables.size(); ++moves) {
         if (slot_time_ns >= head->eligible_time_ns) return;
-        move_head_to_tail();
+        advance_head();
     }
-    if (slot_time_ns < head->eligible_time_ns) move_head_to_tail();
+    if (slot_time_ns < head->eligible_time_ns) advance_head();
 }
 
 bool TableCarrousel::next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) {
@@ -72,7 +73,7 @@ bool TableCarrousel::next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) {
         cur.eligible_time_ns = slot_time_ns + cur.period_ms * kNsPerMs;
     }
     if (is_whole || (cur.packets[cur.index + 1] & kPayloadUnitStart) != 0) {
-        move_on(slot_time_ns);
+        choose_next(slot_time_ns);
     }
     return true;
 }
@@ -81,14 +82,14 @@ void TableCarrousel::add_subtable(SubTable* sub) {
     const std::lock_guard lock(mutex);
     sub_tables.insert(head, *sub);
     wrap_head();
-    note_tail(*sub);
+    extend_sorted_tail(*sub);
     if (sub_tables.size() == 1) next_time_ns = steady_now_ns();
     bitrate_sum += sub->bitrate;
     update_interval();
 }
 
 void TableCarrousel::update_subtable(SubTable* sub, std::string& new_packets) {
-    std::unique_ptr<SubTable> removed;  // freed after the mutex has been released
+    std::unique_ptr<SubTable> removed;  // freed after the mutex is released
     const std::lock_guard lock(mutex);
     if (!sub->is_linked()) return;
     bitrate_sum -= sub->bitrate;
@@ -96,7 +97,7 @@ void TableCarrousel::update_subtable(SubTable* sub, std::string& new_packets) {
         if (sub == &*head) ++head;
         sub_tables.erase(sub_tables.iterator_to(*sub));
         wrap_head();
-        in_order -= std::min(in_order, 1U);  // it may have been one of these
+        sorted_tail -= std::min(sorted_tail, 1U);  // it may have been in the tail
         removed.reset(sub);
     } else {
         sub->packets.swap(new_packets);

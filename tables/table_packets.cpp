@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kPatProgramsPerSection = 100;
 
-// The packets of the sections that `generate` makes with a libdvbpsi handle.
+// Returns the packets of the sections that `generate` makes with a libdvbpsi handle.
 template <typename Generate>
 std::string packets_of_sections(std::uint16_t pid, Generate generate) {
     const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
@@ -28,7 +28,7 @@ std::size_t size_of(const dvbpsi_sdt_service_t& service) {
     return size;
 }
 
-// The last service of the group that begins at `first` and fits one section.
+// Returns the last service of the group that begins at `first` and fits one section.
 dvbpsi_sdt_service_t* last_of_group(dvbpsi_sdt_service_t* first) {
     SectionFill fill(section_capacity(kSdtHeaderSize));
     fill.add(size_of(*first));
@@ -38,8 +38,8 @@ dvbpsi_sdt_service_t* last_of_group(dvbpsi_sdt_service_t* first) {
     return first;
 }
 
-// The sections of the services from `first` to `last`. `sdt` has only these services
-// during the call of the generator.
+// Returns the sections of the services from `first` to `last`. `sdt` has only these
+// services while the generator runs.
 SectionsPtr generate_group(dvbpsi_t* handle, dvbpsi_sdt_t& sdt,
                            dvbpsi_sdt_service_t* first, dvbpsi_sdt_service_t* last) {
     dvbpsi_sdt_service_t* const all = sdt.p_first_service;
@@ -61,7 +61,7 @@ void renumber(dvbpsi_t* handle, dvbpsi_psi_section_t* first, std::size_t count) 
     }
 }
 
-// Null if libdvbpsi makes no section of a group, or more sections than a table can have.
+// Returns null if libdvbpsi makes no section of a group, or too many for a table.
 SectionsPtr generate_sdt_sections(dvbpsi_t* handle, dvbpsi_sdt_t& sdt) {
     if (sdt.p_first_service == nullptr) {
         return SectionsPtr(dvbpsi_sdt_sections_generate(handle, &sdt));

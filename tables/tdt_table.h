@@ -9,17 +9,18 @@
 #include "mux/muxed_stream.h"
 
 // Makes and plays the Time and Date Table (ETSI EN 300 468, 5.2.5): one packet per second
-// of slot time on PID 0x0014, with the UTC of the moment at which it is made.
+// of slot time on PID 0x0014, with the UTC at which the packet is made.
 //
-// Silent until the framework has reported once that the system clock is set. A second
-// without a time is left out, not owed.
+// It sends nothing until the framework has reported once that the system clock is set. A
+// second in which no time is available is skipped: next_packet returns false, and the
+// next packet is due one second later.
 //
-// Threads: made and destroyed on the control thread; next_packet runs on the pacing
-// loop's thread and asks the framework's clock with `mutex` held, which guards all
-// members.
+// Threads: created and destroyed on the control thread. next_packet runs on the pacing
+// loop's thread. `mutex` guards all members, and is held while the framework's clock is
+// asked.
 class TDTTable final : public muxed_stream {
 public:
-    // The first packet is due at once. Asks whether the system clock is set.
+    // Asks whether the system clock is set. The first packet is due at once.
     TDTTable();
 
     bool next_packet(std::uint8_t* dst, std::int64_t slot_time_ns) override;

@@ -71,6 +71,15 @@ TEST(FailingLocks, LeaveNoPmtHalfInstalled) {
     }
 }
 
+TEST(FailingLocks, LeaveNoStreamRegistered) {
+    const Playout playout(10000);
+    for (int failing = 1; failing <= 4; ++failing) {  // each registration takes a lock
+        locks_until_failure = failing;
+        EXPECT_THROW(cm_MuxControlSrvHandler(), std::system_error);
+        EXPECT_EQ(the_muxer->streams.size(), 0u) << failing;
+    }
+}
+
 }  // namespace
 
 extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {

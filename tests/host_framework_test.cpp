@@ -1,7 +1,10 @@
 // The host's implementation of the device framework.
 
+#include <sys/syscall.h>
+#include <sys/timex.h>
+#include <unistd.h>
+
 #include <array>
-#include <cstdlib>
 #include <ctime>
 #include <regex>
 #include <sstream>
@@ -14,20 +17,33 @@
 
 namespace {
 
-TEST(HostClock, CodesTheTimeAsAReceiverDecodesIt) {
-    EXPECT_EQ(IsSystemTimeSet(), 0);
-    const std::int64_t utc = GetUTCTime();
-    const auto bcd = [&](int shift) {
-        const auto digits = utc >> shift & 0xFF;
-        return digits / 16 * 10 + digits % 16;
-    };
-    const auto decoded =
-        ((utc >> 24) - 40587) * 86400 + bcd(16) * 3600 + bcd(8) * 60 + bcd(0);
-    EXPECT_NEAR(static_cast<double>(decoded), static_cast<double>(std::time(nullptr)), 1);
+std::time_t civil_time = 0;
+int clock_status = 0;
+
+TEST(HostClock, CodesEveryHourOfTheDay) {
+    for (civil_time = 951782399; civil_time < 951900000; civil_time += 3599) {
+        std::array<char, 16> digits{};
+        std::strftime(digits.data(), digits.size(), "%H%M%S", std::gmtime(&civil_time));
+        EXPECT_EQ(GetUTCTime(), (40587 + civil_time / 86400) << 24 |
+                                    std::stol(digits.data(), nullptr, 16));
+    }
+    civil_time = -1;
+    EXPECT_LT(GetUTCTime(), 1);
+}
+
+TEST(HostClock, IsSetOnceItIsSynchronisedOrShowsTheYearOfTheBuild) {
+    for (const auto& [status, time, expected] : {std::tuple{STA_UNSYNC, 1700000000, -1},
+                                                 {0, 0, 0},
+                                                 {STA_UNSYNC, 2100000000, 0}}) {
+        clock_status = status;
+        civil_time = time;
+        EXPECT_EQ(IsSystemTimeSet(), expected) << civil_time;
+    }
 }
 
 // What several threads log at once to the console, line by line.
 TEST(HostLog, WritesWholeLinesUpToTheLevel) {
+    civil_time = 1800000000;
     log_setup(kLogInformation, kLogToConsole);
     testing::internal::CaptureStderr();
     std::array<std::thread, 4> threads;
@@ -35,8 +51,8 @@ TEST(HostLog, WritesWholeLinesUpToTheLevel) {
         thread = std::thread([] {
             pthread_setname_np(pthread_self(), "Writer");
             for (int i = 0; i < 500; ++i) {
-                log_function(kLogInformation, 0, "%s\n%04x",
-                             std::string(300, 'x').c_str(), 0x8001);
+                log_function(kLogInformation, 0, "%s\x1b\n%04x",
+                             (std::string(300, 'x') + "Möwe").c_str(), 0x8001);
                 log_function(kLogDebug, 0, "too much");
             }
         });
@@ -44,7 +60,7 @@ TEST(HostLog, WritesWholeLinesUpToTheLevel) {
     for (std::thread& thread : threads) thread.join();
     std::istringstream log(testing::internal::GetCapturedStderr());
     const std::regex expected(
-        R"(20\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} INFORMATION Writer: x{300} 8001)");
+        R"(20\d\d-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} INFORMATION Writer: x{300}Möwe  8001)");
     int lines = 0;
     for (std::string line; std::getline(log, line); ++lines) {
         ASSERT_TRUE(std::regex_match(line, expected)) << line;
@@ -53,3 +69,15 @@ TEST(HostLog, WritesWholeLinesUpToTheLevel) {
 }
 
 }  // namespace
+
+// The program's civil clock, as the tests set it.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    if (clock == CLOCK_REALTIME) time->tv_sec = civil_time;
+    return result;
+}
+
+extern "C" int adjtimex(timex* state) noexcept {
+    state->status = clock_status;
+    return TIME_OK;
+}

@@ -1,8 +1,10 @@
 #include "tools/json/multiplex_json.h"
 
+#include <cstdio>
 #include <fstream>
 #include <random>
 #include <regex>
+#include <set>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,9 +26,8 @@ Multiplex read_content(const std::string& content) {
     return read_multiplex_file(memory_file(content));
 }
 
-// The cases of a file, a line each: what is given and what is expected, with " => "
-// between them. A letter or bracket may be followed by the times that it stands, as in
-// a{600}.
+// Reads the cases of a file. Each line is what is given, " => " and what is expected. A
+// letter or bracket with a count, as in a{600}, is repeated.
 std::vector<std::pair<std::string, std::string>> cases_in(const char* path) {
     std::vector<std::pair<std::string, std::string>> cases;
     std::ifstream file(path);
@@ -133,6 +134,105 @@ TEST(MultiplexFile, NamesTheFieldWhatStandsThereAndWhatWasExpected) {
         "// comments may stand\n/* anywhere */"
         R"({"pmts": [{"pid": 1, "program_number": 1, "version_number": 0, "pcr_pid": 1}]})"));
     EXPECT_THROW((void)read_multiplex_file(testing::TempDir()), FileMistake);
+}
+
+// Copies of the document, each with a change at one place.
+std::vector<json> variants_of(const json& document) {
+    std::vector<json> values{nullptr, true, json::array(), json::object(), -1, 1.5};
+    for (const char* const text : {"", "0x", "0xG", "-1", "abcd", "abc", "ab ", "\x01",
+                                   "\xC2\x85", "UTF-8", "ISO-8859-12"}) {
+        values.emplace_back(text);
+    }
+    for (const int size : {253, 510, 512}) values.emplace_back(std::string(size, 'a'));
+    for (const int bits : {0, 3, 4, 5, 8, 13, 15, 16, 22, 32}) {
+        for (const std::int64_t number : {(1LL << bits) - 1, 1LL << bits}) {
+            values.push_back(number);
+            values.emplace_back(std::to_string(number));
+            values.emplace_back(hex_number(number, 6));
+        }
+    }
+    std::set<std::string> places;
+    const json leaves = document.flatten();
+    for (const auto& leaf : leaves.items()) {
+        json::json_pointer place(leaf.key());
+        for (; !place.empty(); place.pop_back()) places.insert(place.to_string());
+    }
+    std::vector<json> variants{document};
+    for (const std::string& place : places) {
+        variants.push_back(document.patch({{{"op", "remove"}, {"path", place}}}));
+        const json present = document.at(json::json_pointer(place));
+        if (present.is_object()) {
+            variants.emplace_back(document)[json::json_pointer(place)]["x"] = 1;
+        }
+        for (const json& value : values) {
+            variants.emplace_back(document)[json::json_pointer(place)] = value;
+        }
+        for (const int length : {31, 32, 51, 52, 63, 64, 85, 86}) {
+            if (!present.is_array() || present.empty()) break;
+            variants.emplace_back(document)[json::json_pointer(place)] =
+                json(length, present[0]);
+        }
+    }
+    return variants;
+}
+
+constexpr const char* kEachFieldOfTables = R"({"$schema": "x",
+    "pat": {"transport_stream_id": 1, "version_number": 1, "current_next_indicator": true,
+        "programs": [{"program_number": 1, "pid": 1}]},
+    "sdt": {"transport_stream_id": 1, "original_network_id": 1, "version_number": 1,
+        "services": [{"service_id": 1, "eit_schedule_flag": true, "free_ca_mode": true,
+            "running_status": 1, "eit_present_following_flag": true, "descriptors": []}]},
+    "pmts": [{"pid": 1, "program_number": 1, "version_number": 1, "pcr_pid": 1,
+        "descriptors": [{"tag": 1, "data": "00"}],
+        "streams": [{"stream_type": 1, "elementary_pid": 1, "descriptors": []}]}]})";
+
+TEST(Schema, SaysOfEachVariantOfADocumentWhatTheReaderSays) {
+    std::vector<json> documents = variants_of(json::parse(kEachFieldOfTables));
+    for (const char* const name : {"small.json", "large.json"}) {
+        std::ifstream file(KESTAN_TEST_DATA "/../../examples/" + std::string(name));
+        documents.push_back(json::parse(file));
+    }
+    documents.push_back({{"pmts", json::array()}});
+    std::string names;  // and fields
+    for (const auto& [bytes, text] : cases_in(KESTAN_TEST_DATA "/descriptors.txt")) {
+        if (text.substr(0, 3) == "raw") continue;
+        names += text;
+        json cat{{"cat", {{"version_number", 1}, {"descriptors", {json::parse(text)}}}}};
+        for (json& variant : variants_of(cat)) documents.push_back(std::move(variant));
+        for (const DvbCoding& coding : dvb_codings()) {
+            json& descriptor = cat["cat"]["descriptors"][0];
+            if (!descriptor.contains("service")) break;
+            descriptor["service"]["service_name"] = "a";
+            descriptor["service"]["service_name_coding"] = coding.name;
+            documents.push_back(cat);
+        }
+    }
+    for (const DescriptorForm& form : descriptor_forms()) {
+        EXPECT_NE(names.find(form.name), std::string::npos);
+        for (const DescriptorField& field : form.fields) {
+            const bool has_sample = names.find(field.name) != std::string::npos;
+            EXPECT_TRUE(has_sample || !is_in_json(field)) << field.name;
+        }
+    }
+
+    FILE* const schema = popen("/usr/bin/python3 " KESTAN_TEST_DATA
+                               "/../support/schema_verdicts.py " KESTAN_TEST_DATA
+                               "/../../tools/json/multiplex.schema.json",
+                               "w");
+    int valid = 0;
+    for (const json& document : documents) {
+        const char* verdict = "valid";
+        try {
+            static_cast<void>(multiplex_from_json(JsonNode(document)));
+            ++valid;
+        } catch (const JsonMistake&) {
+            verdict = "invalid";
+        }
+        fprintf(schema, "%s %s\n", verdict, document.dump().c_str());
+    }
+    EXPECT_EQ(pclose(schema), 0);
+    EXPECT_GT(valid, 500);
+    EXPECT_GT(documents.size(), 6000U);
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 #include "tables/simple_table.h"
 
-#include <algorithm>
-#include <random>
-
 #include <gtest/gtest.h>
 
 #include "dvb/nanoseconds.h"
@@ -11,43 +8,32 @@
 
 namespace {
 
-// New versions and none at any moment, asked in time, late and early, against the rule: a
-// version's packets evenly over the period, from its installation on, late ones at once.
+// Three packets in 500 ms: the next one is due 166,666,666 ns after the one before was
+// due, also when that was late.
 TEST(SimpleTable, SpreadsEachVersionOverThePeriodFromItsStart) {
-    constexpr std::int64_t period = 500 * kNsPerMs;
-    std::mt19937 random(5);
-    SimpleTable table(0x11, period);
-    std::string name = "A";
-    int packets = 0, index = 0, counter = 0, sent = 0;
-    std::int64_t slot = simulated_clock::now_ns(), due = slot;
-    for (int i = 0; i < 100000; ++i) {
-        slot += random() % 10 == 0 ? random() % period : 0;
-        if (random() % 2 == 0) slot = std::max(slot, due - i % 2);
-        simulated_clock::advance(slot - simulated_clock::now_ns());
-        switch (random() % 40) {
-            case 0: {
-                name = name == "Z" ? "A" : std::string(1, ++name[0]);
-                packets = static_cast<int>(1 + random() % 12);
-                std::string buffer = named_packets(
-                    name[0], std::vector(static_cast<std::size_t>(packets), 1));
-                table.replace_packets(buffer);
-                index = 0;
-                due = slot;
-                break;
-            }
-            case 1:
-                table.clear();
-                packets = 0;
-        }
-        const bool is_due = packets != 0 && slot >= due;
-        ASSERT_EQ(next_name(table, slot, &counter),
-                  is_due ? name + std::to_string(index) : "-");
-        if (!is_due) continue;
-        ASSERT_EQ(counter, sent++ % 16);
-        index = (index + 1) % packets;
-        due += period / packets;  // truncated, not rounded
+    SimpleTable table(0x11, 500 * kNsPerMs);
+    std::string packets = named_packets('A', {1, 2});
+    table.replace_packets(packets);
+    std::int64_t due = simulated_clock::now_ns();
+    int counter = 0, sent = 0;
+    for (const char* const name : {"A0", "A1", "A2", "A0", "A1"}) {
+        EXPECT_EQ(next_name(table, due - 1), "-");
+        EXPECT_EQ(next_name(table, due + sent % 2 * kNsPerMs, &counter), name);
+        EXPECT_EQ(counter, sent++);
+        due += 166666666;
     }
-    EXPECT_GT(sent, 10000);
+    packets = named_packets('B', {1});
+    simulated_clock::advance(kNsPerSecond);
+    table.replace_packets(packets);
+    EXPECT_EQ(packets, named_packets('A', {1, 2}));
+    due = simulated_clock::now_ns();
+    for (int i = 0; i < 2; ++i, due += 500 * kNsPerMs) {
+        EXPECT_EQ(next_name(table, due - 1), "-");
+        EXPECT_EQ(next_name(table, due, &counter), "B0");
+        EXPECT_EQ(counter, sent++);
+    }
+    table.clear();
+    EXPECT_EQ(next_name(table, due + kNsPerSecond), "-");
 }
 
 }  // namespace

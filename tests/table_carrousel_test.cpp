@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <deque>
 #include <map>
-#include <numeric>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -19,11 +18,10 @@ using simulated_clock::now_ns;
 constexpr std::uint32_t kPeriodMs = 200;
 
 // What a carrousel must do, by a search of the whole ring at each section's end.
-class Model {
-public:
+struct Model {
     struct Turn {
         char name;
-        std::vector<int> sections;  // packets of each
+        std::vector<bool> starts;  // for each packet: a section starts there
         std::int64_t period_ms;
         std::int64_t eligible;
         std::size_t index = 0;
@@ -34,60 +32,41 @@ public:
                             [=](const Turn& turn) { return turn.name == name; });
     }
 
-    void add(const Turn& turn) {
-        if (ring.empty()) next_time = now_ns();
-        ring.push_back(turn);
-    }
-
     std::string next(std::int64_t slot) {
         if (ring.empty() || slot < next_time) return "-";
         next_time += interval();
         Turn& head = ring.front();
         const std::string name = head.name + std::to_string(head.index++);
-        std::size_t section_end = 0;
-        bool is_section_end = false;
-        for (const int packets : head.sections) {
-            section_end += static_cast<std::size_t>(packets);
-            is_section_end = is_section_end || head.index == section_end;
+        const bool is_end = head.index == head.starts.size();
+        if (is_end) {
+            head.index = 0;
+            head.eligible = slot + head.period_ms * kNsPerMs;
         }
-        if (is_section_end) pass_the_turn(slot);
+        if (is_end || head.starts[head.index]) pass_the_turn(slot);
         return name;
+    }
+
+    [[nodiscard]] std::int64_t interval() const {
+        std::uint64_t bitrate = 0;
+        for (const Turn& turn : ring) {
+            if (turn.period_ms == 0) continue;
+            const auto period_ms = static_cast<std::uint64_t>(turn.period_ms);
+            bitrate += 1504000 * turn.starts.size() / period_ms + 1;
+        }
+        return bitrate == 0 ? 0 : static_cast<std::int64_t>(1504000000000 / bitrate);
+    }
+
+    // To the first after the head, in cyclic order with the head as the last, that is
+    // eligible; to the one after the head if none is.
+    void pass_the_turn(std::int64_t slot) {
+        for (std::size_t moves = 0; moves <= ring.size(); ++moves) {
+            std::rotate(ring.begin(), ring.begin() + 1, ring.end());
+            if (slot >= ring.front().eligible) return;
+        }
     }
 
     std::deque<Turn> ring;  // begins with the one being sent
     std::int64_t next_time = 0;
-
-private:
-    static int packets_of(const Turn& turn) {
-        return std::accumulate(turn.sections.begin(), turn.sections.end(), 0);
-    }
-
-    [[nodiscard]] std::int64_t interval() const {
-        std::int64_t bitrate = 0;
-        for (const Turn& turn : ring) {
-            if (turn.period_ms == 0) continue;
-            bitrate += 1504000 * packets_of(turn) / turn.period_ms + 1;
-        }
-        return bitrate == 0 ? 0 : 1504 * kNsPerSecond / bitrate;
-    }
-
-    // The first after the head, in cyclic order and the head being the last, that is
-    // eligible; or else the one after the head.
-    void pass_the_turn(std::int64_t slot) {
-        Turn& head = ring.front();
-        if (head.index == static_cast<std::size_t>(packets_of(head))) {
-            head.index = 0;
-            head.eligible = slot + head.period_ms * kNsPerMs;
-        }
-        const auto rotate = [&] {
-            std::rotate(ring.begin(), ring.begin() + 1, ring.end());
-            return slot >= ring.front().eligible;
-        };
-        for (std::size_t moves = 0; moves < ring.size(); ++moves) {
-            if (rotate()) return;
-        }
-        rotate();
-    }
 };
 
 // Tables of several sections and packets, of one and of different periods, added,
@@ -107,20 +86,26 @@ TEST(TableCarrousel, PlaysAsASearchOfTheWholeRingWould) {
         const char name = static_cast<char>('A' + random() % (i < 150000 ? 3 : 12));
         const auto turn = model.find(name);
         std::vector<int> sections(1 + random() % 3);
-        for (int& packets : sections) packets = static_cast<int>(1 + random() % 3);
+        std::vector<bool> starts;
+        for (int& packets : sections) {
+            packets = static_cast<int>(1 + random() % 3);
+            starts.push_back(true);
+            starts.resize(starts.size() + static_cast<std::size_t>(packets - 1));
+        }
         const auto chance = random() % 60;
         if (chance < 8 && turn == model.ring.end()) {
             const auto period_ms =
                 static_cast<std::uint32_t>(random() % 4 == 0 ? random() % 9 * 100 : 200);
             subs[name] = new SubTable(named_packets(name, sections), period_ms);
             carrousel.add_subtable(subs[name]);
-            model.add({name, sections, period_ms, slot});
+            if (model.ring.empty()) model.next_time = slot;
+            model.ring.push_back({name, starts, period_ms, slot});
         } else if (chance < 4 && turn != model.ring.end()) {
             if (chance < 2) sections.clear();
             std::string packets = named_packets(name, sections);
             carrousel.update_subtable(subs[name], packets);
             EXPECT_TRUE(packets.empty());
-            turn->sections = sections;
+            turn->starts = starts;
             turn->index = 0;
             if (sections.empty()) model.ring.erase(turn);
         }
@@ -134,6 +119,28 @@ TEST(TableCarrousel, PlaysAsASearchOfTheWholeRingWould) {
     }
     EXPECT_EQ(sent.size(), 12u);
     for (const auto& [name, count] : sent) EXPECT_GT(count, 1000) << name;
+}
+
+TEST(TableCarrousel, SendsAtTheSumOfItsTablesRates) {
+    EXPECT_EQ(SubTable(named_packets('A', {2}), kPeriodMs).bitrate, 15041u);
+    auto* const a = new SubTable(named_packets('A', {1}), kPeriodMs);
+    auto* const b = new SubTable(named_packets('B', {1}), kPeriodMs);
+    EXPECT_EQ(a->bitrate, 7521u);
+    TableCarrousel carrousel(0x100);
+    carrousel.add_subtable(a);
+    std::int64_t slot = now_ns();
+    const auto expect_after = [&](std::int64_t interval_ns, const char* name) {
+        EXPECT_EQ(next_name(carrousel, slot += interval_ns - 1), "-");
+        EXPECT_EQ(next_name(carrousel, ++slot), name);
+    };
+    expect_after(0, "A0");
+    carrousel.add_subtable(b);
+    expect_after(199973407, "A0");  // at the interval of the packet before
+    expect_after(99986703, "B0");
+    std::string none;
+    carrousel.update_subtable(b, none);
+    expect_after(99986703, "A0");
+    expect_after(199973407, "A0");
 }
 
 TEST(TableCarrousel, LeavesATableThatIsNotItsOwnAlone) {

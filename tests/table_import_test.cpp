@@ -6,25 +6,36 @@
 #include <boost/crc.hpp>
 #include <gtest/gtest.h>
 
+#include "dvb/psi_si.h"
+#include "dvb/ts_packet.h"
 #include "tests/support/memory_file.h"
-#include "tests/support/packets_of.h"
 #include "tests/support/random_tables.h"
+#include "tests/support/sections.h"
 #include "tools/json/multiplex_file.h"
 #include "tools/json/multiplex_json.h"
-#include "tools/receive/section_collector.h"
 
 namespace {
 
 // ISO/IEC 13818-1, annex A.
 constexpr auto crc_32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
 
-std::vector<std::string> sections_of(const std::string& packets) {
-    std::vector<std::string> sections;
-    SectionCollector collector([&](const dvbpsi_psi_section_t& section) {
-        sections.emplace_back(section.p_data, section.p_data + 3 + section.i_length);
-    });
-    push_packets(packets, collector);
-    return sections;
+constexpr std::uint16_t kPmtPid = 0x1FFE;
+
+std::string packets_of(const Sections& sections, std::uint16_t pid) {
+    std::string packets;
+    for (const std::string& section : sections) {
+        const std::string payload = '\0' + section;  // pointer_field 0
+        for (std::size_t at = 0; at < payload.size(); at += 184) {
+            const std::size_t counter = packets.size() / kTsPacketSize & 0x0F;
+            packets += {'\x47', static_cast<char>(pid >> 8 | (at == 0 ? 0x40 : 0)),
+                        static_cast<char>(pid), static_cast<char>(0x10 | counter)};
+            packets += payload.substr(at, 184);
+            packets.resize(
+                (packets.size() + kTsPacketSize - 1) / kTsPacketSize * kTsPacketSize,
+                '\xFF');
+        }
+    }
+    return packets;
 }
 
 // The section with another table_id and with the CRC_32 that then is right.
@@ -57,13 +68,18 @@ TEST(TableImport, FindsTheTablesOfStreamsAndOfSectionsInAnyOrder) {
     tables.cat = random.cat(3000);
     tables.sdt = random.sdt(20, 200);
     tables.pmts.push_back({kPmtPid, random.pmt(7, 900)});
-    std::string stream = packets_of(*tables.pat) + packets_of(*tables.cat) +
-                         packets_of(*tables.sdt) + packets_of(tables.pmts[0].pmt);
-    std::vector<std::string> sections = sections_of(stream);
-    const std::string sdt_other =
-        with_table_id(sections_of(packets_of(random.sdt(1, 9)))[0], 0x46);
-    std::string packet = packets_of(random.sdt(1, 9));
-    stream += packet.replace(5, sdt_other.size(), sdt_other);
+    const std::string sdt_other = with_table_id(sections_of(random.sdt(1, 9))[0], 0x46);
+    std::string stream;
+    Sections sections;
+    for (const auto& [of_table, pid] :
+         {std::pair(sections_of(*tables.pat), kPatPid),
+          std::pair(sections_of(*tables.cat), kCatPid),
+          std::pair(sections_of(*tables.sdt), kSdtPid),
+          std::pair(sections_of(tables.pmts[0].pmt), kPmtPid)}) {
+        stream += packets_of(of_table, pid);
+        sections.insert(sections.end(), of_table.begin(), of_table.end());
+    }
+    stream += packets_of({sdt_other}, kSdtPid);
 
     const TableImport of_stream = import_bytes(stream);
     EXPECT_TRUE(of_stream.tables == tables);
@@ -71,7 +87,7 @@ TEST(TableImport, FindsTheTablesOfStreamsAndOfSectionsInAnyOrder) {
     EXPECT_EQ(of_stream.sections + of_stream.homeless_pmts + of_stream.stray_bytes, 0U);
 
     sections.push_back(sdt_other);
-    sections.push_back(sections_of(packets_of(random.pmt(8, 100)))[0]);
+    sections.push_back(sections_of(random.pmt(8, 100))[0]);
     std::mt19937 order(1);
     for (int round = 0; round < 10; ++round) {
         std::shuffle(sections.begin(), sections.end(), order);

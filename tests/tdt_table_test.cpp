@@ -17,7 +17,7 @@ TEST(TdtTable, CarriesTheTimeOncePerSecondFromTheStart) {
     for (int second = 0; second < 40; ++second) {
         const std::int64_t due = now_ns() + second * kNsPerSecond;
         ASSERT_FALSE(tdt.next_packet(packet, due - 1));
-        ASSERT_TRUE(tdt.next_packet(packet, due));
+        ASSERT_TRUE(tdt.next_packet(packet, due + second % 2 * 9));  // late, or not
         std::string expected("\x47\x40\x14\x10\x00\x70\x70\x05\xC0\x79\x12\x45\x00", 13);
         expected[3] = static_cast<char>(0x10 | second % 16);
         expected.resize(kTsPacketSize, '\xFF');
@@ -37,11 +37,13 @@ TEST(TdtTable, WaitsForTheClockToBeSetAndLeavesOutSecondsWithoutATime) {
     TDTTable tdt;
     std::int64_t due = now_ns();
     std::uint8_t packet[kTsPacketSize];
+    int counter = 0x10;
     for (const auto& [is_set, utc, is_sent] : seconds) {
         fake_framework::clock.is_set = is_set;
         fake_framework::clock.utc = utc;
         EXPECT_FALSE(tdt.next_packet(packet, due - 1));
         EXPECT_EQ(tdt.next_packet(packet, due), is_sent);
+        EXPECT_EQ(packet[3], is_sent ? counter++ : packet[3]);
         EXPECT_FALSE(tdt.next_packet(packet, due + kNsPerSecond / 2));
         due += kNsPerSecond;
     }

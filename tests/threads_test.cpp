@@ -10,12 +10,10 @@
 #include <gtest/gtest.h>
 
 #include "control/mux_control_handler.h"
-#include "mux/muxer.h"
+#include "tests/support/pacing_loop.h"
 #include "tests/support/random_tables.h"
 
 namespace {
-
-struct EndOfRun {};
 
 std::atomic<bool> ended{false};
 std::size_t bytes_sent = 0;  // the playing thread's, until it has been joined
@@ -29,17 +27,10 @@ int send(const std::uint8_t* data, std::uint32_t length) {
     return 0;
 }
 
-void play() {
-    try {
-        muxer_run(0, 1);
-    } catch (const EndOfRun&) {
-    }
-}
-
 TEST(Threads, UpdateAndPlayAtOnce) {
-    muxer_create(100000, send);
+    const PacingLoop loop(100000, send);
     cm_MuxControlSrvHandler handler;
-    std::thread player(play);
+    std::thread player([] { PacingLoop::run(); });
 
     RandomTables random(1);
     int updates = 0;
@@ -47,24 +38,13 @@ TEST(Threads, UpdateAndPlayAtOnce) {
     while (std::chrono::steady_clock::now() < end) {
         const auto service = static_cast<std::int16_t>(random.below(6));
         const auto pid = static_cast<std::int16_t>(0x20 + random.below(3));
-        switch (random.below(6)) {
-            case 0:
-                handler.NewPAT(random.pat(1 + random.below(200)));
-                handler.NewSDTActual(random.sdt(random.below(20), 50));
-                break;
-            case 1:
-                handler.NewCAT(random.cat(random.below(2000)));
-                handler.ClearCAT();
-                break;
-            case 2:
-                handler.ClearAllTables();
-                break;
-            case 3:
-                handler.StopPMT(service, pid);
-                break;
-            default:
-                handler.NewPMT(random.pmt(service, random.below(1009)), pid);
-        }
+        if (updates % 3 == 0) handler.NewPAT(random.pat(1 + random.below(200)));
+        if (updates % 5 == 0) handler.NewSDTActual(random.sdt(random.below(20), 50));
+        if (updates % 7 == 0) handler.NewCAT(random.cat(random.below(2000)));
+        if (updates % 8 == 0) handler.ClearCAT();
+        if (updates % 4 == 0) handler.StopPMT(service, pid);
+        if (updates % 50 == 0) handler.ClearAllTables();
+        handler.NewPMT(random.pmt(service, random.below(1009)), pid);
         ++updates;
     }
     ended = true;

@@ -13,8 +13,8 @@ std::string numbered_packet(std::uint64_t number, std::size_t stride) {
     return packet;
 }
 
-// Runs of packets with junk between them, in which one byte in 64 is a sync byte, but
-// none in step with the packets before or behind it.
+// Between runs of packets there is junk. One byte of it in 64 is a sync byte, but none is
+// in step with the packets before or after it.
 TEST(TsFile, FindsEveryPacketBetweenAnyJunk) {
     std::mt19937 random(1);
     for (unsigned round = 0; round < 120; ++round) {

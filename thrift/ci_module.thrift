@@ -38,9 +38,9 @@ struct EMMData {
 /**
  * What Kestan does for its control process.
  *
- * The New methods replace a table as a whole and return the version_number that is played
- * (0 to 31), or -1 when the table cannot be carried; then what was played before plays on.
- * Arguments of 16 bits travel as i16 and carry their bits: 0x8001 is sent as -32767.
+ * The New methods replace a whole table and return the version_number that is played (0 to
+ * 31). They return -1 if the table cannot be carried; then the previous table plays on and
+ * Kestan logs the reason. Arguments of 16 bits travel as i16 and carry their bits: 0x8001 is sent as -32767.
  */
 service cm_MuxControlSrv {
     /** Withdraws every table; the TDT, which Kestan makes itself, plays on. */
@@ -60,14 +60,14 @@ service cm_MuxControlSrv {
 
     /**
      * Plays the service's PMT on the PID (0 to 0x1FFF), whole every 200 ms; several services
-     * may share a PID. A service stays on its PID until StopPMT: with another PID the call
-     * changes nothing, though it returns the version_number. A PID above 0x1FFF returns -1.
-     * PIDs with a use of their own (0x0000, 0x0001, 0x0011, 0x0014) are not refused:
-     * a PMT there breaks what they carry.
+     * may share a PID. A service stays on its PID until StopPMT: a call with another PID
+     * changes nothing and returns the version_number. A call with a PID above 0x1FFF returns
+     * -1. The PIDs of the other tables (0x0000, 0x0001, 0x0011, 0x0014) are not refused, but
+     * a PMT there breaks those tables.
      */
     i32 NewPMT(1: required dvb_tables.PMT pmt, 2: required i16 pid)
 
-    /** Withdraws the service's PMT, whatever PID it is on. */
+    /** Withdraws the service's PMT. The PID is only logged. */
     void StopPMT(1: required i16 service_id, 2: required i16 pid)
 
     /** Accepted, without effect on the stream. */

@@ -1,14 +1,14 @@
 /**
  * The tables of a DVB multiplex as a control process hands them over.
  *
- * Unsigned values of 8 and 16 bits travel as i32, so that each fits and none is taken for a
- * negative one. A table with any value outside the range given here is refused as a whole.
+ * Unsigned values of 8 and 16 bits travel as i32, which holds each of them as a positive
+ * number. If any value of a table is outside the range given here, the whole table is refused.
  *
  * version_number: 0 to 31 (ISO/IEC 13818-1, 2.4.4.5) is carried as it is; 32 to 255 is
  * accepted and carried as 0.
  *
- * current_next_indicator: true when the table is in force now, false when it is the next one
- * to become so (ISO/IEC 13818-1, 2.4.4.5).
+ * current_next_indicator: true if the table applies now, false if it is the next one to apply
+ * (ISO/IEC 13818-1, 2.4.4.5).
  */
 namespace * orvel.thrift.dvb_tables
 
@@ -97,7 +97,7 @@ struct PMT {
     /** version_number, 0 to 255; see the head of this file. */
     2: required i32 version_number
     3: bool current_next_indicator = true
-    /** PCR_PID, 0 to 0x1FFF; 0x1FFF when the program has no PCR. */
+    /** PCR_PID, 0 to 0x1FFF; 0x1FFF if the program has no PCR. */
     4: required i32 pcr_pid
     /** The program's descriptors in the order of the table. */
     5: list<Descriptor> descriptors

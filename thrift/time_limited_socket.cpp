@@ -2,7 +2,6 @@
 
 #include "dvb/nanoseconds.h"
 
-using apache::thrift::transport::TSocket;
 using apache::thrift::transport::TTransportException;
 
 TimeLimitedSocket::TimeLimitedSocket(const std::string& host, int port, int limit_ms)

@@ -8,8 +8,8 @@
 
 namespace {
 
-// Not std::chrono::system_clock: on a 32-bit target that ends in 2038, with the 32-bit
-// time of a prebuilt C++ library.
+// Not std::chrono::system_clock: on a 32-bit target, a prebuilt C++ library counts its
+// seconds in 32 bits, which end in 2038.
 std::int64_t now_in_seconds() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);

@@ -8,7 +8,9 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <string>
 
 namespace {
@@ -34,16 +36,13 @@ const char* level_name(int level) {
     }
 }
 
-// The text as one line: what came over the network must not forge further lines.
+// Returns the text as one line: text from the network must not forge another line.
 std::string format_text(const char* format, std::va_list arguments) {
-    std::va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, again);
-    va_end(again);
+    char* formatted = nullptr;
+    const int length = vasprintf(&formatted, format, arguments);
     if (length < 0) return format;
-    std::string text(static_cast<std::size_t>(length) + 1, '\0');
-    std::vsnprintf(text.data(), text.size(), format, arguments);
-    text.pop_back();
+    const std::unique_ptr<char, decltype(&std::free)> owner(formatted, std::free);
+    std::string text(formatted, static_cast<std::size_t>(length));
     const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20; };
     std::replace_if(text.begin(), text.end(), is_control, ' ');
     return text;
@@ -68,7 +67,7 @@ std::string thread_name() {
     return name.data();
 }
 
-// One write a line, so that lines of several threads never mix.
+// Writes the line with one call: lines of several threads never mix.
 void write_to_console(int level, const std::string& text) {
     const std::string line =
         local_time() + " " + level_name(level) + " " + thread_name() + ": " + text + "\n";

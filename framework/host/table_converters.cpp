@@ -28,10 +28,10 @@ Object* not_null(Object* object) {
     return object;
 }
 
-// Appends to a list of libdvbpsi's what `add`, one of its *_add functions, makes. These
-// walk the whole list to find its end, which takes seconds for the largest tables: so
-// `add` is shown an empty list, and the new entry is linked behind `tail`, the list's
-// last link.
+// Calls `add`, one of libdvbpsi's *_add functions, and appends the new entry to the list
+// that begins at `head`. Those functions walk the list to find its end, which takes
+// seconds for the largest tables. So `add` is called with an empty list, and the new
+// entry is then stored in `tail`, the last link of the list.
 template <typename Entry, typename Add>
 Entry* append(Entry**& tail, Entry*& head, Add add) {
     Entry* const first = head;
@@ -43,8 +43,9 @@ Entry* append(Entry**& tail, Entry*& head, Add add) {
     return entry;
 }
 
-// Adds valid descriptors through `add`, which has the arguments tag, length and data. The
-// data is copied; it is never null, for which libdvbpsi would put stray memory on air.
+// Calls `add` with the tag, length and data of each descriptor. libdvbpsi takes data that
+// is not const, so it gets a copy. The data is never null: then libdvbpsi would put
+// uninitialised memory on air.
 template <typename Add>
 void add_descriptors(const std::vector<Descriptor>& descriptors, Add add) {
     for (const Descriptor& descriptor : descriptors) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The service manager knows one task per process, so that any number but 0 will do.
+// The service manager knows one task per process, so the handle can be any number but 0.
 constexpr int kTaskHandle = 1;
 
 }  // namespace

@@ -20,6 +20,8 @@ teardown() {
 
 needs_own_network() { [ "$KESTAN_OWN_NETWORK" ] || skip "no network namespace of our own"; }
 
+needs_strace() { strace -o /dev/null true || skip "strace(1) is missing or may not trace"; }
+
 # start <name> <command>...: as process ${pid[name]}, which writes name.out and name.err.
 start() {
     "${@:2}" >"$1.out" 2>"$1.err" 3>&- &
@@ -81,13 +83,10 @@ reports() {
     jq -c '.pids[], .outside_limits' monitor.out && false
 }
 
-# figure <text> <filter>: shows what the report says.
-figure() { echo "# $1: $(jq "$2" monitor.out)" >&3; }
-
 # capture <seconds>: of what comes to port 5432, to capture.ts.
 capture() { timeout "$1" socat -u UDP-RECV:5432 CREATE:capture.ts || [ $? -eq 124 ]; }
 
-# lay_link <interface> <its address> <the peer's>: to a network of its own, which the
+# lay_link <interface> <its address> <the peer's>: to another network, which the
 # command "${in_peer[@]}" enters. (Both ends have one MAC address, so that they need no ARP,
 # for which the kernel holds packets back.)
 lay_link() {

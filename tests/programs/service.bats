@@ -8,10 +8,11 @@ load programs
     wait_until [ -S notify ]
     NOTIFY_SOCKET=$PWD/notify WATCHDOG_USEC=15000000 play
     wait_until grep -q READY=1 manager.out
-    sleep 4.5
-    [ "$(<manager.out)" = READY=1 ]
-    sleep 1.5
-    [ "$(<manager.out)" = READY=1WATCHDOG=1 ]
+    local ready=${EPOCHREALTIME/./} after_ms
+    wait_until grep -q WATCHDOG=1 manager.out
+    after_ms=$(((${EPOCHREALTIME/./} - ready) / 1000))
+    echo "the first kick came after $after_ms ms"
+    ((after_ms > 4800 && after_ms < 5800))
     kill -STOP "${pid[kestan]}"
     sleep 5.5
     [ "$(<manager.out)" = READY=1WATCHDOG=1 ]

@@ -7,24 +7,32 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/pacing_loop.h"
+
+// Calls `action` with each packet of `packets`.
+template <typename Action>
+void for_each_packet(const std::string& packets, Action action) {
+    for (std::size_t at = 0; at < packets.size(); at += kTsPacketSize) {
+        action(reinterpret_cast<const std::uint8_t*>(&packets[at]));
+    }
+}
+
 struct Datagram {
     std::int64_t time_ns;  // on the simulated clock, when it was sent
     std::string bytes;
 
-    [[nodiscard]] std::size_t packets() const;
+    [[nodiscard]] std::size_t packets() const { return bytes.size() / kTsPacketSize; }
     [[nodiscard]] std::vector<std::uint16_t> pids() const;  // of the packets
 };
 
-// The process's muxer and its pacing loop on the simulated clock. One at a time.
+// The pacing loop on the simulated clock. One at a time.
 class Playout {
 public:
     explicit Playout(std::uint32_t bitrate_kbps);
     ~Playout();
-    Playout(const Playout&) = delete;
-    Playout& operator=(const Playout&) = delete;
 
-    // Does `action` where the loop sleeps for the first time at or after `ns` from the
-    // start of run_for: there the control thread would get at the streams.
+    // Calls `action` when the loop sleeps for the first time at or after `ns` from the
+    // start of run_for: where the control thread would get at the streams.
     void at(std::int64_t ns, std::function<void()> action);
 
     // Calls this with every datagram instead of keeping it.
@@ -33,7 +41,10 @@ public:
     // Runs the pacing loop for this long and returns what it sent.
     std::vector<Datagram> run_for(std::int64_t ns);
 
+    int watchdog_handle = 77;
+
 private:
+    PacingLoop loop_;
     std::multimap<std::int64_t, std::function<void()>> actions_;
 };
 

@@ -40,6 +40,7 @@ PAT RandomTables::pat(std::size_t programs) {
     PAT pat;
     pat.transport_stream_id = up_to(kMax16);
     pat.version_number = up_to(31);
+    pat.current_next_indicator = below(4) != 0;
     pat.programs.resize(programs);
     for (PATProgram& program : pat.programs) {
         program.program_number = up_to(kMax16);
@@ -51,6 +52,7 @@ PAT RandomTables::pat(std::size_t programs) {
 CAT RandomTables::cat(std::size_t descriptor_bytes) {
     CAT cat;
     cat.version_number = up_to(31);
+    cat.current_next_indicator = below(4) != 0;
     cat.descriptors = descriptors(descriptor_bytes);
     return cat;
 }
@@ -60,6 +62,7 @@ SDT RandomTables::sdt(std::size_t services, std::size_t descriptor_bytes) {
     sdt.transport_stream_id = up_to(kMax16);
     sdt.original_network_id = up_to(kMax16);
     sdt.version_number = up_to(31);
+    sdt.current_next_indicator = below(4) != 0;
     sdt.services.resize(services);
     for (SDTService& service : sdt.services) {
         service.service_id = up_to(kMax16);
@@ -77,6 +80,7 @@ PMT RandomTables::pmt(std::int32_t program_number, std::size_t bytes) {
     PMT pmt;
     pmt.program_number = program_number;
     pmt.version_number = up_to(31);
+    pmt.current_next_indicator = below(4) != 0;
     pmt.pcr_pid = up_to(kMaxPid);
     const std::size_t program_bytes = below(bytes / 2 + 1);
     pmt.descriptors = descriptors(program_bytes);

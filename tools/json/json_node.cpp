@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kLongestQuote = 40;
 
-// What stands at a place, short enough for a message.
+// Describes the value, short enough for a message.
 std::string quote(const json& value) {
     if (value.is_object()) return "an object";
     if (value.is_array()) return "an array";
@@ -21,11 +21,11 @@ std::string quote(const json& value) {
     return text + "...";
 }
 
-// What a JSON number or a string such as "0x0100" stands for.
+// Returns the value of a JSON number or of a string such as "0x0100".
 std::optional<std::int64_t> integer(const json& value) {
     if (value.is_string()) return parse_number(value.get_ref<const std::string&>());
     if (value.is_number_unsigned()) {
-        // Beyond 2^63 the conversion would wrap to a number that is in range nowhere.
+        // The conversion of a number above INT64_MAX would give a negative one.
         return static_cast<std::int64_t>(
             std::min<std::uint64_t>(value.get<std::uint64_t>(), INT64_MAX));
     }

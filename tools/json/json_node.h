@@ -61,7 +61,7 @@ public:
     [[nodiscard]] std::string text() const;
     [[nodiscard]] std::string bytes() const;
 
-    // Raises the mistake at this place; `expected` as in "a number from 0 to 7".
+    // Raises the mistake with this place; `expected` is as in "a number from 0 to 7".
     [[noreturn]] void mistake(const std::string& expected) const;
 
 private:

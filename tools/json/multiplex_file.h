@@ -6,7 +6,7 @@
 
 #include "tools/multiplex.h"
 
-// A file that cannot be read, or a mistake in it: which file, where, what was expected.
+// A file cannot be read or has a mistake: which file, where, what was expected.
 class FileMistake : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

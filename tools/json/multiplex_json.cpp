@@ -188,7 +188,8 @@ ordered_json write(const PmtOnPid& from) {
 }  // namespace
 
 Multiplex multiplex_from_json(const JsonNode& root) {
-    root.expect_fields({"pat", "cat", "sdt", "pmts"});
+    root.expect_fields({"pat", "cat", "sdt", "pmts", "$schema"});
+    if (root.has("$schema")) static_cast<void>(root["$schema"].text());  // for editors
     Multiplex multiplex;
     if (root.has("pat")) multiplex.pat = read_pat(root["pat"]);
     if (root.has("cat")) multiplex.cat = read_cat(root["cat"]);

@@ -22,7 +22,8 @@
 //   }
 //
 // The names, ranges and defaults are those of dvb_tables.thrift; every table and every
-// list may be left out, but not all tables. Descriptors are as in descriptor_json.h.
+// list may be left out, but not all tables. Descriptors are as in descriptor_json.h. A
+// field "$schema" at the top is for editors; multiplex.schema.json is the schema.
 
 // Raises JsonMistake.
 [[nodiscard]] Multiplex multiplex_from_json(const JsonNode& root);

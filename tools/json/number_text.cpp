@@ -1,61 +1,47 @@
 #include "tools/json/number_text.h"
 
-#include <algorithm>
 #include <charconv>
+#include <cinttypes>
+#include <cstdio>
+#include <iterator>
 #include <system_error>
 
-namespace {
+#include <boost/algorithm/hex.hpp>
 
-template <typename Number>
-std::optional<Number> parse_whole(std::string_view text, int base) {
-    Number value = 0;
+std::optional<std::int64_t> parse_number(std::string_view text) {
+    const bool is_hex = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
+    if (is_hex) text.remove_prefix(2);
+    if (text.empty() || text.front() == '-') return std::nullopt;
+    std::int64_t value = 0;
     const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value, base);
+    const auto [stop, error] = std::from_chars(text.data(), end, value, is_hex ? 16 : 10);
     if (error != std::errc() || stop != end) return std::nullopt;
     return value;
 }
 
-}  // namespace
-
-std::optional<std::int64_t> parse_number(std::string_view text) {
-    const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
-    if (hexadecimal) text.remove_prefix(2);
-    if (text.empty() || text.front() == '-') return std::nullopt;
-    return parse_whole<std::int64_t>(text, hexadecimal ? 16 : 10);
-}
-
 std::string hex_number(std::int64_t value, int digits) {
-    char text[20];
-    const auto result = std::to_chars(std::begin(text), std::end(text), value, 16);
-    std::string hex(std::begin(text), result.ptr);
-    std::transform(hex.begin(), hex.end(), hex.begin(),
-                   [](char digit) { return digit >= 'a' ? digit - 'a' + 'A' : digit; });
-    const auto width = static_cast<std::size_t>(digits);
-    return "0x" + std::string(width - std::min(width, hex.size()), '0') + hex;
+    char text[24];
+    std::snprintf(text, sizeof(text), "0x%0*" PRIX64, digits, value);
+    return text;
 }
 
 std::string to_hex(std::string_view bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
     std::string text;
-    for (const char byte : bytes) {
-        text += digits[static_cast<std::uint8_t>(byte) >> 4];
-        text += digits[static_cast<std::uint8_t>(byte) & 0x0F];
-    }
+    boost::algorithm::hex_lower(bytes, std::back_inserter(text));
     return text;
 }
 
 std::optional<std::string> from_hex(std::string_view text) {
     std::string bytes;
-    while (!text.empty()) {
-        if (text.front() == ' ') {
-            text.remove_prefix(1);
-            continue;
+    try {
+        while (!text.empty()) {
+            const std::size_t size = text.front() == ' ' ? 1 : 2;
+            const std::string_view digits = text.substr(0, size);
+            if (size == 2) boost::algorithm::unhex(digits, std::back_inserter(bytes));
+            text.remove_prefix(digits.size());
         }
-        if (text.size() < 2) return std::nullopt;
-        const auto byte = parse_whole<std::uint8_t>(text.substr(0, 2), 16);
-        if (!byte) return std::nullopt;
-        bytes += static_cast<char>(*byte);
-        text.remove_prefix(2);
+    } catch (const boost::algorithm::hex_decode_error&) {
+        return std::nullopt;
     }
     return bytes;
 }

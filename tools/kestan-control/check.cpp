@@ -29,18 +29,20 @@ FileFinding no_files() {
     return {Severity::kError, "", "no file is named *.json in the directory"};
 }
 
-// Removes the files that have an error. Returns false if there are none: then the error
-// is one of all files together.
-bool leave_out_faulty(std::vector<TableFile>& files,
-                      const std::vector<FileFinding>& findings) {
-    std::set<std::string> faulty;
-    for (const FileFinding& finding : only_errors(findings)) faulty.insert(finding.path);
+std::set<std::string> paths_with_errors(const std::vector<FileFinding>& findings) {
+    std::set<std::string> paths;
+    for (const FileFinding& finding : only_errors(findings)) paths.insert(finding.path);
+    return paths;
+}
+
+// Returns whether there was one of them.
+bool remove_files(std::vector<TableFile>& files, const std::set<std::string>& paths) {
     const auto end = std::remove_if(
         files.begin(), files.end(),
-        [&](const TableFile& file) { return faulty.count(file.path) != 0; });
-    if (end == files.end()) return false;
+        [&](const TableFile& file) { return paths.count(file.path) != 0; });
+    const bool has_removed = end != files.end();
     files.erase(end, files.end());
-    return true;
+    return has_removed;
 }
 
 }  // namespace
@@ -105,16 +107,23 @@ std::optional<JoinedFiles> right_tables_to_send(const TableFiles& files,
                                                 std::ostream& errors) {
     ReadFiles read = files.read();
     print_findings(errors, read.mistakes, /*with_information=*/false);
+    std::set<std::string> left_out = paths_with_errors(read.mistakes);
     while (!read.files.empty()) {
         JoinedFiles joined(read.files);
         const std::vector<FileFinding> findings = check_files(joined, settings);
         if (!has_errors(findings) || settings.is_forced) {
             print_findings(errors, findings, /*with_information=*/false);
+            for (const std::string& path : left_out) {
+                errors << path << ": left out because of its errors" << std::endl;
+            }
             return joined;
         }
         // The warnings can be others when the faulty files are left out.
         print_findings(errors, only_errors(findings), /*with_information=*/false);
-        if (!leave_out_faulty(read.files, findings)) break;
+        const std::set<std::string> faulty = paths_with_errors(findings);
+        // An error of all files together leaves nothing to send.
+        if (!remove_files(read.files, faulty)) break;
+        left_out.insert(faulty.begin(), faulty.end());
     }
     return std::nullopt;
 }

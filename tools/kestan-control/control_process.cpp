@@ -43,17 +43,18 @@ JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {
 
 }  // namespace
 
-// The signals are blocked before the notification's thread begins and inherits the mask.
+// The signals are blocked first: one that comes while the files are read has its effect
+// later, and the notification's thread inherits the mask.
 ControlProcess::ControlProcess(const ControlAddress& address,
                                std::vector<std::string> paths, const CheckSettings& check,
                                OutgoingTables outgoing)
     : address_(address),
+      signals_(open_signals()),
       files_(std::move(paths)),
       check_(check),
       outgoing_(std::move(outgoing)),
       tables_(outgoing_.take(first_files(files_, check_))),
       sender_(std::cout),
-      signals_(open_signals()),
       notifications_(ports_of(address.set).notification) {}
 
 ControlProcess::~ControlProcess() {

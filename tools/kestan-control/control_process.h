@@ -65,12 +65,12 @@ private:
     [[nodiscard]] int milliseconds_to_next_step() const;
 
     ControlAddress address_;
+    int signals_;
     TableFiles files_;
     CheckSettings check_;
     OutgoingTables outgoing_;
     Multiplex tables_;  // to be on air
     TableSender sender_;
-    int signals_;
     NotificationServer notifications_;
 
     bool is_push_due_ = false;

@@ -1,6 +1,7 @@
 #include "tools/kestan-control/outgoing_tables.h"
 
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <utility>
 
@@ -17,6 +18,11 @@ std::string state_directory() {
     const std::string of_user = environment("XDG_STATE_HOME");
     if (!of_user.empty()) return of_user + "/kestan-control";
     return environment("HOME") + "/.local/state/kestan-control";
+}
+
+void warn(const std::exception& error, const char* effect) {
+    std::cerr << name_of(Severity::kWarning) << ": " << error.what() << ": " << effect
+              << std::endl;
 }
 
 // `raises` is whether the version has been raised.
@@ -37,8 +43,14 @@ Finding finding_of(const UnchangedVersion& unchanged, bool raises) {
 
 }  // namespace
 
-OutgoingTables::OutgoingTables(std::string path)
-    : path_(std::move(path)), history_(VersionHistory::load(path_)) {}
+// A history that is lost must not keep the tables off the air.
+OutgoingTables::OutgoingTables(std::string path) : path_(std::move(path)) {
+    try {
+        history_ = VersionHistory::load(path_);
+    } catch (const std::exception& error) {
+        warn(error, "the first change of a table may go out under its old version");
+    }
+}
 
 Multiplex OutgoingTables::take(const JoinedFiles& files) {
     const bool raises = !path_.empty();
@@ -48,7 +60,11 @@ Multiplex OutgoingTables::take(const JoinedFiles& files) {
         to << files.in_file(finding_of(unchanged, raises)).line() << std::endl;
     }
     // Before the tables are sent: a version that has gone out is never given again.
-    if (raises) history_.save(path_);
+    try {
+        if (raises) history_.save(path_);
+    } catch (const std::exception& error) {
+        warn(error, "after a restart, a change may go out under its old version");
+    }
     return tables;
 }
 

@@ -15,8 +15,7 @@ public:
     OutgoingTables() = default;
 
     // Raises versions where it must. Reads the history in `path` and keeps it there, so
-    // that the last version of a table is known in the next life too. Throws
-    // std::runtime_error.
+    // that the last version of a table is known in the next life too. Warns if it cannot.
     explicit OutgoingTables(std::string path);
 
     // The tables to send next.

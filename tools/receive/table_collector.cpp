@@ -103,8 +103,8 @@ struct TableCollector::PmtDecoder {
         gather = std::exchange(handle->p_decoder->pf_gather, &PmtDecoder::gather_checked);
     }
 
-    // libdvbpsi reads as far as program_info_length (ISO/IEC 13818-1, 2.4.4.8) says, past
-    // the end of the section too.
+    // libdvbpsi trusts program_info_length (ISO/IEC 13818-1, 2.4.4.8) and would read past
+    // the end of the section.
     static void gather_checked(dvbpsi_t* handle, dvbpsi_psi_section_t* section) {
         constexpr std::ptrdiff_t fixed_fields = 4;
         const std::uint8_t* const payload = section->p_payload_start;

@@ -10,9 +10,9 @@
 #include "dvb/ts_packet.h"
 #include "tools/multiplex.h"
 
-// Finds the PAT, the CAT, the SDT actual and the PMTs in a transport stream, through
-// libdvbpsi's decoders: the current version of each, once all its sections have come.
-// Other PIDs, a video's say, are passed over. One thread.
+// Finds the PAT, the CAT, the SDT actual and the PMTs in a transport stream with
+// libdvbpsi's decoders. It has the current version of each after all its sections have
+// come, and skips packets of other PIDs. One thread.
 class TableCollector {
 public:
     TableCollector();
@@ -23,12 +23,13 @@ public:
     // Takes the stream's next packet, kTsPacketSize bytes.
     void push(const std::uint8_t* packet);
 
-    // The PAT found last, if any.
+    // The last PAT so far.
     [[nodiscard]] const std::optional<orvel::thrift::dvb_tables::PAT>& pat() const {
         return found_.pat;
     }
 
-    // What has been found so far; the PMTs in the order of the PAT, one a service.
+    // Returns what has been found so far: the PMTs in the order of the PAT, one for each
+    // service.
     [[nodiscard]] Multiplex tables() const;
 
 private:

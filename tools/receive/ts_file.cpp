@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t kStrides[] = {188, 192, 204};
 constexpr std::size_t kLongestStride = 204;
 
-// Sync bytes at this many packets in a row are no accident (one byte in 256 is one).
+// As chance has it, one byte in 256 is a sync byte; so many packets in a row are real.
 constexpr std::size_t kPacketsToBeSure = 5;
 constexpr std::size_t kLookAhead = kPacketsToBeSure * kLongestStride;
 constexpr std::size_t kReadSize = std::size_t{1024} * 1024;

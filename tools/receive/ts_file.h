@@ -36,7 +36,7 @@ private:
     [[nodiscard]] std::size_t left() const { return buffer_.size() - position_; }
     [[nodiscard]] bool is_sync(std::size_t offset) const;
 
-    // The distance between packets if one begins `offset` bytes from here, 0 if not.
+    // Returns the distance between packets if one begins `offset` bytes from here, else 0.
     [[nodiscard]] std::size_t stride_at(std::size_t offset) const;
 
     void find_packets();

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Holds who may include whom: prints every #include "…" that the table below does not
+# allow. A file takes the first row that its path matches. A room may include itself;
+# tests/, fuzz/, bench/ and examples/ may include everything, and nothing includes them.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+generated='thrift/(cm_|ci_module_|dvb_tables_|general_)'
+table="
+dvb/                   -
+thrift/                dvb/
+framework/host/        framework/|dvb/|thrift/
+framework/             dvb/|$generated
+mux/                   dvb/|framework/watchdog
+tables/                mux/|dvb/|framework/clock
+control/               tables/|mux/|dvb/|framework/[^/]*$|thrift/
+app/                   control/|mux/|framework/[^/]*$|thrift/
+tools/multiplex        dvb/|$generated
+tools/receive/         dvb/|tools/multiplex|$generated
+tools/json/            dvb/|tools/multiplex|$generated
+tools/rules/           dvb/|tools/multiplex|tools/json/|$generated|thrift/table_refusal
+tools/kestan-control/  dvb/|tools/multiplex|tools/receive/|tools/json/|tools/rules/|thrift/
+tools/kestan-monitor/  dvb/|tools/multiplex|tools/receive/|tools/json/|tools/rules/|thrift/
+(tests|fuzz|bench|examples)/  .
+"
+grep -rE --include='*.h' --include='*.cpp' --exclude-dir='build*' '^#include "' -- * | awk -v table="$table" '
+    BEGIN { rows = split(table, row, "\n") }
+    {
+        for (i = 2; i < rows && split(row[i], room, " ") && $0 !~ "^" room[1]; ++i) {}
+        if (i == rows || $0 !~ "\"(" room[1] "|" room[2] ")") { print; status = 1 }
+    }
+    END { exit status }'

@@ -1,0 +1,26 @@
+# The manuals against the programs.
+
+load programs
+
+# options: those at the heads of the lines that come in, sorted.
+options() {
+    sed 's/\\-/-/g' | sed -nE 's/^(\.[A-Z]+|  +)(([] [,"]*--?[a-z][a-z-]*)+).*/\2/p' |
+        grep -oE -- '--?[a-z][a-z-]*' | sort -u
+}
+
+# help <program>: its --help, and that of each of its commands.
+help() {
+    "$1" --help
+    "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p' |
+        xargs -I '{}' "$1" '{}' --help
+}
+
+@test "each manual lists the options of its program's --help" {
+    for page in kestan.8 kestan-control.1 kestan-monitor.1; do
+        sed -n '/^\.SH OPTIONS/,/^\.SH [^O]/p' "$BATS_TEST_DIRNAME/../../packaging/man/$page.in" |
+            grep -A 1 '^\.TP' | options >manual
+        help "${page%.*}" | options >program
+        diff manual program
+        grep -qx -- --help program
+    done
+}

@@ -1,0 +1,18 @@
+#ifndef KESTAN_TESTS_SUPPORT_SECTIONS_H
+#define KESTAN_TESTS_SUPPORT_SECTIONS_H
+
+#include <string>
+#include <vector>
+
+#include "thrift/dvb_tables_types.h"
+
+// The sections of a table, CRC_32 included, written from the standards' syntax without
+// libdvbpsi: what a receiver must get. Fields are in range.
+using Sections = std::vector<std::string>;
+
+[[nodiscard]] Sections sections_of(const orvel::thrift::dvb_tables::PAT& pat);
+[[nodiscard]] Sections sections_of(const orvel::thrift::dvb_tables::CAT& cat);
+[[nodiscard]] Sections sections_of(const orvel::thrift::dvb_tables::SDT& sdt);
+[[nodiscard]] Sections sections_of(const orvel::thrift::dvb_tables::PMT& pmt);
+
+#endif
