@@ -60,7 +60,7 @@ struct Fault {
 // The clause that the fault breaks, "" if there is none.
 [[nodiscard]] std::string_view clause(const Fault& fault);
 
-// One line for people: where, what and, unless it is 0, `value` beside its limit.
+// One line for people: where, what, and `value` with its limit unless it is 0.
 [[nodiscard]] std::string describe(const Fault& fault, std::int64_t value);
 
 #endif

@@ -19,12 +19,12 @@ void require(bool is_good, const std::string& path) {
 }  // namespace
 
 void replace_file(const std::string& path, const std::string& text) {
-    const std::string beside = path + ".new";
-    std::ofstream file = opened(beside);
+    const std::string new_path = path + ".new";
+    std::ofstream file = opened(new_path);
     file << text << std::flush;
-    require(file.good(), beside);
+    require(file.good(), new_path);
     file.close();
-    require(std::rename(beside.c_str(), path.c_str()) == 0, path);
+    require(std::rename(new_path.c_str(), path.c_str()) == 0, path);
 }
 
 PacketRecorder::PacketRecorder(const std::string& path)

@@ -41,7 +41,6 @@ void SectionCollector::drop_torn_section(const std::uint8_t* packet) {
     const bool begins_section =
         starts_section(packet) && (packet[3] & kHasAdaptation) == 0 && packet[4] == 0;
     if (!begins_section || decoder->p_current_section == nullptr) return;
-    ++torn_sections_;
     dvbpsi_DeletePSISections(std::exchange(decoder->p_current_section, nullptr));
 }
 

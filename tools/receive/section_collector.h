@@ -29,10 +29,6 @@ public:
         return handle_->p_decoder->p_current_section != nullptr;
     }
 
-    // Sections that another one's start cut off, as when a table is replaced in the
-    // middle.
-    [[nodiscard]] std::uint64_t torn_sections() const { return torn_sections_; }
-
     // Sections whose CRC_32 was wrong.
     [[nodiscard]] std::uint64_t crc_errors() const { return crc_errors_; }
 
@@ -43,7 +39,6 @@ private:
 
     Callback on_section_;
     DvbpsiPtr handle_;
-    std::uint64_t torn_sections_ = 0;
     std::uint64_t crc_errors_ = 0;
 };
 
