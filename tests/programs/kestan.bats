@@ -89,7 +89,7 @@ END
 
 # Real time, so with room for a busy machine.
 @test "fills its bitrate, and no more, with what is due" {
-    jq -n '{pmts: [range(80) | {pid: 256, program_number: ., version_number: 0, pcr_pid: 0,
+    jq -n '{pmts: [range(1; 81) | {pid: 256, program_number: ., pcr_pid: 8191, version_number: 0,
         descriptors: [range(3) | {tag: 128, data: ("00" * 250)}]}]}' >3_mbps.json
     for kbps in 1000 300; do
         play "${options[@]}"

@@ -23,9 +23,9 @@ EXCEPTION: .*Exceeded size limit|\0\0\0\x0c\x80\1\0\2\x7f\xff\xff\xff\0\0\0\0
 EXCEPTION: .*Exceeded size limit|\0\0\0\x26${name/\\2/\\3}\xb\0\1\x7f\xff\xff\xff
 EXCEPTION: .*Exceeded size limit|\0\0\0\x27$name\xf\0\1\xc\x7f\xff\xff\xff
 EXCEPTION: .*oversized frame|\0\1\0\1
-EXCEPTION: .*timed out|\0\0\0\x20${name/Started/Stopped}\0
-EXCEPTION: .*timed out|\0\0\0\x20$name\0|sh slowly
-EXCEPTION: .*timed out|
+EXCEPTION: .*[Tt]imed out|\0\0\0\x20${name/Started/Stopped}\0
+EXCEPTION: .*[Tt]imed out|\0\0\0\x20$name\0|sh slowly
+EXCEPTION: .*[Tt]imed out|
 EXCEPTION: .*No more data||head -c 36 >call
 EXCEPTION: ||true
 END
