@@ -6,8 +6,8 @@ if(NOT multi_config AND NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "Type of build" FORCE)
 endif()
 
-# The intrusive lists' safe mode speaks through assert(): it stays on in a release, so that
-# a stream destroyed while it is registered stops the process instead of corrupting a list.
+# The intrusive lists report misuse through assert(). So assert() stays on in a release: a
+# stream that is destroyed while it is registered stops the process and corrupts no list.
 foreach(type IN ITEMS RELEASE RELWITHDEBINFO MINSIZEREL)
     string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_${type} "${CMAKE_CXX_FLAGS_${type}}")
 endforeach()
@@ -21,7 +21,7 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 # Assertions name their file: relative to this tree, wherever it was built.
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 
-# What the generated code has and nobody calls is a third of the program.
+# A third of the program would be generated code that nobody calls. The linker removes it.
 add_compile_options(-ffunction-sections -fdata-sections)
 add_link_options(-Wl,--as-needed -Wl,--gc-sections)
 
@@ -43,8 +43,8 @@ if(KESTAN_FUZZ)
         -fsanitize-ignorelist=${CMAKE_SOURCE_DIR}/fuzz/ignored.txt)
 endif()
 
-# What dpkg-buildflags gives with hardening=+all, in every build. The sanitizers replace it,
-# and _FORTIFY_SOURCE needs an optimised build.
+# Every build has the flags of dpkg-buildflags with hardening=+all. The sanitizers replace
+# them, and _FORTIFY_SOURCE needs an optimised build.
 if(NOT KESTAN_SANITIZE)
     add_compile_options(-fPIE -fstack-protector-strong -Wformat -Wformat-security
         $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2>)

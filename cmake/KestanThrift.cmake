@@ -2,7 +2,7 @@
 #
 # Makes a static library of the C++ that the Thrift compiler generates from the definitions:
 # <unit>.cpp and <unit>.h for each unit. The headers are included as "thrift/<unit>.h" and
-# count as a system's, so that they are held to no warning.
+# count as system headers: the compiler does not warn about them.
 
 find_program(THRIFT_COMPILER thrift REQUIRED)
 

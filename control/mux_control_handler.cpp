@@ -29,8 +29,8 @@ void apply_version_rule(std::uint8_t& version) {
 }
 
 // Takes a carrousel off the muxer and frees it. If the muxer's mutex cannot be locked,
-// the carrousel is leaked on purpose: it is still on the muxer, without a sub-table to
-// play.
+// the carrousel is leaked on purpose: it can still be on the muxer. It has no sub-table,
+// so it plays nothing.
 void remove_and_delete(TableCarrousel* carrousel) noexcept {
     try {
         muxer_remove(*carrousel);
@@ -176,7 +176,8 @@ void cm_MuxControlSrvHandler::release_pmt(pmt_data& record) {
     pmt_list_.erase(pmt_list_.iterator_to(record));
     services_.erase(services_.iterator_to(record));
     pids_.erase(pids_.iterator_to(record));
-    // Here first, because the carrousel's deleter cannot throw.
+    // The deleter cannot report a failure, so the last record takes the carrousel off
+    // here.
     if (pids_.find(record.pid) == pids_.end()) muxer_remove(*record.carrousel);
 }
 

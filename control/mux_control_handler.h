@@ -18,9 +18,9 @@
 //
 // The New methods convert a table, cut it into packets and swap the packets into its
 // stream. They return the version_number that is played: a version_number above 31 is
-// played as 0. If the table cannot be carried, they return -1 without a log line, and the
-// stream stays as it is. They do not compare versions: the same table sent again starts
-// from its first packet.
+// played as 0. If the table cannot be carried, the converter logs the reason. Then they
+// log nothing, return -1, and the stream stays as it is. They do not compare versions:
+// the same table sent again starts from its first packet.
 //
 // Threads: created, called and destroyed on the control thread, one call at a time, so it
 // has no lock. Tables are built and freed outside the locks of the streams, and at most
@@ -29,8 +29,11 @@
 class cm_MuxControlSrvHandler final
     : public virtual orvel::thrift::ci_module::cm_MuxControlSrvIf {
 public:
-    // REQUIRES: the muxer exists. If a stream cannot be registered, none is.
+    // REQUIRES: the muxer exists. If a stream cannot be registered, the others are
+    // unregistered again.
     cm_MuxControlSrvHandler();
+
+    // Ends the process if a mutex cannot be locked.
     ~cm_MuxControlSrvHandler() override;
     cm_MuxControlSrvHandler(const cm_MuxControlSrvHandler&) = delete;
     cm_MuxControlSrvHandler& operator=(const cm_MuxControlSrvHandler&) = delete;

@@ -48,14 +48,22 @@ void close_when_peer_vanishes(int connection) {
     set(IPPROTO_TCP, TCP_USER_TIMEOUT, unanswered_ms);
 }
 
+// The logger can throw too, if memory is exhausted.
+void log_exception(const char* what) noexcept {
+    try {
+        log_function(kLogError, 0, "Mux server EXCEPTION: %s", what);
+    } catch (...) {
+    }
+}
+
 void run_or_exit(int port) {
     try {
         MuxServerThread(port);
         return;
     } catch (const std::exception& error) {
-        log_function(kLogError, 0, "Mux server EXCEPTION: %s", error.what());
+        log_exception(error.what());
     } catch (...) {
-        log_function(kLogError, 0, "Mux server EXCEPTION: of an unknown type");
+        log_exception("of an unknown type");
     }
     _exit(1);  // no exit handlers: the main thread is running
 }

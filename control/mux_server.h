@@ -8,7 +8,8 @@
 // The control server: one thread, "MuxSrv", that creates the handler and serves
 // cm_MuxControlSrv on a TCP port of every address, over Thrift's framed transport and
 // binary protocol. It serves one connection at a time. A client whose host has vanished
-// is dropped after 90 s; a client that is there may be silent for any time.
+// is dropped after 90 s. So is a client that leaves replies unread for 90 s and has no
+// room for more. A client that is only silent stays connected.
 
 // Starts the thread and returns 0. Does not wait until the port is open. If the thread
 // cannot be started, logs the reason and returns -1. Main thread, once, after

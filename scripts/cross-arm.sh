@@ -61,7 +61,7 @@ build_and_test() {
         -DKESTAN_SYSROOT="$sysroot" -DKESTAN_WERROR=ON -DKESTAN_TESTS=ON >/dev/null
     cmake --build "$build" -- --quiet
     # The emulator runs no program that another one starts: neither the tests of whole
-    # programs nor those of assertions, which start themselves anew. The soak takes minutes.
+    # programs nor those of assertions, which start themselves again. The soak takes minutes.
     GTEST_FILTER='-*DeathTest*' ctest --test-dir "$build" --output-on-failure \
         --no-tests=error --label-exclude program --exclude-regex soak_test
 }

@@ -33,6 +33,7 @@ void call_with_each_lock_failing(Call call) {
         try {
             call();
             locks_until_failure = 0;
+            EXPECT_GT(failing, 1) << "no lock has failed";
             return;
         } catch (const std::system_error&) {
             locks_until_failure = failing;

@@ -15,6 +15,7 @@ using namespace orvel::thrift::dvb_tables;
 namespace {
 
 using fake_framework::take_log;
+using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -74,7 +75,9 @@ TEST_F(MuxControlHandler, LogsWhatItPlaysAndNothingElse) {
     EXPECT_EQ(handler_.NewCAT(cat), -1);
     EXPECT_EQ(handler_.NewSDTActual(sdt), -1);
     EXPECT_EQ(handler_.NewPMT(pmt, 0x20), -1);
-    EXPECT_THAT(take_log(), Each(EndsWith(": version_number is 256, 0 to 255 fit")));
+    EXPECT_THAT(take_log(),
+                AllOf(testing::SizeIs(4),
+                      Each(EndsWith(": version_number is 256, 0 to 255 fit"))));
 
     handler_.StopPMT(-0x7FFF, -1);
     handler_.ClearCAT();

@@ -107,8 +107,9 @@ TEST(PacingLoop, SendsWhatIsDueAsOneDatagramAndIdlesOneIntervalAtATime) {
     }
 }
 
-// Each pass begins behind the stream asked last, and none sends before the slots of the
-// one before it are over: so no window exceeds the bitrate, and none falls behind it.
+// Each pass begins with the stream after the last one asked. Each datagram is sent
+// exactly when the slots of the previous one end. So the rate is the bitrate in every
+// window.
 TEST(PacingLoop, TakesStreamsInCyclicOrderAtExactlyTheBitrate) {
     for (const std::uint32_t kbps : {100u, 333u, 1234u, 7777u, 99991u}) {
         for (const int count : {1, 7, 8, 10}) {

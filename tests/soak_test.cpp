@@ -113,8 +113,8 @@ private:
         return values[random_.below(values.size())];
     }
 
-    // A packet that is due waits for one of each other stream at most, and a PMT may be
-    // overtaken once by each of its neighbours.
+    // A due packet waits for at most one packet of each other stream. Each neighbour on
+    // its PID can overtake a PMT once.
     void check_intervals() {
         constexpr std::uint64_t most_streams = 8;
         const auto wait_ns =

@@ -114,7 +114,7 @@ TEST(StreamStatistics, FindsJustTheFaultsThatAreThere) {
                 stream.send(now, cut.substr(at, kTsPacketSize));  // one is allowed
                 if (fault != "repeats") continue;
                 stream.send(now, cut.substr(at, kTsPacketSize));
-                ++wrong["continuity"];  // and a section anew, where it is a whole one
+                ++wrong["continuity"];  // and the section again if it is whole
                 if (cut.size() == kTsPacketSize && gap > 0) wrong["section_gap"] = 1;
             }
             ++wrong[fault];

@@ -17,7 +17,7 @@ using simulated_clock::now_ns;
 
 constexpr std::uint32_t kPeriodMs = 200;
 
-// What a carrousel must do, by a search of the whole ring at each section's end.
+// A model of the carrousel: it searches the whole ring at the end of each section.
 struct Model {
     struct Turn {
         char name;
@@ -69,8 +69,9 @@ struct Model {
     std::int64_t next_time = 0;
 };
 
-// Tables of several sections and packets, of one and of different periods, added,
-// replaced and removed at any moment, the one in flight and the last one among them.
+// Tables of several sections and packets, with equal and with different periods, are
+// added, replaced and removed at any moment, also while they are sent, and also the last
+// one.
 TEST(TableCarrousel, PlaysAsASearchOfTheWholeRingWould) {
     std::mt19937 random(11);
     TableCarrousel carrousel(0x100);

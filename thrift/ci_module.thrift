@@ -40,7 +40,8 @@ struct EMMData {
  *
  * The New methods replace a whole table and return the version_number that is played (0 to
  * 31). They return -1 if the table cannot be carried; then the previous table plays on and
- * Kestan logs the reason. Arguments of 16 bits travel as i16 and carry their bits: 0x8001 is sent as -32767.
+ * Kestan logs the reason. Arguments of 16 bits travel as i16 and carry their bits: 0x8001 is
+ * sent as -32767.
  */
 service cm_MuxControlSrv {
     /** Withdraws every table; the TDT, which Kestan makes itself, plays on. */

@@ -15,12 +15,14 @@ namespace orvel::thrift::utils {
 // A Thrift client together with its one connection: `Client` is a generated client class,
 // called through this object. Framed transport, binary protocol.
 //
-// The peer is not trusted. Connecting and the first call take `timeout_ms` at most, each
-// further call again as long, even if the peer sends byte by byte. A reply has at most
+// The peer is not trusted. Connecting and the first call together take `timeout_ms` at
+// most, and so does each further call, even if the peer sends byte by byte (see
+// TimeLimitedSocket for host names with several addresses). A reply has at most
 // kMaxReplySize bytes, and nothing in it makes the client allocate more.
 //
-// Every failure, of construction or of a call, is an apache::thrift::TException. Then the
-// connection is useless. It closes with the object. One thread.
+// Every failure, of construction or of a call, is an apache::thrift::TException, except
+// memory exhaustion. Then the connection is useless. It closes with the object. One
+// thread.
 template <typename Client>
 class SimpleClient : public virtual Client {
 public:

@@ -29,7 +29,7 @@ private:
     // Gives the next operation what is left of the time.
     void limit_next_operation();
 
-    // Runs an operation of TSocket and takes its time off what is left.
+    // Runs an operation of TSocket and subtracts its duration from the time that is left.
     template <typename Operation>
     auto limited(Operation operation);
 

@@ -60,7 +60,7 @@ END
     run -1 grep -i libsystemd "$build/CMakeCache.txt"
 
     daemon=("$build/bin/kestan")
-    "${daemon[@]}" -v
+    [[ $("${daemon[@]}" -v) == *"Version: "*.*.* ]]
     start kestan "${daemon[@]}" -I lo
     says kestan "foreign 6 Out Address:127.0.0.1/6000 TTL 1 lo$"
     timeout 20 socat -u UDP-RECVFROM:6000 - | grep -q G

@@ -1,10 +1,11 @@
-# What the daemon's peers on TCP cannot do to it.
+# No peer on TCP can hold up or block the daemon.
 # shellcheck disable=SC2034,SC2154  # variables of programs.bash
 
 load programs
 
-# It takes a second and starts the daemon; a time-out per receive alone would take 11 s.
-@test "is held up for a second by whatever answers its start notification" {
+# The limit allows for the daemon's start. With a time-out per receive alone, slow bytes would
+# take 11 s.
+@test "is not held up by any answer to its start notification" {
     local name='\x80\1\0\2\0\0\0\x13NotifyKestanStarted\0\0\0\0'
     echo 'while dd bs=1 count=1 status=none; do sleep 0.3; done <reply' >slowly
     while IFS='|' read -r said bytes answer; do
@@ -13,7 +14,7 @@ load programs
         listens peer 9521
         local begin=$SECONDS
         play
-        says kestan "$said"
+        says kestan "MuxNotify client $said"
         echo "$said, $bytes: $((SECONDS - begin)) s"
         ((SECONDS - begin < 5))
         stop kestan
@@ -31,7 +32,7 @@ EXCEPTION: ||true
 END
 }
 
-@test "notices within 90 s that its client has vanished" {
+@test "has the kernel probe a silent client" {
     needs_strace
     daemon=(strace -Dqqfo calls -e trace=setsockopt kestan)
     play

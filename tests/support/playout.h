@@ -32,7 +32,7 @@ public:
     ~Playout();
 
     // Calls `action` when the loop sleeps for the first time at or after `ns` from the
-    // start of run_for: where the control thread would get at the streams.
+    // start of run_for. At that moment the control thread could take the muxer's mutex.
     void at(std::int64_t ns, std::function<void()> action);
 
     // Calls this with every datagram instead of keeping it.

@@ -35,7 +35,7 @@ public:
         SectionReader reader;
         Seen sections;
         Seen earlier;  // between the last two calls of forget()
-        // From a section to its repetition, the one before forget() included.
+        // From a section to its repetition, also across forget().
         std::int64_t shortest_ns = INT64_MAX;
         std::int64_t longest_ns = 0;
     };
@@ -51,7 +51,7 @@ public:
 
 private:
     std::map<std::uint16_t, Pid> pids_;
-    std::int64_t free_ns_ = 0;  // when the packets so far have had their time
+    std::int64_t free_ns_ = 0;  // the earliest time for the next datagram
 };
 
 #endif

@@ -219,7 +219,7 @@ void StreamStatistics::push_to_collector(PidRecord& on, const std::uint8_t* pack
 }
 
 void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& section) {
-    // Whatever follows in this packet begins now.
+    // The section that follows in this packet begins now.
     const std::int64_t start = std::exchange(on.section_start, now_);
     if (!may_carry(on.number, section.i_table_id)) {
         faults_.add(on.fault(FaultKind::table_id), now_);

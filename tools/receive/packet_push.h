@@ -10,8 +10,9 @@
 
 // Gives a decoder the next packet, kTsPacketSize bytes of any content.
 //
-// libdvbpsi does not promise const, and looks for the pointer_field where the
-// adaptation_field_length says, be it after the packet's end: hence a copy with zeros.
+// libdvbpsi takes packets that are not const. It reads the pointer_field where the
+// adaptation_field_length says, even if that is after the packet's end. So it gets a copy
+// with zeros after it.
 inline void push_packet(dvbpsi_t* decoder, const std::uint8_t* packet) {
     constexpr std::size_t farthest_pointer_field = 5 + 255;
     std::array<std::uint8_t, farthest_pointer_field + 1> copy{};
