@@ -84,7 +84,7 @@ refuse_unused_libraries() {
 hundred_services() {
     local programs=() services=() pmts=() service pid
     for service in {1..100}; do
-        pid=$((service * 16))
+        pid=$((256 + service * 16))
         programs+=("{\"program_number\": $service, \"pid\": $pid}")
         services+=("{\"service_id\": $service, \"running_status\": 4, \"descriptors\": [
             {\"service\": {\"service_type\": 1, \"provider_name\": \"\",
@@ -142,5 +142,6 @@ build_and_test
 build_monitor
 refuse_unused_libraries
 hundred_services >"$build/hundred.json"
+rm -f "$build/memory"
 scripts/own_network.sh scripts/cross-arm.sh play
 report

@@ -6,11 +6,12 @@ build_packages=(
     thrift-compiler libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
     nlohmann-json3-dev libcli11-dev
 )
+package_packages=(dpkg-dev file)
 network_packages=(iproute2)
 unit_test_packages=(libgtest-dev libgmock-dev)
 test_packages=(
     "${unit_test_packages[@]}" "${network_packages[@]}" bats socat jq strace ffmpeg
-    systemd tmux prometheus python3-jsonschema python3-thrift python3-six
+    systemd tmux python3-jsonschema python3-thrift python3-six
 )
 fuzz_packages=("${unit_test_packages[@]}" clang-14 libclang-rt-14-dev)
 check_packages=(clang-format clang-tidy libbenchmark-dev shellcheck)
@@ -29,6 +30,18 @@ install_missing() {
     "${as_root[@]}" apt-get update -qq
     quietly "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# find_promtool: puts it into PATH, without its package, which would start a server. A test
+# is skipped if there is none.
+find_promtool() {
+    local folder=build/promtool
+    PATH=$PATH:$PWD/$folder/usr/bin
+    [ -z "$(command -v promtool)" ] || return 0
+    mkdir -p "$folder"
+    (cd "$folder" && quietly apt-get download prometheus &&
+        dpkg-deb --fsys-tarfile prometheus_*.deb | tar -x ./usr/bin/promtool) || true
+    rm -f "$folder"/prometheus_*.deb
 }
 
 # debian_sources <architecture>: the Debian package lists that this machine uses, as lines of

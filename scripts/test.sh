@@ -22,7 +22,7 @@ fuzz() {
     scripts/fuzz.sh 5
 }
 
-# sources <name>...: this tree's files of these names, which also a tarball has.
+# sources <name>...: finds this tree's files by name, also without git.
 sources() {
     local names=(-false) name
     for name in "$@"; do names+=(-o -name "$name"); done
@@ -50,12 +50,14 @@ check_lint() {
 case "${1:-}" in
     "")
         install_missing "${build_packages[@]}" "${test_packages[@]}"
+        find_promtool
         fuzz
         build_and_test release
         ;;
     --all)
         install_missing "${build_packages[@]}" "${test_packages[@]}" "${fuzz_packages[@]}" \
             "${check_packages[@]}"
+        find_promtool
         check_format
         scripts/check_includes.sh
         check_scripts

@@ -5,6 +5,7 @@
 #
 #   scripts/try-package.sh [PACKAGE]     builds none and tries this one
 set -euo pipefail
+[ ! -f "${1:-}" ] || set -- "$(realpath "$1")"
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
 . scripts/clean_root.sh
@@ -47,7 +48,7 @@ fail_to_restart() {
     printf '#!/bin/sh\necho "$*" >>/tmp/systemctl.calls\nexit 1\n' >"$root/usr/bin/systemctl"
     chmod +x "$root/usr/bin/systemctl"
     quietly in_root dpkg --install /tmp/kestan.deb
-    calls=$(grep -v daemon-reload "$root/tmp/systemctl.calls")
+    calls=$(grep -v daemon-reload "$root/tmp/systemctl.calls") || true
     if [[ $calls != "try-restart "*kestan@0.service* || $calls = *$'\n'* ]]; then
         echo "The upgrade asked systemctl for: $calls" >&2
         return 1
@@ -62,10 +63,10 @@ remove_package() {
     ln -s /lib/systemd/system/kestan@.service "$link"
     touch "$drop_in"
     apt_in_root remove kestan
-    [ -L "$link" ]
+    [ -L "$link" ] || { echo "remove has deleted the link of an instance" >&2; return 1; }
     apt_in_root purge --auto-remove kestan
-    [ ! -L "$link" ]
-    [ -e "$drop_in" ]
+    [ ! -L "$link" ] || { echo "purge has left the link" >&2; return 1; }
+    [ -e "$drop_in" ] || { echo "purge has deleted a drop-in" >&2; return 1; }
     rm -r "${drop_in%/*}" "$root/usr/bin/systemctl" "$root/run/systemd"
     rmdir --ignore-fail-on-non-empty "${link%/*}"
     echo "Removed; the link went with the purge, the drop-in stayed"
@@ -80,7 +81,8 @@ list_files() {
 
 refuse_leftovers() { # <files before>
     diff <(echo "$1") <(list_files) || { echo "the package left this behind" >&2; return 1; }
-    [ -z "$(in_root dpkg-query -W -f='${Package}' kestan 2>/dev/null)" ]
+    [ -z "$(in_root dpkg-query -W -f='${Package}' kestan 2>/dev/null)" ] ||
+        { echo "dpkg still knows the package" >&2; return 1; }
     echo "Removed without leftovers"
 }
 
@@ -92,7 +94,7 @@ if [ "${1:-}" = play ]; then
     exit
 fi
 in_own_namespaces "$@"
-install_missing "${build_packages[@]}" dpkg-dev lintian
+install_missing "${build_packages[@]}" "${package_packages[@]}" lintian
 make_clean_root
 package=${1:-}
 if [ -z "$package" ]; then

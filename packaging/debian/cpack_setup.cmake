@@ -4,6 +4,12 @@ if(CPACK_KESTAN_CROSS)
         "or use `cmake --install`.")
 endif()
 
+# Without it, cpack would make a package without dependencies.
+find_program(SHLIBDEPS dpkg-shlibdeps)
+if(NOT SHLIBDEPS)
+    message(FATAL_ERROR "dpkg-shlibdeps is missing: install dpkg-dev")
+endif()
+
 # The time of the package's files: that of the build, see cmake/KestanReproducible.cmake.
 if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
     set(ENV{SOURCE_DATE_EPOCH} ${CPACK_KESTAN_EPOCH})

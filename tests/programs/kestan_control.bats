@@ -73,7 +73,7 @@ allows 37 kbit/s" check "$small" --bitrate 37
     fails 1 "nothing listens on 127.0.0.1:9511: is kestan running with -s 1?" clear --set 1
     fails 1 "No such file" import nowhere
     fails 1 "no transport-stream packets" import /dev/null
-    fails 1 "no table is whole" import <(printf 'G%187s' '')
+    fails 1 "no complete table" import <(printf 'G%187s' '')
     fails 1 " 0 PMTs" import "$BATS_TEST_DIRNAME"/../../fuzz/cases/import/pmt-program-info*
     while IFS='|' read -r answer said; do
         echo "dd bs=64K count=1 of=/dev/null; $answer" >server

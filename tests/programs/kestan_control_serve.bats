@@ -56,8 +56,9 @@ hold() {
     on_air tables.json
     for mistake in '"no tables"' '.pmts[0].pid = "0x0011"' 'del(.pat.programs[0].pid)'; do
         rewrite "$mistake"
+        wait_until grep -q "tables read before stay" serve.err
+        : >serve.err
     done
-    says serve "the tables read before stay"
     on_air <(jq "$own | del(.sdt)" "$small")
 }
 
@@ -114,8 +115,11 @@ hold() {
     play
     write .
     mkdir kestan-control
-    echo '{' >kestan-control/versions-127.0.0.1-0.json  # lost with the power
-    kestan-control push --bump-versions tables.json 2>&1 | grep "warning: .* not a history"
+    for history in '{' '{"written": {"cat": {"version_number": 1}}, "sent": {}}'; do
+        echo "$history" >kestan-control/versions-127.0.0.1-0.json  # lost with the power
+        kestan-control push --bump-versions tables.json 2>&1 |
+            grep "warning: .* not a history"
+    done
     write '.pmts[0].streams[0].stream_type = 2 | .cat.version_number = 7'
     kestan-control push --bump-versions tables.json | tee pushed
     grep "tables.json: pmts\[0\].version_number: .* version 2 goes out instead of 1" pushed

@@ -70,11 +70,11 @@ watch() {
 }
 
 # finds_nothing [seconds]: is outside the limits in a watch, the one begun or another, that
-# goes on for so long. The CAT may be missing: many tests call ClearCAT.
+# goes on for so long. "ca_system_not_in_cat" as the second argument: the CAT is missing.
 finds_nothing() {
     [ "${pid[monitor]:-}" ] || watch
     sleep "${1:-0}"
-    finish monitor INT || reports '[.outside_limits[].rule] == ["ca_system_not_in_cat"]'
+    finish monitor INT || reports "[.outside_limits[].rule] == [\"${2:-}\"]"
 }
 
 # reports <filter>: it holds of the report.

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <ostream>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include "tools/rules/bit_rate.h"
@@ -83,9 +84,11 @@ bool report_check(const TableFiles& files, const CheckSettings& settings,
     const JoinedFiles joined(read.files);
     std::vector<FileFinding> findings = std::move(read.mistakes);
     if (findings.empty() && read.files.empty()) findings.push_back(no_files());
-    append(findings, check_files(joined, settings));
+    // Tables that could not be read would count as missing.
+    if (findings.empty()) append(findings, check_files(joined, settings));
     print_findings(report, findings, /*with_information=*/true);
     report << bit_rate_line(joined.tables()) << std::endl;
+    if (!report) throw std::runtime_error("cannot write the findings: is the disk full?");
     return !has_errors(findings);
 }
 
@@ -93,11 +96,11 @@ std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
                                           const CheckSettings& settings,
                                           std::ostream& errors) {
     const ReadFiles read = files.read();
+    print_findings(errors, read.mistakes, /*with_information=*/false);
+    if (!read.mistakes.empty()) return std::nullopt;
     JoinedFiles joined(read.files);
     const std::vector<FileFinding> findings = check_files(joined, settings);
-    print_findings(errors, read.mistakes, /*with_information=*/false);
     print_findings(errors, findings, /*with_information=*/false);
-    if (!read.mistakes.empty()) return std::nullopt;
     if (has_errors(findings) && !settings.is_forced) return std::nullopt;
     return joined;
 }

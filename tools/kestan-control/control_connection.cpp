@@ -80,7 +80,7 @@ ControlConnection::Client ControlConnection::connect(const ControlAddress& addre
                                std::to_string(address.set) + "?");
         }
         throw ControlError("cannot connect to " + address.text() + " (" + error.what() +
-                           "): check --host and the way there");
+                           "): check --host and the network");
     }
 }
 

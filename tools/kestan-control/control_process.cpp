@@ -138,12 +138,17 @@ void ControlProcess::take_step() {
 void ControlProcess::push() {
     try {
         waiting_->wait_for_turn();
-        for (const std::string& what : sender_.make_play(*waiting_, tables_)) {
+        const std::vector<std::string> rejected = sender_.make_play(*waiting_, tables_);
+        for (const std::string& what : rejected) {
             std::cerr << "kestan rejected the " << what << std::endl;
         }
         is_push_due_ = false;
         said_.clear();
-        notify_service_manager("READY=1\nSTATUS=on air, " + bit_rate_line(tables_));
+        notify_service_manager(
+            "READY=1\nSTATUS=" +
+            (rejected.empty()
+                 ? "on air, " + bit_rate_line(tables_)
+                 : "kestan rejected " + std::to_string(rejected.size()) + " tables"));
     } catch (const ControlError& error) {
         fail(error);
     }

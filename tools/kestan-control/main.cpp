@@ -118,7 +118,7 @@ int import(const std::string& path) {
     const Multiplex& found = file.tables;
     const bool is_whole = report_import(path, file);
     if (!found.pat && !found.cat && !found.sdt) {
-        std::cerr << path << ": no table is whole: make a capture of a second or more\n";
+        std::cerr << path << ": no complete table: capture at least one second\n";
         return kFailed;
     }
     std::cout << multiplex_to_json(found).dump(2) << std::endl;
@@ -263,7 +263,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Thrift's own word on what is reported below.
+    // Silences Thrift's messages: each failure is reported below.
     apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
     try {
         return run(argc, argv);

@@ -11,7 +11,8 @@
 // changes receivers would not see.
 class OutgoingTables {
 public:
-    // Versions stay as they are written. Only the tables of this object's life are known.
+    // Versions stay as they are written. Tables sent before this object was made are not
+    // known.
     OutgoingTables() = default;
 
     // Raises versions where it must. Reads the history in `path` and keeps it there, so

@@ -36,6 +36,15 @@ PmtOnPid* pmt_of(std::vector<PmtOnPid>& pmts, std::int32_t service) {
     return found == pmts.end() ? nullptr : &*found;
 }
 
+// Whether `other` has each table that `tables` has.
+bool has_all_of(const Multiplex& tables, Multiplex& other) {
+    return (!tables.pat || other.pat) && (!tables.cat || other.cat) &&
+           (!tables.sdt || other.sdt) &&
+           std::all_of(tables.pmts.begin(), tables.pmts.end(), [&](const PmtOnPid& pmt) {
+               return pmt_of(other.pmts, pmt.pmt.program_number) != nullptr;
+           });
+}
+
 json parse(const std::string& path, std::istream& file) {
     try {
         return json::parse(file);
@@ -100,6 +109,10 @@ VersionHistory VersionHistory::load(const std::string& path) {
         history.sent_ = multiplex_from_json(root["sent"]);
     } catch (const JsonMistake& mistake) {
         throw std::runtime_error(path + ": not a history of versions: " + mistake.what());
+    }
+    if (!has_all_of(history.written_, history.sent_)) {
+        throw std::runtime_error(path +
+                                 ": not a history of versions: a table is missing");
     }
     return history;
 }

@@ -1,12 +1,13 @@
 #include "tools/kestan-monitor/carried_tables.h"
 
 #include "dvb/psi_si.h"
+#include "tools/json/descriptor_fields.h"
 #include "tools/json/dvb_text.h"
 #include "tools/receive/section_feed.h"
 
 namespace {
 
-constexpr std::int64_t kServiceDescriptorTag = 0x48;
+constexpr std::uint8_t kServiceDescriptorTag = 0x48;
 
 void push(SectionFeed& feed, std::uint16_t pid, const TableRecord& table) {
     for (const auto& [number, section] : table.contents()) {
@@ -27,13 +28,10 @@ std::string without_controls(const std::string& text) {
 }
 
 std::string name_of(const orvel::thrift::dvb_tables::Descriptor& service) {
-    const std::string& data = service.data;
-    const auto length_at = [&](std::size_t at) -> std::size_t {
-        return at < data.size() ? static_cast<std::uint8_t>(data[at]) : 0;
-    };
-    const std::size_t name_at = 2 + length_at(1);  // behind service_type and provider
-    if (name_at >= data.size()) return "";
-    const std::string field = data.substr(name_at + 1, length_at(name_at));
+    const SplitDescriptor split =
+        split_descriptor(*form_of_tag(kServiceDescriptorTag), service.data);
+    if (!split.overrun.empty()) return "";
+    const std::string field(split.entries[0].back().bytes);
     if (const auto text = decode_dvb_text(field)) return without_controls(text->text);
     std::string ascii;  // of another coding, what all have in common
     for (const char byte : field) {

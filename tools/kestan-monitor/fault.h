@@ -32,7 +32,7 @@ enum class FaultKind : std::uint8_t {
     tdt_stands_still,
     tdt_goes_back,
     tdt_offset,   // from this host's clock
-    consistency,  // tables that contradict each other
+    consistency,  // tables that break a rule
 };
 constexpr std::size_t kFaultKinds = 21;
 

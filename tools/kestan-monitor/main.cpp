@@ -3,6 +3,7 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 
 #include <CLI/CLI.hpp>
 
@@ -23,8 +24,9 @@ volatile std::sig_atomic_t stop_requested = 0;
 void handle_signals() {
     struct sigaction action {};
     action.sa_handler = [](int) { stop_requested = 1; };
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        sigaction(signal, &action, nullptr);
+    }
     action.sa_handler = [](int) {};  // a resized terminal is drawn again at once
     sigaction(SIGWINCH, &action, nullptr);
 }
@@ -35,6 +37,7 @@ int run(const Options& options) {
     monitor.run(stop_requested);
     const Report report = monitor.report();
     std::cout << (options.json ? json_report(report) : text_report(report)) << std::flush;
+    if (!std::cout) throw std::runtime_error("cannot write the report: is the disk full?");
     const bool in_order = report.stream.faults().total() == 0;
     return options.check && !in_order ? kOutsideLimits : kInOrder;
 }

@@ -47,7 +47,7 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
         now = steady_now_ns();
         if (screen_) look_at_terminal();
         if (now < refresh) continue;
-        refresh += kNsPerSecond;
+        refresh = now + kNsPerSecond - (now - refresh) % kNsPerSecond;
         every_second(complete_until);
     }
     screen_.reset();

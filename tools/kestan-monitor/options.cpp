@@ -37,7 +37,7 @@ void add_options(CLI::App& app, Options& options) {
                    "is synchronised; 0: any (default: 60)")
         ->check(CLI::Range(0.0, kGreatestToleranceS));
     app.add_option("--metrics", options.metrics,
-                   "File to write OpenMetrics text to, once a second");
+                   "File to write Prometheus's text format to, once a second");
     app.add_option("--plot", options.plot,
                    "SVG file to draw the intervals and the bit rate in, at the end");
     app.add_option("--record", options.record,

@@ -10,7 +10,7 @@
 
 // How often the sections of one table come, and how evenly.
 //
-// Each section_number has a timer of its own: a table repeats as often as its rarest
+// Each section_number has its own timer: a table repeats as often as its rarest
 // section. Times and durations are nanoseconds, of any clock that does not go back; the
 // time of a section is the arrival of its last byte. One thread.
 class Repetition {

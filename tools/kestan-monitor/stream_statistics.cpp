@@ -53,7 +53,9 @@ bool refreshes(TableType type, const dvbpsi_psi_section_t& section) {
     const bool is_long = section.b_syntax_indicator;
     const std::ptrdiff_t size = section.p_payload_end - section.p_payload_start;
     if (type == TableType::tdt) return !is_long && size == kUtcTimeSize;
-    return is_long && size >= 0 && section.b_current_next;
+    // A PMT has one section (ISO/IEC 13818-1, 2.4.4.9).
+    const bool is_single = type != TableType::pmt || section.i_last_number == 0;
+    return is_long && is_single && size >= 0 && section.b_current_next;
 }
 
 // Whether a PMT seems to start at the first byte of the payload: pointer_field 0,
@@ -277,7 +279,7 @@ void StreamStatistics::follow_pat() {
     }
 }
 
-// What has come stays in the report, as far as memory is bounded then.
+// Keeps tables that have come in the report, up to kMaxUnannouncedTables.
 void StreamStatistics::withdraw_unannounced() {
     unannounced_tables_ = 0;
     for (auto& [number, pid] : pids_) {

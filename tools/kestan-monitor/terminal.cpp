@@ -42,6 +42,8 @@ Terminal::Terminal() {
     if (tcgetattr(STDIN_FILENO, &input) == 0) {
         input_before_ = input;
         input.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+        // Ctrl-Z would leave the shell with a terminal in this state.
+        input.c_cc[VSUSP] = _POSIX_VDISABLE;
         tcsetattr(STDIN_FILENO, TCSANOW, &input);
     }
     std::cout << kEnter << std::flush;

@@ -19,7 +19,7 @@ struct TerminalSize {
 
 enum class Key { up, down, page_up, page_down, quit };
 
-// The terminal on standard output while it shows a screen of its own. What was on it
+// The terminal on standard output while it shows its own screen. What was on it
 // before comes back at the end. One thread, and one object at a time.
 class Terminal {
 public:

@@ -51,7 +51,7 @@ void SectionCollector::on_gathered(dvbpsi_t* handle, dvbpsi_psi_section_t* secti
 
 void SectionCollector::on_message(dvbpsi_t* handle, dvbpsi_msg_level_t /*level*/,
                                   const char* text) {
-    // The only word that libdvbpsi gives of a section that it drops.
+    // libdvbpsi reports a dropped section by this message alone.
     if (std::string_view(text).find("Bad CRC_32") == std::string_view::npos) return;
     ++static_cast<SectionCollector*>(handle->p_sys)->crc_errors_;
 }

@@ -156,6 +156,11 @@ void TableCollector::push(const std::uint8_t* packet) {
 void TableCollector::on_pat(dvbpsi_pat_t* new_pat) {
     const PatPtr table(new_pat);
     found_.pat = to_thrift(*table);
+    // PID 0 carries the PAT: such a program cannot be found, and no file can have it.
+    auto& programs = found_.pat->programs;
+    programs.erase(std::remove_if(programs.begin(), programs.end(),
+                                  [](const PATProgram& at) { return at.pid == kPatPid; }),
+                   programs.end());
     pmt_decoders_.clear();
     for (const PATProgram& program : found_.pat->programs) {
         if (program.program_number == 0) continue;  // announces the network PID

@@ -22,8 +22,8 @@ struct Rule {
 [[nodiscard]] const std::vector<Rule>& all_rules();
 
 // Where the tables break a rule, in the order of the rules. The tables may come from a
-// file or from the wire, and any of them may be missing: a rule that compares two tables
-// is silent if one of them is not there. Any thread may call it.
+// file or from the wire, and any of them may be missing: a rule that needs a table is
+// silent without it, except a rule that reports just that. Any thread may call it.
 [[nodiscard]] std::vector<Finding> check_tables(const Multiplex& multiplex);
 
 [[nodiscard]] bool has_errors(const std::vector<Finding>& findings);
