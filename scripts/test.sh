@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test.
 #
-#   scripts/test.sh         the release build, and some seconds of the fuzzers
-#   scripts/test.sh --all   also shellcheck and the format check, and the tests under
-#                           AddressSanitizer + UndefinedBehaviorSanitizer and, built with
-#                           clang, under ThreadSanitizer
+#   scripts/test.sh         the release build
+#   scripts/test.sh --all   also shellcheck and the format check, some seconds of the
+#                           fuzzers, and the tests under AddressSanitizer +
+#                           UndefinedBehaviorSanitizer and, built with clang, under
+#                           ThreadSanitizer
 #   scripts/test.sh --lint  clang-tidy alone, which takes some minutes
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -51,7 +52,6 @@ case "${1:-}" in
     "")
         install_missing "${build_packages[@]}" "${test_packages[@]}"
         find_promtool
-        fuzz
         build_and_test release
         ;;
     --all)
