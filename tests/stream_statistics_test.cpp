@@ -247,6 +247,12 @@ const Break kBreaks[] = {
     {"lost last packet of a section",
      add({kLongSdt}, [](auto& packets) { packets.resize(kTsPacketSize); }),
      {{"continuity", 1}}},
+    {"table replaced in the middle of a section",
+     once([](auto& stream, auto& sent) {
+         sent.push_back(stream.packets(kLongSdt).substr(0, kTsPacketSize));
+         --stream.counters[kLongSdt.pid];
+     }),
+     {}},
     {"packet repeated once", add({kSdt}, [](auto& packet) { packet += packet; }), {}},
     {"packet repeated twice",
      add({kSdt}, [](auto& packet) { packet += packet + packet; }),
