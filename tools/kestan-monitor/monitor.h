@@ -33,8 +33,10 @@ public:
 
 private:
     struct Screen {
+        Screen() : view(Terminal::has_colour()) {}
+
         Terminal terminal;
-        TerminalView view{Terminal::has_colour()};
+        TerminalView view;
         TerminalSize drawn;  // the size when it was drawn last
     };
 
