@@ -5,12 +5,11 @@
 // The label of a benchmark names its floor.
 
 #include <array>
-#include <condition_variable>
+#include <future>
 #include <limits>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -20,6 +19,7 @@
 #include "tables/simple_table.h"
 #include "tables/table_carrousel.h"
 #include "tables/tdt_table.h"
+#include "tests/support/named_packets.h"
 #include "tests/support/pacing_loop.h"
 
 namespace {
@@ -34,17 +34,12 @@ public:
         }
     }
 
-    // One mutex for all packets.
-    void copy_next(std::uint8_t* dst) {
-        const std::lock_guard lock(mutex_);
-        std::memcpy(dst, next().data.data(), kTsPacketSize);
-    }
-
-    // Each packet's own mutex.
-    void copy_next_of_its_own(std::uint8_t* dst) {
-        Packet& packet = next();
-        const std::lock_guard lock(packet.mutex);
+    // Under one mutex for all packets, or under each packet's own.
+    void copy_next(std::uint8_t* dst, bool under_own_mutex) {
+        Packet& packet = *packets_[next_];
+        const std::lock_guard lock(under_own_mutex ? packet.mutex : mutex_);
         std::memcpy(dst, packet.data.data(), kTsPacketSize);
+        next_ = next_ + 1 == packets_.size() ? 0 : next_ + 1;
     }
 
     // Takes every packet's mutex once.
@@ -63,12 +58,6 @@ private:
         std::mutex mutex;
     };
 
-    Packet& next() {
-        Packet& packet = *packets_[next_];
-        next_ = next_ + 1 == packets_.size() ? 0 : next_ + 1;
-        return packet;
-    }
-
     std::vector<std::unique_ptr<Packet>> packets_;
     std::size_t next_ = 0;
     std::mutex mutex_;
@@ -76,21 +65,11 @@ private:
 
 constexpr std::uint32_t kPeriodMs = 200;
 
-std::string table_of(std::size_t packets) {
-    std::string packet(kTsPacketSize, '\0');
-    packet[0] = kSyncByte;
-    packet[1] = kPayloadUnitStart;
-    packet[3] = kHasPayload;
-    std::string table;
-    for (std::size_t i = 0; i < packets; ++i) table += packet;
-    return table;
-}
-
 void CopyUnderMutex(benchmark::State& state) {
     LockedPackets packets(state.range(0));
     std::array<std::uint8_t, kTsPacketSize> dst;
     for (auto _ : state) {
-        packets.copy_next(dst.data());
+        packets.copy_next(dst.data(), false);
         benchmark::DoNotOptimize(packets);
         benchmark::DoNotOptimize(dst);
     }
@@ -101,7 +80,7 @@ void CopyUnderMutexAndClock(benchmark::State& state) {
     LockedPackets packets(1);
     std::array<std::uint8_t, kTsPacketSize> dst;
     for (auto _ : state) {
-        packets.copy_next(dst.data());
+        packets.copy_next(dst.data(), false);
         benchmark::DoNotOptimize(GetUTCTime());
         benchmark::DoNotOptimize(packets);
         benchmark::DoNotOptimize(dst);
@@ -124,7 +103,7 @@ void play(benchmark::State& state, muxed_stream& stream, std::int64_t step_ns) {
 
 void SimpleTablePacket(benchmark::State& state) {
     SimpleTable stream(0, kPeriodMs * kNsPerMs);
-    std::string table = table_of(5);
+    std::string table = named_packets('A', {5});
     stream.replace_packets(table);
     state.SetLabel("CopyUnderMutex/1");
     play(state, stream, kPeriodMs * kNsPerMs / 5);
@@ -143,11 +122,12 @@ BENCHMARK(TDTTablePacket);
 void TableCarrouselPacket(benchmark::State& state) {
     TableCarrousel stream(0x20);
     const auto sub_tables = static_cast<std::uint32_t>(state.range(0));
+    std::uint64_t bitrate_sum = 0;
     for (std::uint32_t i = 0; i < sub_tables; ++i) {
-        stream.add_subtable(new SubTable(table_of(1), kPeriodMs));
+        auto* const sub = new SubTable(named_packets('A', {1}), kPeriodMs);
+        bitrate_sum += sub->bitrate;
+        stream.add_subtable(sub);
     }
-    const std::uint64_t bitrate_sum =
-        sub_tables * std::uint64_t{SubTable(table_of(1), kPeriodMs).bitrate};
     state.SetLabel("CopyUnderMutex/" + std::to_string(sub_tables));
     play(state, stream,
          static_cast<std::int64_t>(kTsPacketBits * kNsPerSecond / bitrate_sum));
@@ -158,45 +138,26 @@ constexpr std::uint32_t kPacketsPerPass = 7;
 
 benchmark::State* running = nullptr;
 
-int send(const std::uint8_t* data, std::uint32_t length) {
-    benchmark::DoNotOptimize(data);
-    return static_cast<int>(length);
-}
-
-// SimpleTables, registered, with a packet due always or, after the first, never.
-class Streams {
-public:
-    Streams(std::size_t count, bool always_due) {
-        constexpr std::int64_t for_years = std::numeric_limits<std::int64_t>::max() / 4;
-        for (std::size_t i = 0; i < count; ++i) {
-            streams_.push_back(
-                std::make_unique<SimpleTable>(0, always_due ? 0 : for_years));
-            std::string packet(kTsPacketSize, '\0');
-            streams_.back()->replace_packets(packet);
-            if (!always_due) take_first_packet(*streams_.back());
-            muxer_add(*streams_.back());
-        }
-    }
-    ~Streams() {
-        for (const auto& stream : streams_) muxer_remove(*stream);
-    }
-
-private:
-    static void take_first_packet(SimpleTable& stream) {
-        std::array<std::uint8_t, kTsPacketSize> packet{};
-        stream.next_packet(packet.data(), steady_now_ns());
-    }
-
-    std::vector<std::unique_ptr<SimpleTable>> streams_;
-};
-
-// Slots of 15 ms: the slot clock is always ahead and each pass ends in a sleep.
+// Passes over SimpleTables with a packet due always or, after the first, never. Slots of
+// 15 ms: the slot clock is always ahead and each pass ends in a sleep.
 void run_passes(benchmark::State& state, bool always_due) {
-    const PacingLoop loop(100, send);
-    const Streams streams(static_cast<std::size_t>(state.range(0)), always_due);
+    const PacingLoop loop(100, [](const std::uint8_t* data, std::uint32_t length) {
+        benchmark::DoNotOptimize(data);
+        return static_cast<int>(length);
+    });
+    constexpr std::int64_t for_years = std::numeric_limits<std::int64_t>::max() / 4;
+    std::vector<std::unique_ptr<SimpleTable>> streams;
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        streams.push_back(std::make_unique<SimpleTable>(0, always_due ? 0 : for_years));
+        std::string packet = named_packets('A', {1});
+        streams.back()->replace_packets(packet);
+        if (!always_due) next_name(*streams.back(), steady_now_ns());
+        muxer_add(*streams.back());
+    }
     running = &state;
     PacingLoop::run();
     running = nullptr;
+    for (const auto& stream : streams) muxer_remove(*stream);
 }
 
 void PassWithNothingDue(benchmark::State& state) {
@@ -225,7 +186,7 @@ void CopySeven(benchmark::State& state) {
     std::array<std::uint8_t, kPacketsPerPass * kTsPacketSize> datagram;
     for (auto _ : state) {
         for (std::uint32_t i = 0; i < kPacketsPerPass; ++i) {
-            packets.copy_next_of_its_own(datagram.data() + i * kTsPacketSize);
+            packets.copy_next(datagram.data() + i * kTsPacketSize, true);
         }
         benchmark::DoNotOptimize(datagram);
         benchmark::DoNotOptimize(steady_now_ns());
@@ -244,21 +205,10 @@ extern "C" int __wrap_nanosleep(const timespec* /*duration*/, timespec* /*remain
 // With a second thread, as in the daemon: the C library's mutexes are cheaper, by half,
 // in a process that has never had one.
 int main(int argc, char** argv) {
-    std::mutex mutex;
-    std::condition_variable ended_changed;
-    bool ended = false;
-    std::thread second([&] {
-        std::unique_lock lock(mutex);
-        ended_changed.wait(lock, [&] { return ended; });
-    });
-
+    std::promise<void> ended;
+    const auto second =
+        std::async(std::launch::async, [&] { ended.get_future().wait(); });
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
-
-    {
-        const std::lock_guard lock(mutex);
-        ended = true;
-    }
-    ended_changed.notify_one();
-    second.join();
+    ended.set_value();
 }

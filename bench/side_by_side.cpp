@@ -3,14 +3,9 @@
 // what arrives. Writes Markdown tables to standard output and, for a plot, the
 // distribution of the lateness to DIRECTORY/lateness-<name>.dat.
 
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -19,12 +14,14 @@
 #include <iterator>
 #include <map>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
+#include <boost/process/args.hpp>
+#include <boost/process/child.hpp>
 #include <thrift/TOutput.h>
 
 #include "dvb/nanoseconds.h"
@@ -33,6 +30,7 @@
 #include "thrift/cm_MuxControlSrv.h"
 #include "thrift/instance_ports.h"
 #include "thrift/simple_client.h"
+#include "tools/kestan-monitor/spread.h"
 #include "tools/receive/udp_receiver.h"
 
 using std::chrono::seconds;
@@ -43,30 +41,8 @@ constexpr int kPort = 5999;
 constexpr int kRounds = 5;
 constexpr std::uint16_t kFirstPmtPid = 0x20;
 
-// A program, found by its name or path, that runs until it goes out of scope.
-class Program {
-public:
-    explicit Program(std::vector<std::string> arguments) {
-        std::vector<char*> pointers;
-        for (std::string& argument : arguments) pointers.push_back(argument.data());
-        pointers.push_back(nullptr);
-        if (posix_spawnp(&pid_, pointers[0], nullptr, nullptr, pointers.data(),
-                         environ) != 0) {
-            throw std::runtime_error("cannot start " + arguments[0]);
-        }
-    }
-    ~Program() {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    [[nodiscard]] pid_t pid() const { return pid_; }
-
-private:
-    pid_t pid_ = 0;
-};
+// A program that runs until it goes out of scope.
+using Program = boost::process::child;
 
 struct Datagram {
     std::int64_t time_ns;  // when the kernel received it, on the steady clock
@@ -76,9 +52,9 @@ using Datagrams = std::vector<Datagram>;
 
 // What comes within `duration` from now on.
 Datagrams receive_for(UdpReceiver& receiver, std::chrono::nanoseconds duration) {
-    for (bool is_empty = false; !is_empty;) {  // of what came before
-        is_empty = true;
-        receiver.receive(0, [&](auto...) { is_empty = false; });
+    bool has_old = true;
+    while (std::exchange(has_old, false)) {
+        receiver.receive(0, [&](auto...) { has_old = true; });
     }
     Datagrams datagrams;
     const std::int64_t end = steady_now_ns() + duration.count();
@@ -93,14 +69,16 @@ Datagrams receive_for(UdpReceiver& receiver, std::chrono::nanoseconds duration) 
 // What sends: starts with a bitrate in kbit/s, and sends until the program is gone.
 struct Subject {
     std::string name;
-    std::function<std::unique_ptr<Program>(int kbps)> start;
+    std::function<Program(int kbps)> start;
 };
 
-std::unique_ptr<Program> start(std::vector<std::string> arguments) {
-    return std::make_unique<Program>(std::move(arguments));
+// Starts a program, found by its name or path, with its arguments.
+Program start(std::vector<std::string> command) {
+    command.insert(command.begin(), "/usr/bin/env");
+    return Program(command);
 }
 
-std::unique_ptr<Program> start_kestan(int kbps) {
+Program start_kestan(int kbps) {
     return start({KESTAN_PROGRAM, "-O", "127.0.0.1/" + std::to_string(kPort), "-b",
                   std::to_string(kbps)});
 }
@@ -131,14 +109,14 @@ void push_pmts(ControlClient& client, int services, int pids, std::size_t bytes)
 
 // PMTs of five packets that ask for more than 50,000 kbit/s: every slot is taken and
 // every datagram has seven packets.
-std::unique_ptr<Program> start_full_kestan(int kbps) {
+Program start_full_kestan(int kbps) {
     auto program = start_kestan(kbps);
     push_pmts(*connect(), 1600, 8, 900);
     return program;
 }
 
 // A small multiplex: eight services with PMTs of one packet, on `pmt_pids` PIDs.
-std::unique_ptr<Program> start_small_kestan(int kbps, int pmt_pids) {
+Program start_small_kestan(int kbps, int pmt_pids) {
     auto program = start_kestan(kbps);
     const auto client = connect();
     RandomTables random(1);
@@ -148,12 +126,12 @@ std::unique_ptr<Program> start_small_kestan(int kbps, int pmt_pids) {
     return program;
 }
 
-std::unique_ptr<Program> start_bare_loop(int kbps) {
+Program start_bare_loop(int kbps) {
     return start({BARE_LOOP_PROGRAM, std::to_string(kPort), std::to_string(kbps)});
 }
 
 // Its multiplexer fills a stream of 500 kbit/s up with null packets.
-std::unique_ptr<Program> start_ffmpeg(int kbps, const std::string& input) {
+Program start_ffmpeg(int kbps, const std::string& input) {
     const std::string rate = std::to_string(kbps) + "000";
     const std::string output = "udp://127.0.0.1:" + std::to_string(kPort) +
                                "?pkt_size=1316&burst_bits=10528&bitrate=" + rate;
@@ -165,37 +143,32 @@ std::unique_ptr<Program> start_ffmpeg(int kbps, const std::string& input) {
 std::int64_t cpu_time_ns(const Program& program) {
     clockid_t clock{};
     timespec used{};
-    if (clock_getcpuclockid(program.pid(), &clock) != 0) return 0;
+    if (clock_getcpuclockid(program.id(), &clock) != 0) return 0;
     clock_gettime(clock, &used);
     return used.tv_sec * kNsPerSecond + used.tv_nsec;
 }
 
-// How late each datagram came, in microseconds: after the straight line of packets over
-// time that fits all best, moved so that none is early.
+// How late each datagram came, in microseconds and sorted: after the straight line of
+// time over packets that fits all best, moved so that none is early.
 std::vector<double> lateness_us(const Datagrams& datagrams) {
     const auto n = static_cast<double>(datagrams.size());
-    std::vector<double> packets, times;
-    double sent = 0, mean_packets = 0, mean_time = 0;
+    std::vector<std::pair<double, double>> points;  // packets sent before, time
+    double sent = 0, sum_x = 0, sum_y = 0, sum_xx = 0, sum_xy = 0;
     for (const auto& datagram : datagrams) {
-        packets.push_back(sent);
-        times.push_back(static_cast<double>(datagram.time_ns - datagrams[0].time_ns));
+        const auto time = static_cast<double>(datagram.time_ns - datagrams[0].time_ns);
+        points.emplace_back(sent, time);
+        sum_x += sent;
+        sum_y += time;
+        sum_xx += sent * sent;
+        sum_xy += sent * time;
         sent += static_cast<double>(datagram.bytes.size()) / kTsPacketSize;
-        mean_packets += packets.back() / n;
-        mean_time += times.back() / n;
     }
-    double covariance = 0, variance = 0;
-    for (std::size_t i = 0; i < packets.size(); ++i) {
-        covariance += (packets[i] - mean_packets) * (times[i] - mean_time);
-        variance += (packets[i] - mean_packets) * (packets[i] - mean_packets);
-    }
+    const double slope = (n * sum_xy - sum_x * sum_y) / (n * sum_xx - sum_x * sum_x);
     std::vector<double> late;
-    late.reserve(packets.size());
-    for (std::size_t i = 0; i < packets.size(); ++i) {
-        late.push_back((times[i] - packets[i] * covariance / variance) / 1000);
-    }
-    const double earliest = *std::min_element(late.begin(), late.end());
-    for (double& us : late) us -= earliest;
+    for (const auto& [x, y] : points) late.push_back((y - x * slope) / 1000);
     std::sort(late.begin(), late.end());
+    const double earliest = late.front();
+    for (double& us : late) us -= earliest;
     return late;
 }
 
@@ -213,25 +186,19 @@ Figures measure(UdpReceiver& receiver, const Subject& subject, int kbps,
                 seconds duration) {
     const auto program = subject.start(kbps);
     std::this_thread::sleep_for(seconds(2));
-    const std::int64_t cpu_before = cpu_time_ns(*program);
+    const std::int64_t cpu_before = cpu_time_ns(program);
     const std::int64_t start = steady_now_ns();
     const Datagrams datagrams = receive_for(receiver, duration);
     const auto elapsed = static_cast<double>(steady_now_ns() - start);
-    const auto cpu = static_cast<double>(cpu_time_ns(*program) - cpu_before);
+    const auto cpu = static_cast<double>(cpu_time_ns(program) - cpu_before);
     if (datagrams.size() < 3) return {0, 0, {0}};
-    double bits = 0;
+    auto bytes = -static_cast<double>(datagrams.back().bytes.size());
     for (const auto& datagram : datagrams) {
-        bits += 8.0 * static_cast<double>(datagram.bytes.size());
+        bytes += static_cast<double>(datagram.bytes.size());
     }
-    bits -= 8.0 * static_cast<double>(datagrams.back().bytes.size());
     const auto span =
         static_cast<double>(datagrams.back().time_ns - datagrams.front().time_ns);
-    return {bits * kNsPerMs / span, 100 * cpu / elapsed, lateness_us(datagrams)};
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
+    return {8 * bytes * kNsPerMs / span, 100 * cpu / elapsed, lateness_us(datagrams)};
 }
 
 // One row: of each figure the median of the rounds.
@@ -239,7 +206,8 @@ void print_row(const std::string& name, int kbps, const std::vector<Figures>& ro
     const auto middle = [&](const auto& figure) {
         std::vector<double> values;
         std::transform(rounds.begin(), rounds.end(), std::back_inserter(values), figure);
-        return median(values);
+        std::sort(values.begin(), values.end());
+        return quantile(values, 0.5);
     };
     const double rate = middle([](const Figures& f) { return f.kbps; });
     std::printf("| %d | %s | %.3f | %+.4f %% | %.0f | %.0f | %.0f | %.2f %% |\n", kbps,
@@ -284,8 +252,8 @@ void compare(UdpReceiver& receiver, const std::vector<Subject>& subjects, int kb
 }
 
 // From section to section of a PID's first table, which has one.
-std::vector<double> intervals_ms(const Datagrams& datagrams, int pid) {
-    std::vector<double> intervals;
+Spread intervals_ns(const Datagrams& datagrams, int pid) {
+    Spread intervals;
     std::int64_t last = 0;
     std::string first_id;
     for (const auto& datagram : datagrams) {
@@ -296,10 +264,7 @@ std::vector<double> intervals_ms(const Datagrams& datagrams, int pid) {
             const std::string id = datagram.bytes.substr(at + 8, 2);
             if (first_id.empty()) first_id = id;
             if (id != first_id) continue;
-            if (last != 0) {
-                intervals.push_back(static_cast<double>(datagram.time_ns - last) /
-                                    kNsPerMs);
-            }
+            if (last != 0) intervals.add(datagram.time_ns - last);
             last = datagram.time_ns;
         }
     }
@@ -314,14 +279,14 @@ void print_intervals(UdpReceiver& receiver, const Subject& subject, int kbps, in
     const std::tuple<const char*, int, double> tables[] = {
         {"PAT", 0, 200}, {"PMT", pmt_pid, 200}, {"SDT", 0x11, 500}};
     for (const auto& [table, pid, period] : tables) {
-        const std::vector<double> intervals = intervals_ms(datagrams, pid);
-        if (intervals.empty()) continue;
-        const auto [least, most] =
-            std::minmax_element(intervals.begin(), intervals.end());
+        const Spread intervals = intervals_ns(datagrams, pid);
+        if (intervals.count == 0) continue;
+        const double least = static_cast<double>(intervals.least) / kNsPerMs;
+        const double most = static_cast<double>(intervals.greatest) / kNsPerMs;
         const double slot = static_cast<double>(kTsPacketBits) / kbps;
-        const double off = std::max(std::abs(*least - period), std::abs(*most - period));
+        const double off = std::max(std::abs(least - period), std::abs(most - period));
         std::printf("| %s | %s | %.0f | %.2f | %.2f | %.2f |\n", subject.name.c_str(),
-                    table, period, *least, *most, off / slot);
+                    table, period, least, most, off / slot);
     }
     std::fflush(stdout);
 }
