@@ -143,7 +143,8 @@ std::vector<json> variants_of(const json& document) {
                                    "\xC2\x85", "UTF-8", "ISO-8859-12"}) {
         values.emplace_back(text);
     }
-    for (const int size : {253, 510, 512}) values.emplace_back(std::string(size, 'a'));
+    for (const std::size_t size : {253U, 510U, 512U})
+        values.emplace_back(std::string(size, 'a'));
     for (const int bits : {0, 3, 4, 5, 8, 13, 15, 16, 22, 32}) {
         for (const std::int64_t number : {(1LL << bits) - 1, 1LL << bits}) {
             values.push_back(number);
@@ -167,7 +168,7 @@ std::vector<json> variants_of(const json& document) {
         for (const json& value : values) {
             variants.emplace_back(document)[json::json_pointer(place)] = value;
         }
-        for (const int length : {31, 32, 51, 52, 63, 64, 85, 86}) {
+        for (const std::size_t length : {31U, 32U, 51U, 52U, 63U, 64U, 85U, 86U}) {
             if (!present.is_array() || present.empty()) break;
             variants.emplace_back(document)[json::json_pointer(place)] =
                 json(length, present[0]);

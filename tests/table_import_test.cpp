@@ -42,7 +42,7 @@ std::string packets_of(const Sections& sections, std::uint16_t pid) {
 std::string with_table_id(std::string section, std::uint8_t table_id) {
     section[0] = static_cast<char>(table_id);
     const std::uint32_t crc = crc_32(section.data(), section.size() - 4);
-    for (int byte = 0; byte < 4; ++byte) {
+    for (std::size_t byte = 0; byte < 4; ++byte) {
         section[section.size() - 1 - byte] = static_cast<char>(crc >> (8 * byte));
     }
     return section;
@@ -61,7 +61,7 @@ TEST(TableImport, FindsTheTablesOfStreamsAndOfSectionsInAnyOrder) {
     Multiplex tables;
     tables.pat = random.pat(150);
     for (auto& program : tables.pat->programs) program.program_number = 0;
-    for (const int twice : {3, 140}) {
+    for (const std::size_t twice : {3U, 140U}) {
         tables.pat->programs[twice].program_number = 7;
         tables.pat->programs[twice].pid = kPmtPid;
     }
@@ -89,7 +89,7 @@ TEST(TableImport, FindsTheTablesOfStreamsAndOfSectionsInAnyOrder) {
     sections.push_back(sdt_other);
     sections.push_back(sections_of(random.pmt(8, 100))[0]);
     std::mt19937 order(1);
-    for (int round = 0; round < 10; ++round) {
+    for (std::size_t round = 0; round < 10; ++round) {
         std::shuffle(sections.begin(), sections.end(), order);
         std::string file = sections[0] + std::string("\x70\x70\x05time!\xFF\xFF", 10);
         for (std::size_t i = 1; i < sections.size(); ++i) file += sections[i];
