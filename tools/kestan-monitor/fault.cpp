@@ -21,7 +21,10 @@ constexpr std::array<Properties, kFaultKinds> kProperties{{
     {"malformed", "datagrams that are not whole transport packets", ""},
     {"coded_packets", "datagrams of 204-byte packets, with a Reed-Solomon code",
      "ISO/IEC 13818-1, 2.4.3.2"},
-    {"lost", "datagrams lost on this machine: the monitor was too slow or the socket buffer too small", ""},
+    {"lost",
+     "datagrams lost on this machine: the monitor was too slow or the socket buffer too "
+     "small",
+     ""},
     {"sync_byte", "packets without their sync byte", "ETSI TR 101 290, 1.2"},
     {"transport_error", "packets with transport_error_indicator", "ETSI TR 101 290, 2.1"},
     {"scrambled", "packets of tables with scrambling bits", ""},

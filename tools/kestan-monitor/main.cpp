@@ -37,7 +37,8 @@ int run(const Options& options) {
     monitor.run(stop_requested);
     const Report report = monitor.report();
     std::cout << (options.json ? json_report(report) : text_report(report)) << std::flush;
-    if (!std::cout) throw std::runtime_error("cannot write the report: is the disk full?");
+    if (!std::cout)
+        throw std::runtime_error("cannot write the report: is the disk full?");
     const bool in_order = report.stream.faults().total() == 0;
     return options.check && !in_order ? kOutsideLimits : kInOrder;
 }

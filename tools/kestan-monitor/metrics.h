@@ -5,9 +5,9 @@
 
 #include "tools/kestan-monitor/report.h"
 
-// The figures of `report` for Prometheus and its kin, as text in Prometheus's format that its
-// node exporter reads, too: a counter's type and its samples have one name, which ends
-// with "_total". Every sample is labelled with the stream's address.
+// The figures of `report` in Prometheus's text format, which a node exporter's textfile
+// folder takes too. The name of a counter's type and of its samples ends with "_total".
+// Every sample has the stream's address as a label.
 [[nodiscard]] std::string metrics_text(const Report& report);
 
 #endif
