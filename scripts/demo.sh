@@ -26,11 +26,10 @@ play() {
     start build/bin/kestan-control serve "$tables"
 
     echo "== What is on the wire"
-    meanwhile build/bin/kestan-monitor "$destination:$port" --duration 10
+    meanwhile build/bin/kestan-monitor "$destination:$port" --duration 10 \
+        --record build/demo.ts
 
     echo "== What a player finds in it"
-    meanwhile ffmpeg -v error -y -f data -i "udp://$destination:$port" -map 0 -c copy \
-        -f data -fs 20k build/demo.ts
     ffprobe -hide_banner build/demo.ts 2>&1 | sed -n '/^Input/,$p'
 
     echo "== The daemon is killed and started again"
