@@ -20,10 +20,18 @@ end_started() {
 # meanwhile <command> [argument]...: runs it to its end, but fails as soon as a program that
 # was started has ended.
 meanwhile() {
-    local command ended status=0
+    local command program ended='' status=0
     "$@" &
     command=$!
-    wait -n -p ended "${!started[@]}" "$command" || status=$?
+    # Of a program that ended before, bash knows the status, but `wait -n` does not find it.
+    for program in "${!started[@]}"; do
+        kill -0 "$program" 2>/dev/null || ended=$program
+    done
+    if [ "$ended" ]; then
+        wait "$ended" || status=$?
+    else
+        wait -n -p ended "${!started[@]}" "$command" || status=$?
+    fi
     [ "$ended" != "$command" ] || return "$status"
     kill "$command" 2>/dev/null || true
     echo "ended with status $status: ${started[$ended]}" >&2
