@@ -10,6 +10,10 @@ set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 
 set(KESTAN_SYSROOT "" CACHE PATH "The root of an armhf system with Kestan's libraries")
+if(KESTAN_SYSROOT MATCHES " ")
+    message(FATAL_ERROR "pkg-config cannot find libraries in a root whose path has a blank: "
+        "${KESTAN_SYSROOT}")
+endif()
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KESTAN_SYSROOT)
 set(CMAKE_SYSROOT ${KESTAN_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
