@@ -112,7 +112,7 @@ END
     start other socat -u TCP-LISTEN:9501 /dev/null
     listens other 9501
     run -1 timeout 20 kestan -c "${to_here[@]}"
-    [[ $output == *" ERROR "*": Mux server EXCEPTION: "* ]]
+    grep " ERROR .*: Mux server EXCEPTION: " <<<"$output"
 }
 
 # The order of the start: control service, READY=1, notification. In the end accept(2)

@@ -26,6 +26,8 @@ rewrite() { write "$1" && reload; }
 prints() { wait_until eval "((\$(grep -cF -- '$2' $1.out) >= ${3:-1}))"; }
 logged() { grep -c "$1" kestan.err; }
 
+connections_opened() { awk '/^Tcp: [0-9]/ { print $6 }' /proc/net/snmp; }
+
 # hold: the only connection to kestan, until `stop holder`.
 hold() {
     start holder bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501
@@ -68,12 +70,17 @@ hold() {
     jq '{sdt} | .sdt.services += .sdt.services' "$small" >tables/b.json
     echo '{' >tables/c.json
     cp tables/a.json tables/.hidden.json
+    local opened
+    opened=$(connections_opened)
     serve tables
     says serve "error: tables/c.json: not JSON"
     says serve "error: tables/b.json: sdt.services\[3\].service_id: .* twice"
     says serve "tables/b.json: left out because of its errors"
     wait_until grep -q '^STATUS=nothing listens' notified
     grep -q READY=1 notified
+    sleep 1
+    # At first 50 ms apart, then ever longer.
+    [ ! "$KESTAN_OWN_NETWORK" ] || (($(connections_opened) - opened < 9))
     play
     prints serve "PMT of service 103"
     run -1 grep EXCEPTION kestan.err
@@ -87,6 +94,7 @@ hold() {
     rm tables/*
     reload
     says kestan "Clearing all tables"
+    finish serve INT
     run -1 kestan-control serve --set 1 tables
     [[ $output == *"no file can be served"* ]]
 }
@@ -96,17 +104,20 @@ hold() {
     hold
     write .pat.version_number=9
     for command in clear "push tables.json"; do
-        run -1 kestan-control $command --timeout 0.3
+        run -1 timeout 2.5 kestan-control $command --timeout 0.3
         [[ $output == *"another one probably holds the connection"* ]]
     done
     write 'del(.cat)'
+    local begin=$SECONDS
     serve --timeout 0.5 tables.json
     says serve "holds the connection; waiting"
+    ((SECONDS - begin < 3))
     grep -q READY=1 notified
     sleep 1
     stop holder
     prints serve "PMT of service 103"
     on_air tables.json
+    finish serve
     [ "$(grep -c holds serve.err)$(logged Clearing)$(logged "New PAT")" = 112 ]
 }
 
