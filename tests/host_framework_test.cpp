@@ -27,14 +27,15 @@ TEST(HostClock, CodesEveryHourOfTheDay) {
         EXPECT_EQ(GetUTCTime(), (40587 + civil_time / 86400) << 24 |
                                     std::stol(digits.data(), nullptr, 16));
     }
-    civil_time = -1;
+    civil_time = -86400;
     EXPECT_LT(GetUTCTime(), 1);
 }
 
 TEST(HostClock, IsSetOnceItIsSynchronisedOrShowsTheYearOfTheBuild) {
-    for (const auto& [status, time, expected] : {std::tuple{STA_UNSYNC, 1700000000, -1},
-                                                 {0, 0, 0},
-                                                 {STA_UNSYNC, 2100000000, 0}}) {
+    for (const auto& [status, time, expected] :
+         {std::tuple{STA_UNSYNC, std::time_t{1700000000}, -1},
+          {0, 0, 0},
+          {STA_UNSYNC, std::time(nullptr), 0}}) {
         clock_status = status;
         civil_time = time;
         EXPECT_EQ(IsSystemTimeSet(), expected) << civil_time;

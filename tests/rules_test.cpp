@@ -64,7 +64,10 @@ const Fault kFaults[] = {
     {"pmt_on_reserved_pid", "pat.programs[0].pid", [](auto& m) { move_pmt(m, 0, 1); }},
     {"pmt_on_reserved_pid", "pat.programs[0].pid", [](auto& m) { move_pmt(m, 0, 0x1F); }},
     {"pmt_on_reserved_pid", "pat.programs[0].pid",
-     [](auto& m) { move_pmt(m, 0, 0x1FFF); }},
+     [](auto& m) {
+         move_pmt(m, 0, 0x1FFF);
+         m.pmts[1].pmt.pcr_pid = 0x1FFF;
+     }},
     {"pmt_on_stream_pid", "pmts[0].pid", [](auto& m) { move_pmt(m, 0, 0x112); }},
     {"pmt_on_stream_pid", "pmts[0].pid", [](auto& m) { move_pmt(m, 0, 0x31); }},
     {"pmt_not_where_announced", "pmts[1].pid", [](auto& m) { m.pmts[1].pid = 0x200; }},

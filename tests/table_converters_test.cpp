@@ -122,7 +122,7 @@ void expect_largest(Table table, std::size_t count, std::size_t size, Grow grow,
         if (const auto section = reader.push(packet)) sections.push_back(*section);
     });
     EXPECT_TRUE(sections == sections_of(table));
-    EXPECT_EQ(sections.size(), count);
+    ASSERT_EQ(sections.size(), count);
     EXPECT_EQ(sections[0].size(), size);
     grow(table);
     EXPECT_EQ(refusal(table), reason);

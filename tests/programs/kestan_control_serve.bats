@@ -131,6 +131,8 @@ hold() {
         kestan-control push --bump-versions tables.json 2>&1 |
             grep "warning: .* not a history"
     done
+    XDG_STATE_HOME=/dev/null kestan-control push --bump-versions tables.json 2>&1 |
+        grep "warning: .* cannot be written: after a restart"
     write '.pmts[0].streams[0].stream_type = 2 | .cat.version_number = 7'
     kestan-control push --bump-versions tables.json | tee pushed
     grep "tables.json: pmts\[0\].version_number: .* version 2 goes out instead of 1" pushed

@@ -75,6 +75,9 @@ on_screen() { wait_until on_screen_now "$1"; }
     grep -q 'class="dots" d="M[0-9.]* [0-9.]*h0M' plot.svg  # two intervals of the PAT
     kestan-control import record.ts | jq -e '.pmts | length == 3'
     run -2 kestan-monitor 127.0.0.1:5432 -d 1 --metrics nowhere/metrics.prom
+    run -2 kestan-monitor 127.0.0.1:5432 -d 0.2 --record /dev/full
+    run -2 sh -c 'kestan-monitor 127.0.0.1:5432 -d 0.2 2>&1 >/dev/full'
+    [[ $output == *"is the disk full?" ]]
     [ -x "$(command -v promtool)" ] || skip "no promtool (package prometheus)"
     promtool check metrics <metrics.prom
 }
