@@ -219,7 +219,7 @@ Edit add(
 }
 
 const Break kBreaks[] = {
-    {"lost sync byte", flip(0, 0, 1), {{"sync_byte", 1}}},
+    {"lost sync byte", flip(1, 0, 1), {{"sync_byte", 1}, {"continuity", 1}}},
     {"transport_error_indicator", flip(2, 1, 0x80), {{"transport_error", 1}}},
     {"scrambled PMT", flip(3, 3, 0x80), {{"scrambled", 1}}},
     {"scrambled video", flip(1, 3, 0x80), {}},
@@ -239,7 +239,10 @@ const Break kBreaks[] = {
              sent[0].insert(at, 16, 'x');
      }),
      {{"coded_packets", 1}}},
-    {"lost video packet", add_video(2, 0x10), {{"continuity", 1}}},
+    {"lost video packet", add_video(2, 0x10, "\1\x80"), {{"continuity", 1}}},
+    {"lost packet before an empty adaptation field",
+     add_video(2, 0x30, {"\0\x80", 2}),
+     {{"continuity", 1}}},
     {"lost packet behind a discontinuity_indicator", add_video(4, 0x30, "\1\x80"), {}},
     {"lost first packet of a section",
      add({kLongSdt}, [](auto& packets) { packets.erase(0, kTsPacketSize); }),
