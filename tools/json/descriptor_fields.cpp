@@ -258,7 +258,6 @@ SplitDescriptor split_descriptor(const DescriptorForm& form, std::string_view da
         split.overrun = form.name + place + ": " + overrun;
         return split;
     } while (form.is_list);
-    split.behind = reader.take_rest();
     return split;
 }
 

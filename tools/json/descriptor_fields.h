@@ -70,8 +70,7 @@ struct FieldValue {
 // A descriptor cut into its fields: one entry, or those of the list.
 struct SplitDescriptor {
     std::vector<std::vector<FieldValue>> entries;
-    std::string_view behind;  // bytes behind the last field
-    std::string overrun;      // what does not fit into the data; empty if all does
+    std::string overrun;  // what does not fit into the data; empty if all does
 };
 
 // Stops at the first field that does not fit. `data` must outlive the result.
