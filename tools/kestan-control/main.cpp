@@ -75,7 +75,8 @@ void serve(const Settings& settings) {
         .run();
 }
 
-// Says what was found and returns whether it is all that the capture's PAT promises.
+// Prints what was found. Returns whether every PMT that the capture's PAT announces was
+// found.
 bool report_import(const std::string& path, const TableImport& file) {
     const Multiplex& found = file.tables;
     const char* const unit = file.sections != 0 ? "section" : "packet";
@@ -127,7 +128,7 @@ int import(const std::string& path) {
     return kFailed;
 }
 
-// A number of the command line, decimal or "0x…".
+// Accepts a number from 0 to `highest`, decimal or "0x…".
 CLI::Validator number_up_to(std::int64_t highest) {
     return {[highest](std::string& text) {
                 const auto number = parse_number(text);
@@ -172,7 +173,7 @@ void stop_pmt(const Settings& settings) {
     });
 }
 
-// The options of the commands that read tables.
+// Adds the options of the commands that read tables.
 void add_table_options(CLI::App& command, Settings& settings) {
     command
         .add_option(

@@ -33,7 +33,7 @@ std::string result_text(std::int32_t version, std::int32_t result) {
     return "accepted as version " + std::to_string(result);
 }
 
-// Sends tables that differ from the played ones, and notes what is played then.
+// Sends tables that differ from the played ones, and records what is played then.
 class Sending {
 public:
     Sending(ControlConnection& kestan, std::ostream& report)
