@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::int64_t kNsPerSecond = 1000000000;
 
-// An hour after the start of the machine, at an odd nanosecond.
+// Starts one hour after the start of the machine, and not at a whole millisecond.
 std::int64_t clock_ns = 3600 * kNsPerSecond + 7;
 std::optional<std::int64_t> interruption_ns;
 std::uint64_t sleep_count = 0;
