@@ -4,13 +4,8 @@
 #include <string_view>
 #include <utility>
 
+#include "dvb/section_limits.h"
 #include "tools/receive/packet_push.h"
-
-namespace {
-
-constexpr int kMaxPrivateSectionSize = 4096;  // ISO/IEC 13818-1, 2.4.4.11
-
-}  // namespace
 
 SectionCollector::SectionCollector(Callback on_section)
     : on_section_(std::move(on_section)),

@@ -26,7 +26,6 @@ using Bytes = std::vector<std::uint8_t>;
 // The fields that sections have in common (ISO/IEC 13818-1, 2.4.4.11).
 constexpr std::size_t kLengthEnd = 3;  // section_length counts the bytes behind it
 constexpr std::size_t kLongHeaderSize = 8;
-constexpr std::size_t kMaxPrivateSectionSize = 4096;
 
 // ISO/IEC 13818-1, annex A.
 constexpr auto kCrc32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
