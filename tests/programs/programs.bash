@@ -18,7 +18,7 @@ teardown() {
     if grep -sE 'Sanitizer|runtime error:' ./*.err || [ "$crashed" ]; then return 1; fi
 }
 
-needs_own_network() { [ "$KESTAN_OWN_NETWORK" ] || skip "no network namespace of our own"; }
+needs_own_network() { [ "$KESTAN_OWN_NETWORK" ] || skip "no separate network namespace"; }
 
 needs_strace() { strace -o /dev/null true || skip "strace(1) is missing or may not trace"; }
 

@@ -15,6 +15,6 @@ for spaces in -n -rn; do
         exec unshare "$spaces" sh -c 'ip link set lo up && exec "$@"' sh "${bats[@]}"
     fi
 done
-echo "no network namespace of our own: using the ports of this machine" >&2
+echo "no separate network namespace: using the ports of this machine" >&2
 export KESTAN_OWN_NETWORK=
 exec flock -o /tmp/kestan-test-ports "${bats[@]}"

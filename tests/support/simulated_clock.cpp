@@ -50,7 +50,7 @@ std::uint64_t sleeps() {
 
 #ifdef __USE_TIME_BITS64
 // On a 32-bit target the names below stand for functions of 64-bit time. A library that
-// was built without that, libstdc++ for one, calls the one that goes by its plain name.
+// was built without it, such as libstdc++, calls the function with the plain name.
 struct ShortTimespec {
     std::int32_t tv_sec;
     std::int32_t tv_nsec;

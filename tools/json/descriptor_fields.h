@@ -31,7 +31,7 @@ enum class FieldKind : std::uint8_t {
 enum class FieldNeed : std::uint8_t {
     kRequired,
     kZeroIfAbsent,    // may be left out of the JSON, which then means 0
-    kAbsentIfZero,    // likewise, and is left out when it is 0
+    kAbsentIfZero,    // may be left out, which means 0; never written when it is 0
     kIfPresenceFlag,  // there if its kPresence bit is 1
 };
 

@@ -54,7 +54,8 @@ public:
 
 private:
     std::string& data_;
-    std::uint32_t pending_ = 0;  // the last 8 bits are those of the byte in work
+    std::uint32_t pending_ =
+        0;  // its last 8 bits belong to the byte that is not complete
     unsigned pending_bits_ = 0;
 };
 

@@ -183,7 +183,7 @@ void add_table_options(CLI::App& command, Settings& settings) {
         ->required();
     command
         .add_option("--bitrate", settings.check.bitrate_kbps,
-                    "It is an error if the tables need more than so many kbit/s")
+                    "Report an error if the tables need more than this, in kbit/s")
         ->check(CLI::Range(1, 1000000));
 }
 
@@ -264,7 +264,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Silences Thrift's messages: each failure is reported below.
+    // Discards Thrift's messages: each failure is reported below.
     apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
     try {
         return run(argc, argv);

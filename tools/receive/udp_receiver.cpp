@@ -76,7 +76,7 @@ void bind_and_join(int fd, const sockaddr_in& from, const std::string& interface
         const ip_mreqn group{from.sin_addr, {}, static_cast<int>(index)};
         if (!set_option(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, group)) {
             fail("join the group of " + to_text(from),
-                 "; name the interface that it comes by with --interface");
+                 "; name its interface with --interface");
         }
     } else if (!interface.empty() &&
                setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
