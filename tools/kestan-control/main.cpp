@@ -102,7 +102,7 @@ bool report_import(const std::string& path, const TableImport& file) {
         if (program.program_number == 0) continue;  // announces the network PID
         if (std::any_of(found.pmts.begin(), found.pmts.end(), is_its)) continue;
         std::cerr << path << ": the PAT has service " << program.program_number
-                  << ", but its PMT on PID " << hex_number(program.pid, 4)
+                  << ", but its PMT on PID " << pid_text(program.pid)
                   << " is not in the capture: make a longer one\n";
         is_whole = false;
     }

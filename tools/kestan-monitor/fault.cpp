@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "dvb/psi_si.h"
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/text_format.h"
 
 namespace {

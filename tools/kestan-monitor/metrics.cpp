@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/text_format.h"
 
 namespace {

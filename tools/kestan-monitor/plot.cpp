@@ -4,6 +4,7 @@
 #include <array>
 
 #include "dvb/nanoseconds.h"
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/svg.h"
 #include "tools/kestan-monitor/text_format.h"
 #include "tools/kestan-monitor/text_report.h"

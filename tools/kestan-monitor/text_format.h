@@ -16,9 +16,6 @@
 // Returns a text such as "12.3 ms".
 [[nodiscard]] std::string ms_text(std::int64_t ns);
 
-// Returns a text such as "0x0100".
-[[nodiscard]] std::string pid_text(std::uint16_t pid);
-
 // Writes a time of the civil clock as local time: "12:45:01.250".
 [[nodiscard]] std::string time_of_day(std::int64_t civil);
 

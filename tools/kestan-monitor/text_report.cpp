@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/text_format.h"
 #include "tools/kestan-monitor/text_width.h"
 

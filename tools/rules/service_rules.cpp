@@ -2,6 +2,7 @@
 #include <set>
 
 #include "tools/json/descriptor_fields.h"
+#include "tools/json/number_text.h"
 #include "tools/rules/rule_functions.h"
 
 using namespace orvel::thrift::dvb_tables;

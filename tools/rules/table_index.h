@@ -24,9 +24,6 @@ constexpr TablePlace kInSdt{TableKind::kSdt, 0};
 // Returns the place of an element, such as "streams[1]".
 [[nodiscard]] std::string element(const char* list, std::size_t index);
 
-// Returns a text such as "0x0100".
-[[nodiscard]] std::string pid_text(std::int32_t pid);
-
 // Returns a text such as "service 101 (0x0065)".
 [[nodiscard]] std::string service_text(std::int32_t service_id);
 
