@@ -54,8 +54,7 @@ public:
 
 private:
     std::string& data_;
-    std::uint32_t pending_ =
-        0;  // its last 8 bits belong to the byte that is not complete
+    std::uint32_t pending_ = 0;  // the last bits, of which the last byte may be partial
     unsigned pending_bits_ = 0;
 };
 
