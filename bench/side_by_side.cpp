@@ -166,6 +166,7 @@ std::vector<double> lateness_us(const Datagrams& datagrams) {
     }
     const double slope = (n * sum_xy - sum_x * sum_y) / (n * sum_xx - sum_x * sum_x);
     std::vector<double> late;
+    late.reserve(points.size());
     for (const auto& [x, y] : points) late.push_back((y - x * slope) / 1000);
     std::sort(late.begin(), late.end());
     const double earliest = late.front();

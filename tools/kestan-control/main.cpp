@@ -41,7 +41,7 @@ struct Settings {
 };
 
 OutgoingTables outgoing_tables(const Settings& settings) {
-    if (!settings.raises_versions) return OutgoingTables();
+    if (!settings.raises_versions) return {};
     return OutgoingTables(history_path(settings.address));
 }
 

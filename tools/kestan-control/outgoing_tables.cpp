@@ -13,7 +13,7 @@ std::string environment(const char* name) {
 }
 
 std::string state_directory() {
-    const std::string of_service = environment("STATE_DIRECTORY");
+    std::string of_service = environment("STATE_DIRECTORY");
     if (!of_service.empty()) return of_service;
     const std::string of_user = environment("XDG_STATE_HOME");
     if (!of_user.empty()) return of_user + "/kestan-control";

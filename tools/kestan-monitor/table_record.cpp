@@ -7,7 +7,7 @@
 
 namespace {
 
-int from_bcd(std::uint8_t byte) {
+std::int64_t from_bcd(std::uint8_t byte) {
     return (byte >> 4) * 10 + (byte & 0x0F);
 }
 
