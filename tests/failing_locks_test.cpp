@@ -1,4 +1,4 @@
-// What the handler leaves behind when a mutex cannot be locked.
+// Checks what the handler leaves behind when a mutex cannot be locked.
 
 #include <pthread.h>
 
@@ -27,7 +27,8 @@ namespace {
 int locks_until_failure = 0;  // none fails
 int failures_in_a_row = 0;
 
-// Makes the call with its first lock failing, then its second one, until it succeeds.
+// Makes the call fail at its first lock, then at its second one, and so on, until it
+// succeeds.
 template <typename Call>
 void call_with_each_lock_failing(Call call) {
     for (locks_until_failure = 1;; ++locks_until_failure) {

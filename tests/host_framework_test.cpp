@@ -1,4 +1,4 @@
-// The host's implementation of the device framework.
+// Tests the host's implementation of the device framework.
 
 #include <sys/syscall.h>
 #include <sys/timex.h>
@@ -42,7 +42,7 @@ TEST(HostClock, IsSetOnceItIsSynchronisedOrShowsTheYearOfTheBuild) {
     }
 }
 
-// What several threads log at once to the console, line by line.
+// Several threads log to the console at once: no two lines may mix.
 TEST(HostLog, WritesWholeLinesUpToTheLevel) {
     civil_time = 1800000000;
     log_setup(kLogInformation, kLogToConsole);

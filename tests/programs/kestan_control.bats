@@ -4,10 +4,11 @@
 load programs
 readonly own=.sdt.original_network_id=65281  # as an import writes it
 
-# fails <status> <text> <argument>...: kestan-control does so, and says the text.
+# fails <status> <text> <argument>...: kestan-control must fail with the status and print the
+# text.
 fails() { run "-$1" kestan-control "${@:3}" && [[ $output == *"$2"* ]]; }
 
-# on_air <file>: its tables are, and no others.
+# on_air <file>: the file's tables must be on air, and no others.
 on_air() {
     capture 1.3 && diff <(kestan-control import capture.ts | jq -S .) <(jq -S . "$1")
 }

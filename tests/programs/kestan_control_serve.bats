@@ -4,12 +4,12 @@
 load programs
 readonly own=.sdt.original_network_id=65281  # as an import writes it
 
-# on_air <file>: its tables are, and no others.
+# on_air <file>: the file's tables must be on air, and no others.
 on_air() {
     capture 1.3 && diff <(kestan-control import capture.ts | jq -S .) <(jq -S . "$1")
 }
 
-# serve <argument>...: as ${pid[serve]}, with a service manager that writes to `notified`.
+# serve <argument>...: starts ${pid[serve]}, with a service manager that writes to `notified`.
 serve() {
     start manager socat -u UNIX-RECV:manager CREATE:notified
     wait_until [ -S manager ]
@@ -22,13 +22,13 @@ write() { jq "$own | $1" "$small" >new && mv new tables.json; }
 reload() { kill -HUP "${pid[serve]}"; }
 rewrite() { write "$1" && reload; }
 
-# prints <name> <text> [times]: waits until name.out has a line with it, so often.
+# prints <name> <text> [times]: waits until name.out has this number of lines with the text.
 prints() { wait_until eval "((\$(grep -cF -- '$2' $1.out) >= ${3:-1}))"; }
 logged() { grep -c "$1" kestan.err; }
 
 connections_opened() { awk '/^Tcp: [0-9]/ { print $6 }' /proc/net/snmp; }
 
-# hold: the only connection to kestan, until `stop holder`.
+# hold: occupies the only connection to kestan until `stop holder`.
 hold() {
     start holder bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501
         printf "\0\0\0\x20\x80\1\0\1\0\0\0\x13newScramblingConfig\0\0\0\1\0" >&4
@@ -147,7 +147,8 @@ hold() {
     prints serve "PMT of service 101 (0x0065) on PID 0x0100: version 0, accepted"
 }
 
-# Kestan dies at any moment, also while tables are pushed and before it says that it started.
+# Kestan is killed at random moments, also while tables are pushed and before it sends its
+# start notification.
 @test "has exactly its tables on air after a storm" {
     write .
     serve tables.json

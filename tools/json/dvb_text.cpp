@@ -70,7 +70,8 @@ std::optional<std::string> convert(const std::string& from, const std::string& t
     return converted;
 }
 
-// As `convert`, with a character that the library does not know in either coding.
+// Converts like `convert`, also with one character that the library lacks in both
+// codings.
 std::optional<std::string> convert_around(std::string_view known_from,
                                           std::string_view known_to,
                                           const std::string& from, const std::string& to,

@@ -59,7 +59,8 @@ Multiplex OutgoingTables::take(const JoinedFiles& files) {
         std::ostream& to = raises ? std::cout : std::cerr;
         to << files.in_file(finding_of(unchanged, raises)).line() << std::endl;
     }
-    // Before the tables are sent: a version that has gone out is never given again.
+    // Saved before the tables are sent, so that a version that was sent is not given
+    // again after a restart.
     try {
         if (raises) history_.save(path_);
     } catch (const std::exception& error) {

@@ -48,7 +48,7 @@ void Svg::begin_path(const char* style) {
     is_first_step_ = true;
 }
 
-// A stroke without length is as large as its round ends.
+// A stroke of length 0 shows only its round ends: a dot.
 void Svg::dot(double x, double y) {
     body_ += format("M%.1f %.1fh0", x, y);
 }
