@@ -78,7 +78,7 @@ BENCHMARK_CAPTURE(replace, SDT, "GenerateSDT", &cm_MuxControlSrvHandler::NewSDTA
     ->Name("NewSDTActual");
 
 // Replaces the PMTs of services 1 to state.range(0), which are on separate PIDs or on
-// one. If `stops`, each service ends before it gets its new PMT.
+// one. If `stops`, each service is stopped before it gets its new PMT.
 void replace_pmts(benchmark::State& state, bool one_pid, bool stops) {
     const Muxer muxer;
     cm_MuxControlSrvHandler handler;
@@ -113,7 +113,7 @@ void StopAndNewPMT(benchmark::State& state, bool one_pid) {
 BENCHMARK_CAPTURE(StopAndNewPMT, own_pid, false)->Arg(8)->Arg(8000);
 BENCHMARK_CAPTURE(StopAndNewPMT, one_pid, true)->Arg(8)->Arg(8000);
 
-// One section of an SDT.
+// Returns one section of an SDT.
 SectionsPtr sdt_section() {
     const SdtPtr table(t2dSDT(make_sdt(25)));
     const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
@@ -129,7 +129,7 @@ void Packetize(benchmark::State& state) {
 }
 BENCHMARK(Packetize);
 
-// A string that grows packet by packet to the same length.
+// Appends packets one by one to a string of the same length.
 void AppendPackets(benchmark::State& state) {
     const std::string packets = packetize_sections(sdt_section().get(), 0x11);
     for (auto _ : state) {

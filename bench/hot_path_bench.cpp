@@ -24,8 +24,9 @@
 
 namespace {
 
-// The floor of what hands out packets: copies them in turn under an uncontended mutex.
-// Each packet lies in separate memory, as much as a stream or a sub-table takes.
+// The floor for streams that hand out packets: it copies them in turn under an
+// uncontended mutex. Each packet lies in separate memory, as much as a stream or a
+// sub-table takes.
 class LockedPackets {
 public:
     explicit LockedPackets(std::int64_t count) {
@@ -34,7 +35,7 @@ public:
         }
     }
 
-    // Under one mutex for all packets, or under each packet's own.
+    // Copies a packet under one mutex for all packets, or under the mutex of the packet.
     void copy_next(std::uint8_t* dst, bool under_own_mutex) {
         Packet& packet = *packets_[next_];
         const std::lock_guard lock(under_own_mutex ? packet.mutex : mutex_);
@@ -117,8 +118,8 @@ void TDTTablePacket(benchmark::State& state) {
 }
 BENCHMARK(TDTTablePacket);
 
-// At the pace at which the carrousel sends, which is a little faster than the sub-tables'
-// periods ask for.
+// Asks at the pace at which the carrousel sends. It is a little faster than the periods
+// of the sub-tables need.
 void TableCarrouselPacket(benchmark::State& state) {
     TableCarrousel stream(0x20);
     const auto sub_tables = static_cast<std::uint32_t>(state.range(0));
@@ -196,14 +197,14 @@ BENCHMARK(CopySeven)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
 
 }  // namespace
 
-// The sleep of the pacing loop is where a pass ends.
+// The pacing loop sleeps at the end of each pass.
 extern "C" int __wrap_nanosleep(const timespec* /*duration*/, timespec* /*remaining*/) {
     if (running != nullptr && !running->KeepRunning()) throw EndOfRun();
     return 0;
 }
 
-// With a second thread, as in the daemon: the C library's mutexes are cheaper, by half,
-// in a process that has never had one.
+// Starts a second thread, as in the daemon: in a process that has never had one, the
+// mutexes of the C library cost only half.
 int main(int argc, char** argv) {
     std::promise<void> ended;
     const auto second =

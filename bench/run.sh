@@ -5,8 +5,8 @@
 #
 #   bench/run.sh [SECONDS]    of each measurement of a whole program, 60 by default
 #
-# As root the programs run at a real-time priority, so that others on the machine show as
-# little as possible; what they sleep has no timer slack then.
+# As root the programs run at a real-time priority, so that other programs disturb them as
+# little as possible. Their sleeps then have no timer slack.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
@@ -22,7 +22,7 @@ priority=() own_network=(unshare --map-root-user --net)
 cmake -S . -B build-bench -G Ninja >/dev/null
 cmake --build build-bench --target kestan hot_path_bench bare_loop side_by_side -- --quiet
 
-# A benchmark's label names its floor; of each the best of nine runs, in random order.
+# A benchmark's label names its floor. The table has the best of nine runs, in random order.
 hot_path_table() {
     echo '| | ns | its floor | ns | ratio |'
     echo '|---|--:|---|--:|--:|'
@@ -46,7 +46,7 @@ if command -v ffmpeg >/dev/null; then
     ffmpeg -loglevel error -f lavfi -i testsrc=size=320x240:rate=25 -t 4 \
         -c:v mpeg2video -b:v 500k -f mpegts "$work/input.ts"
 fi
-# In a network of their own, where the service's ports are free.
+# Runs in a separate network, where the ports of the service are free.
 "${own_network[@]}" sh -c 'ip link set lo up && exec "$@"' sh "${priority[@]}" \
     build-bench/bench/side_by_side "$work" "$work/input.ts" "${1:-60}" >"$work/side_by_side.md"
 

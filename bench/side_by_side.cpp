@@ -50,7 +50,7 @@ struct Datagram {
 };
 using Datagrams = std::vector<Datagram>;
 
-// What comes within `duration` from now on.
+// Returns the datagrams that come within `duration` from now on.
 Datagrams receive_for(UdpReceiver& receiver, std::chrono::nanoseconds duration) {
     bool has_old = true;
     while (std::exchange(has_old, false)) {
@@ -66,7 +66,7 @@ Datagrams receive_for(UdpReceiver& receiver, std::chrono::nanoseconds duration) 
     return datagrams;
 }
 
-// What sends: starts with a bitrate in kbit/s, and sends until the program is gone.
+// A sender. It starts with a bitrate in kbit/s and sends until its program ends.
 struct Subject {
     std::string name;
     std::function<Program(int kbps)> start;
@@ -98,7 +98,7 @@ std::unique_ptr<ControlClient> connect() {
     }
 }
 
-// Services with PMTs of `bytes` each on `pids` PIDs.
+// Pushes services with PMTs of `bytes` each on `pids` PIDs.
 void push_pmts(ControlClient& client, int services, int pids, std::size_t bytes) {
     RandomTables random(1);
     for (int service = 0; service < services; ++service) {
@@ -148,8 +148,9 @@ std::int64_t cpu_time_ns(const Program& program) {
     return used.tv_sec * kNsPerSecond + used.tv_nsec;
 }
 
-// How late each datagram came, in microseconds and sorted: after the straight line of
-// time over packets that fits all best, moved so that none is early.
+// Returns how late each datagram came, in microseconds and sorted. Lateness is the
+// distance from the straight line of time over packets that fits all datagrams best,
+// moved so that none is early.
 std::vector<double> lateness_us(const Datagrams& datagrams) {
     const auto n = static_cast<double>(datagrams.size());
     std::vector<std::pair<double, double>> points;  // packets sent before, time
@@ -165,6 +166,7 @@ std::vector<double> lateness_us(const Datagrams& datagrams) {
     }
     const double slope = (n * sum_xy - sum_x * sum_y) / (n * sum_xx - sum_x * sum_x);
     std::vector<double> late;
+    late.reserve(points.size());
     for (const auto& [x, y] : points) late.push_back((y - x * slope) / 1000);
     std::sort(late.begin(), late.end());
     const double earliest = late.front();
@@ -201,7 +203,7 @@ Figures measure(UdpReceiver& receiver, const Subject& subject, int kbps,
     return {8 * bytes * kNsPerMs / span, 100 * cpu / elapsed, lateness_us(datagrams)};
 }
 
-// One row: of each figure the median of the rounds.
+// Prints one row: the median of the rounds for each figure.
 void print_row(const std::string& name, int kbps, const std::vector<Figures>& rounds) {
     const auto middle = [&](const auto& figure) {
         std::vector<double> values;
@@ -233,7 +235,8 @@ void write_distribution(const std::string& path, const std::vector<Figures>& rou
     }
 }
 
-// Of each subject's rounds, in turns, which take `duration` in all.
+// Measures the subjects in turns and prints a row for each. The rounds of a subject take
+// `duration` in all.
 void compare(UdpReceiver& receiver, const std::vector<Subject>& subjects, int kbps,
              seconds duration, const std::string& directory) {
     std::map<std::string, std::vector<Figures>> figures;
@@ -251,7 +254,8 @@ void compare(UdpReceiver& receiver, const std::vector<Subject>& subjects, int kb
     }
 }
 
-// From section to section of a PID's first table, which has one.
+// Returns the intervals between sections of the PID's first table. REQUIRES: it has one
+// section.
 Spread intervals_ns(const Datagrams& datagrams, int pid) {
     Spread intervals;
     std::int64_t last = 0;

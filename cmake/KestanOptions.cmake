@@ -1,4 +1,4 @@
-# How every target of this tree is compiled. Targets of our own link kestan_options;
+# How every target of this tree is compiled. Our targets link kestan_options;
 # generated code does not, so that our warnings do not apply to it.
 
 get_property(multi_config GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)

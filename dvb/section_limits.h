@@ -5,11 +5,13 @@
 
 // How much a section and a table can carry. Sizes are in bytes.
 
-constexpr std::size_t kMaxSectionSize =
-    1024;                                  // ISO/IEC 13818-1, 2.4.4; EN 300 468, 5.1.1
-constexpr std::size_t kMaxSections = 256;  // section_number has 8 bits
-constexpr std::size_t kCrc32Size = 4;      // ISO/IEC 13818-1, annex A
-constexpr std::size_t kMaxDescriptorData = 255;  // descriptor_length has 8 bits
+// ISO/IEC 13818-1, 2.4.4, and ETSI EN 300 468, 5.1.1
+constexpr std::size_t kMaxSectionSize = 1024;
+
+constexpr std::size_t kMaxPrivateSectionSize = 4096;  // ISO/IEC 13818-1, 2.4.4.11
+constexpr std::size_t kMaxSections = 256;             // section_number has 8 bits
+constexpr std::size_t kCrc32Size = 4;                 // ISO/IEC 13818-1, annex A
+constexpr std::size_t kMaxDescriptorData = 255;       // descriptor_length has 8 bits
 
 constexpr std::size_t kDescriptorHeaderSize = 2;  // ISO/IEC 13818-1, 2.6.1
 constexpr std::size_t kCatHeaderSize = 8;         // ISO/IEC 13818-1, 2.4.4.6

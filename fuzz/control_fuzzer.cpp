@@ -1,5 +1,5 @@
-// One connection's messages through the whole path: framed transport, protocol,
-// processor, handler, streams, pacing loop, and a receiver that checks every packet. In
+// Sends one connection's messages through the whole path: framed transport, protocol,
+// processor, handler, streams, pacing loop, and a receiver that checks every packet. At
 // the end the receiver must have exactly the sections that the handler accepted.
 //
 // An input is a run of messages without frames. The frames are made here: a frame of
@@ -29,7 +29,7 @@ constexpr std::int64_t kBetweenCallsNs = 10 * kNsPerMs;
 constexpr std::int64_t kEachTableOnceNs = 1100 * kNsPerMs;
 constexpr std::string_view kMessageBegin("\x80\x01\x00", 3);  // of the binary protocol
 
-// Two streams on one PID break its counters: no PMT on the PID of another table.
+// Keeps PMTs off the PIDs of other tables: two streams on one PID break its counters.
 class OffFixedPids : public cm_MuxControlSrvMultiface {
 public:
     explicit OffFixedPids(const std::shared_ptr<cm_MuxControlSrvIf>& to) { add(to); }

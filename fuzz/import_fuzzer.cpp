@@ -1,5 +1,5 @@
-// A capture or a file of sections as kestan-control imports it: the JSON of the tables in
-// it can be read again.
+// Imports a capture or a file of sections as kestan-control does. The JSON of the tables
+// in it must be readable again.
 
 #include <arpa/inet.h>
 
@@ -21,8 +21,8 @@ constexpr std::size_t kLengthEnd = 3;  // of section_length, in a section
 // ISO/IEC 13818-1, annex A.
 constexpr auto crc_32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
 
-// Makes the CRC_32 of a section right, which hides the section when it is wrong. Returns
-// the section's size, or `left` if it is not whole.
+// Corrects the CRC_32 of a section: a wrong one would hide the section. Returns the
+// section's size, or `left` if it is not whole.
 std::size_t repair(char* section, std::size_t left) {
     const auto byte = [&](int at) { return static_cast<std::uint8_t>(section[at]); };
     if (left < kLengthEnd) return left;

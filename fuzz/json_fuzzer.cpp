@@ -1,5 +1,5 @@
-// A file of tables as kestan-control reads it: it is refused with a word, or it says the
-// same when it is written and read again.
+// Reads a file of tables as kestan-control does. It is refused with a message, or it has
+// the same tables when they are written and read again.
 
 #include "fuzz/round_trip.h"
 

@@ -8,7 +8,7 @@
 #include "tools/json/multiplex_file.h"
 #include "tools/json/multiplex_json.h"
 
-// What kestan-control writes, it reads again as the same.
+// Checks that kestan-control reads the same tables from the JSON that it writes.
 inline void check_round_trip(const Multiplex& multiplex) {
     const std::string text = multiplex_to_json(multiplex).dump(2);
     const bool is_same = read_multiplex_file(memory_file(text)) == multiplex;

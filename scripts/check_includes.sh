@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Holds who may include whom: prints every #include "…" that the table below does not
-# allow. A file takes the first row that its path matches. A room may include itself;
-# tests/, fuzz/, bench/ and examples/ may include everything, and nothing includes them.
+# Checks who includes whom: prints every #include "…" that the table below does not allow. A
+# file takes the first row that its path matches. A room may include itself; tests/, fuzz/,
+# bench/ and examples/ may include everything, and nothing includes them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,12 +1,12 @@
-# To be sourced, after dependencies.sh: a clean Debian root of the same release as this
-# machine's. Needs root. A tar of the new root stays in build-root/ for the next time.
+# Scripts source this after dependencies.sh. It makes a clean Debian root of the same release
+# as this machine's. Needs root. A tar of the new root stays in build-root/ for the next time.
 # shellcheck shell=bash disable=SC2154
 
 readonly roots=$PWD/build-root
 
 # in_own_namespaces "$@": runs the rest of the script in new mount and process namespaces, so
 # that nothing stays mounted or running when it ends. $root is the directory for the root; it
-# is removed on every way out.
+# is always removed at the end.
 in_own_namespaces() {
     [ -z "${KESTAN_ROOT:-}" ] || { root=$KESTAN_ROOT; return; }
     [ "$(id -u)" -eq 0 ] || { echo "$0 needs root" >&2; exit 1; }

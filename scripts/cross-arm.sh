@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds Kestan for 32-bit ARM (armhf) on another Debian machine, runs the unit tests and
-# plays a multiplex of 100 services under qemu-arm, and prints the program's size and memory.
-# Everything goes into build-arm/: the armhf packages are fetched with apt's state of our own
-# and unpacked there, the system's apt knows nothing of them.
+# Builds Kestan for 32-bit ARM (armhf) on another Debian machine, runs the unit tests and plays
+# a multiplex of 100 services under qemu-arm, and prints the program's size and memory.
+# Everything goes into build-arm/: the armhf packages are fetched with a separate state of apt
+# and unpacked there. The state of the system's apt does not change.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
@@ -17,7 +17,7 @@ libraries=(
     nlohmann-json3-dev libcli11-dev libgtest-dev libgmock-dev
 )
 
-# The system's own Debian mirrors, asked for armhf.
+# Uses the system's Debian mirrors for armhf.
 set_up_apt() {
     local apt=$build/apt
     mkdir -p "$apt"/{state/lists/partial,cache/archives/partial}
@@ -41,7 +41,8 @@ fetch() {
         --download-only "${libraries[@]}" >/dev/null
 }
 
-# A root whose lib is a link to usr/lib, as Debian's is, and whose links stay within it.
+# Makes a root whose lib is a link to usr/lib, as in Debian, and whose links stay within the
+# root.
 unpack() {
     rm -rf "$sysroot"
     mkdir -p "$sysroot"/usr/{bin,sbin,lib}
@@ -60,13 +61,14 @@ build_and_test() {
     cmake -S . -B "$build" -G Ninja --toolchain cmake/armhf-toolchain.cmake \
         -DKESTAN_SYSROOT="$sysroot" -DKESTAN_WERROR=ON -DKESTAN_TESTS=ON >/dev/null
     cmake --build "$build" -- --quiet
-    # The emulator runs no program that another one starts: neither the tests of whole
-    # programs nor those of assertions, which start themselves again. The soak takes minutes.
+    # The emulator cannot run a program that another program starts. So the tests of whole
+    # programs are left out, and those of assertions, which start themselves again. The soak is
+    # left out because it takes minutes.
     GTEST_FILTER='-*DeathTest*' ctest --test-dir "$build" --output-on-failure \
         --no-tests=error --label-exclude program --exclude-regex soak_test
 }
 
-# The emulator knows no time stamps of datagrams, so that this machine's monitor measures.
+# The emulator has no time stamps of datagrams, so this machine's monitor measures.
 build_monitor() {
     cmake --preset release -G Ninja >/dev/null
     cmake --build --preset release --target kestan-monitor -- --quiet
@@ -104,8 +106,8 @@ hundred_services() {
 EOF
 }
 
-# What of the emulated program's memory is resident: the emulator maps it at the address that
-# -B names, its own memory is elsewhere.
+# Sums the resident memory of the emulated program. The emulator maps it at the address of -B;
+# the emulator's memory is elsewhere.
 guest_base=0x200000000
 while_playing() { # <pid>
     awk '/^[0-9a-f]+-[0-9a-f]+ / { is_guest = $1 ~ /^2........-2/ }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and plays a multiplex on loopback: the daemon, a control
-# process that pushes the tables, and a monitor that shows what is on the wire. Then the
-# daemon is killed and started again, and the tables are back by themselves.
+# process that pushes the tables, and a monitor that shows what is on the wire. Then it kills
+# the daemon and starts it again, and the control process pushes the tables again.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh

@@ -1,4 +1,4 @@
-# To be sourced: the Debian packages that Kestan needs, and how they are installed.
+# Scripts source this. It lists the Debian packages that Kestan needs and installs them.
 # shellcheck shell=bash disable=SC2034  # the lists are used elsewhere
 
 build_packages=(
@@ -16,7 +16,7 @@ test_packages=(
 fuzz_packages=("${unit_test_packages[@]}" clang-14 libclang-rt-14-dev)
 check_packages=(clang-format clang-tidy libbenchmark-dev shellcheck)
 
-# install_missing <package>...: installs those that are not there yet.
+# install_missing <package>...: installs the packages that are missing.
 install_missing() {
     local package missing=()
     for package in "$@"; do
@@ -32,8 +32,8 @@ install_missing() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-# find_promtool: puts it into PATH, without its package, which would start a server. A test
-# is skipped if there is none.
+# find_promtool: puts promtool into PATH without installing its package, which would start a
+# server. Without promtool a test is skipped.
 find_promtool() {
     local folder=build/promtool
     PATH=$PATH:$PWD/$folder/usr/bin
@@ -44,15 +44,15 @@ find_promtool() {
     rm -f "$folder"/prometheus_*.deb
 }
 
-# debian_sources <architecture>: the Debian package lists that this machine uses, as lines of
-# a sources.list.
+# debian_sources <architecture>: prints the Debian package lists that this machine uses, as
+# lines of a sources.list.
 debian_sources() {
     local line="deb [arch=$1 signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]"
     apt-get indextargets --format "$line \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" \
         'Created-By: Packages' 'Origin: Debian' | sort -u
 }
 
-# quietly <program> [argument]...: shows what it writes, if it fails.
+# quietly <program> [argument]...: runs the program and shows its output only if it fails.
 quietly() {
     local output status=0
     output=$("$@" 2>&1 </dev/null) || status=$?

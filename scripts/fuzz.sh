@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the fuzzers with clang's sanitizers and runs each for a while: on fuzz/seeds, on
-# fuzz/cases, which were found before, and on inputs made of these. What reaches new code
-# stays in build-fuzz/corpus for the next run; what fails is written to build-fuzz/findings,
-# and belongs into fuzz/cases together with the repair.
+# fuzz/cases, which were found before, and on inputs made from these. Inputs that reach new
+# code stay in build-fuzz/corpus for the next run. Inputs that fail are written to
+# build-fuzz/findings; move them to fuzz/cases together with the repair.
 #
 #   scripts/fuzz.sh [SECONDS]     of each fuzzer, 60 by default
 set -euo pipefail

@@ -1,9 +1,9 @@
-# To be sourced: plays a multiplex on loopback with programs wherever they are.
+# Scripts source this to play a multiplex on loopback with programs in any place.
 # shellcheck shell=bash disable=SC2154  # the programs are given
 
 declare -A started=()
 
-# start <program> [argument]...: in the background, until this shell ends.
+# start <program> [argument]...: runs the program in the background until this shell ends.
 start() {
     trap end_started EXIT
     "$@" &
@@ -17,8 +17,8 @@ end_started() {
     wait "${jobs[@]}" 2>/dev/null || true
 }
 
-# meanwhile <command> [argument]...: runs it to its end, but fails as soon as a program that
-# was started has ended.
+# meanwhile <command> [argument]...: runs the command to its end, but fails as soon as a
+# program that `start` started has ended.
 meanwhile() {
     local command program ended='' status=0
     "$@" &
@@ -51,7 +51,7 @@ wait_for_port() { # <port>
 # all of them come and have no error. It does not check times: an emulator or a busy machine is
 # late. The arrays kestan, kestan_control and kestan_monitor are command lines; an emulator or
 # chroot can come first. If there is a function while_playing, it is called with kestan's
-# process. To be run in a separate network.
+# process. Run this in a separate network.
 play_out() (
     tables=$1 seconds=$2 stream=127.0.0.1:5432
     start "${kestan[@]}" -c -b 10000 -O "${stream/:/\/}"

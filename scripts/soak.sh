@@ -10,4 +10,4 @@ cd "$(dirname "$0")/.."
 install_missing "${build_packages[@]}" "${unit_test_packages[@]}"
 cmake --preset release -G Ninja -DKESTAN_TESTS=ON >/dev/null
 cmake --build --preset release --target soak_test -- --quiet
-KESTAN_SOAK_DAYS="${1:-30}" build/tests/soak_test --gtest_filter=Soak.BreaksNothing
+KESTAN_SOAK_DAYS="${1:-30}" build/tests/soak_test --gtest_filter=Soak.KeepsEachPacketSectionAndIntervalRight

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the Debian package and tries it in a clean root: apt installs it, the programs play
-# an example, an upgrade goes on where a service cannot start again, and the removal leaves
-# nothing behind but what is the administrator's. Needs root.
+# Builds the Debian package and tries it in a clean root: apt installs it, the programs play an
+# example, an upgrade succeeds even if a service cannot start again, and the removal leaves
+# only the administrator's files. Needs root.
 #
 #   scripts/try-package.sh [PACKAGE]     builds none and tries this one
 set -euo pipefail
@@ -11,7 +11,8 @@ cd "$(dirname "$0")/.."
 . scripts/clean_root.sh
 . scripts/play_out.sh
 
-# Builds it here and in a copy of the tree elsewhere: the bytes have to be the same.
+# Builds the package here and in a copy of the tree in another place: the bytes must be the
+# same.
 build_package() {
     local tree="$root/tmp/another tree" folder
     mkdir -p "$tree"
@@ -41,7 +42,7 @@ install_package() {
     scripts/own_network.sh scripts/try-package.sh play
 }
 
-# As on a machine that systemd has started, and on which everything it is told to do fails.
+# Looks like a machine that systemd has started and on which each systemctl command fails.
 fail_to_restart() {
     local calls
     mkdir -p "$root/run/systemd/system"
@@ -72,7 +73,7 @@ remove_package() {
     echo "Removed; the link went with the purge, the drop-in stayed"
 }
 
-# What apt itself keeps, and caches, are no leftovers.
+# Files of apt and caches are not leftovers.
 list_files() {
     (cd "$root" && find . -xdev \( -path ./var/cache -o -path ./var/log -o -path ./tmp \
         -o -path ./var/lib/apt -o -path ./var/lib/dpkg -o -path ./etc/ld.so.cache \) \

@@ -26,7 +26,7 @@ TableCarrousel::~TableCarrousel() {
         const std::lock_guard lock(mutex);
         sub_tables.clear_and_dispose(destroy);
     } catch (const std::system_error&) {
-        // Leaked on purpose: whoever holds the mutex may still use them.
+        // Leaked on purpose: the thread that holds the mutex may still use them.
         sub_tables.clear();
     }
 }

@@ -1,10 +1,11 @@
-// What the handler leaves behind when a mutex cannot be locked.
+// Checks what the handler leaves behind when a mutex cannot be locked.
 
 #include <pthread.h>
 
 #include <cerrno>
 #include <functional>
 #include <map>
+#include <memory>
 #include <system_error>
 
 #include <gtest/gtest.h>
@@ -24,12 +25,15 @@ extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex);
 namespace {
 
 int locks_until_failure = 0;  // none fails
+int failures_in_a_row = 0;
 
-// Makes the call with its first lock failing, then its second one, until it succeeds.
+// Makes the call fail at its first lock, then at its second one, and so on, until it
+// succeeds.
 template <typename Call>
 void call_with_each_lock_failing(Call call) {
     for (locks_until_failure = 1;; ++locks_until_failure) {
         const int failing = locks_until_failure;
+        failures_in_a_row = 1;
         try {
             call();
             locks_until_failure = 0;
@@ -72,6 +76,19 @@ TEST(FailingLocks, LeaveNoPmtHalfInstalled) {
     }
 }
 
+// After the locks of the log and of the muxer, that of the carrousel fails, and then the
+// one that takes it off the muxer.
+TEST(FailingLocks, LeakACarrouselThatStaysOnTheMuxer) {
+    const Playout playout(10000);
+    cm_MuxControlSrvHandler handler;
+    locks_until_failure = 3;
+    failures_in_a_row = 2;
+    EXPECT_THROW(handler.NewPMT(RandomTables(1).pmt(1, 100), 0x20), std::system_error);
+    ASSERT_EQ(the_muxer->streams.size(), 5u);
+    const std::unique_ptr<muxed_stream> leaked(&the_muxer->streams.back());
+    muxer_remove(*leaked);
+}
+
 TEST(FailingLocks, LeaveNoStreamRegistered) {
     const Playout playout(10000);
     for (int failing = 1; failing <= 4; ++failing) {  // each registration takes a lock
@@ -87,5 +104,6 @@ extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     if (locks_until_failure == 0 || --locks_until_failure > 0) {
         return __real_pthread_mutex_lock(mutex);
     }
+    if (--failures_in_a_row > 0) locks_until_failure = 1;
     return EAGAIN;
 }

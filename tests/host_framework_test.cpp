@@ -1,4 +1,4 @@
-// The host's implementation of the device framework.
+// Tests the host's implementation of the device framework.
 
 #include <sys/syscall.h>
 #include <sys/timex.h>
@@ -27,21 +27,22 @@ TEST(HostClock, CodesEveryHourOfTheDay) {
         EXPECT_EQ(GetUTCTime(), (40587 + civil_time / 86400) << 24 |
                                     std::stol(digits.data(), nullptr, 16));
     }
-    civil_time = -1;
+    civil_time = -86400;
     EXPECT_LT(GetUTCTime(), 1);
 }
 
 TEST(HostClock, IsSetOnceItIsSynchronisedOrShowsTheYearOfTheBuild) {
-    for (const auto& [status, time, expected] : {std::tuple{STA_UNSYNC, 1700000000, -1},
-                                                 {0, 0, 0},
-                                                 {STA_UNSYNC, 2100000000, 0}}) {
+    for (const auto& [status, time, expected] :
+         {std::tuple{STA_UNSYNC, std::time_t{1700000000}, -1},
+          {0, 0, 0},
+          {STA_UNSYNC, std::time(nullptr), 0}}) {
         clock_status = status;
         civil_time = time;
         EXPECT_EQ(IsSystemTimeSet(), expected) << civil_time;
     }
 }
 
-// What several threads log at once to the console, line by line.
+// Several threads log to the console at once: no two lines may mix.
 TEST(HostLog, WritesWholeLinesUpToTheLevel) {
     civil_time = 1800000000;
     log_setup(kLogInformation, kLogToConsole);

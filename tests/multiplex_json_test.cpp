@@ -26,8 +26,8 @@ Multiplex read_content(const std::string& content) {
     return read_multiplex_file(memory_file(content));
 }
 
-// Reads the cases of a file. Each line is what is given, " => " and what is expected. A
-// letter or bracket with a count, as in a{600}, is repeated.
+// Reads the cases of a file. Each line has the input, " => " and the expected output. A
+// count after a letter or bracket, as in a{600}, repeats it.
 std::vector<std::pair<std::string, std::string>> cases_in(const char* path) {
     std::vector<std::pair<std::string, std::string>> cases;
     std::ifstream file(path);
@@ -63,7 +63,7 @@ TEST(MultiplexJson, GivesAnyTablesBackAsTheyWere) {
     }
 }
 
-TEST(DescriptorJson, NamesWhatItCanNameExactlyAndOnlyThat) {
+TEST(DescriptorJson, UsesANameOnlyIfItGivesTheSameBytesAgain) {
     for (const auto& [tag_and_bytes, text] :
          cases_in(KESTAN_TEST_DATA "/descriptors.txt")) {
         Descriptor descriptor;
@@ -89,7 +89,8 @@ TEST(DescriptorJson, GivesAnyBytesBackAsTheyWere) {
         Descriptor descriptor;
         descriptor.tag = forms[random() % forms.size()].tag;
         descriptor.data.resize(random() % 2 == 0 ? random() % 12 : random() % 256);
-        // Few values, so that inner lengths and selectors often are right.
+        // Takes few different values, so that inner lengths and selectors are often
+        // right.
         const std::uint32_t values = 8U << random() % 6;
         for (char& byte : descriptor.data) byte = static_cast<char>(random() % values);
         const json document = descriptor_to_json(descriptor);
@@ -99,7 +100,7 @@ TEST(DescriptorJson, GivesAnyBytesBackAsTheyWere) {
     }
 }
 
-TEST(DvbText, GivesBackWhatACodingHoldsAndAnyTextWhereItMayChoose) {
+TEST(DvbText, DecodesAnyTextThatItHasEncoded) {
     std::vector<const DvbCoding*> codings{nullptr};
     for (const DvbCoding& coding : dvb_codings()) codings.push_back(&coding);
     // Latin, Cyrillic, currencies with the won and the euro, Chinese, control codes.
@@ -125,7 +126,7 @@ TEST(DvbText, GivesBackWhatACodingHoldsAndAnyTextWhereItMayChoose) {
     }
 }
 
-TEST(MultiplexFile, NamesTheFieldWhatStandsThereAndWhatWasExpected) {
+TEST(MultiplexFile, ReportsTheFieldItsValueAndWhatWasExpected) {
     for (const auto& [content, expected] : cases_in(KESTAN_TEST_DATA "/mistakes.txt")) {
         EXPECT_THAT([&text = content] { static_cast<void>(read_content(text)); },
                     testing::ThrowsMessage<FileMistake>(testing::HasSubstr(expected)));
@@ -136,11 +137,11 @@ TEST(MultiplexFile, NamesTheFieldWhatStandsThereAndWhatWasExpected) {
     EXPECT_THROW((void)read_multiplex_file(testing::TempDir()), FileMistake);
 }
 
-// Copies of the document, each with a change at one place.
+// Returns copies of the document, each with a change at one place.
 std::vector<json> variants_of(const json& document) {
     std::vector<json> values{nullptr, true, json::array(), json::object(), -1, 1.5};
     for (const char* const text : {"", "0x", "0xG", "-1", "abcd", "abc", "ab ", "\x01",
-                                   "\xC2\x85", "UTF-8", "ISO-8859-12"}) {
+                                   "\xC2\x9F", "UTF-8", "ISO-8859-12"}) {
         values.emplace_back(text);
     }
     for (const std::size_t size : {253U, 510U, 512U})
@@ -187,7 +188,7 @@ constexpr const char* kEachFieldOfTables = R"({"$schema": "x",
         "descriptors": [{"tag": 1, "data": "00"}],
         "streams": [{"stream_type": 1, "elementary_pid": 1, "descriptors": []}]}]})";
 
-TEST(Schema, SaysOfEachVariantOfADocumentWhatTheReaderSays) {
+TEST(Schema, AgreesWithTheReaderAboutEachVariantOfADocument) {
     std::vector<json> documents = variants_of(json::parse(kEachFieldOfTables));
     for (const char* const name : {"small.json", "large.json"}) {
         std::ifstream file(KESTAN_TEST_DATA "/../../examples/" + std::string(name));

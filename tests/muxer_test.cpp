@@ -18,7 +18,8 @@ using testing::IsEmpty;
 
 constexpr std::int64_t kInterval = 1504000;  // of a packet at 1000 kbit/s
 
-// A stream whose packets have its name as their PID, due a number of times or for ever.
+// A stream whose name is the PID of its packets. It has a packet due a number of times or
+// for ever.
 class NamedStream : public muxed_stream {
 public:
     static constexpr int kForEver = -1;
@@ -99,7 +100,8 @@ TEST(PacingLoop, SendsWhatIsDueAsOneDatagramAndIdlesOneIntervalAtATime) {
     const auto datagrams = playout.run_for(5 * kInterval);
     ASSERT_EQ(datagrams.size(), 1u);
     EXPECT_THAT(datagrams[0].pids(), ElementsAre(0, 1, 2));
-    // Each packet of a pass has the next slot; a stream with nothing due takes none.
+    // Each packet of a pass takes the next slot. A stream without a due packet takes
+    // none.
     for (int i = 0; i < 3; ++i) {
         EXPECT_THAT(streams[static_cast<std::size_t>(i)].slot_times,
                     ElementsAre(start + i * kInterval, start + 3 * kInterval,
@@ -183,7 +185,7 @@ TEST(PacingLoop, SleepsTheRestOfAnInterruptedSleep) {
     }
 }
 
-TEST(ContinuityStamp, RunsOnFromTheFirstPacketsOwnCounterWherePacketsHavePayload) {
+TEST(ContinuityStamp, StartsAtTheFirstPacketsCounterAndAdvancesWithPayload) {
     NamedStream stream(1, NamedStream::kForEver);
     std::uint8_t packet[kTsPacketSize];
     for (const auto& [header, stamped] : {std::pair{0x1E, 0x1E},

@@ -72,7 +72,7 @@ private:
                 EXPECT_EQ(service_.NewPMT(random_.pmt(1, 9), 0x2000), -1);
                 return;
         }
-        // Of each service; many of some sizes fit no section to the last byte.
+        // The descriptors of each service. Some sizes fill a section to its last byte.
         const std::size_t descriptor_bytes = random_.below(random_.below(2) ? 60 : 400);
         switch (random_.below(11)) {
             case 0:
@@ -93,7 +93,7 @@ private:
         }
     }
 
-    // The table has a version_number out of range now and then.
+    // Sometimes gives the table a version_number that is out of range.
     template <typename Table, typename Call>
     void call(Table table, const Call& call) {
         std::int32_t expected = table.version_number;
@@ -138,7 +138,7 @@ private:
     RandomTables random_{2026};
 };
 
-TEST(Soak, BreaksNothing) {
+TEST(Soak, KeepsEachPacketSectionAndIntervalRight) {
     const char* const days = std::getenv("KESTAN_SOAK_DAYS");
     const double hours = days == nullptr ? 3 : std::atof(days) * 24;
     ASSERT_GT(hours, 0);

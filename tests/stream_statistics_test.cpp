@@ -33,7 +33,7 @@ constexpr auto crc_32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
 using Checks = std::map<std::string, int>;  // how often each has failed
 
 struct Stream {
-    // The packets of a section, their counters running on.
+    // Returns the packets of a section with continuous counters.
     std::string packets(const Section& section) {
         std::string bytes = *from_hex(section.hex);
         const bool is_long = (bytes[1] & 0x80) != 0;
@@ -55,8 +55,8 @@ struct Stream {
     }
     void send(std::int64_t time, const Section& section) { send(time, packets(section)); }
 
-    // What has failed by `now`, on the section's PID or anywhere. Of what lasts, the
-    // number is 1.
+    // Returns the checks that have failed by `now`, on the section's PID or anywhere. A
+    // fault that lasts counts once.
     Checks failing(std::int64_t now, const Section* on = nullptr) {
         statistics.advance(now, 0);
         Checks checks;
@@ -73,8 +73,9 @@ struct Stream {
     std::map<int, int> counters;
 };
 
-// What fails when a section begins `pause` after the end of the one before. The packets
-// of the first section are 10 ms apart, those of the second one 30 ms.
+// Returns the checks that fail when a section begins `pause` after the end of the
+// previous one. The packets of the first section are 10 ms apart, those of the second one
+// 30 ms.
 Checks failing_after(std::int64_t pause, const Section& section) {
     Stream stream;
     stream.send(0, kPat);  // announces the PMT
@@ -208,7 +209,7 @@ Edit add_video(int ahead, char flags, const std::string& content = "") {
         sent.back().replace(4, content.size(), content);
     });
 }
-// Sends these sections too, their packets edited.
+// Sends these sections too, after an edit of their packets.
 Edit add(
     const std::vector<Section>& sections,
     void (*edit)(std::string&) = [](std::string&) {}) {
@@ -219,7 +220,7 @@ Edit add(
 }
 
 const Break kBreaks[] = {
-    {"lost sync byte", flip(0, 0, 1), {{"sync_byte", 1}}},
+    {"lost sync byte", flip(1, 0, 1), {{"sync_byte", 1}, {"continuity", 1}}},
     {"transport_error_indicator", flip(2, 1, 0x80), {{"transport_error", 1}}},
     {"scrambled PMT", flip(3, 3, 0x80), {{"scrambled", 1}}},
     {"scrambled video", flip(1, 3, 0x80), {}},
@@ -239,7 +240,10 @@ const Break kBreaks[] = {
              sent[0].insert(at, 16, 'x');
      }),
      {{"coded_packets", 1}}},
-    {"lost video packet", add_video(2, 0x10), {{"continuity", 1}}},
+    {"lost video packet", add_video(2, 0x10, "\1\x80"), {{"continuity", 1}}},
+    {"lost packet before an empty adaptation field",
+     add_video(2, 0x30, {"\0\x80", 2}),
+     {{"continuity", 1}}},
     {"lost packet behind a discontinuity_indicator", add_video(4, 0x30, "\1\x80"), {}},
     {"lost first packet of a section",
      add({kLongSdt}, [](auto& packets) { packets.erase(0, kTsPacketSize); }),

@@ -56,8 +56,8 @@ struct Model {
         return bitrate == 0 ? 0 : static_cast<std::int64_t>(1504000000000 / bitrate);
     }
 
-    // To the first after the head, in cyclic order with the head as the last, that is
-    // eligible; to the one after the head if none is.
+    // Takes the first table after the head that is eligible, in cyclic order with the
+    // head as the last one. Takes the one after the head if none is.
     void pass_the_turn(std::int64_t slot) {
         for (std::size_t moves = 0; moves <= ring.size(); ++moves) {
             std::rotate(ring.begin(), ring.begin() + 1, ring.end());
@@ -72,7 +72,7 @@ struct Model {
 // Tables of several sections and packets, with equal and with different periods, are
 // added, replaced and removed at any moment, also while they are sent, and also the last
 // one.
-TEST(TableCarrousel, PlaysAsASearchOfTheWholeRingWould) {
+TEST(TableCarrousel, PlaysInTheOrderOfAModelThatSearchesTheWholeRing) {
     std::mt19937 random(11);
     TableCarrousel carrousel(0x100);
     Model model;
@@ -144,7 +144,7 @@ TEST(TableCarrousel, SendsAtTheSumOfItsTablesRates) {
     expect_after(199973407, "A0");
 }
 
-TEST(TableCarrousel, LeavesATableThatIsNotItsOwnAlone) {
+TEST(TableCarrousel, IgnoresTheUpdateOfAnUnlinkedSubTable) {
     TableCarrousel carrousel(0x100);
     SubTable loose(named_packets('A', {1}), kPeriodMs);
     std::string packets = named_packets('B', {1});

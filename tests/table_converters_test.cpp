@@ -28,8 +28,8 @@ PmtPtr convert(const PMT& pmt) {
     return PmtPtr(t2dPMT(pmt));
 }
 
-// The reason for which the converter refuses the table and which it logs; empty if it
-// accepts it.
+// Returns the reason that the converter logs when it refuses the table, or an empty text
+// if it accepts the table.
 template <typename Table>
 std::string refusal(const Table& table) {
     static_cast<void>(fake_framework::take_log());
@@ -41,7 +41,7 @@ std::string refusal(const Table& table) {
     return reason;
 }
 
-// `field` accepts its limits and nothing beyond them.
+// Expects that `field` accepts its limits and no values beyond them.
 template <typename Table>
 void expect_range(Table& table, std::int32_t& field, const std::string& where,
                   std::int32_t lowest, std::int32_t highest) {
@@ -71,7 +71,7 @@ void expect_descriptor_limits(Table& table, std::vector<Descriptor>& descriptors
     descriptors.clear();
 }
 
-TEST(TableConverters, AcceptEveryFieldWithinItsWidthAndSayWhichIsBeyond) {
+TEST(TableConverters, AcceptEachFieldWithinItsRangeAndNameTheOneOutOfRange) {
     RandomTables random(3);
     PAT pat = random.pat(3);
     expect_range(pat, pat.transport_stream_id, "PAT: transport_stream_id", 0, 0xFFFF);
@@ -108,8 +108,9 @@ TEST(TableConverters, AcceptEveryFieldWithinItsWidthAndSayWhichIsBeyond) {
     expect_descriptor_limits(pmt, pmt.streams[1].descriptors, in_pmt + "streams[1]: ");
 }
 
-// The table goes on air whole, in so many sections, the first of which has `size` bytes.
-// It is refused for `reason` once `grow` has made it larger.
+// Expects that the table goes on air whole, in this number of sections, the first one
+// with `size` bytes. Then expects that it is refused for `reason` after `grow` has made
+// it larger.
 template <typename Table, typename Grow>
 void expect_largest(Table table, std::size_t count, std::size_t size, Grow grow,
                     const std::string& reason) {
@@ -122,7 +123,7 @@ void expect_largest(Table table, std::size_t count, std::size_t size, Grow grow,
         if (const auto section = reader.push(packet)) sections.push_back(*section);
     });
     EXPECT_TRUE(sections == sections_of(table));
-    EXPECT_EQ(sections.size(), count);
+    ASSERT_EQ(sections.size(), count);
     EXPECT_EQ(sections[0].size(), size);
     grow(table);
     EXPECT_EQ(refusal(table), reason);

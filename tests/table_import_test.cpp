@@ -38,7 +38,7 @@ std::string packets_of(const Sections& sections, std::uint16_t pid) {
     return packets;
 }
 
-// The section with another table_id and with the CRC_32 that then is right.
+// Returns the section with another table_id and the right CRC_32 for it.
 std::string with_table_id(std::string section, std::uint8_t table_id) {
     section[0] = static_cast<char>(table_id);
     const std::uint32_t crc = crc_32(section.data(), section.size() - 4);
@@ -48,7 +48,7 @@ std::string with_table_id(std::string section, std::uint8_t table_id) {
     return section;
 }
 
-// With the JSON of the tables read again: that is what an import is for.
+// Imports the bytes. Also writes the tables as JSON and expects to read the same from it.
 TableImport import_bytes(const std::string& bytes) {
     TableImport import = import_tables(memory_file(bytes));
     const std::string json = multiplex_to_json(import.tables).dump();

@@ -26,7 +26,7 @@ TEST(TdtTable, CarriesTheTimeOncePerSecondFromTheStart) {
     EXPECT_EQ(fake_framework::clock.set_asked, 1u);
 }
 
-// Second by second: what the framework's clock says, and whether a TDT goes out.
+// Each second has what the framework's clock says and whether a TDT must be sent.
 TEST(TdtTable, WaitsForTheClockToBeSetAndLeavesOutSecondsWithoutATime) {
     const std::tuple<int, std::int64_t, bool> seconds[] = {
         {-1, 5, false}, {0, 5, true},   {-1, 5, true},

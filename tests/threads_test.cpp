@@ -1,6 +1,6 @@
 // The two threads of the program on the real clock: one updates tables as fast as it can,
-// the other plays at the highest bitrate. Under ThreadSanitizer this is the proof that
-// they share nothing but what the locks guard.
+// the other plays at the highest bitrate. ThreadSanitizer reports it if they share data
+// that no lock guards.
 
 #include <atomic>
 #include <chrono>

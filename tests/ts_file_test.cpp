@@ -13,7 +13,7 @@ std::string numbered_packet(std::uint64_t number, std::size_t stride) {
     return packet;
 }
 
-// Between runs of packets there is junk. One byte of it in 64 is a sync byte, but none is
+// There is junk between runs of packets. One byte in 64 of it is a sync byte, but none is
 // in step with the packets before or after it.
 TEST(TsFile, FindsEveryPacketBetweenAnyJunk) {
     std::mt19937 random(1);

@@ -20,14 +20,15 @@ constexpr std::int32_t kMax16Bits = 0xFFFF;
 // Kestan puts 100 programs in a section.
 constexpr std::size_t kMaxPatPrograms = kMaxSections * 100;
 
-// "25,600"
+// Writes a number in groups of three digits: "25,600".
 std::string grouped(std::size_t number) {
     std::string text = std::to_string(number);
     for (std::size_t at = text.size(); at > 3;) text.insert(at -= 3, ",");
     return text;
 }
 
-// `what` with its verb, such as "services take".
+// Returns a fault if `amount` is above `most`. `what` includes its verb, such as
+// "services take".
 Fault too_much(const char* what, std::size_t amount, const char* unit, std::size_t most) {
     if (amount <= most) return std::nullopt;
     return what + (" " + grouped(amount)) + " " + unit + ", " + grouped(most) + " fit";
@@ -50,7 +51,7 @@ Fault out_of_range(std::initializer_list<Field> fields) {
     return std::nullopt;
 }
 
-// The fault with the place where it is before it.
+// Puts the place of the fault before its text.
 Fault at(const std::string& place, const Fault& fault) {
     if (!fault) return std::nullopt;
     return place + ": " + *fault;

@@ -6,9 +6,9 @@
 
 #include "thrift/dvb_tables_types.h"
 
-// Why Kestan cannot carry a table, as one line for a person: the table, the place in it
-// and the fault, such as "SDT: service 7: running_status is 9, 0 to 7 fit". nullopt if
-// Kestan can carry the table whole.
+// Says why Kestan cannot carry a table, as one line for a person: the table, the place in
+// it and the fault, such as "SDT: service 7: running_status is 9, 0 to 7 fit". Returns
+// nullopt if Kestan can carry the table whole.
 //
 // A table is carried whole if each value fits its field (version_number: 0 to 255), each
 // descriptor has at most 255 bytes of data, no PAT program is on PID 0, and the sections

@@ -1,5 +1,5 @@
-# Debian's documents: its own changelog, and everything compressed, without a time in it; and
-# the administrator's directory of tables, which dpkg removes only while it is empty.
+# Adds Debian's changelog, and compresses the documents without a time stamp. Adds the
+# administrator's directory of tables, which dpkg removes only while it is empty.
 
 set(share ${CPACK_TEMPORARY_DIRECTORY}/usr/share)
 file(COPY ${CPACK_KESTAN_CHANGELOG} DESTINATION ${share}/doc/kestan)

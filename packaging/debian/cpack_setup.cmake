@@ -10,7 +10,7 @@ if(NOT SHLIBDEPS)
     message(FATAL_ERROR "dpkg-shlibdeps is missing: install dpkg-dev")
 endif()
 
-# The time of the package's files: that of the build, see cmake/KestanReproducible.cmake.
+# Gives the package's files the time of the build, see cmake/KestanReproducible.cmake.
 if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
     set(ENV{SOURCE_DATE_EPOCH} ${CPACK_KESTAN_EPOCH})
 endif()

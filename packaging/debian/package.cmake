@@ -14,11 +14,11 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_PACKAGE_DESCRIPTION
 "Kestan takes the tables of a DVB multiplex (PAT, CAT, SDT, PMTs) from a
-control process and plays them, with a TDT of its own, as one paced stream
+control process and plays them, together with a TDT, as one paced stream
 of UDP datagrams. With it come kestan-control, a control process in one
 command, and kestan-monitor, which shows what is on the wire and checks it.")
 set(CPACK_PACKAGE_CONTACT ${KESTAN_MAINTAINER})
-# The prefix while it is installed into the package is the one that its files name.
+# The files of the package contain the prefix, so the package is installed with the same one.
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)

@@ -4,8 +4,8 @@
 load programs
 readonly source=$BATS_TEST_DIRNAME/../..
 
-# keeps_on_air <filter> <command>...: a control process, across a kill of Kestan; the filter
-# holds of the tables on the wire.
+# keeps_on_air <filter> <command>...: the control process keeps its tables on air after Kestan
+# is killed and started again. jq's filter must be true of the tables on the wire.
 keeps_on_air() {
     start control "${@:2}"
     listens control 9521

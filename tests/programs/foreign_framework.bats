@@ -1,4 +1,4 @@
-# A device's own framework in the place of the host's, without an edit of this tree.
+# Builds the daemon with a device's own framework in the place of the host's.
 # shellcheck disable=SC2154  # variables of programs.bash
 
 load programs

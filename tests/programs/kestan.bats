@@ -5,10 +5,10 @@
 load programs
 readonly to_here=(-O 127.0.0.1/5432)
 
-# hears <socat's address> [command that enters a network]...: a transport packet.
+# hears <socat's address> [command that enters a network]...: waits for a transport packet.
 hears() { timeout 20 "${@:2}" socat -u "$1" - | head -c 1 | grep -q G; }  # 0x47
 
-# hears_ttl <ttl> <socat's address>: the first datagram has it.
+# hears_ttl <ttl> <socat's address>: the first datagram must have this TTL.
 hears_ttl() {
     run -0 timeout 20 socat -u "$2,ip-recvttl" SYSTEM:'env | grep ^SOCAT_IP_TTL'
     [ "$output" = "SOCAT_IP_TTL=$1" ]
@@ -87,7 +87,7 @@ END
     run -1 grep INFORMATION kestan.err
 }
 
-# Real time, so with room for a busy machine.
+# Runs in real time: the limits leave room for a busy machine.
 @test "fills its bitrate, and no more, with what is due" {
     jq -n '{pmts: [range(1; 81) | {pid: 256, program_number: ., pcr_pid: 8191, version_number: 0,
         descriptors: [range(3) | {tag: 128, data: ("00" * 250)}]}]}' >3_mbps.json
@@ -112,11 +112,10 @@ END
     start other socat -u TCP-LISTEN:9501 /dev/null
     listens other 9501
     run -1 timeout 20 kestan -c "${to_here[@]}"
-    [[ $output == *" ERROR "*": Mux server EXCEPTION: "* ]]
+    grep " ERROR .*: Mux server EXCEPTION: " <<<"$output"
 }
 
-# The order of the start: control service, READY=1, notification. In the end accept(2)
-# fails.
+# The order of the start: control service, READY=1, notification. At the end accept(2) fails.
 @test "withdraws its tables when its control service ends" {
     needs_strace
     start manager socat -u UNIX-RECV:notify -
@@ -131,7 +130,7 @@ END
     [ -z "$output" ]
 }
 
-# send <bytes>: on a new connection; the answer is in `reply`.
+# send <bytes>: sends them on a new connection and stores the answer in `reply`.
 send() {
     exec {server}<>/dev/tcp/127.0.0.1/9501
     printf %b "$1" >&"$server"
@@ -139,7 +138,7 @@ send() {
     exec {server}<&-
 }
 
-# In little memory and without a pause; Thrift's own words come as lines of the log.
+# The daemon has little memory and must not pause. Thrift's messages must be lines of the log.
 @test "withstands messages that lie about lengths" {
     local call='\x80\1\0\1\0\0\0\bNoMethod\0\0\0\1\0'  # 21 bytes
     play_small

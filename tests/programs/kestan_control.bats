@@ -4,10 +4,11 @@
 load programs
 readonly own=.sdt.original_network_id=65281  # as an import writes it
 
-# fails <status> <text> <argument>...: kestan-control does so, and says the text.
+# fails <status> <text> <argument>...: kestan-control must fail with the status and print the
+# text.
 fails() { run "-$1" kestan-control "${@:3}" && [[ $output == *"$2"* ]]; }
 
-# on_air <file>: its tables are, and no others.
+# on_air <file>: the file's tables must be on air, and no others.
 on_air() {
     capture 1.3 && diff <(kestan-control import capture.ts | jq -S .) <(jq -S . "$1")
 }
@@ -45,6 +46,8 @@ warning: later.json: pmts[0].version_number: version 32 "* ]]
 allows 37 kbit/s" check "$small" --bitrate 37
     fails 1 "no file is named *.json" check "$(mktemp -d)"
     kestan-control check --bitrate 38 "$small"
+    run -1 sh -c 'kestan-control check "$0" 2>&1 >/dev/full' "$small"
+    [[ $output == *"is the disk full?" ]]
 }
 
 @test "imports what it pushed, a foreign capture's tables too, and names what is missing" {
@@ -54,6 +57,8 @@ allows 37 kbit/s" check "$small" --bitrate 37
     kestan-control import - <foreign.ts >foreign.json
     for text in Harbour Möwe deu 0x1001; do grep "\"$text\"" foreign.json; done
     jq $own "${small%/*}/large.json" >large.json
+    run -1 sh -c 'kestan-control import foreign.ts 2>&1 >/dev/full'
+    [[ $output == *"is the disk full?" ]]
     play -b 5000
     for file in foreign.json large.json; do
         kestan-control push - <$file

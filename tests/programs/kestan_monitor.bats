@@ -3,10 +3,11 @@
 
 load programs
 
-# measure <seconds>: the report is in monitor.out; fails if it finds something.
+# measure <seconds>: runs a monitor that writes its report to monitor.out. Fails if it finds a
+# fault.
 measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
 
-# Real time, so with room for a busy machine.
+# Runs in real time: the limits leave room for a busy machine.
 @test "finds each table at its period, and what is missing" {
     run -1 measure 0.1
     reports '.outside_limits[0].check == "reception"'
@@ -23,7 +24,7 @@ measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
     reports '.outside_limits | length == 1 and .[0].check == "repetition"
         and (.[0].text | contains("PMT of service 102"))'
 
-    # The schema has every key.
+    # The schema must have every key.
     jq 'walk(if type == "object" and has("properties") then .additionalProperties = false
         else . end)' "$BATS_TEST_DIRNAME/../../tools/kestan-monitor/kestan-monitor.schema.json" \
         >strict.json
@@ -75,6 +76,9 @@ on_screen() { wait_until on_screen_now "$1"; }
     grep -q 'class="dots" d="M[0-9.]* [0-9.]*h0M' plot.svg  # two intervals of the PAT
     kestan-control import record.ts | jq -e '.pmts | length == 3'
     run -2 kestan-monitor 127.0.0.1:5432 -d 1 --metrics nowhere/metrics.prom
+    run -2 kestan-monitor 127.0.0.1:5432 -d 0.2 --record /dev/full
+    run -2 sh -c 'kestan-monitor 127.0.0.1:5432 -d 0.2 2>&1 >/dev/full'
+    [[ $output == *"is the disk full?" ]]
     [ -x "$(command -v promtool)" ] || skip "no promtool (package prometheus)"
     promtool check metrics <metrics.prom
 }

@@ -2,13 +2,13 @@
 
 load programs
 
-# options: those at the heads of the lines that come in, sorted.
+# options: prints the options at the starts of the input's lines, sorted.
 options() {
     sed 's/\\-/-/g' | sed -nE 's/^(\.[A-Z]+|  +)(([] [,"]*--?[a-z][a-z-]*)+).*/\2/p' |
         grep -oE -- '--?[a-z][a-z-]*' | sort -u
 }
 
-# help <program>: its --help, and that of each of its commands.
+# help <program>: prints its --help, and that of each of its commands.
 help() {
     "$1" --help
     "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p' |

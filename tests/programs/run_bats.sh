@@ -4,7 +4,7 @@
 set -euo pipefail
 
 export KESTAN_BIN=$1 KESTAN_OWN_NETWORK=yes
-# ctest sets these; by hand they come from the build.
+# ctest sets these variables. Without ctest they come from the build.
 cached() { sed -n "s/^$1:[A-Z]*=//p" "$KESTAN_BIN/../CMakeCache.txt"; }
 export KESTAN_FPGA_ADDRESS=${KESTAN_FPGA_ADDRESS-$(cached KESTAN_FPGA_ADDRESS)}
 export KESTAN_SANITIZE=${KESTAN_SANITIZE-$(cached KESTAN_SANITIZE)}
@@ -15,6 +15,6 @@ for spaces in -n -rn; do
         exec unshare "$spaces" sh -c 'ip link set lo up && exec "$@"' sh "${bats[@]}"
     fi
 done
-echo "no network namespace of our own: using the ports of this machine" >&2
+echo "no separate network namespace: using the ports of this machine" >&2
 export KESTAN_OWN_NETWORK=
 exec flock -o /tmp/kestan-test-ports "${bats[@]}"

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-// The device framework as unit tests see it: what it answers, and what it was told. One
-// thread, but for log_function, which any may call.
+// A fake of the device framework for unit tests: they set its answers and read what it
+// was told. One thread, except log_function, which any thread may call.
 namespace fake_framework {
 
 struct Clock {
@@ -17,10 +17,10 @@ struct Clock {
 };
 extern Clock clock;
 
-// Called by watchdog_kick with its handle.
+// watchdog_kick calls this with its handle.
 extern std::function<void(int)> on_kick;
 
-// The lines logged since the last call, as "<level> <text>".
+// Returns the lines logged since the last call, as "<level> <text>".
 [[nodiscard]] std::vector<std::string> take_log();
 
 }  // namespace fake_framework

@@ -41,7 +41,7 @@ private:
 
     Receiver& receiver_;
     std::optional<cm_MuxControlSrvHandler> handler_;
-    // By PID and service; the PAT, the CAT and the SDT are kNoService's.
+    // The sections by PID and service. Those of PAT, CAT and SDT are under kNoService.
     std::map<std::uint16_t, std::map<int, Sections>> played_;
 };
 

@@ -8,7 +8,8 @@
 #include <string>
 #include <string_view>
 
-// The path of a file without a disk that holds these bytes, until the next call.
+// Returns the path of a file in memory with these bytes. The file lasts until the next
+// call.
 inline std::string memory_file(std::string_view bytes) {
     static const int fd = memfd_create("input", 0);
     if (ftruncate(fd, 0) != 0 ||

@@ -8,8 +8,8 @@
 #include "dvb/ts_packet.h"
 #include "mux/muxed_stream.h"
 
-// The packets of an invented table: packet i of "A" is "A<i>", its counter i. `sections`
-// gives the packets of each section.
+// Returns the packets of an invented table: packet i of "A" contains "A<i>" and has the
+// counter i. `sections` has the number of packets of each section.
 inline std::string named_packets(char name, const std::vector<int>& sections) {
     std::string packets;
     for (const int count : sections) {
@@ -27,7 +27,7 @@ inline std::string named_packets(char name, const std::vector<int>& sections) {
     return packets;
 }
 
-// The name of the packet that `stream` has for a slot, "-" for none; checks nothing else.
+// Returns the name of the packet that `stream` has for a slot, or "-" for none.
 inline std::string next_name(muxed_stream& stream, std::int64_t slot_time_ns,
                              int* counter = nullptr) {
     std::uint8_t packet[kTsPacketSize];

@@ -5,7 +5,7 @@
 
 #include "mux/muxer.h"
 
-// Thrown by an output or in a sleep, it ends the pacing loop.
+// An output or a sleep throws this to end the pacing loop.
 struct EndOfRun {};
 
 // The process's muxer and its pacing loop. One at a time.

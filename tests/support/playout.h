@@ -35,7 +35,7 @@ public:
     // start of run_for. At that moment the control thread could take the muxer's mutex.
     void at(std::int64_t ns, std::function<void()> action);
 
-    // Calls this with every datagram instead of keeping it.
+    // If set, run_for calls this with every datagram and keeps none.
     std::function<void(const Datagram&)> on_datagram;
 
     // Runs the pacing loop for this long and returns what it sent.

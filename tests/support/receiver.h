@@ -8,12 +8,12 @@
 
 #include "tests/support/playout.h"
 
-// Puts the sections of one PID together. Fails the test if a packet is not laid out as
-// Kestan must do it: payload only, each section in a new packet after a pointer_field of
+// Puts the sections of one PID together. Fails the test if a packet does not have the
+// layout of Kestan: payload only, each section in a new packet after a pointer_field of
 // 0, stuffing after its end, continuous counters.
 class SectionReader {
 public:
-    // Takes the next packet; the section that it completes, if any.
+    // Takes the next packet. Returns the section that it completes, if any.
     std::optional<std::string> push(const std::uint8_t* packet);
 
     int torn = 0;  // sections that another one's start cut off
@@ -28,25 +28,25 @@ private:
 // forget().
 class Receiver {
 public:
-    // Distinct sections, and when each came last.
+    // The distinct sections, and the time when each came last.
     using Seen = std::map<std::string, std::int64_t>;
 
     struct Pid {
         SectionReader reader;
         Seen sections;
         Seen earlier;  // between the last two calls of forget()
-        // From a section to its repetition, also across forget().
+        // The time from a section to its repetition, also across forget().
         std::int64_t shortest_ns = INT64_MAX;
         std::int64_t longest_ns = 0;
     };
 
     void push(const Datagram& datagram);
 
-    // What has come since the last forget().
+    // Returns what has come since the last forget().
     [[nodiscard]] const std::map<std::uint16_t, Pid>& pids() const { return pids_; }
     void forget();
 
-    // The PID's stream has ended. A new one may begin with any counter.
+    // Forgets the PID: its stream has ended, and a new one may begin with any counter.
     void end_stream(std::uint16_t pid) { pids_.erase(pid); }
 
 private:

@@ -6,7 +6,7 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-// Bytes of entries in one section.
+// The room for entries in one section, in bytes.
 constexpr std::size_t kPatRoom = 100 * 4;  // 100 programs
 constexpr std::size_t kCatRoom = 1024 - 8 - 4;
 constexpr std::size_t kSdtRoom = 1024 - 11 - 4;
@@ -36,14 +36,14 @@ Sections entries_of(const std::vector<Descriptor>& descriptors) {
     return entries;
 }
 
-// `flags` are the topmost bits of the field in front of the descriptors, their length.
+// Returns the length field, whose highest bits are `flags`, and the descriptors after it.
 std::string loop_of(std::size_t flags, const std::vector<Descriptor>& descriptors) {
     std::string loop;
     for (const std::string& entry : entries_of(descriptors)) loop += entry;
     return u16(flags | loop.size()) + loop;
 }
 
-// Each section has `fixed` behind its header, then whole entries up to `room` bytes.
+// Each section has `fixed` after its header, then whole entries of at most `room` bytes.
 template <typename Table>
 Sections make(std::int32_t table_id, std::size_t flags, std::int32_t extension,
               const Table& table, const std::string& fixed, const Sections& entries,

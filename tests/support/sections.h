@@ -7,7 +7,7 @@
 #include "thrift/dvb_tables_types.h"
 
 // The sections of a table, CRC_32 included, written from the standards' syntax without
-// libdvbpsi: what a receiver must get. Fields are in range.
+// libdvbpsi: what a receiver must get. REQUIRES: all fields are in range.
 using Sections = std::vector<std::string>;
 
 [[nodiscard]] Sections sections_of(const orvel::thrift::dvb_tables::PAT& pat);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::int64_t kNsPerSecond = 1000000000;
 
-// An hour after the start of the machine, at an odd nanosecond.
+// Starts one hour after the start of the machine, and not at a whole millisecond.
 std::int64_t clock_ns = 3600 * kNsPerSecond + 7;
 std::optional<std::int64_t> interruption_ns;
 std::uint64_t sleep_count = 0;
@@ -50,7 +50,7 @@ std::uint64_t sleeps() {
 
 #ifdef __USE_TIME_BITS64
 // On a 32-bit target the names below stand for functions of 64-bit time. A library that
-// was built without that, libstdc++ for one, calls the one that goes by its plain name.
+// was built without it, such as libstdc++, calls the function with the plain name.
 struct ShortTimespec {
     std::int32_t tv_sec;
     std::int32_t tv_nsec;

@@ -14,13 +14,13 @@ namespace simulated_clock {
 [[nodiscard]] std::int64_t now_ns();
 void advance(std::int64_t ns);
 
-// Called at the end of every nanosleep; what it throws leaves nanosleep.
+// nanosleep calls this at its end. An exception from it leaves nanosleep.
 extern std::function<void()> on_sleep;
 
 // Makes the next nanosleep end after `ns` with EINTR.
 void interrupt_next_sleep_after(std::int64_t ns);
 
-// Sleeps so far in this process.
+// Returns the number of sleeps so far in this process.
 [[nodiscard]] std::uint64_t sleeps();
 
 }  // namespace simulated_clock

@@ -58,7 +58,7 @@ DescriptorField with(FieldNeed need, DescriptorField field) {
     return field;
 }
 
-// The value of a field that a presence flag announces.
+// Makes a field that is there if its presence flag is 1.
 DescriptorField announced(const char* name) {
     return with(FieldNeed::kIfPresenceFlag, hex(name, kBitsOfByte));
 }
@@ -145,7 +145,7 @@ public:
         return data_.size() * kBitsOfByte - position_;
     }
 
-    // REQUIRES: so many bits are left, at most 32.
+    // REQUIRES: `bits` is at most 32, and this number of bits is left.
     std::uint32_t take(unsigned bits) {
         std::uint32_t value = 0;
         for (; bits != 0; --bits, ++position_) {
@@ -156,7 +156,7 @@ public:
         return value;
     }
 
-    // REQUIRES: so many bytes are left, and the position is at a byte's start.
+    // REQUIRES: `size` bytes are left, and the position is at a byte's start.
     std::string_view take_bytes(std::size_t size) {
         const std::string_view bytes = data_.substr(position_ / kBitsOfByte, size);
         position_ += size * kBitsOfByte;
@@ -258,7 +258,6 @@ SplitDescriptor split_descriptor(const DescriptorForm& form, std::string_view da
         split.overrun = form.name + place + ": " + overrun;
         return split;
     } while (form.is_list);
-    split.behind = reader.take_rest();
     return split;
 }
 

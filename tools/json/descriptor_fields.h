@@ -31,7 +31,7 @@ enum class FieldKind : std::uint8_t {
 enum class FieldNeed : std::uint8_t {
     kRequired,
     kZeroIfAbsent,    // may be left out of the JSON, which then means 0
-    kAbsentIfZero,    // likewise, and is left out when it is 0
+    kAbsentIfZero,    // may be left out, which means 0; never written when it is 0
     kIfPresenceFlag,  // there if its kPresence bit is 1
 };
 
@@ -42,8 +42,8 @@ struct DescriptorField {
     FieldNeed need = FieldNeed::kRequired;
 };
 
-// Returns whether the field has a value in JSON: reserved bits and the likes of kPresence
-// follow from the others.
+// Returns whether the field has a value in JSON. Reserved bits, kPresence and kIfMore
+// have none: they follow from other fields.
 [[nodiscard]] bool is_in_json(const DescriptorField& field);
 
 struct DescriptorForm {
@@ -53,7 +53,7 @@ struct DescriptorForm {
     std::vector<DescriptorField> fields;
 };
 
-// All forms, in the order of their tags.
+// Returns all forms in the order of their tags.
 [[nodiscard]] const std::vector<DescriptorForm>& descriptor_forms();
 
 // Returns null if descriptors with this tag have no name.
@@ -67,14 +67,15 @@ struct FieldValue {
     std::string_view bytes;
 };
 
-// A descriptor cut into its fields: one entry, or those of the list.
+// A descriptor cut into its fields. A list has several entries; another descriptor has
+// one.
 struct SplitDescriptor {
     std::vector<std::vector<FieldValue>> entries;
-    std::string_view behind;  // bytes behind the last field
-    std::string overrun;      // what does not fit into the data; empty if all does
+    std::string overrun;  // what does not fit into the data; empty if all does
 };
 
-// Stops at the first field that does not fit. `data` must outlive the result.
+// Cuts a descriptor's data into fields. Stops at the first field that does not fit.
+// `data` must outlive the result.
 [[nodiscard]] SplitDescriptor split_descriptor(const DescriptorForm& form,
                                                std::string_view data);
 

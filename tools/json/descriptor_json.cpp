@@ -54,7 +54,7 @@ public:
 
 private:
     std::string& data_;
-    std::uint32_t pending_ = 0;  // the last 8 bits are those of the byte in work
+    std::uint32_t pending_ = 0;  // the last bits, of which the last byte may be partial
     unsigned pending_bits_ = 0;
 };
 

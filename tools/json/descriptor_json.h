@@ -15,7 +15,7 @@
 //
 // descriptor_fields.h has the names and their fields. Texts are UTF-8, see dvb_text.h.
 
-// Raises JsonMistake.
+// Makes a descriptor of its JSON. Raises JsonMistake.
 [[nodiscard]] orvel::thrift::dvb_tables::Descriptor descriptor_from_json(
     const JsonNode& node);
 

@@ -46,15 +46,15 @@ iconv_t conversion_between(const std::string& from, const std::string& to) {
     thread_local std::map<std::pair<std::string, std::string>, Conversion> opened;
     Conversion& conversion = opened[{from, to}];
     if (!conversion) {
-        const iconv_t made = iconv_open(to.c_str(), from.c_str());
-        if (made != reinterpret_cast<iconv_t>(-1)) conversion.reset(made);
+        void* const made = iconv_open(to.c_str(), from.c_str());
+        if (reinterpret_cast<std::intptr_t>(made) != -1) conversion.reset(made);
     }
     return conversion.get();
 }
 
 std::optional<std::string> convert(const std::string& from, const std::string& to,
                                    std::string_view text) {
-    const iconv_t conversion = conversion_between(from, to);
+    void* const conversion = conversion_between(from, to);
     if (conversion == nullptr) return std::nullopt;
     iconv(conversion, nullptr, nullptr, nullptr, nullptr);  // forgets an earlier failure
     // No coding takes more than four bytes for one of another.
@@ -70,7 +70,8 @@ std::optional<std::string> convert(const std::string& from, const std::string& t
     return converted;
 }
 
-// As `convert`, with a character that the library does not know in either coding.
+// Converts like `convert`, also with one character that the library lacks in both
+// codings.
 std::optional<std::string> convert_around(std::string_view known_from,
                                           std::string_view known_to,
                                           const std::string& from, const std::string& to,

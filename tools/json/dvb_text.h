@@ -21,15 +21,15 @@ struct DvbCoding {
     bool has_one_byte_controls;
 };
 
-// All codings, the default table first and UTF-8 second.
+// Returns all codings, the default table first and UTF-8 second.
 [[nodiscard]] const std::vector<DvbCoding>& dvb_codings();
 
 // Returns whether this is UTF-8 without control characters (U+0000 to U+001F, U+007F to
 // U+009F), which is what a field can hold.
 [[nodiscard]] bool is_dvb_text(std::string_view text);
 
-// Encodes the text in the coding, or, if that is null, in the default table if it has all
-// characters and in UTF-8 otherwise. Returns nullopt if the coding lacks a character.
+// Encodes the text in `coding`. If `coding` is null, takes the default table if it has
+// all characters, and else UTF-8. Returns nullopt if the coding lacks a character.
 // REQUIRES: is_dvb_text(text).
 [[nodiscard]] std::optional<std::string> encode_dvb_text(std::string_view text,
                                                          const DvbCoding* coding);

@@ -10,8 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-// A mistake in a JSON document: the path to the field, what stands there, what was
-// expected.
+// A mistake in a JSON document. The message has the path to the field, its value, and
+// what was expected.
 class JsonMistake : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -24,7 +24,7 @@ public:
 // for. The document must outlive its nodes.
 class JsonNode {
 public:
-    // The document's root.
+    // Makes the node of the document's root.
     explicit JsonNode(const nlohmann::json& root) : value_(&root) {}
 
     // Raises a mistake if this is no object or has a field that is not in the list: a
@@ -33,25 +33,27 @@ public:
 
     [[nodiscard]] bool has(const char* name) const { return value_->contains(name); }
 
-    // The object's field. Raises a mistake if it is missing.
+    // Returns the object's field. Raises a mistake if it is missing.
     [[nodiscard]] JsonNode operator[](const char* name) const;
 
-    // The elements of an array.
+    // Returns the elements of an array.
     [[nodiscard]] std::vector<JsonNode> elements() const;
 
-    // The elements of a field that is an array; none if the field is missing.
+    // Returns the elements of a field that is an array, or no elements if the field is
+    // missing.
     [[nodiscard]] std::vector<JsonNode> elements_of(const char* name) const;
 
     [[nodiscard]] std::int32_t number(std::int32_t lowest, std::int32_t highest) const {
         return static_cast<std::int32_t>(in_range(lowest, highest));
     }
 
-    // The value of an unsigned field of so many bits, at most 32.
+    // Returns the value of an unsigned field with this number of bits, at most 32.
     [[nodiscard]] std::uint32_t unsigned_of(unsigned bits) const {
         return static_cast<std::uint32_t>(in_range(0, (std::int64_t{1} << bits) - 1));
     }
 
-    // Likewise for a field of at most 31 bits, in the type that Thrift has for it.
+    // Returns the value of an unsigned field with at most 31 bits, in the type that
+    // Thrift has for it.
     [[nodiscard]] std::int32_t i32_of(unsigned bits) const {
         return static_cast<std::int32_t>(unsigned_of(bits));
     }
@@ -61,7 +63,8 @@ public:
     [[nodiscard]] std::string text() const;
     [[nodiscard]] std::string bytes() const;
 
-    // Raises the mistake with this place; `expected` is as in "a number from 0 to 7".
+    // Raises a mistake at this node's place. `expected` is a text such as "a number from
+    // 0 to 7".
     [[noreturn]] void mistake(const std::string& expected) const;
 
 private:

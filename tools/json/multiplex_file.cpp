@@ -49,7 +49,7 @@ std::string read_whole(const std::string& path) {
 }
 
 // Raises a mistake if a name stands twice in one object: the library would keep one of
-// the two values without a word. Follows the document to know the place.
+// the two values without an error. Follows the document so that it knows the place.
 class RepeatedFields {
 public:
     bool operator()(int /*depth*/, json::parse_event_t event, const json& parsed) {
@@ -82,7 +82,7 @@ private:
                           json(name).dump() + " twice in one object, expected it once");
     }
 
-    // The path to the innermost object.
+    // Returns the path to the innermost object.
     [[nodiscard]] std::string place() const {
         std::string path;
         for (auto outer = open_.begin(); outer + 1 != open_.end(); ++outer) {
@@ -98,7 +98,7 @@ private:
     std::vector<Open> open_;
 };
 
-// What the library says, from "line 3, column 7" on.
+// Returns the library's message from "line 3, column 7" on.
 std::string without_prefix(const std::string& what) {
     const std::size_t line = what.find("line ");
     if (line != std::string::npos) return what.substr(line);

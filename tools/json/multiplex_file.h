@@ -6,7 +6,8 @@
 
 #include "tools/multiplex.h"
 
-// A file cannot be read or has a mistake: which file, where, what was expected.
+// A file cannot be read or has a mistake. The message names the file, the place, and what
+// was expected.
 class FileMistake : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

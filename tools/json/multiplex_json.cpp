@@ -47,10 +47,6 @@ void write_descriptors(ordered_json& to, const std::vector<Descriptor>& descript
     }
 }
 
-std::string pid_text(std::int32_t pid) {
-    return hex_number(pid, 4);
-}
-
 PAT read_pat(const JsonNode& node) {
     node.expect_fields(
         {"transport_stream_id", "version_number", "current_next_indicator", "programs"});

@@ -25,10 +25,10 @@
 // list may be left out, but not all tables. Descriptors are as in descriptor_json.h. A
 // field "$schema" at the top is for editors; multiplex.schema.json is the schema.
 
-// Raises JsonMistake.
+// Reads the tables. Raises JsonMistake.
 [[nodiscard]] Multiplex multiplex_from_json(const JsonNode& root);
 
-// Leaves out what has its default.
+// Writes the tables. Leaves out fields that have their default.
 [[nodiscard]] nlohmann::ordered_json multiplex_to_json(const Multiplex& multiplex);
 
 #endif

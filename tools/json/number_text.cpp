@@ -25,6 +25,10 @@ std::string hex_number(std::int64_t value, int digits) {
     return text;
 }
 
+std::string pid_text(std::int32_t pid) {
+    return hex_number(pid, 4);
+}
+
 std::string to_hex(std::string_view bytes) {
     std::string text;
     boost::algorithm::hex_lower(bytes, std::back_inserter(text));

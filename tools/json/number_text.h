@@ -15,6 +15,9 @@
 // Writes "0x" and at least `digits` hexadecimal digits. REQUIRES: digits is at most 16.
 [[nodiscard]] std::string hex_number(std::int64_t value, int digits);
 
+// Writes a PID as four hexadecimal digits: "0x0100".
+[[nodiscard]] std::string pid_text(std::int32_t pid);
+
 // Writes each byte as two hexadecimal digits.
 [[nodiscard]] std::string to_hex(std::string_view bytes);
 

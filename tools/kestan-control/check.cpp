@@ -36,7 +36,7 @@ std::set<std::string> paths_with_errors(const std::vector<FileFinding>& findings
     return paths;
 }
 
-// Returns whether there was one of them.
+// Returns whether it removed a file.
 bool remove_files(std::vector<TableFile>& files, const std::set<std::string>& paths) {
     const auto end = std::remove_if(
         files.begin(), files.end(),
@@ -121,7 +121,7 @@ std::optional<JoinedFiles> right_tables_to_send(const TableFiles& files,
             }
             return joined;
         }
-        // The warnings can be others when the faulty files are left out.
+        // Prints no warnings: without the faulty files they can be different ones.
         print_findings(errors, only_errors(findings), /*with_information=*/false);
         const std::set<std::string> faulty = paths_with_errors(findings);
         // An error of all files together leaves nothing to send.

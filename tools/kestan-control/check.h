@@ -8,13 +8,14 @@
 
 #include "tools/kestan-control/table_files.h"
 
-// What is asked of the tables before they are sent.
+// Settings of the check that precedes sending.
 struct CheckSettings {
     bool is_forced = false;                    // send in spite of errors
     std::optional<std::int64_t> bitrate_kbps;  // that the tables have to fit in
 };
 
-// Where the tables of the files break a rule, and whether they fit in the bit rate.
+// Returns each place where the tables of the files break a rule, and an error if they
+// need more than the bit rate.
 [[nodiscard]] std::vector<FileFinding> check_files(const JoinedFiles& files,
                                                    const CheckSettings& settings);
 
@@ -22,7 +23,7 @@ struct CheckSettings {
 void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
                     bool with_information);
 
-// "bit rate: 25.0 packets a second, 37.6 kbit/s"
+// Returns a text such as "bit rate: 25.0 packets a second, 37.6 kbit/s".
 [[nodiscard]] std::string bit_rate_line(const Multiplex& tables);
 
 // Checks the files and prints everything to `report`, the bit rate last. Returns whether
@@ -30,14 +31,15 @@ void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
 [[nodiscard]] bool report_check(const TableFiles& files, const CheckSettings& settings,
                                 std::ostream& report);
 
-// The tables to send: those of all files. Prints what is wrong to `errors`. Returns
-// nullopt if a file cannot be read, or if a rule is broken and `is_forced` is false.
+// Returns the tables to send: those of all files. Prints what is wrong to `errors`.
+// Returns nullopt if a file cannot be read, or if a rule is broken and `is_forced` is
+// false.
 [[nodiscard]] std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
                                                         const CheckSettings& settings,
                                                         std::ostream& errors);
 
-// The tables to send when nothing is on air yet: a file with an error is left out, and
-// the others are sent. Returns nullopt if no file is left.
+// Returns the tables to send when nothing is on air yet: leaves out the files with an
+// error and keeps the others. Returns nullopt if no file is left.
 [[nodiscard]] std::optional<JoinedFiles> right_tables_to_send(
     const TableFiles& files, const CheckSettings& settings, std::ostream& errors);
 

@@ -19,7 +19,7 @@ using apache::thrift::transport::TTransportException;
 
 namespace {
 
-// It has no effect on the stream.
+// The opening call has no effect on the stream.
 constexpr const char* kOpeningMethod = "newScramblingConfig";
 
 // Thrift has no error code for a refused connection, only the system's text.

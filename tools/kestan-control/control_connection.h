@@ -7,7 +7,7 @@
 #include "thrift/cm_MuxControlSrv.h"
 #include "thrift/simple_client.h"
 
-// Where Kestan's control service is.
+// The address of Kestan's control service, and how long to wait for it.
 struct ControlAddress {
     std::string host = "127.0.0.1";
     int set = 0;           // instance number
@@ -15,11 +15,11 @@ struct ControlAddress {
 
     [[nodiscard]] int port() const;
     [[nodiscard]] std::string text() const;  // "127.0.0.1:9501"
-    // That another client keeps this one waiting.
+    // Returns a message that says that Kestan serves another client.
     [[nodiscard]] std::string waiting_text() const;
 };
 
-// A connection or a call that failed: what was tried, and what to do.
+// A connection or a call failed. The message says what was tried and what to do.
 class ControlError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -30,8 +30,8 @@ public:
 //
 // Kestan serves one connection at a time, and it carries out the calls of a connection
 // that had to wait even if the client has given up. So a connection opens with a call
-// that has no effect, and makes the others only after Kestan has answered: a client that
-// gives up while it waits leaves nothing behind.
+// that has no effect, and makes the others only after Kestan has answered. If a client
+// gives up while it waits, Kestan carries out none of its other calls.
 class ControlConnection {
 public:
     using Service = orvel::thrift::ci_module::cm_MuxControlSrvClient;
@@ -41,15 +41,16 @@ public:
     ControlConnection(const ControlConnection&) = delete;
     ControlConnection& operator=(const ControlConnection&) = delete;
 
-    // Readable when Kestan has answered the opening call, or when the connection is lost.
+    // Returns a file descriptor. It is readable when Kestan has answered the opening call
+    // or the connection is lost.
     [[nodiscard]] int fd();
 
     // Returns when Kestan has answered the opening call: it serves this connection now,
     // and keeps the other clients waiting.
     void wait_for_turn();
 
-    // Returns what `make_call` does, which calls the service's `method` on its argument.
-    // REQUIRES: wait_for_turn() has returned.
+    // Runs `make_call`, which calls the service's `method` on its argument, and returns
+    // its result. REQUIRES: wait_for_turn() has returned.
     template <typename Call>
     auto call(const char* method, Call make_call) {
         try {

@@ -21,7 +21,7 @@
 
 namespace {
 
-// After a failure: 50 ms, then twice as long each time.
+// The wait after the first failure. It doubles with each further failure.
 constexpr std::chrono::milliseconds kFirstBackOff{50};
 constexpr std::chrono::milliseconds kLongestBackOff{3000};
 

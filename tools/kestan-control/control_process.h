@@ -13,24 +13,25 @@
 #include "tools/kestan-control/push.h"
 #include "tools/kestan-control/table_files.h"
 
-// A control process that stays: keeps the tables of some files on air, and nothing else.
+// A control process that runs until a signal ends it. It keeps the tables of some files
+// on air, and no other tables.
 //
 // Kestan keeps no table across a restart: all tables are pushed when the process starts
 // and after every start notification. A push that fails is tried again until it succeeds.
 // While Kestan serves another client, the process waits for its turn. A push replaces
-// what Kestan plays, and sends only the differences if that is known: since the last push
-// succeeded, Kestan has not said that it started.
+// what Kestan plays. It sends only the differences if no start notification has come
+// since the last push succeeded.
 //
 // SIGHUP reads the files again and pushes what has changed; a mistake in any of them
 // leaves everything as it was. SIGINT and SIGTERM end the process. A service manager is
 // told when the first push has been tried, and how each push went.
 //
-// The control connection is held only while tables are pushed. One thread; the
-// notification's service has another.
+// The control connection is held only while tables are pushed. One thread uses this
+// class; the notification's service has a second one.
 class ControlProcess {
 public:
     // Reads the files and opens the notification's port. Blocks the three signals. Throws
-    // std::runtime_error if no file is right, or if the port is taken.
+    // std::runtime_error if each file has an error, or if the port is taken.
     ControlProcess(const ControlAddress& address, std::vector<std::string> paths,
                    const CheckSettings& check, OutgoingTables outgoing);
     ~ControlProcess();
@@ -50,17 +51,19 @@ private:
     void read_again();
     void request_push();
 
-    // The connection that waits has its turn, or is lost.
+    // Pushes the tables. REQUIRES: the waiting connection has its turn or is lost.
     void push();
     void fail(const ControlError& error);
 
-    // Says why nothing is sent, once until the next success.
+    // Prints why nothing is sent. Prints the same reason only once until the next
+    // success.
     void say(const std::string& reason);
 
-    // Connects if a push is due; says so if the connection waits for too long.
+    // Connects if a push is due. Prints a message if the connection has waited for too
+    // long.
     void take_step();
 
-    // When to take the next step; nullopt if an event has to come first.
+    // Returns when to take the next step, or nullopt if an event has to come first.
     [[nodiscard]] std::optional<Clock::time_point> next_step() const;
     [[nodiscard]] int milliseconds_to_next_step() const;
 

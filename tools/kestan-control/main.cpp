@@ -41,7 +41,7 @@ struct Settings {
 };
 
 OutgoingTables outgoing_tables(const Settings& settings) {
-    if (!settings.raises_versions) return OutgoingTables();
+    if (!settings.raises_versions) return {};
     return OutgoingTables(history_path(settings.address));
 }
 
@@ -75,7 +75,8 @@ void serve(const Settings& settings) {
         .run();
 }
 
-// Says what was found and returns whether it is all that the capture's PAT promises.
+// Prints what was found. Returns whether every PMT that the capture's PAT announces was
+// found.
 bool report_import(const std::string& path, const TableImport& file) {
     const Multiplex& found = file.tables;
     const char* const unit = file.sections != 0 ? "section" : "packet";
@@ -101,7 +102,7 @@ bool report_import(const std::string& path, const TableImport& file) {
         if (program.program_number == 0) continue;  // announces the network PID
         if (std::any_of(found.pmts.begin(), found.pmts.end(), is_its)) continue;
         std::cerr << path << ": the PAT has service " << program.program_number
-                  << ", but its PMT on PID " << hex_number(program.pid, 4)
+                  << ", but its PMT on PID " << pid_text(program.pid)
                   << " is not in the capture: make a longer one\n";
         is_whole = false;
     }
@@ -127,7 +128,7 @@ int import(const std::string& path) {
     return kFailed;
 }
 
-// A number of the command line, decimal or "0x…".
+// Accepts a number from 0 to `highest`, decimal or "0x…".
 CLI::Validator number_up_to(std::int64_t highest) {
     return {[highest](std::string& text) {
                 const auto number = parse_number(text);
@@ -172,7 +173,7 @@ void stop_pmt(const Settings& settings) {
     });
 }
 
-// The options of the commands that read tables.
+// Adds the options of the commands that read tables.
 void add_table_options(CLI::App& command, Settings& settings) {
     command
         .add_option(
@@ -182,7 +183,7 @@ void add_table_options(CLI::App& command, Settings& settings) {
         ->required();
     command
         .add_option("--bitrate", settings.check.bitrate_kbps,
-                    "It is an error if the tables need more than so many kbit/s")
+                    "Report an error if the tables need more than this, in kbit/s")
         ->check(CLI::Range(1, 1000000));
 }
 
@@ -263,7 +264,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Silences Thrift's messages: each failure is reported below.
+    // Discards Thrift's messages: each failure is reported below.
     apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
     try {
         return run(argc, argv);

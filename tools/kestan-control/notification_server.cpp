@@ -29,7 +29,7 @@ using orvel::thrift::ci_module::cm_MuxNotifySrvProcessor;
 
 constexpr const char* kLoopback = "127.0.0.1";
 
-// A client that connects and says nothing does not keep its thread for longer.
+// A client that connects and stays silent loses its connection after this time.
 constexpr int kClientTimeoutMs = 1000;
 
 // Thrift reserves what a message claims: without limits, eight stray bytes cost

@@ -12,9 +12,9 @@ class TServer;
 // Serves cm_MuxNotifySrv on a TCP port of the loopback address, where Kestan says that it
 // has started.
 //
-// Kestan waits for the answer to its notification, so it is answered at once; fd()
-// becomes readable. The service runs on a thread that inherits the signal mask of the
-// constructor's.
+// Kestan waits for the answer to its notification. So the service answers at once, and
+// makes fd() readable. It runs on a separate thread, which inherits the signal mask of
+// the thread that calls the constructor.
 class NotificationServer {
 public:
     // Starts to serve. Throws std::runtime_error if the port is taken.
@@ -23,11 +23,11 @@ public:
     NotificationServer(const NotificationServer&) = delete;
     NotificationServer& operator=(const NotificationServer&) = delete;
 
-    // An eventfd. It is readable after a notification, until it is read, and if
-    // has_ended().
+    // Returns an eventfd. It is readable after a notification until it is read, and also
+    // if has_ended().
     [[nodiscard]] int fd() const { return fd_; }
 
-    // The service has stopped, since it could not accept connections.
+    // Returns whether the service has stopped because it could not accept connections.
     [[nodiscard]] bool has_ended() const { return has_ended_; }
 
 private:

@@ -13,7 +13,7 @@ std::string environment(const char* name) {
 }
 
 std::string state_directory() {
-    const std::string of_service = environment("STATE_DIRECTORY");
+    std::string of_service = environment("STATE_DIRECTORY");
     if (!of_service.empty()) return of_service;
     const std::string of_user = environment("XDG_STATE_HOME");
     if (!of_user.empty()) return of_user + "/kestan-control";
@@ -59,7 +59,8 @@ Multiplex OutgoingTables::take(const JoinedFiles& files) {
         std::ostream& to = raises ? std::cout : std::cerr;
         to << files.in_file(finding_of(unchanged, raises)).line() << std::endl;
     }
-    // Before the tables are sent: a version that has gone out is never given again.
+    // Saved before the tables are sent, so that a version that was sent is not given
+    // again after a restart.
     try {
         if (raises) history_.save(path_);
     } catch (const std::exception& error) {

@@ -7,19 +7,20 @@
 #include "tools/kestan-control/table_files.h"
 #include "tools/kestan-control/version_history.h"
 
-// Gives the tables of the files the versions under which they go out, and says which
-// changes receivers would not see.
+// Chooses the version_numbers under which the tables of the files are sent. Prints which
+// changes receivers would ignore.
 class OutgoingTables {
 public:
-    // Versions stay as they are written. Tables sent before this object was made are not
-    // known.
+    // Keeps the versions of the files. Does not know tables that were sent before this
+    // object was made.
     OutgoingTables() = default;
 
-    // Raises versions where it must. Reads the history in `path` and keeps it there, so
-    // that the last version of a table is known in the next life too. Warns if it cannot.
+    // Raises the version of a table whose content has changed. Reads the history in
+    // `path` and keeps it there, so that the next process knows the last version of each
+    // table. Warns if it cannot.
     explicit OutgoingTables(std::string path);
 
-    // The tables to send next.
+    // Returns the tables to send next.
     [[nodiscard]] Multiplex take(const JoinedFiles& files);
 
 private:
@@ -27,7 +28,7 @@ private:
     VersionHistory history_;
 };
 
-// Where the history of the instance is kept: below $STATE_DIRECTORY, $XDG_STATE_HOME or
+// Returns the path of the instance's history: below $STATE_DIRECTORY, $XDG_STATE_HOME or
 // ~/.local/state.
 [[nodiscard]] std::string history_path(const ControlAddress& address);
 

@@ -19,7 +19,7 @@ std::string id_text(std::int32_t id) {
 
 std::string pmt_text(const PmtOnPid& on_pid) {
     return "PMT of service " + id_text(on_pid.pmt.program_number) + " on PID " +
-           hex_number(on_pid.pid, 4);
+           pid_text(on_pid.pid);
 }
 
 // Ids and PIDs travel as i16 and carry their 16 bits.
@@ -33,7 +33,7 @@ std::string result_text(std::int32_t version, std::int32_t result) {
     return "accepted as version " + std::to_string(result);
 }
 
-// Sends tables that differ from the played ones, and notes what is played then.
+// Sends tables that differ from the played ones, and records what is played then.
 class Sending {
 public:
     Sending(ControlConnection& kestan, std::ostream& report)

@@ -8,11 +8,10 @@
 #include "tools/kestan-control/control_connection.h"
 #include "tools/multiplex.h"
 
-// Sends tables to Kestan and keeps account of what Kestan plays.
+// Sends tables to Kestan and remembers what Kestan plays.
 //
-// What Kestan plays is known after make_play() has returned, until forget(): Kestan has
-// one client at a time, but others may come in between, and it may be restarted. One
-// thread.
+// What Kestan plays is known from the return of make_play() until forget(). Other clients
+// may change it in between, and so may a restart of Kestan. One thread.
 class TableSender {
 public:
     // Writes one line for each table that it sends: what, version, result. `report` must
@@ -30,10 +29,10 @@ public:
     std::vector<std::string> make_play(ControlConnection& kestan,
                                        const Multiplex& tables);
 
-    // From now on Kestan may play anything.
+    // Makes it unknown what Kestan plays.
     void forget() { is_known_ = false; }
 
-    // It is known that Kestan plays these tables and no others.
+    // Returns whether it is known that Kestan plays these tables and no others.
     [[nodiscard]] bool plays(const Multiplex& tables) const {
         return is_known_ && played_ == tables;
     }

@@ -3,9 +3,9 @@
 
 #include <string>
 
-// Tells the service manager that started this process, if one did, how the process is
-// doing: lines such as "READY=1" or "STATUS=…", see sd_notify(3). The protocol is one
-// datagram, so that the program needs no library for it. A failure is ignored.
+// Sends the state of this process, such as "READY=1" or "STATUS=…", to the service
+// manager that started it, if one did: see sd_notify(3). The protocol is one datagram, so
+// the program needs no library for it. A failure is ignored.
 void notify_service_manager(const std::string& state);
 
 #endif

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The names of the tables of which Kestan plays one.
+// Returns the names of the PAT, CAT and SDT that `tables` has.
 std::vector<std::string> single_tables_of(const Multiplex& tables) {
     std::vector<std::string> names;
     if (tables.pat) names.emplace_back("pat");

@@ -15,19 +15,19 @@ struct TableFile {
     Multiplex tables;
 };
 
-// Something wrong with the files, as a line for a person.
+// A mistake in the files, as a line for a person.
 struct FileFinding {
     Severity severity = Severity::kError;
     std::string path;  // empty if it concerns all files together
     std::string text;  // the place in the file, what is wrong, what follows
 
-    // "error: tables.json: pmts[0].pid: …"
+    // Returns a text such as "error: tables.json: pmts[0].pid: …".
     [[nodiscard]] std::string line() const;
 };
 
 [[nodiscard]] bool has_errors(const std::vector<FileFinding>& findings);
 
-// What could be read of the files, and why the others could not.
+// The files that could be read, and why the others could not.
 struct ReadFiles {
     std::vector<TableFile> files;
     std::vector<FileFinding> mistakes;
@@ -50,7 +50,7 @@ private:
     std::vector<std::string> paths_;
 };
 
-// The tables of several files as one multiplex that knows where each table is from.
+// The tables of several files as one multiplex. It knows from which file each table is.
 class JoinedFiles {
 public:
     // REQUIRES: at most one of the files has a PAT, one a CAT and one an SDT.
@@ -59,7 +59,7 @@ public:
     [[nodiscard]] const Multiplex& tables() const { return tables_; }
     [[nodiscard]] const std::string& path_of(TablePlace table) const;
 
-    // The finding as one about the file that has the table.
+    // Converts a finding to one about the file that has the table.
     [[nodiscard]] FileFinding in_file(const Finding& finding) const;
 
 private:

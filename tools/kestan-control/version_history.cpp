@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::int32_t kVersions = 32;  // ISO/IEC 13818-1, 2.4.4.5: 5 bits
 
-// The version that Kestan plays.
+// Returns the version that Kestan plays.
 std::int32_t played_version(std::int32_t version) {
     return version < kVersions ? version : 0;
 }
@@ -36,7 +36,7 @@ PmtOnPid* pmt_of(std::vector<PmtOnPid>& pmts, std::int32_t service) {
     return found == pmts.end() ? nullptr : &*found;
 }
 
-// Whether `other` has each table that `tables` has.
+// Returns whether `other` has each table that `tables` has.
 bool has_all_of(const Multiplex& tables, Multiplex& other) {
     return (!tables.pat || other.pat) && (!tables.cat || other.cat) &&
            (!tables.sdt || other.sdt) &&

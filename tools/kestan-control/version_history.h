@@ -16,14 +16,14 @@ struct UnchangedVersion {
     std::int32_t sent = 0;     // what goes out: the same, or raised
 };
 
-// The tables that went out last and their versions. A table that is no longer sent is
-// remembered, since receivers remember it too.
+// The tables that went out last and their versions. It keeps a table that is no longer
+// sent, since receivers remember it too.
 class VersionHistory {
 public:
-    // Takes over the tables as they are written, to be sent next, and returns those whose
-    // content has changed under the same version. With `raises`, it gives each of these
-    // in `tables` the version after the last one sent, modulo 32, and the others the
-    // version under which they were sent before.
+    // Records the tables, as they are in the files, as the next ones to be sent. Returns
+    // those whose content has changed under the same version. If `raises`, sets the
+    // version of each of these in `tables` to the one after the last one sent, modulo 32,
+    // and that of the others to the version under which they were sent before.
     std::vector<UnchangedVersion> take(Multiplex& tables, bool raises);
 
     // Reads what save() wrote. A file that is missing makes an empty history. Throws

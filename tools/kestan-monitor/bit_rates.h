@@ -6,7 +6,8 @@
 
 #include "tools/kestan-monitor/stream_statistics.h"
 
-// bit/s of whole transport packets, without the headers of UDP and IP.
+// Bit rates in bit/s. They count whole transport packets, without the headers of UDP and
+// IP.
 struct BitRates {
     double stream = 0;
     std::map<std::uint16_t, double> pids;
@@ -15,7 +16,8 @@ struct BitRates {
 // Measures bit rates from one call to the next. One thread.
 class RateMeter {
 public:
-    // The rates since the last call or, if it is the first one, since the first datagram.
+    // Returns the rates since the last call. The first call returns those since the first
+    // datagram.
     [[nodiscard]] BitRates measure(const StreamStatistics& stream);
 
 private:

@@ -16,7 +16,7 @@ void push(SectionFeed& feed, std::uint16_t pid, const TableRecord& table) {
     }
 }
 
-// Without the control codes of DVB, U+E080 to U+E09F.
+// Removes the control codes of DVB, U+E080 to U+E09F.
 std::string without_controls(const std::string& text) {
     std::string plain;
     for (std::size_t at = 0; at < text.size();) {

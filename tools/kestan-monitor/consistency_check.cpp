@@ -7,7 +7,7 @@
 
 namespace {
 
-// A stream can break a rule in very many places.
+// Limits memory: a stream can break a rule in very many places.
 constexpr std::size_t kMaxContradictions = 1000;
 
 Fault fault_of(const Finding& finding, const Multiplex& tables) {

@@ -7,21 +7,20 @@
 #include "tools/kestan-monitor/fault_log.h"
 #include "tools/multiplex.h"
 
-// Finds tables that contradict each other, by the rules that kestan-control checks a file
-// with.
+// Finds tables that contradict each other. The rules are those of kestan-control check.
 //
-// A new set of tables comes on air little by little: a contradiction counts if it lasts
-// for longer than the SDT may be away. Times are nanoseconds of the steady clock. One
-// thread.
+// The tables of a new set come on air one after the other. So a contradiction counts only
+// if it lasts for longer than the repetition limit of the SDT. Times are nanoseconds of
+// the steady clock. One thread.
 class ConsistencyCheck {
 public:
     explicit ConsistencyCheck(FaultLog& faults) : faults_(faults) {}
 
-    // These are the tables on air at `now`, where others have been before.
+    // Takes the tables that are on air from `now` on, in place of the previous ones.
     void replace(const Multiplex& tables, std::int64_t now);
 
-    // Logs what has contradicted itself for long enough by `now`, once for as long as it
-    // lasts.
+    // Logs each contradiction that has lasted for long enough by `now`. Logs it once
+    // while it lasts.
     void advance(std::int64_t now);
 
 private:

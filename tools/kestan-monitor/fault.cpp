@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "dvb/psi_si.h"
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/text_format.h"
 
 namespace {
@@ -83,7 +84,7 @@ const char* scrambled_clause(std::uint16_t pid) {
     }
 }
 
-// ", at most 500.0 ms are allowed"
+// Returns a text such as ", at most 500.0 ms are allowed".
 std::string limit(const Fault& fault) {
     if (fault.kind == FaultKind::section_gap)
         return ", at least " + ms_text(kLeastSectionGapNs) + " are required";

@@ -10,7 +10,7 @@
 
 #include "tools/kestan-monitor/table_type.h"
 
-// What can be wrong with a stream.
+// The kinds of fault of a stream.
 enum class FaultKind : std::uint8_t {
     reception,        // no datagram came in the whole run
     silence,          // no datagram for longer than the stream's tables may be away
@@ -42,8 +42,8 @@ struct Fault {
     std::optional<std::uint16_t> pid = std::nullopt;
     std::optional<TableKey> table = std::nullopt;
 
-    // Of `consistency`: the rule's name and clause, which live as long as the program,
-    // and what contradicts what.
+    // Only for `consistency`: the rule's name and clause, which live as long as the
+    // program, and the text that says what contradicts what.
     std::string_view rule = {};
     std::string_view rule_clause = {};
     std::string detail = {};
@@ -54,13 +54,14 @@ struct Fault {
     }
 };
 
-// For programs: "continuity", … An absence is a "repetition".
+// Returns the name for programs, such as "continuity". An absence is a "repetition".
 [[nodiscard]] const char* check_name(FaultKind kind);
 
-// The clause that the fault breaks, "" if there is none.
+// Returns the clause that the fault breaks, or "" if there is none.
 [[nodiscard]] std::string_view clause(const Fault& fault);
 
-// One line for people: where, what, and `value` with its limit unless it is 0.
+// Returns one line for people: the place, the fault, and `value` with its limit unless
+// `value` is 0.
 [[nodiscard]] std::string describe(const Fault& fault, std::int64_t value);
 
 #endif

@@ -23,7 +23,7 @@ public:
         std::int64_t first = 0;
         std::int64_t last = 0;
 
-        // Of a fault that is a duration or a difference: the worst one in nanoseconds.
+        // The greatest duration or difference in nanoseconds; 0 if the fault has none.
         std::int64_t worst = 0;
     };
 
@@ -33,18 +33,18 @@ public:
         std::int64_t value;
     };
 
-    // What to add to a time of the steady clock to get the civil time.
+    // Sets the number that converts a time of the steady clock to the civil time.
     void set_civil_minus_steady(std::int64_t ns) { civil_minus_steady_ = ns; }
     [[nodiscard]] std::int64_t to_civil(std::int64_t steady) const {
         return steady + civil_minus_steady_;
     }
 
-    // The fault has been found `count` times more, at `time`. `value` is the duration or
-    // the difference, if it is one.
+    // Adds `count` occurrences of the fault at `time`. `value` is its duration or
+    // difference, or 0 if it has none.
     void add(const Fault& fault, std::int64_t time, std::int64_t value = 0,
              std::uint64_t count = 1);
 
-    // A fault that has been added goes on, and its duration is `value` by now.
+    // Updates the duration of a fault that has been added and still lasts.
     void extend(const Fault& fault, std::int64_t value);
 
     [[nodiscard]] std::uint64_t count(const Fault& fault) const;
@@ -54,7 +54,7 @@ public:
     }
     [[nodiscard]] const std::map<Fault, Record>& records() const { return records_; }
 
-    // The oldest one first.
+    // Returns the last events, the oldest one first.
     [[nodiscard]] const std::deque<Event>& last_events() const { return events_; }
 
 private:

@@ -9,7 +9,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// Null for an empty one.
+// Returns null if the spread is empty.
 ordered_json spread_json(const Spread& spread, double unit) {
     if (spread.count == 0) return nullptr;
     return {{"min", static_cast<double>(spread.least) / unit},

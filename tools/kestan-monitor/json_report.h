@@ -5,8 +5,9 @@
 
 #include "tools/kestan-monitor/report.h"
 
-// One JSON object, ended by '\n', as kestan-monitor.schema.json describes it: rates are
-// bit/s, PIDs numbers; keys have their units. Keys are added, never changed or removed.
+// Returns the report as one JSON object with '\n' at its end. kestan-monitor.schema.json
+// describes it: rates are in bit/s, PIDs are numbers, and other keys name their units.
+// Later versions add keys, and never change or remove one.
 [[nodiscard]] std::string json_report(const Report& report);
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/text_format.h"
 
 namespace {
@@ -19,7 +20,7 @@ public:
         text_ += "# HELP " + name_ + ' ' + help + "\n# TYPE " + name_ + ' ' + type + '\n';
     }
 
-    // `labels` as in "pid=\"0x0100\"", none of them if empty.
+    // Appends a sample. `labels` is a text such as "pid=\"0x0100\"", or empty.
     void sample(const std::string& labels, double value) {
         text_ += sample_name(labels) + format(" %.9g\n", value);
     }

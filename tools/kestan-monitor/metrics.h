@@ -5,8 +5,8 @@
 
 #include "tools/kestan-monitor/report.h"
 
-// The figures of `report` in Prometheus's text format, which a node exporter's textfile
-// folder takes too. The name of a counter's type and of its samples ends with "_total".
+// Returns the figures of `report` in Prometheus's text format. A node exporter reads it
+// from its textfile folder. The names of a counter and of its samples end with "_total".
 // Every sample has the stream's address as a label.
 [[nodiscard]] std::string metrics_text(const Report& report);
 

@@ -17,8 +17,8 @@
 #include "tools/kestan-monitor/terminal_view.h"
 #include "tools/receive/udp_receiver.h"
 
-// One run: receives, measures, and shows and writes meanwhile what the options ask for.
-// One thread.
+// One run of the program: receives and measures the stream, and shows and writes what the
+// options ask for. One thread.
 class Monitor {
 public:
     // Throws std::runtime_error if it cannot receive or cannot write a file.
@@ -28,7 +28,7 @@ public:
     // user ends it. Throws std::runtime_error.
     void run(const volatile std::sig_atomic_t& stop_requested);
 
-    // Of the whole run. REQUIRES: run() has returned.
+    // Returns the report of the whole run. REQUIRES: run() has returned.
     [[nodiscard]] Report report() const;
 
 private:

@@ -25,7 +25,8 @@ void add_options(CLI::App& app, Options& options) {
     app.add_option("ADDRESS:PORT", options.address,
                    "Address of this machine or multicast group, such as 226.0.0.10:1234")
         ->required();
-    app.add_option("-i,--interface", options.interface, "Network interface it comes by");
+    app.add_option("-i,--interface", options.interface,
+                   "Network interface through which the stream comes in");
     app.add_option("-d,--duration", options.duration_s,
                    "Seconds to measure (default: no end)")
         ->check(CLI::Range(kShortestRunS, kLongestRunS));

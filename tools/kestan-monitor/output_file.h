@@ -7,9 +7,9 @@
 
 #include "tools/receive/datagram_packets.h"
 
-// Puts `text` into the file `path`, all of it at once: whoever reads the file sees the
-// old content or the new one. Meanwhile it is in a file of the same folder, whose name
-// ends with ".new". Throws std::runtime_error.
+// Replaces the file `path` with `text` in one step: a reader sees the old content or the
+// new content. First writes the text to a file in the same folder whose name ends with
+// ".new". Throws std::runtime_error.
 void replace_file(const std::string& path, const std::string& text);
 
 // Writes transport packets to a file as they come, 188 bytes each. One thread.
@@ -20,7 +20,7 @@ public:
 
     void write(const DatagramPackets& packets);
 
-    // What has been written is in the file then. Throws std::runtime_error if any of it
+    // Writes all packets so far to the file. Throws std::runtime_error if any of them
     // could not be written.
     void flush();
 

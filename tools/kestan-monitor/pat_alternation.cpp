@@ -4,8 +4,8 @@
 
 namespace {
 
-// Two PATs that each keep their repetition limit alternate faster than this. An operator
-// who goes back to the tables before does not.
+// If two PATs are in the stream and each keeps its repetition limit, they alternate
+// faster than this. An operator who restores the previous tables is slower.
 constexpr std::int64_t kAlternationNs = kNsPerSecond;
 
 }  // namespace

@@ -13,7 +13,7 @@ class PatAlternation {
 public:
     explicit PatAlternation(FaultLog& faults) : faults_(faults) {}
 
-    // A section of the PAT that is in force came at `now`, in nanoseconds.
+    // Takes a section of a PAT that is in force and came at `now`, in nanoseconds.
     void add(const Fault& pat, std::uint16_t transport_stream_id, std::uint8_t version,
              std::int64_t now);
 

@@ -12,11 +12,11 @@
 // The length of the sliding window of the peak bit rate.
 constexpr std::int64_t kPeakWindowNs = 100000000;
 
-// The greatest bit rate over a sliding window: a datagram counts in full from its arrival
-// on, and no more when it is as old as the window is long. One thread.
+// The greatest bit rate over a sliding window. A datagram counts in full from its arrival
+// until it is as old as the window is long. One thread.
 class PeakRate {
 public:
-    // Times do not go back.
+    // Adds a datagram. REQUIRES: `now` is not before that of the last call.
     void add(std::int64_t now, std::size_t packets) {
         window_.emplace_back(now, packets);
         in_window_ += packets;
@@ -27,7 +27,7 @@ public:
         peak_ = std::max(peak_, in_window_);
     }
 
-    // bit/s
+    // Returns the rate in bit/s.
     [[nodiscard]] double value() const { return bit_rate(peak_, kPeakWindowNs); }
 
 private:

@@ -10,7 +10,7 @@
 #include "tools/receive/continuity_check.h"
 #include "tools/receive/section_collector.h"
 
-// What has come on one PID.
+// The record of one PID: what came on it.
 struct PidRecord {
     explicit PidRecord(std::uint16_t pid) : number(pid) {}
 
@@ -20,14 +20,15 @@ struct PidRecord {
     std::uint64_t packets = 0;
     std::map<TableKey, TableRecord> tables;
 
-    // Tables have to be here: a PID of one use, or one that the PAT announces for a PMT.
+    // Whether only tables belong here: the PID has a fixed use, or the PAT announces a
+    // PMT on it.
     bool has_to_carry_tables = false;
 
     ContinuityCheck continuity;
     std::unique_ptr<SectionCollector> collector;  // null if it carries no tables
     std::int64_t section_start = 0;               // of the section being collected
 
-    // Since when it has carried PMTs though the PAT does not announce it.
+    // The time since which the PID has carried PMTs without an announcement in the PAT.
     std::optional<std::int64_t> unannounced_since;
 };
 

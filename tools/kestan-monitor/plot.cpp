@@ -4,6 +4,7 @@
 #include <array>
 
 #include "dvb/nanoseconds.h"
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/svg.h"
 #include "tools/kestan-monitor/text_format.h"
 #include "tools/kestan-monitor/text_report.h"
@@ -47,7 +48,8 @@ double strip_height(std::size_t tables) {
     return tables <= 24 ? 40 : 26;
 }
 
-// The least of the usual distances between marks of time that leaves room for them.
+// Returns the smallest of the usual distances between time marks that leaves enough room
+// for them.
 std::int64_t tick_ns(std::int64_t duration) {
     constexpr std::array<int, 18> seconds{1,    2,    5,     10,    15,    30,
                                           60,   120,  300,   600,   900,   1800,
@@ -65,7 +67,7 @@ std::string duration_text(std::int64_t ns) {
                                    : format("%.0f ms", to_ms(ns));
 }
 
-// One picture while it is drawn, from the top down.
+// Draws one picture from the top down.
 class Drawing {
 public:
     Drawing(const Report& report, std::int64_t start, std::int64_t duration)
@@ -133,7 +135,7 @@ public:
         y_ += kRateHeight;
     }
 
-    // Marks of time below all strips.
+    // Draws the time marks below all strips and returns the picture.
     [[nodiscard]] std::string finished() {
         const std::size_t size = tick_ns(duration_) < 60 * kNsPerSecond ? 8 : 5;
         for_each_tick([&](std::int64_t at) {
@@ -145,7 +147,7 @@ public:
     }
 
 private:
-    // Full seconds, minutes or hours of local time.
+    // Calls `visit` for each mark: full seconds, minutes or hours of local time.
     template <typename Visit>
     void for_each_tick(const Visit& visit) const {
         const std::int64_t civil = report_.stream.faults().to_civil(start_);
@@ -181,7 +183,7 @@ private:
                          to_ms(total.greatest)));
     }
 
-    // Each interval at its end; those over the limit stand out.
+    // Draws each interval as a dot at its end. Those above the limit have another style.
     void dots(const TimeSeries& intervals, std::int64_t limit) {
         for (const bool late : {false, true}) {
             svg_.begin_path(late ? "late" : "dots");

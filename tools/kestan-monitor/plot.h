@@ -10,8 +10,8 @@
 #include "tools/kestan-monitor/report.h"
 #include "tools/kestan-monitor/time_series.h"
 
-// Gathers what a picture of a run shows, and draws it: a strip per table with its
-// intervals against their limit, and the bit rate beneath.
+// Collects the data for a picture of a run and draws it: one strip per table with its
+// intervals and their limit, and the bit rate below.
 //
 // A short run shows each interval as a dot, a long one shows the least, the mean and the
 // greatest interval of each piece of time. Memory is bounded, however long the run is.
@@ -24,7 +24,7 @@ public:
                       std::int64_t interval);
     void add_packets(std::int64_t now, std::size_t packets);
 
-    // An SVG picture of the time from the start to `end`.
+    // Returns an SVG picture of the time from the start to `end`.
     [[nodiscard]] std::string svg(const Report& report, std::int64_t end) const;
 
 private:

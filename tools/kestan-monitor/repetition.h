@@ -8,7 +8,7 @@
 
 #include "tools/kestan-monitor/spread.h"
 
-// How often the sections of one table come, and how evenly.
+// Measures how often and how evenly the sections of one table come.
 //
 // Each section_number has its own timer: a table repeats as often as its rarest
 // section. Times and durations are nanoseconds, of any clock that does not go back; the
@@ -24,38 +24,39 @@ public:
     };
     using OnOverdue = std::function<void(const Overdue&)>;
 
-    // Waits longer than `limit` are given to `on_overdue`, each of them at least when it
-    // ends or at the next call of advance().
+    // Calls `on_overdue` for each wait that is longer than `limit`, at the latest when
+    // the wait ends or at the next call of advance().
     Repetition(std::optional<std::int64_t> limit, OnOverdue on_overdue)
         : limit_(limit), on_overdue_(std::move(on_overdue)) {}
 
-    // The table has to be there from `now` on: waiting for its sections counts.
+    // Expects the table from `now` on: waits for its sections count.
     void expect(std::int64_t now);
 
-    // The table is not expected any more. If it comes all the same, it is measured, but
-    // never overdue.
+    // Stops expecting the table. If it still comes, it is measured, but it is never
+    // overdue.
     void withdraw(std::int64_t now);
 
-    // A section has come. Returns the time since the one with its number, if there was
-    // one. A section_number beyond the last is ignored.
+    // Takes a section. Returns the time since the previous one with its number, if there
+    // was one. Ignores a section_number above the last one.
     std::optional<std::int64_t> add(std::uint8_t section_number,
                                     std::uint8_t last_section_number, std::int64_t now);
 
-    // Nothing more has come up to `now`.
+    // Advances the time to `now`: no other section came before it.
     void advance(std::int64_t now);
 
     [[nodiscard]] bool expected() const { return expected_; }
 
-    // From each section to the next one with its number.
+    // Returns the intervals from each section to the next one with its number.
     [[nodiscard]] const Spread& intervals() const { return intervals_; }
     [[nodiscard]] std::int64_t last_interval() const { return last_interval_; }
 
-    // How much an interval differs from the one before it, sections of one number
-    // compared: the table's jitter of arrival. It is 0 for a constant period.
+    // Returns the differences between consecutive intervals of sections with the same
+    // number: the jitter of arrival. It is 0 for a constant period.
     [[nodiscard]] const Spread& jitter() const { return jitter_; }
 
-    // The greatest interval or, if longer, the longest wait for a section of an expected
-    // table that had not come before, or has not come again by the last advance().
+    // Returns the greatest interval, or the longest wait if it is longer. A wait is one
+    // for a section of an expected table that came for the first time, or that has not
+    // come again by the last advance().
     [[nodiscard]] std::int64_t longest() const { return longest_; }
 
 private:

@@ -8,7 +8,7 @@
 #include "tools/kestan-monitor/bit_rates.h"
 #include "tools/kestan-monitor/stream_statistics.h"
 
-// What a report shows.
+// The data that a report shows.
 struct Report {
     std::string address;  // what was listened to, "226.0.0.10:1234"
     const StreamStatistics& stream;

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 
-// Least, mean and greatest of a series of values; all are 0 while it is empty.
+// The least, the mean and the greatest value of a series; all are 0 while it is empty.
 struct Spread {
     void add(std::int64_t value) {
         least = count == 0 ? value : std::min(least, value);

@@ -13,8 +13,8 @@ constexpr std::ptrdiff_t kUtcTimeSize = 5;         // ETSI EN 300 468, 5.2.5
 constexpr std::uint8_t kTransportError = 0x80;     // in byte 1
 constexpr std::uint8_t kScramblingControl = 0xC0;  // in byte 3
 
-// A PID may carry a PMT for so long before the PAT announces it, or after the PAT has
-// ceased to (ETSI TR 101 290, 3.4).
+// How long a PID may carry a PMT before the PAT announces it, or after the PAT has
+// stopped announcing it (ETSI TR 101 290, 3.4).
 constexpr std::int64_t kUnannouncedLimitNs = 500 * kNsPerMs;
 
 // Memory stays bounded when a stream has PMTs of any service_id.
@@ -24,8 +24,8 @@ bool has_fixed_use(std::uint16_t pid) {
     return pid == kPatPid || pid == kCatPid || pid == kSdtPid || pid == kTdtPid;
 }
 
-// What the PIDs with a fixed use may carry (ETSI TR 101 290, 1.3, 2.6, 3.5, 3.8); any
-// other may carry anything.
+// Returns whether a PID may carry a table_id. PIDs without a fixed use may carry any
+// (ETSI TR 101 290, 1.3, 2.6, 3.5, 3.8).
 bool may_carry(std::uint16_t pid, std::uint8_t table_id) {
     const auto is_one_of = [&](std::initializer_list<std::uint8_t> allowed) {
         return std::find(allowed.begin(), allowed.end(), table_id) != allowed.end();
@@ -37,8 +37,8 @@ bool may_carry(std::uint16_t pid, std::uint8_t table_id) {
     return true;
 }
 
-// The table that sections of `table_id` on `pid` belong to, if it is one that is
-// followed.
+// Returns the table that sections of `table_id` on `pid` belong to, or nullopt if it is
+// not followed.
 std::optional<TableType> type_of(std::uint16_t pid, std::uint8_t table_id) {
     if (pid == kPatPid && table_id == kPatTableId) return TableType::pat;
     if (pid == kCatPid && table_id == kCatTableId) return TableType::cat;
@@ -48,7 +48,7 @@ std::optional<TableType> type_of(std::uint16_t pid, std::uint8_t table_id) {
     return std::nullopt;
 }
 
-// Whether it is a section of such a table, and one that is in force.
+// Returns whether the section belongs to such a table and is in force.
 bool refreshes(TableType type, const dvbpsi_psi_section_t& section) {
     const bool is_long = section.b_syntax_indicator;
     const std::ptrdiff_t size = section.p_payload_end - section.p_payload_start;
@@ -58,7 +58,7 @@ bool refreshes(TableType type, const dvbpsi_psi_section_t& section) {
     return is_long && is_single && size >= 0 && section.b_current_next;
 }
 
-// Whether a PMT seems to start at the first byte of the payload: pointer_field 0,
+// Returns whether a PMT seems to start at the first byte of the payload: pointer_field 0,
 // table_id, and the bits that every PMT has (ISO/IEC 13818-1, 2.4.4.8). A PES packet
 // starts with 0x00 0x00 0x01.
 bool looks_like_pmt(const std::uint8_t* packet) {
@@ -107,7 +107,8 @@ void StreamStatistics::collect_tables(PidRecord& on) {
         [this, &on](const dvbpsi_psi_section_t& section) { on_section(on, section); });
 }
 
-// Returns null for one more PMT that is not announced than are kept.
+// Returns null if the table is a new PMT that is not announced and kMaxUnannouncedTables
+// of those are kept already.
 TableRecord* StreamStatistics::table(PidRecord& on, const TableKey& key) {
     const auto found = on.tables.find(key);
     if (found != on.tables.end()) return &found->second;
@@ -142,8 +143,8 @@ std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
     return found;
 }
 
-// The stream is never without a datagram for longer than its most frequent table may be
-// away.
+// Returns the longest silence that breaks no limit: the least repetition limit of the
+// tables that have come.
 std::int64_t StreamStatistics::longest_silence() const {
     std::optional<std::int64_t> shortest;
     for (const auto& [number, pid] : pids_) {
@@ -247,7 +248,7 @@ void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& sec
     if (arrival.is_changed) follow_pat();
 }
 
-// A PMT has come there.
+// Called when a PMT has come on the PID.
 void StreamStatistics::check_announcement(PidRecord& on) {
     const bool has_pat = pids_.at(kPatPid).tables.at({TableType::pat}).is_complete();
     if (on.has_to_carry_tables || !has_pat) {
@@ -279,7 +280,7 @@ void StreamStatistics::follow_pat() {
     }
 }
 
-// Keeps tables that have come in the report, up to kMaxUnannouncedTables.
+// The report keeps tables that have come, up to kMaxUnannouncedTables.
 void StreamStatistics::withdraw_unannounced() {
     unannounced_tables_ = 0;
     for (auto& [number, pid] : pids_) {

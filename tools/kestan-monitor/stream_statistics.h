@@ -20,30 +20,29 @@
 // Measures a transport stream from its datagrams and their times of arrival, and logs
 // what is wrong with it.
 //
-// Tables are followed where they have to be: PAT, CAT, SDT actual and TDT on their PIDs,
-// PMTs on the PIDs that the PAT gives, and on others that look as if they carried PMTs. A
-// table is refreshed by a whole section that is in force and has a right CRC_32, not by
-// any packet. From the first datagram on, PAT, SDT and TDT are expected; a service's PMT
-// is from the PAT on that announces it. Of other PIDs, the packets and their continuity
-// count.
+// It follows PAT, CAT, SDT actual and TDT on their PIDs, and PMTs on the PIDs that the
+// PAT announces and on others that seem to carry PMTs. Only a whole section that is in
+// force and has a right CRC_32 refreshes a table. From the first datagram on, PAT, SDT
+// and TDT are expected; a service's PMT is expected once the PAT announces it. On other
+// PIDs, only the packets and their continuity errors are counted.
 //
-// Times are nanoseconds of the steady clock; a datagram that is stamped before its
-// predecessor counts as having come with it. Nothing is read from a clock or a socket
-// here. One thread.
+// Times are nanoseconds of the steady clock; a datagram with an earlier time than its
+// predecessor gets the time of the predecessor. The class reads no clock and no socket.
+// One thread.
 class StreamStatistics {
 public:
-    // The stream is expected from `start` on.
+    // Expects the stream from `start` on.
     explicit StreamStatistics(std::int64_t start);
     StreamStatistics(const StreamStatistics&) = delete;
     StreamStatistics& operator=(const StreamStatistics&) = delete;
 
-    // The civil clock, and the greatest difference that the TDT may have from it; no
-    // value if it must not be compared.
+    // Sets the civil clock, and the greatest difference that the TDT may have from it. No
+    // value means that they are not compared.
     void set_civil_clock(std::int64_t civil_minus_steady,
                          std::optional<std::int64_t> tolerance);
 
-    // Is given each interval from a section to the next one with its number, but not of
-    // PMTs that the PAT does not announce.
+    // Called with each interval from a section to the next one with its number, except
+    // those of PMTs that the PAT does not announce.
     using OnInterval = std::function<void(std::uint16_t pid, const TableKey&,
                                           std::int64_t now, std::int64_t interval)>;
     void set_interval_observer(OnInterval observer) {
@@ -55,20 +54,21 @@ public:
     std::optional<DatagramPackets> push(std::int64_t arrival,
                                         const std::uint8_t* datagram, std::size_t size);
 
-    // All datagrams up to `now` have been pushed: what has not come counts as waited for.
-    // `lost` datagrams have been lost on this machine since the start.
+    // Advances the time to `now`: tables that have not come count as waited for. `lost`
+    // is the number of datagrams lost on this machine since the start. REQUIRES: all
+    // datagrams up to `now` have been pushed.
     void advance(std::int64_t now, std::uint64_t lost);
 
-    // The run is over. REQUIRES: advance() has been called with its end.
+    // Ends the run. REQUIRES: advance() has been called with its end.
     void finish();
 
     [[nodiscard]] const FaultLog& faults() const { return faults_; }
     [[nodiscard]] const std::map<std::uint16_t, PidRecord>& pids() const { return pids_; }
 
-    // Datagrams have come, and the last one not too long ago.
+    // Returns whether datagrams have come, and the last one not too long ago.
     [[nodiscard]] bool is_up() const { return start_.has_value() && !is_silent_; }
 
-    // From the first datagram to the last advance().
+    // Returns the time from the first datagram to the last advance().
     [[nodiscard]] std::int64_t duration() const { return start_ ? now_ - *start_ : 0; }
     [[nodiscard]] std::uint64_t datagrams() const { return datagrams_; }
     [[nodiscard]] std::uint64_t packets() const { return packets_; }
@@ -77,7 +77,7 @@ public:
     [[nodiscard]] std::uint64_t lost_datagrams() const { return lost_; }
     [[nodiscard]] bool is_rtp() const { return is_rtp_; }
 
-    // The tables on air at the last advance(), as far as they were complete.
+    // Returns the tables that were on air and complete at the last advance().
     [[nodiscard]] const Multiplex& tables() const { return tables_; }
 
 private:

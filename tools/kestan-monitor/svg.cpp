@@ -39,16 +39,16 @@ void Svg::rectangle(const char* style, double x, double y, double width, double 
 }
 
 void Svg::text(const char* style, double x, double y, const std::string& text) {
-    body_ += format("<text class=\"%s\" x=\"%.1f\" y=\"%.1f\">", style, x, y) +
+    body_ += format(R"(<text class="%s" x="%.1f" y="%.1f">)", style, x, y) +
              escaped(text) + "</text>\n";
 }
 
 void Svg::begin_path(const char* style) {
-    body_ += format("<path class=\"%s\" d=\"", style);
+    body_ += format(R"(<path class="%s" d=")", style);
     is_first_step_ = true;
 }
 
-// A stroke without length is as large as its round ends.
+// A stroke of length 0 shows only its round ends: a dot.
 void Svg::dot(double x, double y) {
     body_ += format("M%.1f %.1fh0", x, y);
 }

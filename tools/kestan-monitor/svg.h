@@ -12,18 +12,19 @@ public:
     void line(const char* style, double x1, double y1, double x2, double y2);
     void rectangle(const char* style, double x, double y, double width, double height);
 
-    // Of UTF-8; `y` is its base line.
+    // Writes UTF-8 text with its base line at `y`.
     void text(const char* style, double x, double y, const std::string& text);
 
-    // Dots and strokes from point to point, and upright ones from y1 to y2. They are
-    // gathered: one element for all of a style and a strip keeps the picture small.
+    // Between begin_path and end_path, the other functions add dots and strokes to one
+    // element, which keeps the picture small. dot() draws a dot, upright() a vertical
+    // stroke, and step_to() continues a line.
     void begin_path(const char* style);
     void dot(double x, double y);
     void upright(double x, double y1, double y2);
     void step_to(double x, double y);
     void end_path();
 
-    // The whole picture, `height` high.
+    // Returns the whole picture, which is `height` high.
     [[nodiscard]] std::string finished(double height) const;
 
 private:

@@ -7,11 +7,11 @@
 
 namespace {
 
-int from_bcd(std::uint8_t byte) {
+std::int64_t from_bcd(std::uint8_t byte) {
     return (byte >> 4) * 10 + (byte & 0x0F);
 }
 
-// UTC_time (ETSI EN 300 468, 5.2.5) in seconds since 1970.
+// Converts a UTC_time (ETSI EN 300 468, 5.2.5) to seconds since 1970.
 std::int64_t utc_seconds(const std::uint8_t* utc_time) {
     const std::int64_t days = (utc_time[0] << 8 | utc_time[1]) - kMjdOfEpoch;
     return days * kSecondsPerDay + from_bcd(utc_time[2]) * 3600 +
@@ -52,7 +52,7 @@ void TableRecord::check_gap(std::int64_t start, std::int64_t end) {
     if (gap < kLeastSectionGapNs) faults_.add(fault(FaultKind::section_gap), start, gap);
 }
 
-// Returns whether the section is not the one that is kept already.
+// Keeps the section. Returns whether it differs from the one that was kept.
 bool TableRecord::keep(const dvbpsi_psi_section_t& section, std::int64_t now) {
     if (section.i_number > section.i_last_number) return false;
     const bool is_new_version =

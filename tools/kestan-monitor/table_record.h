@@ -11,7 +11,7 @@
 #include "tools/kestan-monitor/repetition.h"
 #include "tools/kestan-monitor/table_type.h"
 
-// What has come of one table, and what is wrong with it.
+// The record of one table: its sections, their intervals and their faults.
 //
 // It keeps the sections of the version that came last. Times are nanoseconds of the
 // steady clock. Faults go to the log, which must live longer. One thread.
@@ -30,8 +30,8 @@ public:
         std::optional<std::int64_t> interval;  // since the one with its number
     };
 
-    // A whole section with a right CRC_32 that is in force: its first byte came at
-    // `start` and its last at `end`.
+    // Takes a section whose first byte came at `start` and whose last byte at `end`.
+    // REQUIRES: it is whole and in force, and its CRC_32 is right.
     Arrival add(const dvbpsi_psi_section_t& section, std::int64_t start,
                 std::int64_t end);
 
@@ -39,18 +39,18 @@ public:
     [[nodiscard]] std::optional<std::uint8_t> version() const { return version_; }
     [[nodiscard]] const Repetition& repetition() const { return repetition_; }
 
-    // The PAT announces it, now. REQUIRES: it is a PMT.
+    // Returns whether the PAT announces the PMT at present. REQUIRES: the table is a PMT.
     [[nodiscard]] bool is_announced() const { return repetition_.expected(); }
 
-    // A TDT's last time in seconds since 1970.
+    // Returns the last time of a TDT in seconds since 1970.
     [[nodiscard]] std::optional<std::int64_t> utc() const { return utc_; }
 
-    // The bytes of each section, by section_number.
+    // Returns the bytes of each section, by section_number.
     [[nodiscard]] const std::map<std::uint8_t, std::string>& contents() const {
         return contents_;
     }
 
-    // All sections of the version have come.
+    // Returns whether all sections of the version have come.
     [[nodiscard]] bool is_complete() const {
         return sections_ > 0 && contents_.size() == std::size_t{last_number_} + 1;
     }

@@ -8,7 +8,7 @@
 
 #include "dvb/nanoseconds.h"
 
-// The tables that are followed, their names, and what DVB asks of them.
+// The tables that the monitor follows, their names and their limits.
 
 enum class TableType : std::uint8_t { pat, cat, sdt, pmt, tdt };
 
@@ -21,21 +21,22 @@ struct TableKey {
     }
 };
 
-// Between two sections of one SI table, in streams below 100 Mbit/s (EN 300 468, 5.1.4).
+// The least time between two sections of one SI table, in streams below 100 Mbit/s (ETSI
+// EN 300 468, 5.1.4).
 constexpr std::int64_t kLeastSectionGapNs = 25 * kNsPerMs;
 [[nodiscard]] bool has_section_gaps(TableType type);
 
-// The longest interval between two sections of one number, in nanoseconds. Returns
-// nullopt for a CAT.
+// Returns the longest interval that is allowed between two sections of one number, in
+// nanoseconds, or nullopt for a CAT.
 [[nodiscard]] std::optional<std::int64_t> repetition_limit(TableType type);
 
-// The clause that the limit is from.
+// Returns the clause that the limit is from.
 [[nodiscard]] const char* repetition_clause(TableType type);
 
-// "PAT", "SDT", "PMT", …
+// Returns "PAT", "SDT", "PMT", …
 [[nodiscard]] const char* short_name(TableType type);
 
-// "PAT", "SDT actual", "PMT of service 4", …
+// Returns "PAT", "SDT actual", "PMT of service 4", …
 [[nodiscard]] std::string table_name(const TableKey& table);
 
 #endif

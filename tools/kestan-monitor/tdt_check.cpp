@@ -6,8 +6,8 @@
 
 namespace {
 
-// UTC_time has whole seconds: for just under one second it rightly stays as it is, and a
-// TDT can be sent twice within that time.
+// UTC_time has whole seconds, so it stays the same for just under one second, and a TDT
+// can be sent twice within that time.
 constexpr std::int64_t kLongestSecondNs = 2 * kNsPerSecond;
 
 }  // namespace

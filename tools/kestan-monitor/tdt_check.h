@@ -6,17 +6,18 @@
 
 #include "tools/kestan-monitor/fault_log.h"
 
-// Checks that a TDT's time runs, and runs right. Times are nanoseconds of the steady
-// clock. One thread.
+// Checks that the time of a TDT advances and is right. Times are nanoseconds of the
+// steady clock. One thread.
 class TdtCheck {
 public:
     explicit TdtCheck(FaultLog& faults) : faults_(faults) {}
 
-    // The greatest difference allowed from the civil clock; no value if there is no clock
-    // to compare with.
+    // Sets the greatest difference that is allowed from the civil clock. No value means
+    // that there is no clock to compare with.
     void set_tolerance(std::optional<std::int64_t> ns) { tolerance_ = ns; }
 
-    // A TDT came at `now` with `utc`, in seconds since 1970. `tdt` is its place.
+    // Takes a TDT that came at `now` with the time `utc`, in seconds since 1970. `tdt` is
+    // its place.
     void add(Fault tdt, std::int64_t utc, std::int64_t now);
 
 private:

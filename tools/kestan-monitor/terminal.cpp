@@ -12,7 +12,7 @@
 
 namespace {
 
-// Alternate screen, hidden cursor, no line wrap; and back.
+// Control sequences: alternate screen, hidden cursor, no line wrap; and back.
 constexpr const char* kEnter = "\x1b[?1049h\x1b[?25l\x1b[?7l";
 constexpr const char* kLeave = "\x1b[?7h\x1b[?25h\x1b[?1049l";
 

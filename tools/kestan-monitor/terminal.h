@@ -19,11 +19,11 @@ struct TerminalSize {
 
 enum class Key { up, down, page_up, page_down, quit };
 
-// The terminal on standard output while it shows its own screen. What was on it
-// before comes back at the end. One thread, and one object at a time.
+// Switches the terminal on standard output to a separate screen. The destructor restores
+// the previous screen. One thread, and one object at a time.
 class Terminal {
 public:
-    // Standard output is a terminal.
+    // Returns whether standard output is a terminal.
     [[nodiscard]] static bool is_there();
 
     Terminal();
@@ -33,13 +33,14 @@ public:
 
     [[nodiscard]] static TerminalSize size();
 
-    // Colours may be used: NO_COLOR is not set.
+    // Returns whether colours may be used: NO_COLOR is not set, or is empty.
     [[nodiscard]] static bool has_colour();
 
-    // To wait for keys; -1 if standard input is no terminal.
+    // Returns the file descriptor that becomes readable when a key is pressed, or -1 if
+    // standard input is not a terminal.
     [[nodiscard]] int key_fd() const;
 
-    // The keys that have been pressed since the last call.
+    // Returns the keys that have been pressed since the last call.
     [[nodiscard]] std::vector<Key> read_keys() const;
 
     // Shows `lines` from the top, in place of what was shown. REQUIRES: they fit.

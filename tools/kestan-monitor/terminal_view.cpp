@@ -14,7 +14,8 @@ constexpr const char* kGreen = "\x1b[32m";
 constexpr const char* kRed = "\x1b[31m";
 constexpr const char* kPlain = "\x1b[0m";
 
-// The last faults may take a third of the rows that the PIDs and they have.
+// Returns the rows for the last faults: at most a third of what the PIDs and the faults
+// share.
 std::size_t event_rows(std::size_t rows, std::size_t events) {
     if (events == 0) return 0;
     return std::min(events + 2, std::max<std::size_t>(rows / 3, 3));
@@ -49,8 +50,8 @@ std::string TerminalView::coloured(const std::string& text, bool is_good) const 
     return has_colour_ ? (is_good ? kGreen : kRed) + text + kPlain : text;
 }
 
-// What fits in `rows`, from top_ on, with a line that counts the PIDs below if there are
-// any.
+// Returns the lines from top_ on that fit in `rows`. If PIDs are left below, the last
+// line counts them.
 Lines TerminalView::visible_pids(const Report& report, std::size_t rows,
                                  std::size_t name_width) {
     Lines lines;

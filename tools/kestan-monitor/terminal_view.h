@@ -9,8 +9,8 @@
 #include "tools/kestan-monitor/terminal.h"
 #include "tools/kestan-monitor/text_report.h"
 
-// Lays a report out for a terminal: the stream and the verdict, the PIDs, of which a part
-// is shown if there are many, and the last faults. One thread.
+// Lays a report out for a terminal: the stream and the verdict, the PIDs, and the last
+// faults. If there are too many PIDs, it shows a part of them. One thread.
 class TerminalView {
 public:
     explicit TerminalView(bool has_colour) : has_colour_(has_colour) {}
@@ -18,7 +18,7 @@ public:
     // Scrolls the PIDs. Key::quit is ignored.
     void on_key(Key key);
 
-    // At most `size.rows` lines, none wider than `size.columns`.
+    // Returns at most `size.rows` lines, none wider than `size.columns`.
     [[nodiscard]] Lines lay_out(const Report& report, const TerminalSize& size);
 
 private:

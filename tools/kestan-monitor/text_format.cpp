@@ -7,7 +7,6 @@
 
 #include "dvb/nanoseconds.h"
 #include "dvb/ts_packet.h"
-#include "tools/json/number_text.h"
 
 namespace {
 
@@ -55,10 +54,6 @@ double to_seconds(std::int64_t ns) {
 
 std::string ms_text(std::int64_t ns) {
     return format("%.1f ms", to_ms(ns));
-}
-
-std::string pid_text(std::uint16_t pid) {
-    return hex_number(pid, 4);
 }
 
 std::string time_of_day(std::int64_t civil) {

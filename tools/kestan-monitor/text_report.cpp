@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/text_format.h"
 #include "tools/kestan-monitor/text_width.h"
 
@@ -20,7 +21,7 @@ std::string utc_text(std::int64_t utc, bool with_date) {
     return with_date ? text : text.substr(text.find(' ') + 1);
 }
 
-// "PMT 101 Harbour Television"
+// Returns a text such as "PMT 101 Harbour Television".
 std::string name_of(const Report& report, const TableKey& key, const TableRecord& table,
                     std::size_t width) {
     if (key.type == TableType::tdt && table.utc())

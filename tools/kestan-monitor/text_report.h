@@ -10,36 +10,39 @@
 // Reports for people. Lines have no '\n' at their ends.
 using Lines = std::vector<std::string>;
 
-// Width of a PID's line without the name of its table.
+// The width of a PID's line without the name of its table.
 constexpr std::size_t kColumnsWidth = 66;
 
-// The width that the names of the tables take, at most `greatest`.
+// Returns the width that the names of the tables take, at most `greatest`.
 [[nodiscard]] std::size_t name_width(const Report& report, std::size_t greatest);
 constexpr std::size_t kGreatestNameWidth = 40;
 
-// "Nothing is outside the limits.", or how much is.
+// Returns "Nothing is outside the limits." or the number of faults.
 [[nodiscard]] std::string verdict(const FaultLog& faults);
 
-// What is shown before the first datagram, and in the end if there was none.
+// Returns the lines to show before the first datagram, and at the end if none came.
 [[nodiscard]] Lines silence_lines(const Report& report);
 
-// Address, bit rate, `verdict` and datagrams.
+// Returns the lines with address, bit rate, `verdict` and datagrams.
 [[nodiscard]] Lines stream_lines(const Report& report, const std::string& verdict);
 
-// The headings of the PIDs' columns; `name_width` is the width of the tables' names.
+// Returns the headings of the PIDs' columns; `name_width` is the width of the tables'
+// names.
 [[nodiscard]] Lines heading_lines(std::size_t name_width);
 
-// One line for a PID with its table; a PID that several tables share has a line for each.
+// Returns one line for a PID with its table, or one line for each table if several share
+// the PID.
 [[nodiscard]] Lines pid_lines(const Report& report, const PidRecord& pid,
                               std::size_t name_width);
 
-// Each fault with its count, the times of the first and the last, and its clause.
+// Returns a line for each fault with its count, the times of the first and the last, and
+// its clause.
 [[nodiscard]] Lines fault_lines(const FaultLog& faults);
 
-// The last events with their times, the latest one first.
+// Returns the last events with their times, the latest one first.
 [[nodiscard]] Lines event_lines(const FaultLog& faults);
 
-// The whole report, in lines that end with '\n'.
+// Returns the whole report in lines that end with '\n'.
 [[nodiscard]] std::string text_report(const Report& report);
 
 #endif

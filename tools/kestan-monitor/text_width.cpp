@@ -25,7 +25,7 @@ Character first_of(const std::string& text, std::size_t at) {
     return {is_valid ? bytes : 1, columns < 0 ? 1 : static_cast<std::size_t>(columns)};
 }
 
-// How many bytes of `text` fit in `columns`.
+// Returns how many bytes of `text` fit in `columns`.
 std::size_t fitting(const std::string& text, std::size_t columns) {
     std::size_t at = 0;
     while (at < text.size()) {

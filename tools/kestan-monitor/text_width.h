@@ -4,14 +4,16 @@
 #include <cstddef>
 #include <string>
 
-// The columns of a terminal that UTF-8 text takes. A byte that is no UTF-8 takes one.
+// Widths of UTF-8 text in columns of a terminal. A byte that is not UTF-8 takes one
+// column.
 
 [[nodiscard]] std::size_t text_width(const std::string& text);
 
-// As much of `text` as `columns` hold, with "…" at its end if that is not all.
+// Returns as much of `text` as fits in `columns`, with "…" at its end if a part is
+// missing.
 [[nodiscard]] std::string cut(const std::string& text, std::size_t columns);
 
-// `text`, cut or filled with blanks to just `columns`.
+// Returns `text`, cut or filled with blanks to exactly `columns`.
 [[nodiscard]] std::string padded(const std::string& text, std::size_t columns);
 
 #endif

@@ -9,8 +9,8 @@
 #include "tools/kestan-monitor/spread.h"
 
 // A series of values over time, in bounded memory: the first kMaxPoints values, and all
-// of them in bins of time. When the bins do not reach far enough, each two become one.
-// Times are nanoseconds from any start, not negative. One thread.
+// of them in bins of time. When the bins do not reach far enough, each two are merged
+// into one. Times are nanoseconds from any start, not negative. One thread.
 class TimeSeries {
 public:
     static constexpr std::size_t kMaxPoints = 1000;
@@ -18,14 +18,14 @@ public:
 
     void add(std::int64_t time, std::int64_t value);
 
-    // All values with their times. REQUIRES: has_all_points().
+    // Returns all values with their times. REQUIRES: has_all_points().
     [[nodiscard]] const std::vector<std::pair<std::int64_t, std::int64_t>>& points()
         const {
         return points_;
     }
     [[nodiscard]] bool has_all_points() const { return total_.count <= kMaxPoints; }
 
-    // From time 0 on, each bin_width() long.
+    // Returns the bins from time 0 on, each bin_width() long.
     [[nodiscard]] const std::vector<Spread>& bins() const { return bins_; }
     [[nodiscard]] std::int64_t bin_width() const { return bin_width_; }
 

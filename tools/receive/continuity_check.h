@@ -16,8 +16,8 @@ enum class Continuity : std::uint8_t {
 
 // Checks the continuity_counter of one PID's packets (ISO/IEC 13818-1, 2.4.3.3): plus one
 // with payload, the same without; one exact repeat of a packet is allowed, and a
-// discontinuity_indicator excuses any counter. Not for null packets, whose counter means
-// nothing. One thread.
+// discontinuity_indicator excuses any counter. REQUIRES: the PID is not that of null
+// packets, whose counter has no meaning. One thread.
 class ContinuityCheck {
 public:
     // Takes the PID's next packet, kTsPacketSize bytes.

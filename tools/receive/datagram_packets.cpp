@@ -16,7 +16,7 @@ struct Bytes {
     std::size_t size;
 };
 
-// At least every other packet has its sync byte.
+// Returns nullopt if fewer than half of the packets have a sync byte.
 std::optional<DatagramPackets> packets_with(std::size_t stride, Bytes bytes) {
     if (bytes.size == 0 || bytes.size % stride != 0) return std::nullopt;
     DatagramPackets packets;
@@ -35,7 +35,7 @@ std::optional<DatagramPackets> packets_in(Bytes bytes) {
     return packets_with(kCodedPacketSize, bytes);
 }
 
-// What an RTP header introduces; nullopt if there is none.
+// Returns the bytes after an RTP header, or nullopt if the datagram has none.
 std::optional<Bytes> rtp_payload(Bytes bytes) {
     if (bytes.size < kRtpFixedSize || (bytes.data[0] & kRtpVersionMask) != kRtpVersion)
         return std::nullopt;

@@ -22,9 +22,9 @@ struct DatagramPackets {
     }
 };
 
-// Finds the packets of a datagram of any content. A packet can lack its sync byte, if
-// others have it or the datagram is just as long as one packet. Returns nullopt if the
-// datagram is not made of whole transport packets.
+// Finds the packets of a datagram of any content. A packet may lack its sync byte if at
+// least half of the packets have one, or if the datagram is exactly as long as one
+// packet. Returns nullopt if the datagram is not made of whole transport packets.
 [[nodiscard]] std::optional<DatagramPackets> find_packets(const std::uint8_t* datagram,
                                                           std::size_t size);
 

@@ -4,13 +4,8 @@
 #include <string_view>
 #include <utility>
 
+#include "dvb/section_limits.h"
 #include "tools/receive/packet_push.h"
-
-namespace {
-
-constexpr int kMaxPrivateSectionSize = 4096;  // ISO/IEC 13818-1, 2.4.4.11
-
-}  // namespace
 
 SectionCollector::SectionCollector(Callback on_section)
     : on_section_(std::move(on_section)),
@@ -34,8 +29,8 @@ void SectionCollector::push(const std::uint8_t* packet) {
     push_packet(handle_.get(), packet);
 }
 
-// libdvbpsi would fill the section in flight with the bytes of the one that begins, and
-// count that as a wrong CRC_32.
+// If a section begins before the previous one is complete, discards the previous one:
+// libdvbpsi would fill it with bytes of the new one and count a wrong CRC_32.
 void SectionCollector::drop_torn_section(const std::uint8_t* packet) {
     dvbpsi_decoder_t* const decoder = handle_->p_decoder;
     const bool begins_section =

@@ -12,7 +12,7 @@
 // a TDT's, has none). A section is up to 4,096 bytes long. One thread.
 class SectionCollector {
 public:
-    // Every section that is whole and right, each time it comes.
+    // Takes each whole section without an error, each time that it comes.
     using Callback = std::function<void(const dvbpsi_psi_section_t&)>;
 
     explicit SectionCollector(Callback on_section);
@@ -24,12 +24,12 @@ public:
     // REQUIRES: it is no exact repeat of the packet before; ContinuityCheck finds those.
     void push(const std::uint8_t* packet);
 
-    // A section has begun that is not whole yet.
+    // Returns whether a section has begun and is not complete yet.
     [[nodiscard]] bool is_collecting() const {
         return handle_->p_decoder->p_current_section != nullptr;
     }
 
-    // Sections whose CRC_32 was wrong.
+    // Returns the number of sections with a wrong CRC_32.
     [[nodiscard]] std::uint64_t crc_errors() const { return crc_errors_; }
 
 private:

@@ -11,8 +11,8 @@
 #include "tools/multiplex.h"
 
 // Finds the PAT, the CAT, the SDT actual and the PMTs in a transport stream with
-// libdvbpsi's decoders. It has the current version of each after all its sections have
-// come, and skips packets of other PIDs. One thread.
+// libdvbpsi's decoders. A table counts as found when all sections of its version have
+// come. Packets of other PIDs are skipped. One thread.
 class TableCollector {
 public:
     TableCollector();
@@ -23,7 +23,7 @@ public:
     // Takes the stream's next packet, kTsPacketSize bytes.
     void push(const std::uint8_t* packet);
 
-    // The last PAT so far.
+    // Returns the last PAT so far.
     [[nodiscard]] const std::optional<orvel::thrift::dvb_tables::PAT>& pat() const {
         return found_.pat;
     }

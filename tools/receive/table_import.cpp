@@ -26,12 +26,11 @@ using Bytes = std::vector<std::uint8_t>;
 // The fields that sections have in common (ISO/IEC 13818-1, 2.4.4.11).
 constexpr std::size_t kLengthEnd = 3;  // section_length counts the bytes behind it
 constexpr std::size_t kLongHeaderSize = 8;
-constexpr std::size_t kMaxPrivateSectionSize = 4096;
 
 // ISO/IEC 13818-1, annex A.
 constexpr auto kCrc32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
 
-// Looks at the section at the start of some bytes.
+// A view of the section at the start of some bytes, which must outlive it.
 class SectionView {
 public:
     // REQUIRES: at least kLengthEnd bytes.
@@ -63,7 +62,7 @@ bool begins_with_section(const Bytes& head) {
     return section.is_whole() && section.is_long() && section.has_right_crc();
 }
 
-// The PID on which the PAT announces the service's PMT.
+// Returns the PID on which the PAT announces the service's PMT, if it does.
 std::optional<std::uint16_t> pmt_pid(const TableCollector& collector,
                                      std::uint16_t service) {
     if (!collector.pat() || service == 0) return std::nullopt;
@@ -75,7 +74,7 @@ std::optional<std::uint16_t> pmt_pid(const TableCollector& collector,
     return std::nullopt;
 }
 
-// Finds the sections in the bytes and counts what else there is.
+// Finds the sections in the bytes and counts the bytes that belong to none.
 std::vector<SectionView> sections_in(const Bytes& bytes, TableImport& import) {
     std::vector<SectionView> sections;
     for (std::size_t at = 0; at < bytes.size();) {

@@ -6,7 +6,7 @@
 
 #include "tools/multiplex.h"
 
-// The tables of a file, and what the file consists of.
+// The result of an import: the tables of a file, and counts of what the file consists of.
 //
 // The file is a transport stream (see ts_file.h), or binary sections back to back as
 // table compilers write them. It has sections if it begins with a long one (ISO/IEC

@@ -11,7 +11,8 @@ namespace {
 constexpr std::size_t kStrides[] = {188, 192, 204};
 constexpr std::size_t kLongestStride = 204;
 
-// As chance has it, one byte in 256 is a sync byte; so many packets in a row are real.
+// By chance, one byte in 256 equals a sync byte. This many sync bytes in step are taken
+// for packets.
 constexpr std::size_t kPacketsToBeSure = 5;
 constexpr std::size_t kLookAhead = kPacketsToBeSure * kLongestStride;
 constexpr std::size_t kReadSize = std::size_t{1024} * 1024;

@@ -10,12 +10,12 @@
 #include "dvb/ts_packet.h"
 
 // Reads the packets of a transport-stream file: 188 bytes each, or these within 192 bytes
-// (a time stamp before each) or 204 (a check code after each). After bytes that are no
-// packets it looks for the next ones. Memory does not grow with the file. One thread.
+// (a time stamp before each) or 204 (a check code after each). It skips bytes that belong
+// to no packet. Memory does not grow with the file. One thread.
 class TsFile {
 public:
-    // Reads from `in`, which must outlive this. `name` is the file's name in errors,
-    // `head` what has been read from its start already.
+    // Reads from `in`, which must outlive this. `name` is the file's name in errors.
+    // `head` has the bytes that were already read from its start.
     TsFile(std::istream& in, std::string name, std::vector<std::uint8_t> head = {});
 
     // Returns the next packet, kTsPacketSize bytes that last until the next call, or null
@@ -24,11 +24,12 @@ public:
 
     [[nodiscard]] std::uint64_t packets() const { return packets_; }
 
-    // Bytes so far that belong to no packet. A packet that the end of the file cuts
-    // counts among them.
+    // Returns the number of bytes so far that belong to no packet. A packet that the end
+    // of the file cuts counts among them.
     [[nodiscard]] std::uint64_t stray_bytes() const { return stray_bytes_; }
 
-    // The file ends in the middle of a packet. Known at the end.
+    // Returns whether the file ends in the middle of a packet. REQUIRES: next() has
+    // returned null.
     [[nodiscard]] bool is_cut() const { return is_cut_; }
 
 private:

@@ -66,8 +66,8 @@ void bind_and_join(int fd, const sockaddr_in& from, const std::string& interface
     const unsigned index = interface.empty() ? 0 : if_nametoindex(interface.c_str());
     if (!interface.empty() && index == 0)
         fail("use interface " + interface, "; \"ip link\" lists those of this machine");
-    // Several programs may receive one group; of a unicast address the last would take
-    // all.
+    // Several programs may receive one group. With a unicast address, the last program
+    // would take all datagrams.
     if (is_multicast(from)) set_option(fd, SOL_SOCKET, SO_REUSEADDR, 1);
     if (bind(fd, reinterpret_cast<const sockaddr*>(&from), sizeof from) != 0)
         fail("receive on " + to_text(from), advice_for_bind(errno));
@@ -76,7 +76,7 @@ void bind_and_join(int fd, const sockaddr_in& from, const std::string& interface
         const ip_mreqn group{from.sin_addr, {}, static_cast<int>(index)};
         if (!set_option(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, group)) {
             fail("join the group of " + to_text(from),
-                 "; name the interface that it comes by with --interface");
+                 "; name its interface with --interface");
         }
     } else if (!interface.empty() &&
                setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
@@ -155,7 +155,8 @@ void UdpReceiver::wait(std::int64_t timeout_ns, int wake_fd) const {
     ppoll(readable.data(), readable.size(), &timeout, nullptr);
 }
 
-// Gives what is there, at most kBatch datagrams, and returns how many these were.
+// Calls `on_datagram` for the datagrams that are there, at most kBatch. Returns how many
+// there were, or -1 if there was none.
 int UdpReceiver::read_batch(const Callback& on_datagram, std::int64_t& last_arrival) {
     alignas(cmsghdr) std::array<std::array<char, 128>, kBatch> controls;
     std::array<iovec, kBatch> parts{};
@@ -180,7 +181,8 @@ int UdpReceiver::read_batch(const Callback& on_datagram, std::int64_t& last_arri
     return count;
 }
 
-// Also takes note of the losses that the message tells of.
+// Returns the arrival time of the datagram. Also stores the number of lost datagrams that
+// the message has.
 std::int64_t UdpReceiver::read_arrival(msghdr& message) {
     const std::int64_t now = steady_now_ns();
     std::int64_t arrival = now;

@@ -9,21 +9,23 @@
 #include <string>
 #include <vector>
 
-// An IPv4 address and a UDP port, from "ADDRESS:PORT". Anything else throws
-// std::runtime_error, with a text for people.
+// Parses "ADDRESS:PORT", an IPv4 address and a UDP port. Throws std::runtime_error, with
+// a message for the user, if the text is anything else.
 [[nodiscard]] sockaddr_in parse_endpoint(const std::string& text);
 
 // Receives the datagrams of one address with their times of arrival.
 //
 // The kernel stamps a datagram when it comes (SO_TIMESTAMPNS), so that neither the wait
 // in the socket nor this process's scheduling is measured. Its stamps are of the civil
-// clock and are given as nanoseconds of the steady one: setting the civil clock moves at
-// most what was under way. One thread.
+// clock; they are converted to nanoseconds of the steady clock. If the civil clock is
+// set, only the datagrams that are in the socket at that moment get a wrong time. One
+// thread.
 class UdpReceiver {
 public:
     // Receives what is sent to `from`: an address of this machine, or a multicast group,
-    // which is joined. `interface` is the one that it comes by; empty leaves it to the
-    // routes. Throws std::runtime_error with a text that says what to do.
+    // which is joined. `interface` names the interface that the stream comes in by; if it
+    // is empty, the routes decide. Throws std::runtime_error with a message that says
+    // what to do.
     UdpReceiver(const sockaddr_in& from, const std::string& interface);
     ~UdpReceiver();
     UdpReceiver(const UdpReceiver&) = delete;
@@ -32,16 +34,17 @@ public:
     using Callback =
         std::function<void(std::int64_t arrival, const std::uint8_t* data, std::size_t)>;
 
-    // Waits up to `timeout_ns` for datagrams and gives those that are there, at most some
-    // dozens. A signal ends the wait, and so does `wake_fd`, if there is one, when it can
-    // be read. Throws std::system_error.
+    // Waits up to `timeout_ns` for datagrams and calls `on_datagram` for those that are
+    // there, at most 64. A signal ends the wait. So does `wake_fd`, unless it is -1, when
+    // it becomes readable. Throws std::system_error if the socket fails.
     //
-    // Returns a time: all datagrams that came up to then have been given.
+    // Returns a time: `on_datagram` has been called for all datagrams that came before
+    // it.
     std::int64_t receive(std::int64_t timeout_ns, const Callback& on_datagram,
                          int wake_fd = -1);
 
-    // Datagrams that the kernel had to drop because the socket's buffer was full, as far
-    // as the ones received tell.
+    // Returns how many datagrams the kernel had dropped, because the socket's buffer was
+    // full, when the last received one came.
     [[nodiscard]] std::uint32_t lost() const { return lost_; }
 
 private:

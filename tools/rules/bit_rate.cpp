@@ -39,7 +39,8 @@ std::size_t size_of(const std::vector<Descriptor>& descriptors) {
     return size;
 }
 
-// Of sections that hold as many of the next entries as fit, and none split.
+// Returns the packets of a table's sections. An entry is never split: each section takes
+// as many of the next entries as fit.
 std::size_t packets_of_entries(std::size_t header_size,
                                const std::vector<std::size_t>& entry_sizes) {
     std::size_t packets = 0;

@@ -6,20 +6,19 @@
 
 #include "tools/multiplex.h"
 
-// The transport packets in which Kestan plays a table. Each section begins a new packet,
-// and stuffing fills the last packet of each.
+// Returns the number of transport packets in which Kestan plays a table. Each section
+// begins a new packet, and stuffing fills the last packet of each.
 [[nodiscard]] std::size_t packet_count(const orvel::thrift::dvb_tables::PAT& pat);
 [[nodiscard]] std::size_t packet_count(const orvel::thrift::dvb_tables::CAT& cat);
 [[nodiscard]] std::size_t packet_count(const orvel::thrift::dvb_tables::SDT& sdt);
 [[nodiscard]] std::size_t packet_count(const orvel::thrift::dvb_tables::PMT& pmt);
 
-// What Kestan sends in the long run with these tables: each at its repetition period, and
-// the TDT, which Kestan adds.
+// The mean rate of what Kestan sends: each table once per repetition period, and the TDT.
 struct BitRate {
     std::size_t packets_per_second = 0;
 
     [[nodiscard]] std::size_t bits_per_second() const;
-    // "25.0 packets a second, 37.6 kbit/s"
+    // Returns a text such as "25.0 packets a second, 37.6 kbit/s".
     [[nodiscard]] std::string text() const;
 };
 

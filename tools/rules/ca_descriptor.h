@@ -14,7 +14,7 @@ struct CaDescriptor {
     std::uint16_t pid = 0;
 };
 
-// nullopt if the descriptor is another one, or is too short.
+// Returns nullopt if the descriptor is another one or is too short.
 [[nodiscard]] inline std::optional<CaDescriptor> ca_descriptor(
     const orvel::thrift::dvb_tables::Descriptor& descriptor) {
     if (descriptor.tag != kCaDescriptorTag || descriptor.data.size() < 4) {

@@ -11,7 +11,7 @@ enum class Severity {
     kInformation,  // may be intended
 };
 
-// "error", "warning" or "information".
+// Returns "error", "warning" or "information".
 [[nodiscard]] std::string_view name_of(Severity severity);
 
 enum class TableKind { kPat, kCat, kSdt, kPmt };
@@ -32,9 +32,9 @@ struct Finding {
     std::string text;   // what is wrong, and what a receiver does with it
 };
 
-// The place in the JSON of a multiplex: "pmts[2].streams[1].elementary_pid". `pmt` is the
-// index to write for a PMT, which differs from the finding's if the tables are from
-// several files.
+// Returns the place in the JSON of a multiplex: "pmts[2].streams[1].elementary_pid".
+// `pmt` is the index to write for a PMT, which differs from the finding's if the tables
+// are from several files.
 [[nodiscard]] std::string place_of(const Finding& finding, std::size_t pmt);
 [[nodiscard]] std::string place_of(const Finding& finding);
 

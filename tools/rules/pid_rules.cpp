@@ -13,7 +13,7 @@ namespace {
 // tables with a fixed PID.
 constexpr std::int32_t kLastReservedPid = 0x001F;
 
-// What a PID is reserved for; null if it is free.
+// Returns what a PID is reserved for, or null if it is free.
 const char* reserved_use(std::int32_t pid) {
     if (pid == kPatPid) return "the PAT";
     if (pid == kCatPid) return "the CAT";

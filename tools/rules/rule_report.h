@@ -7,7 +7,7 @@
 
 #include "tools/rules/finding.h"
 
-// Where one rule puts its findings.
+// Collects the findings of one rule.
 class RuleReport {
 public:
     // Appends to `findings` copies of `pattern`, which has the rule's severity, name and

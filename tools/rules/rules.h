@@ -9,7 +9,7 @@
 #include "tools/rules/rule_report.h"
 #include "tools/rules/table_index.h"
 
-// One thing that the tables of a multiplex must hold to.
+// A rule that the tables of a multiplex must keep.
 struct Rule {
     std::string_view name;
     Severity severity;
@@ -18,12 +18,13 @@ struct Rule {
     void (*check)(const TableIndex& tables, RuleReport& report);
 };
 
-// All rules, errors first. No two have the same name.
+// Returns all rules, errors first. No two have the same name.
 [[nodiscard]] const std::vector<Rule>& all_rules();
 
-// Where the tables break a rule, in the order of the rules. The tables may come from a
-// file or from the wire, and any of them may be missing: a rule that needs a table is
-// silent without it, except a rule that reports just that. Any thread may call it.
+// Returns each place where the tables break a rule, in the order of the rules. The tables
+// may come from a file or from the wire. Any of them may be missing: a rule that needs a
+// missing table reports nothing, unless it is the rule about its absence. Any thread may
+// call it.
 [[nodiscard]] std::vector<Finding> check_tables(const Multiplex& multiplex);
 
 [[nodiscard]] bool has_errors(const std::vector<Finding>& findings);

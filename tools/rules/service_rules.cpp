@@ -2,6 +2,7 @@
 #include <set>
 
 #include "tools/json/descriptor_fields.h"
+#include "tools/json/number_text.h"
 #include "tools/rules/rule_functions.h"
 
 using namespace orvel::thrift::dvb_tables;
@@ -10,7 +11,7 @@ namespace {
 
 constexpr std::int32_t kServiceDescriptorTag = 0x48;
 
-// A name that overruns its descriptor counts: it breaks another rule.
+// Returns true for a name that overruns its descriptor: another rule reports that.
 bool has_service_name(const Descriptor& descriptor) {
     if (descriptor.tag != kServiceDescriptorTag) return false;
     const SplitDescriptor split =

@@ -24,10 +24,6 @@ std::string element(const char* list, std::size_t index) {
     return list + ('[' + std::to_string(index)) + ']';
 }
 
-std::string pid_text(std::int32_t pid) {
-    return hex_number(pid, 4);
-}
-
 std::string service_text(std::int32_t service_id) {
     return "service " + std::to_string(service_id) + " (" + hex_number(service_id, 4) +
            ')';

@@ -21,13 +21,10 @@ constexpr TablePlace kInSdt{TableKind::kSdt, 0};
     return {TableKind::kPmt, index};
 }
 
-// "streams[1]", the place of an element.
+// Returns the place of an element, such as "streams[1]".
 [[nodiscard]] std::string element(const char* list, std::size_t index);
 
-// "0x0100"
-[[nodiscard]] std::string pid_text(std::int32_t pid);
-
-// "service 101 (0x0065)"
+// Returns a text such as "service 101 (0x0065)".
 [[nodiscard]] std::string service_text(std::int32_t service_id);
 
 // The tables of a multiplex, with what several rules look up in them. The multiplex must
@@ -38,16 +35,17 @@ public:
 
     [[nodiscard]] const Multiplex& tables() const { return tables_; }
 
-    // The PID that the PAT gives for a service, by its first entry; nullopt if the PAT
-    // does not have the service, or if there is no PAT.
+    // Returns the PID that the PAT gives for a service in its first entry for it. Returns
+    // nullopt if there is no PAT or if the PAT lacks the service.
     [[nodiscard]] std::optional<std::int32_t> announced_pid(
         std::int32_t service_id) const;
 
-    // Index of the first PMT of a service; nullopt if there is none.
+    // Returns the index of the first PMT of a service, or nullopt if there is none.
     [[nodiscard]] std::optional<std::size_t> pmt_of(std::int32_t service_id) const;
 
-    // Who uses a PID for a stream, a PCR or CA data, as in "a stream of service 101
-    // (0x0065)"; empty if nobody does.
+    // Returns what a PID carries (a stream, a PCR or CA data), such as "a stream of
+    // service 101 (0x0065)". Returns an empty text if no PMT names the PID for one of
+    // these.
     [[nodiscard]] const std::string& stream_on(std::int32_t pid) const;
 
     // Calls `visit` for each descriptor of all tables. `field` is its place, as in
@@ -56,7 +54,7 @@ public:
                                      const orvel::thrift::dvb_tables::Descriptor&)>;
     void for_each_descriptor(const Visit& visit) const;
 
-    // Only those of one PMT, its streams' included.
+    // Calls `visit` for the descriptors of one PMT and of its streams.
     void for_each_descriptor_of_pmt(std::size_t index, const Visit& visit) const;
 
 private:
