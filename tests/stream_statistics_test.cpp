@@ -11,6 +11,7 @@
 #include "dvb/nanoseconds.h"
 #include "tables/section_packetizer.h"
 #include "tools/json/number_text.h"
+#include "tools/kestan-monitor/repetition.h"
 #include "tools/kestan-monitor/text_format.h"
 
 namespace {
@@ -108,6 +109,19 @@ TEST(StreamStatistics, LimitsThePauseBetweenSectionsToTheNanosecond) {
         EXPECT_EQ(failing_after(least - 1, section), (Checks{{"section_gap", 1}}));
     }
     EXPECT_EQ(failing_after(3600 * kNsPerSecond, kCat), Checks()) << "has no limit";
+}
+
+TEST(Repetition, MeasuresTheIntervalsOfEachSectionAndTheirDifferences) {
+    Repetition repetition(std::nullopt, nullptr);
+    for (const int now : {0, 10, 30, 35}) repetition.add(1, 1, now);
+    repetition.add(0, 1, 34);
+    EXPECT_EQ(repetition.intervals().least, 5);
+    EXPECT_EQ(repetition.longest(), 20);
+    EXPECT_EQ(repetition.jitter().least, 10);
+    EXPECT_EQ(repetition.jitter().greatest, 15);
+    repetition.expect(40);
+    repetition.advance(61);
+    EXPECT_EQ(repetition.longest(), 21);
 }
 
 TEST(StreamStatistics, FollowsThePatInForce) {
