@@ -217,9 +217,9 @@ TEST(Schema, AgreesWithTheReaderAboutEachVariantOfADocument) {
         }
     }
 
-    FILE* const schema = popen("/usr/bin/python3 " KESTAN_TEST_DATA
-                               "/../support/schema_verdicts.py " KESTAN_TEST_DATA
-                               "/../../tools/json/multiplex.schema.json",
+    FILE* const schema = popen("/usr/bin/python3 '" KESTAN_TEST_DATA
+                               "/../support/schema_verdicts.py' '" KESTAN_TEST_DATA
+                               "/../../tools/json/multiplex.schema.json'",
                                "w");
     int valid = 0;
     for (const json& document : documents) {
