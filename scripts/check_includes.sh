@@ -15,12 +15,15 @@ mux/                   dvb/|framework/watchdog
 tables/                mux/|dvb/|framework/clock
 control/               tables/|mux/|dvb/|framework/[^/]*$|thrift/
 app/                   control/|mux/|framework/[^/]*$|thrift/
-tools/multiplex        dvb/|$generated
-tools/receive/         dvb/|tools/multiplex|$generated
-tools/json/            dvb/|tools/multiplex|$generated
-tools/rules/           dvb/|tools/multiplex|tools/json/|$generated|thrift/table_refusal
-tools/kestan-control/  dvb/|tools/multiplex|tools/receive/|tools/json/|tools/rules/|thrift/
-tools/kestan-monitor/  dvb/|tools/multiplex|tools/receive/|tools/json/|tools/rules/|thrift/
+tools/model/           dvb/|$generated
+tools/receive/         dvb/|tools/model/|$generated
+tools/json/            dvb/|tools/model/|$generated
+tools/rules/           dvb/|tools/model/|tools/json/|$generated|thrift/table_refusal
+tools/kestan-control/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|thrift/
+tools/kestan-monitor/measure/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|thrift/
+tools/kestan-monitor/report/   dvb/|tools/(model|json|receive)/|tools/kestan-monitor/measure/|$generated
+tools/kestan-monitor/screen/   dvb/|tools/kestan-monitor/(measure|report)/
+tools/kestan-monitor/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|thrift/
 (tests|fuzz|bench|examples)/  .
 "
 grep -rE --include='*.h' --include='*.cpp' --exclude-dir='build*' '^#include "' -- * | awk -v table="$table" '

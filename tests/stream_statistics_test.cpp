@@ -1,4 +1,4 @@
-#include "tools/kestan-monitor/stream_statistics.h"
+#include "tools/kestan-monitor/measure/stream_statistics.h"
 
 #include <arpa/inet.h>
 
@@ -11,8 +11,8 @@
 #include "dvb/nanoseconds.h"
 #include "tables/section_packetizer.h"
 #include "tools/json/number_text.h"
-#include "tools/kestan-monitor/repetition.h"
-#include "tools/kestan-monitor/text_format.h"
+#include "tools/kestan-monitor/measure/repetition.h"
+#include "tools/kestan-monitor/measure/text_format.h"
 
 namespace {
 

@@ -26,7 +26,7 @@ measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
 
     # The schema must have every key.
     jq 'walk(if type == "object" and has("properties") then .additionalProperties = false
-        else . end)' "$BATS_TEST_DIRNAME/../../tools/kestan-monitor/kestan-monitor.schema.json" \
+        else . end)' "$BATS_TEST_DIRNAME/../../tools/kestan-monitor/report/kestan-monitor.schema.json" \
         >strict.json
     /usr/bin/python3 -W ignore -m jsonschema -i monitor.out strict.json
 }

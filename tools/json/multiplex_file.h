@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 
 // A file cannot be read or has a mistake. The message names the file, the place, and what
 // was expected.

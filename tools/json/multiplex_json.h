@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/json/json_node.h"
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 
 // The tables of a multiplex in JSON:
 //

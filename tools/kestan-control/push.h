@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tools/kestan-control/control_connection.h"
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 
 // Sends tables to Kestan and remembers what Kestan plays.
 //

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 #include "tools/rules/finding.h"
 
 // The tables of one JSON file.

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 #include "tools/rules/finding.h"
 
 // A table whose content has changed under the same version_number. Receivers ignore the

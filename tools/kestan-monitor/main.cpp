@@ -7,10 +7,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/kestan-monitor/json_report.h"
 #include "tools/kestan-monitor/monitor.h"
 #include "tools/kestan-monitor/options.h"
-#include "tools/kestan-monitor/text_report.h"
+#include "tools/kestan-monitor/report/json_report.h"
+#include "tools/kestan-monitor/report/text_report.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <limits>
 
 #include "dvb/nanoseconds.h"
-#include "tools/kestan-monitor/carried_tables.h"
-#include "tools/kestan-monitor/host_clock.h"
-#include "tools/kestan-monitor/metrics.h"
+#include "tools/kestan-monitor/measure/carried_tables.h"
+#include "tools/kestan-monitor/measure/host_clock.h"
+#include "tools/kestan-monitor/report/metrics.h"
 
 namespace {
 

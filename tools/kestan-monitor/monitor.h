@@ -7,14 +7,14 @@
 #include <optional>
 #include <string>
 
-#include "tools/kestan-monitor/bit_rates.h"
+#include "tools/kestan-monitor/measure/bit_rates.h"
+#include "tools/kestan-monitor/measure/stream_statistics.h"
 #include "tools/kestan-monitor/options.h"
-#include "tools/kestan-monitor/output_file.h"
-#include "tools/kestan-monitor/plot.h"
-#include "tools/kestan-monitor/report.h"
-#include "tools/kestan-monitor/stream_statistics.h"
-#include "tools/kestan-monitor/terminal.h"
-#include "tools/kestan-monitor/terminal_view.h"
+#include "tools/kestan-monitor/report/output_file.h"
+#include "tools/kestan-monitor/report/plot.h"
+#include "tools/kestan-monitor/report/report.h"
+#include "tools/kestan-monitor/screen/terminal.h"
+#include "tools/kestan-monitor/screen/terminal_view.h"
 #include "tools/receive/udp_receiver.h"
 
 // One run of the program: receives and measures the stream, and shows and writes what the

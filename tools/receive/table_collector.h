@@ -8,7 +8,7 @@
 
 #include "dvb/libdvbpsi.h"
 #include "dvb/ts_packet.h"
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 
 // Finds the PAT, the CAT, the SDT actual and the PMTs in a transport stream with
 // libdvbpsi's decoders. A table counts as found when all sections of its version have

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 
 // The result of an import: the tables of a file, and counts of what the file consists of.
 //

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 
 // Returns the number of transport packets in which Kestan plays a table. Each section
 // begins a new packet, and stuffing fills the last packet of each.

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 #include "tools/rules/finding.h"
 #include "tools/rules/rule_report.h"
 #include "tools/rules/table_index.h"

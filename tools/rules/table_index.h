@@ -10,7 +10,7 @@
 #include <unordered_map>
 
 #include "thrift/dvb_tables_types.h"
-#include "tools/multiplex.h"
+#include "tools/model/multiplex.h"
 #include "tools/rules/finding.h"
 
 constexpr TablePlace kInPat{TableKind::kPat, 0};

@@ -1,0 +1,75 @@
+#include "tools/kestan-monitor/measure/carried_tables.h"
+
+#include "dvb/psi_si.h"
+#include "tools/json/descriptor_fields.h"
+#include "tools/json/dvb_text.h"
+#include "tools/receive/section_feed.h"
+
+namespace {
+
+constexpr std::uint8_t kServiceDescriptorTag = 0x48;
+
+void push(SectionFeed& feed, std::uint16_t pid, const TableRecord& table) {
+    for (const auto& [number, section] : table.contents()) {
+        feed.push(pid, reinterpret_cast<const std::uint8_t*>(section.data()),
+                  section.size());
+    }
+}
+
+// Removes the control codes of DVB, U+E080 to U+E09F.
+std::string without_controls(const std::string& text) {
+    std::string plain;
+    for (std::size_t at = 0; at < text.size();) {
+        const bool is_control = text.compare(at, 2, "\xEE\x82") == 0;
+        if (!is_control) plain += text[at];
+        at += is_control ? 3 : 1;
+    }
+    return plain;
+}
+
+std::string name_of(const orvel::thrift::dvb_tables::Descriptor& service) {
+    const SplitDescriptor split =
+        split_descriptor(*form_of_tag(kServiceDescriptorTag), service.data);
+    if (!split.overrun.empty()) return "";
+    const std::string field(split.entries[0].back().bytes);
+    if (const auto text = decode_dvb_text(field)) return without_controls(text->text);
+    std::string ascii;  // of another coding, what all have in common
+    for (const char byte : field) {
+        if (byte >= ' ' && byte < 0x7F) ascii += byte;
+    }
+    return ascii;
+}
+
+}  // namespace
+
+std::optional<orvel::thrift::dvb_tables::PAT> decode_pat(const TableRecord& table) {
+    if (!table.is_complete()) return std::nullopt;
+    TableCollector collector;
+    SectionFeed feed(collector);
+    push(feed, kPatPid, table);
+    return collector.pat();
+}
+
+Multiplex decode_tables(const std::map<std::uint16_t, PidRecord>& pids) {
+    TableCollector collector;
+    SectionFeed feed(collector);
+    for (const auto& [number, pid] : pids) {  // the PAT first
+        for (const auto& [key, table] : pid.tables) {
+            if (table.is_complete()) push(feed, number, table);
+        }
+    }
+    return collector.tables();
+}
+
+std::map<std::uint16_t, std::string> service_names(const Multiplex& tables) {
+    std::map<std::uint16_t, std::string> names;
+    if (!tables.sdt) return names;
+    for (const auto& service : tables.sdt->services) {
+        for (const auto& descriptor : service.descriptors) {
+            if (descriptor.tag == kServiceDescriptorTag)
+                names[static_cast<std::uint16_t>(service.service_id)] =
+                    name_of(descriptor);
+        }
+    }
+    return names;
+}

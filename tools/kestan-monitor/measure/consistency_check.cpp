@@ -1,0 +1,64 @@
+#include "tools/kestan-monitor/measure/consistency_check.h"
+
+#include <utility>
+
+#include "dvb/psi_si.h"
+#include "tools/rules/rules.h"
+
+namespace {
+
+// Limits memory: a stream can break a rule in very many places.
+constexpr std::size_t kMaxContradictions = 1000;
+
+Fault fault_of(const Finding& finding, const Multiplex& tables) {
+    Fault fault{FaultKind::consistency};
+    fault.rule = finding.rule;
+    fault.rule_clause = finding.clause;
+    fault.detail = finding.text;
+    switch (finding.table.kind) {
+        case TableKind::kPat:
+            fault.pid = kPatPid;
+            fault.table = {TableType::pat};
+            break;
+        case TableKind::kCat:
+            fault.pid = kCatPid;
+            fault.table = {TableType::cat};
+            break;
+        case TableKind::kSdt:
+            fault.pid = kSdtPid;
+            fault.table = {TableType::sdt};
+            break;
+        case TableKind::kPmt: {
+            const PmtOnPid& pmt = tables.pmts.at(finding.table.pmt);
+            fault.pid = pmt.pid;
+            fault.table = {TableType::pmt,
+                           static_cast<std::uint16_t>(pmt.pmt.program_number)};
+            break;
+        }
+    }
+    return fault;
+}
+
+}  // namespace
+
+void ConsistencyCheck::replace(const Multiplex& tables, std::int64_t now) {
+    std::map<Fault, Contradiction> found;
+    for (const Finding& finding : check_tables(tables)) {
+        if (finding.severity == Severity::kInformation) continue;
+        if (found.size() == kMaxContradictions) break;
+        Fault fault = fault_of(finding, tables);
+        const auto before = contradictions_.find(fault);
+        found.emplace(std::move(fault), before == contradictions_.end()
+                                            ? Contradiction{now}
+                                            : before->second);
+    }
+    contradictions_.swap(found);
+}
+
+void ConsistencyCheck::advance(std::int64_t now) {
+    for (auto& [fault, contradiction] : contradictions_) {
+        if (now - contradiction.since <= *repetition_limit(TableType::sdt)) continue;
+        if (!std::exchange(contradiction.is_logged, true))
+            faults_.add(fault, contradiction.since);
+    }
+}

@@ -1,0 +1,125 @@
+#include "tools/kestan-monitor/measure/fault.h"
+
+#include <array>
+#include <cstdlib>
+
+#include "dvb/psi_si.h"
+#include "tools/json/number_text.h"
+#include "tools/kestan-monitor/measure/text_format.h"
+
+namespace {
+
+struct Properties {
+    const char* check;
+    const char* text;  // "%s" is the duration
+    const char* clause;
+};
+
+// In the order of FaultKind.
+constexpr std::array<Properties, kFaultKinds> kProperties{{
+    {"reception", "no datagram has been received", ""},
+    {"silence", "no datagram for %s", "ETSI TR 101 290, 1.1"},
+    {"malformed", "datagrams that are not whole transport packets", ""},
+    {"coded_packets", "datagrams of 204-byte packets, with a Reed-Solomon code",
+     "ISO/IEC 13818-1, 2.4.3.2"},
+    {"lost",
+     "datagrams lost on this machine: the monitor was too slow or the socket buffer too "
+     "small",
+     ""},
+    {"sync_byte", "packets without their sync byte", "ETSI TR 101 290, 1.2"},
+    {"transport_error", "packets with transport_error_indicator", "ETSI TR 101 290, 2.1"},
+    {"scrambled", "packets of tables with scrambling bits", ""},
+    {"continuity", "continuity errors", "ETSI TR 101 290, 1.4"},
+    {"crc", "sections with a wrong CRC_32", "ETSI TR 101 290, 2.2"},
+    {"table_id", "sections with a table_id that this PID must not carry", ""},
+    {"repetition", "none came for %s", ""},
+    {"repetition", "a section was away for %s", ""},
+    {"version", "sections that changed, but not their version", "ISO/IEC 13818-1, 2.4.4"},
+    {"pat_alternates", "transport_stream_id or version_number alternates",
+     "ISO/IEC 13818-1, 2.4.4.5"},
+    {"section_gap", "a section came %s after another", "ETSI EN 300 468, 5.1.4"},
+    {"unannounced_pmt", "the PAT does not announce this PID", "ETSI TR 101 290, 3.4"},
+    {"tdt_stands_still", "the time stands still for %s", "ETSI EN 300 468, 5.2.5"},
+    {"tdt_goes_back", "the time goes back by %s", "ETSI EN 300 468, 5.2.5"},
+    {"tdt_offset", "the time is %s away from this host's clock",
+     "ETSI EN 300 468, 5.2.5"},
+    {"consistency", "", ""},
+}};
+
+const Properties& properties(FaultKind kind) {
+    return kProperties.at(static_cast<std::size_t>(kind));
+}
+
+std::string place(const Fault& fault) {
+    std::string text;
+    if (fault.pid) text += "PID " + pid_text(*fault.pid) + ": ";
+    if (fault.table) text += table_name(*fault.table) + ": ";
+    return text;
+}
+
+const char* table_id_clause(std::uint16_t pid) {
+    switch (pid) {
+        case kPatPid:
+            return "ETSI TR 101 290, 1.3.a";
+        case kCatPid:
+            return "ETSI TR 101 290, 2.6";
+        case kSdtPid:
+            return "ETSI TR 101 290, 3.5";
+        default:
+            return "ETSI TR 101 290, 3.8";
+    }
+}
+
+const char* scrambled_clause(std::uint16_t pid) {
+    switch (pid) {
+        case kPatPid:
+            return "ETSI TR 101 290, 1.3.a";
+        case kCatPid:
+            return "ISO/IEC 13818-1, 2.4.4";
+        case kSdtPid:
+        case kTdtPid:
+            return "ETSI EN 300 468, 5.1.1";
+        default:
+            return "ETSI TR 101 290, 1.5.a";
+    }
+}
+
+// Returns a text such as ", at most 500.0 ms are allowed".
+std::string limit(const Fault& fault) {
+    if (fault.kind == FaultKind::section_gap)
+        return ", at least " + ms_text(kLeastSectionGapNs) + " are required";
+    const bool is_wait =
+        fault.kind == FaultKind::repetition || fault.kind == FaultKind::absence;
+    if (!is_wait || !fault.table) return "";
+    const auto longest = repetition_limit(fault.table->type);
+    return longest ? ", at most " + ms_text(*longest) + " are allowed" : "";
+}
+
+}  // namespace
+
+const char* check_name(FaultKind kind) {
+    return properties(kind).check;
+}
+
+std::string_view clause(const Fault& fault) {
+    switch (fault.kind) {
+        case FaultKind::absence:
+        case FaultKind::repetition:
+            return fault.table ? repetition_clause(fault.table->type) : "";
+        case FaultKind::table_id:
+            return table_id_clause(fault.pid.value_or(kTdtPid));
+        case FaultKind::scrambled:
+            return scrambled_clause(fault.pid.value_or(kPatPid));
+        case FaultKind::consistency:
+            return fault.rule_clause;
+        default:
+            return properties(fault.kind).clause;
+    }
+}
+
+std::string describe(const Fault& fault, std::int64_t value) {
+    std::string text = properties(fault.kind).text;
+    if (const std::size_t at = text.find("%s"); at != std::string::npos)
+        text.replace(at, 2, ms_text(std::abs(value)));
+    return place(fault) + text + fault.detail + limit(fault);
+}

@@ -1,0 +1,47 @@
+#include "tools/kestan-monitor/measure/fault_log.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+bool is_worse(std::int64_t value, std::int64_t than, FaultKind kind) {
+    if (kind == FaultKind::section_gap) return value < than;
+    return std::abs(value) > std::abs(than);
+}
+
+}  // namespace
+
+void FaultLog::add(const Fault& fault, std::int64_t time, std::int64_t value,
+                   std::uint64_t count) {
+    const std::int64_t civil = to_civil(time);
+    total_ += count;
+    totals_.at(static_cast<std::size_t>(fault.kind)) += count;
+    events_.push_back({civil, fault, value});
+    if (events_.size() > kEvents) events_.pop_front();
+
+    auto found = records_.find(fault);
+    if (found == records_.end()) {
+        if (records_.size() == kMaxFaults) return;
+        found = records_.emplace(fault, Record{0, civil, civil, value}).first;
+    }
+    Record& record = found->second;
+    record.count += count;
+    record.last = civil;
+    if (is_worse(value, record.worst, fault.kind)) record.worst = value;
+}
+
+void FaultLog::extend(const Fault& fault, std::int64_t value) {
+    const auto found = records_.find(fault);
+    if (found == records_.end()) return;
+    if (is_worse(value, found->second.worst, fault.kind)) found->second.worst = value;
+    for (Event& event : events_) {
+        const bool is_same = !(event.fault < fault) && !(fault < event.fault);
+        if (is_same && is_worse(value, event.value, fault.kind)) event.value = value;
+    }
+}
+
+std::uint64_t FaultLog::count(const Fault& fault) const {
+    const auto found = records_.find(fault);
+    return found == records_.end() ? 0 : found->second.count;
+}

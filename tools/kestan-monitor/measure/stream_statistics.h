@@ -1,0 +1,119 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_STREAM_STATISTICS_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_STREAM_STATISTICS_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "tools/kestan-monitor/measure/consistency_check.h"
+#include "tools/kestan-monitor/measure/fault_log.h"
+#include "tools/kestan-monitor/measure/pat_alternation.h"
+#include "tools/kestan-monitor/measure/peak_rate.h"
+#include "tools/kestan-monitor/measure/pid_record.h"
+#include "tools/kestan-monitor/measure/spread.h"
+#include "tools/kestan-monitor/measure/tdt_check.h"
+#include "tools/receive/datagram_packets.h"
+
+// Measures a transport stream from its datagrams and their times of arrival, and logs
+// what is wrong with it.
+//
+// It follows PAT, CAT, SDT actual and TDT on their PIDs, and PMTs on the PIDs that the
+// PAT announces and on others that seem to carry PMTs. Only a whole section that is in
+// force and has a right CRC_32 refreshes a table. From the first datagram on, PAT, SDT
+// and TDT are expected; a service's PMT is expected once the PAT announces it. On other
+// PIDs, only the packets and their continuity errors are counted.
+//
+// Times are nanoseconds of the steady clock; a datagram with an earlier time than its
+// predecessor gets the time of the predecessor. The class reads no clock and no socket.
+// One thread.
+class StreamStatistics {
+public:
+    // Expects the stream from `start` on.
+    explicit StreamStatistics(std::int64_t start);
+    StreamStatistics(const StreamStatistics&) = delete;
+    StreamStatistics& operator=(const StreamStatistics&) = delete;
+
+    // Sets the civil clock, and the greatest difference that the TDT may have from it. No
+    // value means that they are not compared.
+    void set_civil_clock(std::int64_t civil_minus_steady,
+                         std::optional<std::int64_t> tolerance);
+
+    // Called with each interval from a section to the next one with its number, except
+    // those of PMTs that the PAT does not announce.
+    using OnInterval = std::function<void(std::uint16_t pid, const TableKey&,
+                                          std::int64_t now, std::int64_t interval)>;
+    void set_interval_observer(OnInterval observer) {
+        on_interval_ = std::move(observer);
+    }
+
+    // Takes the next datagram, `size` bytes of any content. Returns its packets; nullopt
+    // if it is malformed.
+    std::optional<DatagramPackets> push(std::int64_t arrival,
+                                        const std::uint8_t* datagram, std::size_t size);
+
+    // Advances the time to `now`: tables that have not come count as waited for. `lost`
+    // is the number of datagrams lost on this machine since the start. REQUIRES: all
+    // datagrams up to `now` have been pushed.
+    void advance(std::int64_t now, std::uint64_t lost);
+
+    // Ends the run. REQUIRES: advance() has been called with its end.
+    void finish();
+
+    [[nodiscard]] const FaultLog& faults() const { return faults_; }
+    [[nodiscard]] const std::map<std::uint16_t, PidRecord>& pids() const { return pids_; }
+
+    // Returns whether datagrams have come, and the last one not too long ago.
+    [[nodiscard]] bool is_up() const { return start_.has_value() && !is_silent_; }
+
+    // Returns the time from the first datagram to the last advance().
+    [[nodiscard]] std::int64_t duration() const { return start_ ? now_ - *start_ : 0; }
+    [[nodiscard]] std::uint64_t datagrams() const { return datagrams_; }
+    [[nodiscard]] std::uint64_t packets() const { return packets_; }
+    [[nodiscard]] const Spread& packets_per_datagram() const { return sizes_; }
+    [[nodiscard]] double peak_bit_rate() const { return peak_.value(); }
+    [[nodiscard]] std::uint64_t lost_datagrams() const { return lost_; }
+    [[nodiscard]] bool is_rtp() const { return is_rtp_; }
+
+    // Returns the tables that were on air and complete at the last advance().
+    [[nodiscard]] const Multiplex& tables() const { return tables_; }
+
+private:
+    void begin(std::int64_t now);
+    [[nodiscard]] std::int64_t longest_silence() const;
+    void check_silence(std::int64_t now);
+    PidRecord& pid(std::uint16_t number);
+    void collect_tables(PidRecord& on);
+    TableRecord* table(PidRecord& on, const TableKey& key);
+    void push_packet(const std::uint8_t* packet);
+    void push_to_collector(PidRecord& on, const std::uint8_t* packet);
+    void on_section(PidRecord& on, const dvbpsi_psi_section_t& section);
+    void check_announcement(PidRecord& on);
+    void follow_pat();
+    void withdraw_unannounced();
+
+    std::optional<std::int64_t> start_;  // the first datagram
+    std::int64_t now_;
+    std::int64_t last_arrival_;
+    bool is_silent_ = false;
+    std::uint64_t datagrams_ = 0;
+    std::uint64_t packets_ = 0;
+    std::uint64_t lost_ = 0;
+    Spread sizes_;
+    PeakRate peak_;
+    bool is_rtp_ = false;
+    bool has_new_tables_ = false;
+    Multiplex tables_;
+    std::size_t unannounced_tables_ = 0;
+    FaultLog faults_;
+    TdtCheck tdt_check_{faults_};
+    PatAlternation pat_alternation_{faults_};
+    ConsistencyCheck consistency_{faults_};
+    OnInterval on_interval_;
+    std::map<std::uint16_t, PidRecord> pids_;
+    std::set<std::pair<std::uint16_t, std::uint16_t>> announced_;  // PIDs, service_ids
+};
+
+#endif

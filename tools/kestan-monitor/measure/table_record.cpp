@@ -1,0 +1,71 @@
+#include "tools/kestan-monitor/measure/table_record.h"
+
+#include <utility>
+
+#include "dvb/psi_si.h"
+#include "dvb/section_limits.h"
+
+namespace {
+
+std::int64_t from_bcd(std::uint8_t byte) {
+    return (byte >> 4) * 10 + (byte & 0x0F);
+}
+
+// Converts a UTC_time (ETSI EN 300 468, 5.2.5) to seconds since 1970.
+std::int64_t utc_seconds(const std::uint8_t* utc_time) {
+    const std::int64_t days = (utc_time[0] << 8 | utc_time[1]) - kMjdOfEpoch;
+    return days * kSecondsPerDay + from_bcd(utc_time[2]) * 3600 +
+           from_bcd(utc_time[3]) * 60 + from_bcd(utc_time[4]);
+}
+
+}  // namespace
+
+TableRecord::TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& faults)
+    : pid_(pid),
+      key_(key),
+      faults_(faults),
+      repetition_(repetition_limit(key.type), [this](const Repetition::Overdue& overdue) {
+          const Fault found =
+              fault(overdue.has_come ? FaultKind::repetition : FaultKind::absence);
+          if (overdue.is_new) faults_.add(found, overdue.limit_passed, overdue.wait);
+          faults_.extend(found, overdue.wait);
+      }) {}
+
+TableRecord::Arrival TableRecord::add(const dvbpsi_psi_section_t& section,
+                                      std::int64_t start, std::int64_t end) {
+    ++sections_;
+    check_gap(start, end);
+    Arrival arrival;
+    arrival.interval = repetition_.add(section.i_number, section.i_last_number, end);
+    if (key_.type == TableType::tdt) {
+        utc_ = utc_seconds(section.p_payload_start);
+    } else {
+        arrival.is_changed = keep(section, end);
+    }
+    return arrival;
+}
+
+void TableRecord::check_gap(std::int64_t start, std::int64_t end) {
+    const auto last_end = std::exchange(last_end_, end);
+    if (!last_end || !has_section_gaps(key_.type)) return;
+    const std::int64_t gap = start - *last_end;
+    if (gap < kLeastSectionGapNs) faults_.add(fault(FaultKind::section_gap), start, gap);
+}
+
+// Keeps the section. Returns whether it differs from the one that was kept.
+bool TableRecord::keep(const dvbpsi_psi_section_t& section, std::int64_t now) {
+    if (section.i_number > section.i_last_number) return false;
+    const bool is_new_version =
+        std::exchange(version_, section.i_version) != section.i_version;
+    if (is_new_version) contents_.clear();
+    last_number_ = section.i_last_number;
+    contents_.erase(contents_.upper_bound(last_number_), contents_.end());
+    const auto* const bytes = reinterpret_cast<const char*>(section.p_data);
+    const auto size =
+        static_cast<std::size_t>(section.p_payload_end - section.p_data) + kCrc32Size;
+    std::string& kept = contents_[section.i_number];
+    if (kept.compare(0, std::string::npos, bytes, size) == 0) return false;
+    if (!kept.empty()) faults_.add(fault(FaultKind::version), now);
+    kept.assign(bytes, size);
+    return true;
+}

@@ -1,0 +1,29 @@
+#include "tools/kestan-monitor/measure/tdt_check.h"
+
+#include <cstdlib>
+
+#include "dvb/nanoseconds.h"
+
+namespace {
+
+// UTC_time has whole seconds, so it stays the same for just under one second, and a TDT
+// can be sent twice within that time.
+constexpr std::int64_t kLongestSecondNs = 2 * kNsPerSecond;
+
+}  // namespace
+
+void TdtCheck::add(Fault tdt, std::int64_t utc, std::int64_t now) {
+    const auto report = [&](FaultKind kind, std::int64_t value) {
+        tdt.kind = kind;
+        faults_.add(tdt, now, value);
+    };
+    if (utc_ && utc < *utc_)
+        report(FaultKind::tdt_goes_back, (*utc_ - utc) * kNsPerSecond);
+    if (utc_ && utc == *utc_ && now - utc_since_ >= kLongestSecondNs)
+        report(FaultKind::tdt_stands_still, now - utc_since_);
+    if (!utc_ || utc != *utc_) utc_since_ = now;
+    utc_ = utc;
+    const std::int64_t offset = utc * kNsPerSecond - faults_.to_civil(now);
+    if (tolerance_ && std::abs(offset) > *tolerance_)
+        report(FaultKind::tdt_offset, offset);
+}

@@ -1,0 +1,36 @@
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_TEXT_FORMAT_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_TEXT_FORMAT_H
+
+#include <cstdint>
+#include <string>
+
+// Numbers and times as the reports show them. Durations and times are nanoseconds.
+
+// Formats like printf, at most 255 bytes.
+[[nodiscard, gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...);
+
+[[nodiscard]] double to_ms(double ns);
+[[nodiscard]] double to_ms(std::int64_t ns);
+[[nodiscard]] double to_seconds(std::int64_t ns);
+
+// Returns a text such as "12.3 ms".
+[[nodiscard]] std::string ms_text(std::int64_t ns);
+
+// Writes a time of the civil clock as local time: "12:45:01.250".
+[[nodiscard]] std::string time_of_day(std::int64_t civil);
+
+// Writes the same with its date and its distance from UTC:
+// "2026-06-15T12:45:01.250+02:00".
+[[nodiscard]] std::string date_and_time(std::int64_t civil);
+
+// Returns how far local time is ahead of UTC at a time of the civil clock, in
+// nanoseconds.
+[[nodiscard]] std::int64_t utc_offset(std::int64_t civil);
+
+// Writes seconds since 1970 as UTC: "2026-06-15 12:45:00".
+[[nodiscard]] std::string utc_date_and_time(std::int64_t seconds);
+
+// Returns the rate of whole transport packets in bit/s, or 0 if the duration is 0.
+[[nodiscard]] double bit_rate(std::uint64_t packets, std::int64_t duration);
+
+#endif

@@ -1,0 +1,130 @@
+#include "tools/kestan-monitor/report/metrics.h"
+
+#include <functional>
+
+#include "tools/json/number_text.h"
+#include "tools/kestan-monitor/measure/text_format.h"
+
+namespace {
+
+constexpr const char* kPrefix = "kestan_monitor_";
+
+// Builds the text, family by family.
+class MetricsText {
+public:
+    explicit MetricsText(const Report& report)
+        : report_(report), stream_("stream=\"" + report.address + '"') {}
+
+    void family(const char* name, const char* type, const char* help) {
+        name_ = kPrefix + std::string(name);
+        text_ += "# HELP " + name_ + ' ' + help + "\n# TYPE " + name_ + ' ' + type + '\n';
+    }
+
+    // Appends a sample. `labels` is a text such as "pid=\"0x0100\"", or empty.
+    void sample(const std::string& labels, double value) {
+        text_ += sample_name(labels) + format(" %.9g\n", value);
+    }
+    void sample(const std::string& labels, std::uint64_t value) {
+        text_ += sample_name(labels) + ' ' + std::to_string(value) + '\n';
+    }
+
+    void for_each_pid(const std::function<void(const PidRecord&)>& visit) {
+        for (const auto& [number, pid] : report_.stream.pids()) {
+            if (pid.packets > 0) visit(pid);
+        }
+    }
+
+    void for_each_table(
+        const std::function<void(const std::string& labels, const Repetition&)>& visit) {
+        for (const auto& [number, pid] : report_.stream.pids()) {
+            for (const auto& [key, table] : pid.tables) {
+                std::string labels =
+                    pid_label(pid) + ",table=\"" + short_name(key.type) + '"';
+                if (key.type == TableType::pmt)
+                    labels += ",service_id=\"" + std::to_string(key.service_id) + '"';
+                visit(labels, table.repetition());
+            }
+        }
+    }
+
+    static std::string pid_label(const PidRecord& pid) {
+        return "pid=\"" + pid_text(pid.number) + '"';
+    }
+
+    [[nodiscard]] std::string finished() && { return std::move(text_) + "# EOF\n"; }
+
+private:
+    [[nodiscard]] std::string sample_name(const std::string& labels) const {
+        return name_ + '{' + stream_ + (labels.empty() ? "" : ",") + labels + '}';
+    }
+
+    const Report& report_;
+    std::string stream_;
+    std::string name_;
+    std::string text_;
+};
+
+void add_stream(const Report& report, MetricsText& metrics) {
+    const StreamStatistics& stream = report.stream;
+    metrics.family("up", "gauge", "1 while datagrams come.");
+    metrics.sample("", std::uint64_t{stream.is_up() ? 1u : 0u});
+    metrics.family("datagrams_total", "counter", "Datagrams received.");
+    metrics.sample("", stream.datagrams());
+    metrics.family("bit_rate", "gauge", "Bits per second of the last second.");
+    metrics.sample("", report.rates.stream);
+    metrics.family("faults_total", "counter", "What was outside the limits, by check.");
+    std::map<std::string, std::uint64_t> totals;
+    for (std::size_t i = 0; i < kFaultKinds; ++i) {
+        const auto kind = static_cast<FaultKind>(i);
+        totals[check_name(kind)] += stream.faults().total(kind);
+    }
+    for (const auto& [check, total] : totals)
+        metrics.sample("check=\"" + check + '"', total);
+}
+
+void add_pids(const Report& report, MetricsText& metrics) {
+    const auto count = [&](FaultKind kind) {
+        metrics.for_each_pid([&](const PidRecord& pid) {
+            metrics.sample(MetricsText::pid_label(pid),
+                           report.stream.faults().count(pid.fault(kind)));
+        });
+    };
+    metrics.family("packets_total", "counter", "Transport packets received.");
+    metrics.for_each_pid([&](const PidRecord& pid) {
+        metrics.sample(MetricsText::pid_label(pid), pid.packets);
+    });
+    metrics.family("pid_bit_rate", "gauge", "Bits per second of the last second.");
+    metrics.for_each_pid([&](const PidRecord& pid) {
+        const auto rate = report.rates.pids.find(pid.number);
+        if (rate != report.rates.pids.end())
+            metrics.sample(MetricsText::pid_label(pid), rate->second);
+    });
+    metrics.family("continuity_errors_total", "counter", "Continuity errors.");
+    count(FaultKind::continuity);
+    metrics.family("crc_errors_total", "counter", "Sections with a wrong CRC_32.");
+    count(FaultKind::crc);
+}
+
+void add_tables(MetricsText& metrics) {
+    metrics.family("last_interval_seconds", "gauge",
+                   "Time between the last two sections of one number.");
+    metrics.for_each_table([&](const std::string& labels, const Repetition& repetition) {
+        if (repetition.intervals().count > 0)
+            metrics.sample(labels, to_seconds(repetition.last_interval()));
+    });
+    metrics.family("longest_interval_seconds", "gauge",
+                   "Longest time without a section of one number.");
+    metrics.for_each_table([&](const std::string& labels, const Repetition& repetition) {
+        metrics.sample(labels, to_seconds(repetition.longest()));
+    });
+}
+
+}  // namespace
+
+std::string metrics_text(const Report& report) {
+    MetricsText metrics(report);
+    add_stream(report, metrics);
+    add_pids(report, metrics);
+    add_tables(metrics);
+    return std::move(metrics).finished();
+}

@@ -1,0 +1,267 @@
+#include "tools/kestan-monitor/report/plot.h"
+
+#include <algorithm>
+#include <array>
+
+#include "dvb/nanoseconds.h"
+#include "tools/json/number_text.h"
+#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/report/svg.h"
+#include "tools/kestan-monitor/report/text_report.h"
+#include "tools/kestan-monitor/report/text_width.h"
+
+namespace {
+
+// Pixels.
+constexpr double kWidth = 1240;
+constexpr double kLeft = 260;
+constexpr double kRight = 1050;
+constexpr double kTop = 84;
+constexpr double kGap = 10;
+constexpr double kMargin = 20;
+constexpr double kRateHeight = 90;
+constexpr double kScaleHeight = 11;
+constexpr double kTickDistance = 90;  // at least
+
+constexpr std::size_t kNameColumns = 25;
+constexpr std::size_t kMaxDots = 15000;  // in the whole picture
+
+constexpr const char* kStyleSheet =
+    "text{font:12px sans-serif;fill:#222}"
+    ".title{font-size:16px;font-weight:bold}"
+    ".small{font-size:11px;fill:#666}"
+    ".scale{font-size:10px;fill:#666;text-anchor:end}"
+    ".tick{font-size:11px;fill:#666;text-anchor:middle}"
+    ".good{fill:#1a7f37}.bad{fill:#c0271d}"
+    ".strip{fill:#f5f7fa}"
+    ".grid{stroke:#e1e5eb}"
+    ".limit{stroke:#c0271d;stroke-dasharray:5 3}"
+    "path{fill:none}"
+    ".dots{stroke:#1f5fa8;stroke-width:4;stroke-linecap:round}"
+    ".late{stroke:#c0271d;stroke-width:6;stroke-linecap:round}"
+    ".spread{stroke:#8db4dd;stroke-width:2}"
+    ".latespread{stroke:#e38a84;stroke-width:2}"
+    ".rate{stroke:#1f5fa8;stroke-width:1.2}";
+
+double strip_height(std::size_t tables) {
+    if (tables <= 8) return 64;
+    return tables <= 24 ? 40 : 26;
+}
+
+// Returns the smallest of the usual distances between time marks that leaves enough room
+// for them.
+std::int64_t tick_ns(std::int64_t duration) {
+    constexpr std::array<int, 18> seconds{1,    2,    5,     10,    15,    30,
+                                          60,   120,  300,   600,   900,   1800,
+                                          3600, 7200, 10800, 21600, 43200, 86400};
+    const double most = (kRight - kLeft) / kTickDistance;
+    for (const int each : seconds) {
+        if (to_seconds(duration) / each <= most) return each * kNsPerSecond;
+    }
+    const auto days = static_cast<std::int64_t>(to_seconds(duration) / most / 86400) + 1;
+    return days * 86400 * kNsPerSecond;
+}
+
+std::string duration_text(std::int64_t ns) {
+    return ns >= 10 * kNsPerSecond ? format("%.0f s", to_seconds(ns))
+                                   : format("%.0f ms", to_ms(ns));
+}
+
+// Draws one picture from the top down.
+class Drawing {
+public:
+    Drawing(const Report& report, std::int64_t start, std::int64_t duration)
+        : report_(report),
+          start_(start),
+          duration_(std::max<std::int64_t>(duration, 1)) {}
+
+    void title() {
+        const FaultLog& faults = report_.stream.faults();
+        svg_.text("title", kMargin, 30, report_.address);
+        svg_.text(
+            "", kMargin, 50,
+            date_and_time(faults.to_civil(start_)) +
+                format(", %.1f s, ", to_seconds(duration_)) +
+                format("%.1f kbit/s, at most %.1f kbit/s in any %.0f ms",
+                       RateMeter().measure(report_.stream).stream / 1000,
+                       report_.stream.peak_bit_rate() / 1000, to_ms(kPeakWindowNs)));
+        svg_.text(faults.total() == 0 ? "good" : "bad", kMargin, 70, verdict(faults));
+        svg_.text("small", kRight + 12, 70, "min / mean / max, ms");
+    }
+
+    void table_strip(std::uint16_t pid, const TableKey& table,
+                     const TimeSeries& intervals, double height, bool as_dots) {
+        const auto limit = repetition_limit(table.type);
+        const std::int64_t greatest = intervals.total().greatest;
+        const std::int64_t top =
+            limit ? std::max(*limit * 10 / 9, greatest * 20 / 19) : greatest * 2;
+        begin_strip(height, static_cast<double>(top));
+        name_table(pid, table, intervals.total(), height);
+        if (limit) {
+            svg_.line("limit", kLeft, y(*limit), kRight, y(*limit));
+            const double lowest = bottom_ - kScaleHeight;  // above the 0
+            svg_.text("scale", kLeft - 6, std::min(y(*limit) + 4, lowest),
+                      duration_text(*limit));
+        }
+        if (as_dots) {
+            dots(intervals, limit.value_or(top));
+        } else {
+            bins(intervals, limit.value_or(top));
+        }
+        y_ += height + kGap;
+    }
+
+    void rate_strip(const TimeSeries& packets) {
+        const std::int64_t width = packets.bin_width();
+        std::vector<double> rates;
+        for (const Spread& bin : packets.bins()) {
+            const auto start = static_cast<std::int64_t>(rates.size()) * width;
+            rates.push_back(bit_rate(static_cast<std::uint64_t>(bin.sum),
+                                     std::min(width, duration_ - start)) /
+                            1000);
+        }
+        const double greatest =
+            rates.empty() ? 1 : *std::max_element(rates.begin(), rates.end());
+        begin_strip(kRateHeight, std::max(greatest, 1.0) * 1.1);
+        svg_.text("", kMargin, y_ + 16, "bit rate");
+        svg_.text("small", kMargin, y_ + 31,
+                  "kbit/s, over " + duration_text(width) + " each");
+        svg_.text("scale", kLeft - 6, at_height(greatest) + 4, format("%.0f", greatest));
+        svg_.begin_path("rate");
+        for (std::size_t i = 0; i < rates.size(); ++i)
+            svg_.step_to(x(static_cast<std::int64_t>(i) * width), at_height(rates[i]));
+        svg_.step_to(kRight, at_height(rates.empty() ? 0 : rates.back()));
+        svg_.end_path();
+        y_ += kRateHeight;
+    }
+
+    // Draws the time marks below all strips and returns the picture.
+    [[nodiscard]] std::string finished() {
+        const std::size_t size = tick_ns(duration_) < 60 * kNsPerSecond ? 8 : 5;
+        for_each_tick([&](std::int64_t at) {
+            const std::int64_t civil = report_.stream.faults().to_civil(start_ + at);
+            svg_.line("grid", x(at), y_, x(at), y_ + 5);
+            svg_.text("tick", x(at), y_ + 18, time_of_day(civil).substr(0, size));
+        });
+        return svg_.finished(y_ + 34);
+    }
+
+private:
+    // Calls `visit` for each mark: full seconds, minutes or hours of local time.
+    template <typename Visit>
+    void for_each_tick(const Visit& visit) const {
+        const std::int64_t civil = report_.stream.faults().to_civil(start_);
+        const std::int64_t local = civil + utc_offset(civil);
+        const std::int64_t each = tick_ns(duration_);
+        for (std::int64_t at = each - local % each; at <= duration_; at += each)
+            visit(at);
+    }
+
+    void begin_strip(double height, double top) {
+        svg_.rectangle("strip", kLeft, y_, kRight - kLeft, height);
+        svg_.text("scale", kLeft - 6, y_ + height, "0");
+        for_each_tick(
+            [&](std::int64_t at) { svg_.line("grid", x(at), y_, x(at), y_ + height); });
+        bottom_ = y_ + height;
+        pixels_per_unit_ = height / std::max(top, 1.0);
+    }
+
+    void name_table(std::uint16_t pid, const TableKey& table, const Spread& total,
+                    double height) {
+        const auto name = report_.service_names.find(table.service_id);
+        const bool has_name =
+            table.type == TableType::pmt && name != report_.service_names.end();
+        std::string first = pid_text(pid) + ' ' + short_name(table.type);
+        if (table.type == TableType::pmt) first += ' ' + std::to_string(table.service_id);
+        const bool has_room = height >= 36;
+        if (has_name && !has_room) first += ' ' + name->second;
+        svg_.text("", kMargin, y_ + (has_room ? 16 : 17), cut(first, kNameColumns));
+        if (has_name && has_room)
+            svg_.text("small", kMargin, y_ + 31, cut(name->second, kNameColumns));
+        svg_.text("", kRight + 12, y_ + height / 2 + 4,
+                  format("%.1f / %.1f / %.1f", to_ms(total.least), to_ms(total.mean()),
+                         to_ms(total.greatest)));
+    }
+
+    // Draws each interval as a dot at its end. Those above the limit have another style.
+    void dots(const TimeSeries& intervals, std::int64_t limit) {
+        for (const bool late : {false, true}) {
+            svg_.begin_path(late ? "late" : "dots");
+            for (const auto& [time, interval] : intervals.points()) {
+                if ((interval > limit) == late) svg_.dot(x(time), y(interval));
+            }
+            svg_.end_path();
+        }
+    }
+
+    void bins(const TimeSeries& intervals, std::int64_t limit) {
+        const auto for_each = [&](const auto& draw) {
+            for (std::size_t i = 0; i < intervals.bins().size(); ++i) {
+                const auto middle =
+                    (static_cast<std::int64_t>(i) * 2 + 1) * intervals.bin_width() / 2;
+                const Spread& bin = intervals.bins()[i];
+                if (bin.count > 0) draw(x(std::min(middle, duration_)), bin);
+            }
+        };
+        for (const bool late : {false, true}) {
+            svg_.begin_path(late ? "latespread" : "spread");
+            for_each([&](double at, const Spread& bin) {
+                if ((bin.greatest > limit) == late)
+                    svg_.upright(at, y(bin.least) + 0.5, y(bin.greatest) - 0.5);
+            });
+            svg_.end_path();
+        }
+        svg_.begin_path("dots");
+        for_each(
+            [&](double at, const Spread& bin) { svg_.dot(at, at_height(bin.mean())); });
+        svg_.end_path();
+    }
+
+    [[nodiscard]] double x(std::int64_t time) const {
+        return kLeft + (kRight - kLeft) * static_cast<double>(time) /
+                           static_cast<double>(duration_);
+    }
+    [[nodiscard]] double at_height(double value) const {
+        return bottom_ - value * pixels_per_unit_;
+    }
+    [[nodiscard]] double y(std::int64_t value) const {
+        return at_height(static_cast<double>(value));
+    }
+
+    const Report& report_;
+    std::int64_t start_;
+    std::int64_t duration_;
+    Svg svg_{kWidth, kStyleSheet};
+    double y_ = kTop;  // the top of the next strip
+    double bottom_ = 0;
+    double pixels_per_unit_ = 1;
+};
+
+}  // namespace
+
+void Plot::add_interval(std::uint16_t pid, const TableKey& table, std::int64_t now,
+                        std::int64_t interval) {
+    intervals_[{pid, table}].add(std::max<std::int64_t>(now - start_, 0), interval);
+}
+
+void Plot::add_packets(std::int64_t now, std::size_t packets) {
+    packets_.add(std::max<std::int64_t>(now - start_, 0),
+                 static_cast<std::int64_t>(packets));
+}
+
+std::string Plot::svg(const Report& report, std::int64_t end) const {
+    std::size_t dots = 0;
+    bool has_all_points = true;
+    for (const auto& [table, series] : intervals_) {
+        dots += series.points().size();
+        has_all_points = has_all_points && series.has_all_points();
+    }
+    Drawing drawing(report, start_, end - start_);
+    drawing.title();
+    for (const auto& [table, series] : intervals_)
+        drawing.table_strip(table.first, table.second, series,
+                            strip_height(intervals_.size()),
+                            has_all_points && dots <= kMaxDots);
+    drawing.rate_strip(packets_);
+    return drawing.finished();
+}
