@@ -69,7 +69,9 @@ void call_with_each_allocation_failing(const std::string& method, Call call) {
             EXPECT_GT(failing, 3u) << method;
             return;
         } catch (const std::bad_alloc&) {
-            EXPECT_EQ(fake_framework::take_log().back(),
+            const auto log = fake_framework::take_log();
+            ASSERT_FALSE(log.empty()) << method;
+            EXPECT_EQ(log.back(),
                       "3 " + method + ": out of memory, the table before it plays on");
         }
     }
