@@ -8,7 +8,11 @@ declare -gA pid=()
 daemon=(kestan)
 small=$BATS_TEST_DIRNAME/../../examples/small.json
 
-setup() { cd "$BATS_TEST_TMPDIR" || return; }
+setup() {
+    cd "$BATS_TEST_TMPDIR" || return
+    unset STATE_DIRECTORY
+    export XDG_STATE_HOME=$PWD/state
+}
 
 teardown() {
     local crashed=
