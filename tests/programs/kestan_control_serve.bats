@@ -30,14 +30,6 @@ logged() { [ "$(grep -c "$2" kestan.err)" = "$1" ]; }
 
 connections_opened() { awk '/^Tcp: [0-9]/ { print $6 }' /proc/net/snmp; }
 
-# hold: occupies the only connection to kestan until `stop holder`.
-hold() {
-    start holder bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501
-        printf "\0\0\0\x20\x80\1\0\1\0\0\0\x13newScramblingConfig\0\0\0\1\0" >&4
-        exec cat <&4'
-    wait_until [ -s holder.out ]  # the answer
-}
-
 @test "replaces what kestan plays, then sends only what has changed" {
     play_small
     write 'del(.cat, .pmts[2]) | (.pat.programs[0], .pmts[0]).pid = "0x0130"'
