@@ -143,6 +143,16 @@ END
     ((${EPOCHREALTIME/./} - begin < 2000000))
 }
 
+@test "sends a rejected table again, and does not record it" {
+    play
+    write '.pmts[1].streams = [range(300) | {stream_type: 2, elementary_pid: (. + 512)}]'
+    serve --force tables.json
+    says serve "kestan rejected the PMT of service 102"
+    jq -e '[.services[].service_id] == [101, 103]' state/kestan-control/played-127.0.0.1-0.json
+    reload
+    prints serve "PMT of service 102 (0x0066) on PID 0x0110: version 1, rejected" 2
+}
+
 @test "answers many start notifications together, once a second" {
     play
     write .
