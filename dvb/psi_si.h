@@ -12,6 +12,7 @@ constexpr std::uint16_t kPatPid = 0x0000;
 constexpr std::uint16_t kCatPid = 0x0001;
 constexpr std::uint16_t kSdtPid = 0x0011;
 constexpr std::uint16_t kTdtPid = 0x0014;
+constexpr std::uint16_t kNullPid = 0x1FFF;
 
 // table_ids: ISO/IEC 13818-1, table 2-31, and ETSI EN 300 468, table 2.
 constexpr std::uint8_t kPatTableId = 0x00;

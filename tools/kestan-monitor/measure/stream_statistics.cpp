@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr std::uint16_t kNullPid = 0x1FFF;         // ISO/IEC 13818-1, table 2-3
 constexpr std::ptrdiff_t kUtcTimeSize = 5;         // ETSI EN 300 468, 5.2.5
 constexpr std::uint8_t kTransportError = 0x80;     // in byte 1
 constexpr std::uint8_t kScramblingControl = 0xC0;  // in byte 3
