@@ -123,6 +123,7 @@ const std::string& JoinedFiles::path_of(TablePlace table) const {
         case TableKind::kSdt:
             return sdt_path_;
         case TableKind::kPmt:
+        case TableKind::kTdt:
             break;
     }
     return pmts_[table.pmt].path;
