@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "thrift/instance_ports.h"
-#include "tools/kestan-control/service_manager.h"
+#include "tools/service/service_manager.h"
 
 namespace {
 
