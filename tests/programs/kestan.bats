@@ -268,13 +268,15 @@ END
     for bytes in '\0' "${call%thod*}" "$call"; do
         run -137 bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501; printf %b "$0" >&4
             kestan-control stop-pmt 999 0x1F0 --timeout 0.3 || kill -KILL $$' "$bytes"
-        kestan-control stop-pmt 999 0x1F0 --timeout 2
+        kestan-control stop-pmt 999 0x1F0 --timeout 20
     done
     watch
     start silent bash -c "exec 4<>/dev/tcp/127.0.0.1/9501
         for _ in {1..300}; do printf '%.s$call' {1..1000}; done >&4"
     wait_until eval "ss -Htn sport = :9501 | grep -qE 'ESTAB +[0-9]+ +[0-9]{6}'"
-    finds_nothing 0.6
+    receives_more 30
+    finish monitor INT || [ $? -eq 1 ]  # a busy machine makes the stream late
+    reports '[.pids[] | .continuity_errors + .crc_errors] | add == 0'
     finish silent KILL || true
-    kestan-control stop-pmt 999 0x1F0 --timeout 2
+    kestan-control stop-pmt 999 0x1F0 --timeout 20
 }
