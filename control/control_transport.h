@@ -33,7 +33,7 @@ public:
 private:
     bool readFrame() override;
 
-    bool is_in_message_ = false;         // its frame has been read, its end has not
+    bool is_in_frame_ = false;           // whose last message has not been read whole
     bool has_read_large_frame_ = false;  // since memory was given back
 };
 
