@@ -25,6 +25,9 @@ rewrite() { write "$1" && reload; }
 # prints <name> <text> [times]: waits until name.out has this number of lines with the text.
 prints() { wait_until eval "((\$(grep -cF -- '$2' $1.out) >= ${3:-1}))"; }
 
+# told <pattern>: waits until the service manager has been told a line that begins with it.
+told() { wait_until grep -q "$1" notified; }
+
 # logged <times> <pattern>: this number of lines of the daemon's log must match.
 logged() { [ "$(grep -c "$2" kestan.err)" = "$1" ]; }
 
@@ -153,6 +156,20 @@ END
     prints serve "PMT of service 102 (0x0066) on PID 0x0110: version 1, rejected" 2
 }
 
+@test "kicks the watchdog, unless it is stopped" {
+    write .
+    WATCHDOG_USEC=300000 serve tables.json
+    kicks() { grep -o WATCHDOG=1 notified | wc -l; }
+    wait_until eval '(($(kicks) >= 3))'
+    kill -STOP "${pid[serve]}"
+    local before
+    before=$(kicks)
+    sleep 0.5
+    (($(kicks) <= before + 1))
+    kill -CONT "${pid[serve]}"
+    wait_until eval "((\$(kicks) >= $before + 3))"
+}
+
 @test "answers many start notifications together, once a second" {
     play
     write .
@@ -189,7 +206,7 @@ END
     says serve "error: tables/b.json: sdt.services\[3\].service_id: .* twice"
     says serve "tables/b.json: left out because of its errors"
     says serve "error: tables/d.json: cannot be read: not a regular file"
-    wait_until grep -q '^STATUS=nothing listens' notified
+    wait_until grep -q '^STATUS=waits for Kestan: nothing listens' notified
     grep -q READY=1 notified
     sleep 1
     # At first 50 ms apart, then ever longer.
@@ -203,16 +220,21 @@ END
     rm tables/[cd].json
     reload
     prints serve "SDT of transport stream 1"
+    told "STATUS=sent 6 tables at [0-9:]*"
     : >serve.err
     mv tables/a.json tables/a.json~
     rm tables/*.json
     reload
     says serve "error: tables: no file in this directory is named \*.json"
     says serve "the tables read before stay"
+    told "STATUS=the files of [0-9:]* have a mistake: what was sent at [0-9:]* stays"
     on_air <(jq "$own" "$small")
     finish serve INT
-    run -1 kestan-control serve --set 1 tables
+    told "STOPPING=1"
+    told "STATUS=has ended; what was sent at [0-9:]* stays"
+    NOTIFY_SOCKET=$PWD/manager run -1 kestan-control serve --set 1 tables
     [[ $output == *"no file can be served"* ]]
+    told "STATUS=has failed: no file can be served"
 }
 
 @test "waits for its turn, and a client that gives up leaves nothing behind" {
