@@ -141,9 +141,9 @@ END
     serve --timeout 60 tables.json
     wait_until [ -s calls ]
     jq -e '.cat and ([.services[].pids] == [[256, 304], [272], [288]])' $record
-    local begin=${EPOCHREALTIME/./}
-    finish serve
-    ((${EPOCHREALTIME/./} - begin < 2000000))
+    local begin=$SECONDS
+    finish serve  # after 1.5 s, not after the 60 s of --timeout
+    ((SECONDS - begin < 10))
 }
 
 @test "sends a rejected table again, and does not record it" {
@@ -182,11 +182,10 @@ END
     done >flood
     start flood socat -u OPEN:flood,rdonly TCP:127.0.0.1:9521
     prints serve "kestan has started" 2
+    prints serve "PMT of service 103" 2
     wait "${pid[flood]}"
     unset "pid[flood]"
-    sleep 1.5
-    (($(grep -c "kestan has started" serve.out) <= SECONDS - begin + 1))
-    [ "$(grep -c "PMT of service 103" serve.out)" = $(($(grep -c "kestan has started" serve.out) + 1)) ]
+    (($(grep -c "PMT of service 103" serve.out) <= SECONDS - begin + 3))
     logged 1 Clearing
 }
 
