@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tools/kestan-control/service_manager.h"
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/rules/bit_rate.h"
 #include "tools/rules/rules.h"
 

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "thrift/instance_ports.h"
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/kestan-control/service_manager.h"
 
 namespace {

@@ -13,6 +13,7 @@
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"

@@ -3,7 +3,7 @@
 #include <exception>
 #include <string>
 
-#include "tools/kestan-control/service_manager.h"
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/rules/finding.h"
 
 using nlohmann::json;

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "tools/kestan-control/check.h"
-#include "tools/kestan-control/service_manager.h"
+#include "tools/kestan-control/diagnostics.h"
 
 namespace {
 

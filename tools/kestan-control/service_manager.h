@@ -2,10 +2,7 @@
 #define KESTAN_TOOLS_KESTAN_CONTROL_SERVICE_MANAGER_H
 
 #include <chrono>
-#include <iosfwd>
 #include <string>
-
-#include "tools/rules/finding.h"
 
 // Sends the state of this process, such as "READY=1" or "STATUS=…", to the service
 // manager that started it, if one did: see sd_notify(3). The protocol is one datagram, so
@@ -15,12 +12,5 @@ void notify_service_manager(const std::string& state);
 // Returns how often the service manager expects "WATCHDOG=1" at least, or 0 if it does
 // not.
 [[nodiscard]] std::chrono::microseconds watchdog_time();
-
-// Returns what a line in `to`, standard output or standard error, begins with: the level
-// as in sd-daemon(3) if the stream is the journal's, or else an empty text.
-[[nodiscard]] std::string level_prefix(const std::ostream& to, Severity severity);
-
-// Writes a line to standard error.
-void complain(Severity severity, const std::string& line);
 
 #endif
