@@ -60,3 +60,14 @@ commands() { "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p'; }
     [ "$(wc -l <"$BATS_TEST_TMPDIR/errors")" -ge 9 ]
     while read -r error; do grep -F -- "\`$error" docs/operating.md; done <"$BATS_TEST_TMPDIR/errors"
 }
+
+@test "the guide to faults quotes what the tools say" {
+    cd "$BATS_TEST_DIRNAME/../.."
+    find tools -name '*.cpp' -exec cat {} + | tr -d '\n' | sed 's/" *"//g' >"$BATS_TEST_TMPDIR/said"
+    sed -n '/^### What the tools say/,/^### It/p' docs/operating.md | cut -d '|' -f 2 |
+        grep -oE '`[^`]+`' | sed -E 's/`(cannot )?([^`…]*).*/\2/; s/ *$//' >"$BATS_TEST_TMPDIR/texts"
+    [ "$(wc -l <"$BATS_TEST_TMPDIR/texts")" -ge 14 ]
+    while read -r text; do
+        grep -qF -- "$text" "$BATS_TEST_TMPDIR/said" || { echo "$text" && false; }
+    done <"$BATS_TEST_TMPDIR/texts"
+}
