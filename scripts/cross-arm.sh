@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 build=$PWD/build-arm
 sysroot=$build/sysroot
 emulator=(qemu-arm -L "$sysroot")
-programs=(kestan kestan-control kestan-monitor)
+programs=(kestan kestan-control kestan-insert kestan-monitor)
 libraries=(
     libstdc++-12-dev libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
     nlohmann-json3-dev libcli11-dev libgtest-dev libgmock-dev
