@@ -2,7 +2,7 @@
 
 load programs
 
-pages=(kestan.8 kestan-control.1 kestan-monitor.1)
+pages=(kestan.8 kestan-control.1 kestan-insert.1 kestan-monitor.1)
 
 # options: prints the options at the starts of the input's lines, sorted.
 options() {

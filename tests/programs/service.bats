@@ -83,12 +83,14 @@ loads() {
     run -1 loads "include \"$file\""
 }
 
-@test "has a unit that starts the installed program, which systemd understands, exposed less than 2.5" {
+@test "has units that start the installed programs, which systemd understands, exposed less than 2.5" {
     command -v systemd-analyze || skip "systemd-analyze is not installed"
     cmake --install "$KESTAN_BIN/.." --prefix "$PWD" >install.out
-    local unit=$PWD/lib/systemd/system/kestan@.service
-    grep "^ExecStart=$PWD/bin/kestan " "$unit"
-    run -0 systemd-analyze verify --man=no "$unit"
-    [[ $output != *kestan@* ]]
-    systemd-analyze security --offline=yes --threshold=24 "$unit"
+    for program in kestan kestan-insert; do
+        local unit=$PWD/lib/systemd/system/$program@.service
+        grep "^ExecStart=$PWD/bin/$program " "$unit"
+        run -0 systemd-analyze verify --man=no "$unit"
+        [[ $output != *$program@* ]]
+        systemd-analyze security --offline=yes --threshold=24 "$unit"
+    done
 }

@@ -193,7 +193,8 @@ void Inserter::insert(std::int64_t now, const TablePacket& from, std::uint8_t* p
 }
 
 void Inserter::advance(std::int64_t now) {
-    const std::uint64_t ms = std::max<std::uint64_t>((now - second_began_) / kNsPerMs, 1);
+    const auto ms = static_cast<std::uint64_t>(
+        std::max<std::int64_t>((now - second_began_) / kNsPerMs, 1));
     if (dropped_ != 0) {
         say_(fmt::format(
             "no room: {} packets of TABLES dropped; INPUT has {} null packets a "
