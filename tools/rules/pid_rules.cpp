@@ -26,8 +26,8 @@ std::string reserved_use(std::int32_t pid) {
 std::string reserved_text(std::int32_t pid, const std::string& use) {
     return "PID " + pid_text(pid) + " is reserved for " + use +
            (pid == kNullPid ? ": receivers discard the PMT"
-                           : ": receivers find no PMT there, and take its sections for "
-                             "broken ones of that kind");
+                            : ": receivers find no PMT there, and take its sections for "
+                              "broken ones of that kind");
 }
 
 }  // namespace
