@@ -24,6 +24,10 @@ constexpr std::uint8_t kPmtTableId = 0x02;
 constexpr std::uint8_t kSdtActualTableId = 0x42;
 constexpr std::uint8_t kTdtTableId = 0x70;
 
+// descriptor_tags: ISO/IEC 13818-1, table 2-39, and ETSI EN 300 468, table 12.
+constexpr std::uint8_t kCaTag = 0x09;
+constexpr std::uint8_t kServiceTag = 0x48;
+
 constexpr std::uint8_t kMaxVersionNumber = 31;  // ISO/IEC 13818-1, 2.4.4.5: 5 bits
 constexpr std::uint8_t kMaxRunningStatus = 7;   // ETSI EN 300 468, 5.2.3: 3 bits
 

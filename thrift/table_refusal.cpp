@@ -78,13 +78,13 @@ Fault excess(const PMT& pmt) {
 }
 
 template <typename Structure>
-Fault fault_of(const Structure& structure);
+void find_fault(const Structure& structure, Fault& fault);
 
 // A visitor that keeps the first fault of the fields.
 template <typename Structure>
 struct RangeCheck {
     const Structure& structure;
-    Fault fault = std::nullopt;
+    Fault& fault;
 
     void number(std::int32_t Structure::*member, const NumberField& field) {
         const std::int32_t value = structure.*member;
@@ -107,22 +107,22 @@ struct RangeCheck {
     void list(std::vector<Element> Structure::*member, const char* name) {
         const std::vector<Element>& elements = structure.*member;
         for (std::size_t i = 0; i < elements.size() && !fault; ++i) {
-            fault = fault_of(elements[i]);
+            find_fault(elements[i], fault);
             if (fault) fault->insert(0, place_of(elements[i], name, i) + ": ");
         }
     }
 };
 
 template <typename Structure>
-Fault fault_of(const Structure& structure) {
-    RangeCheck<Structure> check{structure};
-    TableFields<Structure>::visit(check);
-    return check.fault ? check.fault : excess(structure);
+void find_fault(const Structure& structure, Fault& fault) {
+    TableFields<Structure>::visit(RangeCheck<Structure>{structure, fault});
+    if (!fault) fault = excess(structure);
 }
 
 template <typename Table>
 Fault fault_at(const std::string& place, const Table& table) {
-    Fault fault = fault_of(table);
+    Fault fault;
+    find_fault(table, fault);
     if (fault) fault->insert(0, place + ": ");
     return fault;
 }

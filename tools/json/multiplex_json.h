@@ -28,7 +28,7 @@
 
 // What a PMT has in JSON alone, before its other fields: the PID that carries it.
 constexpr orvel::thrift::dvb_tables::NumberField kPmtPidField =
-    orvel::thrift::dvb_tables::pid_field("pid", "of the PMT");
+    orvel::thrift::dvb_tables::pid_field("pid", "the PID of the PMT");
 
 // Reads the tables. Raises JsonMistake.
 [[nodiscard]] Multiplex multiplex_from_json(const JsonNode& root);
