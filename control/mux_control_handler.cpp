@@ -1,6 +1,7 @@
 #include "control/mux_control_handler.h"
 
 #include <memory>
+#include <new>
 #include <string>
 #include <system_error>
 
@@ -47,6 +48,10 @@ void play(SimpleTable& stream, std::string packets) {
     if (!packets.empty()) stream.replace_packets(packets);
 }
 
+void log_exhaustion(const char* method) {
+    log_function(kLogError, 0, "%s: out of memory, the table before it plays on", method);
+}
+
 }  // namespace
 
 cm_MuxControlSrvHandler::cm_MuxControlSrvHandler()
@@ -84,7 +89,7 @@ void cm_MuxControlSrvHandler::ClearAllTables() {
     release_all_pmts();
 }
 
-std::int32_t cm_MuxControlSrvHandler::NewPAT(const PAT& pat) {
+std::int32_t cm_MuxControlSrvHandler::NewPAT(const PAT& pat) try {
     const PatPtr table(t2dPAT(pat));
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
@@ -92,15 +97,21 @@ std::int32_t cm_MuxControlSrvHandler::NewPAT(const PAT& pat) {
                  table->i_version);
     play(pat_stream_, table_packets(*table, kPatPid));
     return table->i_version;
+} catch (const std::bad_alloc&) {
+    log_exhaustion("NewPAT");
+    throw;
 }
 
-std::int32_t cm_MuxControlSrvHandler::NewCAT(const CAT& cat) {
+std::int32_t cm_MuxControlSrvHandler::NewCAT(const CAT& cat) try {
     const CatPtr table(t2dCAT(cat));
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
     log_function(kLogInformation, 0, "New CAT version=%u", table->i_version);
     play(cat_stream_, table_packets(*table, kCatPid));
     return table->i_version;
+} catch (const std::bad_alloc&) {
+    log_exhaustion("NewCAT");
+    throw;
 }
 
 void cm_MuxControlSrvHandler::ClearCAT() {
@@ -108,7 +119,7 @@ void cm_MuxControlSrvHandler::ClearCAT() {
     cat_stream_.clear();
 }
 
-std::int32_t cm_MuxControlSrvHandler::NewSDTActual(const SDT& sdt) {
+std::int32_t cm_MuxControlSrvHandler::NewSDTActual(const SDT& sdt) try {
     const SdtPtr table(t2dSDT(sdt));
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
@@ -116,11 +127,18 @@ std::int32_t cm_MuxControlSrvHandler::NewSDTActual(const SDT& sdt) {
                  table->i_extension, table->i_network_id, table->i_version);
     play(sdt_stream_, table_packets(*table, kSdtPid));
     return table->i_version;
+} catch (const std::bad_alloc&) {
+    log_exhaustion("NewSDTActual");
+    throw;
 }
 
-std::int32_t cm_MuxControlSrvHandler::NewPMT(const PMT& pmt, std::int16_t pid) {
+std::int32_t cm_MuxControlSrvHandler::NewPMT(const PMT& pmt, std::int16_t pid) try {
     const auto pmt_pid = static_cast<std::uint16_t>(pid);
-    if (pmt_pid > kMaxPid) return kRejected;
+    if (pmt_pid > kMaxPid) {
+        log_function(kLogWarning, 0, "PMT of service %d: pid is %u, 0 to %u fit",
+                     pmt.program_number, pmt_pid, kMaxPid);
+        return kRejected;
+    }
     const PmtPtr table(t2dPMT(pmt));
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
@@ -137,6 +155,9 @@ std::int32_t cm_MuxControlSrvHandler::NewPMT(const PMT& pmt, std::int16_t pid) {
         record->carrousel->update_subtable(record->sub_table, packets);
     }
     return table->i_version;
+} catch (const std::bad_alloc&) {
+    log_exhaustion("NewPMT");
+    throw;
 }
 
 void cm_MuxControlSrvHandler::add_pmt(std::uint16_t service_id, std::uint16_t pid,
