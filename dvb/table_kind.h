@@ -20,6 +20,7 @@ struct TableInfo {
     const char* full_name;  // for people; the number of its service follows a PMT's
     std::optional<std::uint16_t> pid;  // nullopt if the PAT gives it
     std::uint8_t table_id;
+    std::size_t header_size;  // of a section: the bytes before its entries
 
     // table_ids of other tables that the PID may carry, a byte each, and the clause that
     // allows no more.
@@ -44,21 +45,21 @@ constexpr std::int64_t kLeastSectionGapNs = 25 * kNsPerMs;
 // In the order of TableKind. The periods are Kestan's choice.
 // clang-format off
 constexpr std::array<TableInfo, 5> kTables{{
-    {"pat", "PAT", "PAT", kPatPid, kPatTableId,
+    {"pat", "PAT", "PAT", kPatPid, kPatTableId, 8,
      "", "ETSI TR 101 290, 1.3.a", "ETSI TR 101 290, 1.3.a",
      200 * kNsPerMs, 500 * kNsPerMs, "ETSI TR 101 290, 1.3.a", false},
-    {"cat", "CAT", "CAT", kCatPid, kCatTableId,
+    {"cat", "CAT", "CAT", kCatPid, kCatTableId, 8,
      "", "ETSI TR 101 290, 2.6", "ISO/IEC 13818-1, 2.4.4",
      500 * kNsPerMs, std::nullopt, "", false},
     // The SDTs of other streams, the BAT and the ST share its PID.
-    {"sdt", "SDT", "SDT actual", kSdtPid, kSdtActualTableId,
+    {"sdt", "SDT", "SDT actual", kSdtPid, kSdtActualTableId, 11,
      "\x46\x4A\x72", "ETSI TR 101 290, 3.5", "ETSI EN 300 468, 5.1.1",
      500 * kNsPerMs, 2 * kNsPerSecond, "ETSI TR 101 211, 4.4", true},
-    {"pmts", "PMT", "PMT of service", std::nullopt, kPmtTableId,
+    {"pmts", "PMT", "PMT of service", std::nullopt, kPmtTableId, 12,
      "", "", "ETSI TR 101 290, 1.5.a",
      200 * kNsPerMs, 500 * kNsPerMs, "ETSI TR 101 290, 1.5.a", false},
     // The ST and the TOT share its PID.
-    {nullptr, "TDT", "TDT", kTdtPid, kTdtTableId,
+    {nullptr, "TDT", "TDT", kTdtPid, kTdtTableId, 3,
      "\x72\x73", "ETSI TR 101 290, 3.8", "ETSI EN 300 468, 5.1.1",
      kNsPerSecond, 30 * kNsPerSecond, "ETSI TR 101 211, 4.4", true},
 }};
