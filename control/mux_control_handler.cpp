@@ -8,6 +8,7 @@
 #include "dvb/libdvbpsi.h"
 #include "dvb/nanoseconds.h"
 #include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "framework/log.h"
 #include "framework/table_converters.h"
 #include "mux/muxer.h"
@@ -17,16 +18,18 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-constexpr std::int64_t kPatPeriodNs = 200 * kNsPerMs;
-constexpr std::int64_t kCatPeriodNs = 500 * kNsPerMs;
-constexpr std::int64_t kSdtPeriodNs = 500 * kNsPerMs;
-constexpr std::uint32_t kPmtPeriodMs = 200;
+constexpr std::uint32_t kPmtPeriodMs = table_info(TableKind::kPmt).period_ns / kNsPerMs;
 
 constexpr std::int32_t kRejected = -1;
 
-// A version_number has 5 bits (ISO/IEC 13818-1, 2.4.4.5). A larger one becomes 0.
 void apply_version_rule(std::uint8_t& version) {
-    if (version > 31) version = 0;
+    if (version > kMaxVersionNumber) version = 0;
+}
+
+// Makes the stream of a table that has a fixed PID.
+SimpleTable stream_of(TableKind kind) {
+    const TableInfo& table = table_info(kind);
+    return {table.pid.value(), table.period_ns};
 }
 
 // Takes a carrousel off the muxer and frees it. If the muxer's mutex cannot be locked,
@@ -52,9 +55,9 @@ void log_exhaustion(const char* method) {
 }  // namespace
 
 cm_MuxControlSrvHandler::cm_MuxControlSrvHandler()
-    : pat_stream_(kPatPid, kPatPeriodNs),
-      cat_stream_(kCatPid, kCatPeriodNs),
-      sdt_stream_(kSdtPid, kSdtPeriodNs) {
+    : pat_stream_(stream_of(TableKind::kPat)),
+      cat_stream_(stream_of(TableKind::kCat)),
+      sdt_stream_(stream_of(TableKind::kSdt)) {
     try {
         muxer_add(pat_stream_);
         muxer_add(cat_stream_);

@@ -70,7 +70,7 @@ build_and_test() {
 
 # The emulator has no time stamps of datagrams, so this machine's monitor measures.
 build_monitor() {
-    cmake --preset release -G Ninja >/dev/null
+    cmake --preset release >/dev/null
     cmake --build --preset release --target kestan-monitor -- --quiet
 }
 

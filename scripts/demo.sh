@@ -14,7 +14,7 @@ readonly tables=examples/small.json
 build() {
     install_missing "${build_packages[@]}" "${network_packages[@]}" ffmpeg
     echo "== Building"
-    cmake --preset release -G Ninja -DKESTAN_TESTS=OFF >/dev/null
+    cmake --preset release -DKESTAN_TESTS=OFF >/dev/null
     cmake --build --preset release -- --quiet
 }
 

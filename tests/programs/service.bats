@@ -55,6 +55,35 @@ reaches() { timeout "${2:-20}" "${in_peer[@]}" bash -c "exec 4<>/dev/tcp/192.0.2
     reaches 9502
 }
 
+# loads: nft loads a configuration that has rules of the host's own and then the line.
+loads() {
+    printf '%s\n' 'flush ruleset' 'table inet own' "$1" >nftables.conf
+    nft -f nftables.conf && nft list table inet own
+}
+
+@test "the documented line for nftables closes the port, and is no error without the package" {
+    needs_own_network
+    command -v nft || skip "nft(8) is not installed"
+    nft list ruleset || skip "nft may not filter here"
+    local packaging=$BATS_TEST_DIRNAME/../../packaging line file
+    line=$(grep -ho 'include "/usr/share/kestan/.*"' "$packaging"/{control-port.nft,../docs/operating.md})
+    line+=$'\n'$(sed 's/\\-/-/g' "$packaging/man/kestan.8.in" | grep '^include "')
+    line=$(sort -u <<<"$line")
+    line=${line/usr/$PWD\/usr}
+    file=$PWD/usr/share/kestan/control-port.nft
+    install -D "$packaging/control-port.nft" "$file"
+    lay_link out 10.1.0.1 10.1.0.2
+    play
+    local connect=("${in_peer[@]}" timeout 2 bash -c ': <>/dev/tcp/10.1.0.1/9501')
+    loads "$line"
+    run -124 "${connect[@]}"
+    kestan-control clear
+    rm "$file"
+    loads "$line"
+    "${connect[@]}"
+    run -1 loads "include \"$file\""
+}
+
 @test "has a unit that starts the installed program, which systemd understands, exposed less than 2.5" {
     command -v systemd-analyze || skip "systemd-analyze is not installed"
     cmake --install "$KESTAN_BIN/.." --prefix "$PWD" >install.out

@@ -12,13 +12,6 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-// How often Kestan plays each table.
-constexpr std::size_t kPatsPerSecond = 5;
-constexpr std::size_t kCatsPerSecond = 2;
-constexpr std::size_t kSdtsPerSecond = 2;
-constexpr std::size_t kPmtsPerSecond = 5;
-constexpr std::size_t kTdtPacketsPerSecond = 1;
-
 constexpr std::size_t kPatHeaderSize = 8;  // ISO/IEC 13818-1, 2.4.4.3
 constexpr std::size_t kPatProgramSize = 4;
 constexpr std::size_t kPatProgramsPerSection = 100;  // Kestan's choice
@@ -26,6 +19,10 @@ constexpr std::size_t kPatProgramsPerSection = 100;  // Kestan's choice
 // The first packet of a section has a pointer_field (ISO/IEC 13818-1, 2.4.4.1).
 constexpr std::size_t kPayloadSize = kTsPacketSize - 4;
 constexpr std::size_t kPointerFieldSize = 1;
+
+std::size_t times_per_second(TableKind kind) {
+    return static_cast<std::size_t>(kNsPerSecond / table_info(kind).period_ns);
+}
 
 std::size_t packets_of_section(std::size_t size) {
     return (kPointerFieldSize + size + kPayloadSize - 1) / kPayloadSize;
@@ -106,12 +103,9 @@ std::string BitRate::text() const {
 }
 
 BitRate needed_bit_rate(const Multiplex& multiplex) {
-    std::size_t packets = kTdtPacketsPerSecond;
-    if (multiplex.pat) packets += kPatsPerSecond * packet_count(*multiplex.pat);
-    if (multiplex.cat) packets += kCatsPerSecond * packet_count(*multiplex.cat);
-    if (multiplex.sdt) packets += kSdtsPerSecond * packet_count(*multiplex.sdt);
-    for (const PmtOnPid& on_pid : multiplex.pmts) {
-        packets += kPmtsPerSecond * packet_count(on_pid.pmt);
-    }
+    std::size_t packets = times_per_second(TableKind::kTdt);
+    for_each_table(multiplex, [&](TablePlace place, const auto& table) {
+        packets += times_per_second(place.kind) * packet_count(table);
+    });
     return {packets};
 }

@@ -2,32 +2,16 @@
 #include <optional>
 #include <string>
 
+#include "dvb/psi_si.h"
 #include "thrift/table_refusal.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/rules/rule_functions.h"
 
 using namespace orvel::thrift::dvb_tables;
 
-namespace {
-
-constexpr std::int32_t kMaxVersion = 31;  // ISO/IEC 13818-1, 2.4.4.5: 5 bits
-
-// Calls visit(place, table) for each table.
-template <typename Visit>
-void for_each_table(const Multiplex& multiplex, Visit visit) {
-    if (multiplex.pat) visit(kInPat, *multiplex.pat);
-    if (multiplex.cat) visit(kInCat, *multiplex.cat);
-    if (multiplex.sdt) visit(kInSdt, *multiplex.sdt);
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        visit(in_pmt(i), multiplex.pmts[i].pmt);
-    }
-}
-
-}  // namespace
-
 void check_version_above_31(const TableIndex& tables, RuleReport& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
-        if (table.version_number <= kMaxVersion) return;
+        if (table.version_number <= kMaxVersionNumber) return;
         report.add(place, "version_number",
                    "version " + std::to_string(table.version_number) +
                        " does not fit in 5 bits and goes out as 0: receivers that have a "

@@ -1,15 +1,13 @@
 #include "tools/kestan-monitor/measure/stream_statistics.h"
 
 #include <algorithm>
-#include <initializer_list>
+#include <string_view>
 
 #include "dvb/psi_si.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
 
 namespace {
 
-constexpr std::uint16_t kNullPid = 0x1FFF;         // ISO/IEC 13818-1, table 2-3
-constexpr std::ptrdiff_t kUtcTimeSize = 5;         // ETSI EN 300 468, 5.2.5
 constexpr std::uint8_t kTransportError = 0x80;     // in byte 1
 constexpr std::uint8_t kScramblingControl = 0xC0;  // in byte 3
 
@@ -20,41 +18,32 @@ constexpr std::int64_t kUnannouncedLimitNs = 500 * kNsPerMs;
 // Memory stays bounded when a stream has PMTs of any service_id.
 constexpr std::size_t kMaxUnannouncedTables = 1000;
 
-bool has_fixed_use(std::uint16_t pid) {
-    return pid == kPatPid || pid == kCatPid || pid == kSdtPid || pid == kTdtPid;
-}
-
-// Returns whether a PID may carry a table_id. PIDs without a fixed use may carry any
-// (ETSI TR 101 290, 1.3, 2.6, 3.5, 3.8).
+// Returns whether a PID may carry a table_id. PIDs without a fixed use may carry any.
 bool may_carry(std::uint16_t pid, std::uint8_t table_id) {
-    const auto is_one_of = [&](std::initializer_list<std::uint8_t> allowed) {
-        return std::find(allowed.begin(), allowed.end(), table_id) != allowed.end();
-    };
-    if (pid == kPatPid) return is_one_of({kPatTableId});
-    if (pid == kCatPid) return is_one_of({kCatTableId});
-    if (pid == kSdtPid) return is_one_of({kSdtActualTableId, 0x46, 0x4A, 0x72});
-    if (pid == kTdtPid) return is_one_of({kTdtTableId, 0x72, 0x73});
-    return true;
+    const TableInfo* const table = table_on(pid);
+    if (table == nullptr || table->table_id == table_id) return true;
+    const std::string_view others = table->other_table_ids;
+    return others.find(static_cast<char>(table_id)) != std::string_view::npos;
 }
 
 // Returns the table that sections of `table_id` on `pid` belong to, or nullopt if it is
 // not followed.
-std::optional<TableType> type_of(std::uint16_t pid, std::uint8_t table_id) {
-    if (pid == kPatPid && table_id == kPatTableId) return TableType::pat;
-    if (pid == kCatPid && table_id == kCatTableId) return TableType::cat;
-    if (pid == kSdtPid && table_id == kSdtActualTableId) return TableType::sdt;
-    if (pid == kTdtPid && table_id == kTdtTableId) return TableType::tdt;
-    if (table_id == kPmtTableId) return TableType::pmt;
+std::optional<TableKind> kind_of(std::uint16_t pid, std::uint8_t table_id) {
+    for (std::size_t i = 0; i < kTables.size(); ++i) {
+        const TableInfo& table = kTables.at(i);
+        if (table.table_id == table_id && table.pid.value_or(pid) == pid)
+            return static_cast<TableKind>(i);
+    }
     return std::nullopt;
 }
 
 // Returns whether the section belongs to such a table and is in force.
-bool refreshes(TableType type, const dvbpsi_psi_section_t& section) {
+bool refreshes(TableKind kind, const dvbpsi_psi_section_t& section) {
     const bool is_long = section.b_syntax_indicator;
     const std::ptrdiff_t size = section.p_payload_end - section.p_payload_start;
-    if (type == TableType::tdt) return !is_long && size == kUtcTimeSize;
+    if (kind == TableKind::kTdt) return !is_long && size == std::ptrdiff_t{kUtcTimeSize};
     // A PMT has one section (ISO/IEC 13818-1, 2.4.4.9).
-    const bool is_single = type != TableType::pmt || section.i_last_number == 0;
+    const bool is_single = kind != TableKind::kPmt || section.i_last_number == 0;
     return is_long && is_single && size >= 0 && section.b_current_next;
 }
 
@@ -74,14 +63,15 @@ bool is_scrambled(const std::uint8_t* packet) {
 
 StreamStatistics::StreamStatistics(std::int64_t start)
     : now_(start), last_arrival_(start) {
-    for (const std::uint16_t number : {kPatPid, kCatPid, kSdtPid, kTdtPid}) {
-        PidRecord& on = pid(number);
+    for (const TableInfo& info : kTables) {
+        if (!info.pid) continue;
+        PidRecord& on = pid(*info.pid);
         on.has_to_carry_tables = true;
         collect_tables(on);
     }
-    table(pid(kPatPid), {TableType::pat});
-    table(pid(kSdtPid), {TableType::sdt});
-    table(pid(kTdtPid), {TableType::tdt});
+    table(pid(kPatPid), {TableKind::kPat});
+    table(pid(kSdtPid), {TableKind::kSdt});
+    table(pid(kTdtPid), {TableKind::kTdt});
 }
 
 void StreamStatistics::set_civil_clock(std::int64_t civil_minus_steady,
@@ -112,7 +102,7 @@ void StreamStatistics::collect_tables(PidRecord& on) {
 TableRecord* StreamStatistics::table(PidRecord& on, const TableKey& key) {
     const auto found = on.tables.find(key);
     if (found != on.tables.end()) return &found->second;
-    if (key.type == TableType::pmt &&
+    if (key.kind == TableKind::kPmt &&
         announced_.count({on.number, key.service_id}) == 0 &&
         ++unannounced_tables_ > kMaxUnannouncedTables) {
         return nullptr;
@@ -149,17 +139,17 @@ std::int64_t StreamStatistics::longest_silence() const {
     std::optional<std::int64_t> shortest;
     for (const auto& [number, pid] : pids_) {
         for (const auto& [key, table] : pid.tables) {
-            const auto limit = repetition_limit(key.type);
+            const auto limit = table_info(key.kind).repetition_limit_ns;
             if (table.sections() > 0 && limit)
                 shortest = std::min(shortest.value_or(*limit), *limit);
         }
     }
-    return shortest.value_or(*repetition_limit(TableType::pat));
+    return shortest.value_or(*table_info(TableKind::kPat).repetition_limit_ns);
 }
 
 void StreamStatistics::check_silence(std::int64_t now) {
     const std::int64_t silence = now - last_arrival_;
-    if (silence <= *repetition_limit(TableType::pat)) return;  // the least one
+    if (silence <= *table_info(TableKind::kPat).repetition_limit_ns) return;  // the least one
     const std::int64_t limit = longest_silence();
     if (silence <= limit) return;
     const Fault fault{FaultKind::silence};
@@ -228,12 +218,12 @@ void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& sec
         faults_.add(on.fault(FaultKind::table_id), now_);
         return;
     }
-    const std::optional<TableType> type = type_of(on.number, section.i_table_id);
-    if (!type || !refreshes(*type, section)) return;
+    const std::optional<TableKind> kind = kind_of(on.number, section.i_table_id);
+    if (!kind || !refreshes(*kind, section)) return;
 
-    const bool is_pmt = *type == TableType::pmt;
+    const bool is_pmt = *kind == TableKind::kPmt;
     if (is_pmt) check_announcement(on);
-    const TableKey key{*type, is_pmt ? section.i_extension : std::uint16_t{0}};
+    const TableKey key{*kind, is_pmt ? section.i_extension : std::uint16_t{0}};
     TableRecord* const of = table(on, key);
     if (of == nullptr) return;
     const TableRecord::Arrival arrival = of->add(section, start, now_);
@@ -241,8 +231,8 @@ void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& sec
     if (arrival.interval && on_interval_ && !is_stray)
         on_interval_(on.number, key, now_, *arrival.interval);
     if (arrival.is_changed) has_new_tables_ = true;
-    if (*type == TableType::tdt) tdt_check_.add(of->fault({}), *of->utc(), now_);
-    if (*type != TableType::pat) return;
+    if (*kind == TableKind::kTdt) tdt_check_.add(of->fault({}), *of->utc(), now_);
+    if (*kind != TableKind::kPat) return;
     pat_alternation_.add(of->fault(FaultKind::pat_alternates), section.i_extension,
                          section.i_version, now_);
     if (arrival.is_changed) follow_pat();
@@ -250,7 +240,7 @@ void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& sec
 
 // Called when a PMT has come on the PID.
 void StreamStatistics::check_announcement(PidRecord& on) {
-    const bool has_pat = pids_.at(kPatPid).tables.at({TableType::pat}).is_complete();
+    const bool has_pat = pids_.at(kPatPid).tables.at({TableKind::kPat}).is_complete();
     if (on.has_to_carry_tables || !has_pat) {
         on.unannounced_since.reset();
         return;
@@ -262,7 +252,7 @@ void StreamStatistics::check_announcement(PidRecord& on) {
 
 // Expects the PMTs of the PAT in force, and no others.
 void StreamStatistics::follow_pat() {
-    const auto pat = decode_pat(pids_.at(kPatPid).tables.at({TableType::pat}));
+    const auto pat = decode_pat(pids_.at(kPatPid).tables.at({TableKind::kPat}));
     if (!pat) return;
     announced_.clear();
     for (const auto& program : pat->programs) {
@@ -275,7 +265,7 @@ void StreamStatistics::follow_pat() {
         PidRecord& on = pid(number);
         on.has_to_carry_tables = true;
         collect_tables(on);
-        TableRecord& pmt = *table(on, {TableType::pmt, service_id});
+        TableRecord& pmt = *table(on, {TableKind::kPmt, service_id});
         if (!pmt.is_announced()) pmt.expect(now_);
     }
 }
@@ -284,10 +274,10 @@ void StreamStatistics::follow_pat() {
 void StreamStatistics::withdraw_unannounced() {
     unannounced_tables_ = 0;
     for (auto& [number, pid] : pids_) {
-        if (!has_fixed_use(number)) pid.has_to_carry_tables = false;
+        if (table_on(number) == nullptr) pid.has_to_carry_tables = false;
         for (auto at = pid.tables.begin(); at != pid.tables.end();) {
             auto& [key, table] = *at;
-            const bool is_other = key.type != TableType::pmt ||
+            const bool is_other = key.kind != TableKind::kPmt ||
                                   announced_.count({number, key.service_id}) != 0;
             if (is_other) {
                 ++at;

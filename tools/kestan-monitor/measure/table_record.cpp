@@ -24,7 +24,7 @@ TableRecord::TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& fault
     : pid_(pid),
       key_(key),
       faults_(faults),
-      repetition_(repetition_limit(key.type), [this](const Repetition::Overdue& overdue) {
+      repetition_(table_info(key.kind).repetition_limit_ns, [this](const Repetition::Overdue& overdue) {
           const Fault found =
               fault(overdue.has_come ? FaultKind::repetition : FaultKind::absence);
           if (overdue.is_new) faults_.add(found, overdue.limit_passed, overdue.wait);
@@ -37,7 +37,7 @@ TableRecord::Arrival TableRecord::add(const dvbpsi_psi_section_t& section,
     check_gap(start, end);
     Arrival arrival;
     arrival.interval = repetition_.add(section.i_number, section.i_last_number, end);
-    if (key_.type == TableType::tdt) {
+    if (key_.kind == TableKind::kTdt) {
         utc_ = utc_seconds(section.p_payload_start);
     } else {
         arrival.is_changed = keep(section, end);
@@ -47,7 +47,7 @@ TableRecord::Arrival TableRecord::add(const dvbpsi_psi_section_t& section,
 
 void TableRecord::check_gap(std::int64_t start, std::int64_t end) {
     const auto last_end = std::exchange(last_end_, end);
-    if (!last_end || !has_section_gaps(key_.type)) return;
+    if (!last_end || !table_info(key_.kind).has_gap_limit) return;
     const std::int64_t gap = start - *last_end;
     if (gap < kLeastSectionGapNs) faults_.add(fault(FaultKind::section_gap), start, gap);
 }

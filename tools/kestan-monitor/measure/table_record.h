@@ -9,7 +9,7 @@
 #include "dvb/libdvbpsi.h"
 #include "tools/kestan-monitor/measure/fault_log.h"
 #include "tools/kestan-monitor/measure/repetition.h"
-#include "tools/kestan-monitor/measure/table_type.h"
+#include "tools/kestan-monitor/measure/table_key.h"
 
 // The record of one table: its sections, their intervals and their faults.
 //
