@@ -15,7 +15,7 @@
 
 #include "thrift/instance_ports.h"
 #include "tools/kestan-control/diagnostics.h"
-#include "tools/kestan-control/service_manager.h"
+#include "tools/service/service_manager.h"
 
 namespace {
 

@@ -17,9 +17,9 @@
 #include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
-#include "tools/kestan-control/service_manager.h"
 #include "tools/kestan-control/table_files.h"
 #include "tools/receive/table_import.h"
+#include "tools/service/service_manager.h"
 
 // kestan-control: a control process in one command. Exit status 0 when all was done, 1
 // when something was not (a rejected table, a mistake in a file, no connection), 2 for a

@@ -1,4 +1,4 @@
-#include "tools/kestan-control/service_manager.h"
+#include "tools/service/service_manager.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
