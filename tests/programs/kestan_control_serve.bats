@@ -74,7 +74,9 @@ connections_opened() { awk '/^Tcp: [0-9]/ { print $6 }' /proc/net/snmp; }
         serve tables.json
         prints serve "PMT of service 103"
     done
-    finds_nothing 1
+    # On a busy machine a table may be late, but no packet is missing and no PMT withdrawn.
+    finish monitor INT || true
+    reports '(.pids | length == 7) and all(.pids[]; .continuity_errors == 0)'
     logged 1 Clearing
     logged 0 "Clear PMT"
     finish serve
