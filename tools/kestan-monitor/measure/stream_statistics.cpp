@@ -149,7 +149,8 @@ std::int64_t StreamStatistics::longest_silence() const {
 
 void StreamStatistics::check_silence(std::int64_t now) {
     const std::int64_t silence = now - last_arrival_;
-    if (silence <= *table_info(TableKind::kPat).repetition_limit_ns) return;  // the least one
+    if (silence <= *table_info(TableKind::kPat).repetition_limit_ns)
+        return;  // the least one
     const std::int64_t limit = longest_silence();
     if (silence <= limit) return;
     const Fault fault{FaultKind::silence};

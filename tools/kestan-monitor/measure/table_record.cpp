@@ -24,12 +24,14 @@ TableRecord::TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& fault
     : pid_(pid),
       key_(key),
       faults_(faults),
-      repetition_(table_info(key.kind).repetition_limit_ns, [this](const Repetition::Overdue& overdue) {
-          const Fault found =
-              fault(overdue.has_come ? FaultKind::repetition : FaultKind::absence);
-          if (overdue.is_new) faults_.add(found, overdue.limit_passed, overdue.wait);
-          faults_.extend(found, overdue.wait);
-      }) {}
+      repetition_(table_info(key.kind).repetition_limit_ns,
+                  [this](const Repetition::Overdue& overdue) {
+                      const Fault found = fault(overdue.has_come ? FaultKind::repetition
+                                                                 : FaultKind::absence);
+                      if (overdue.is_new)
+                          faults_.add(found, overdue.limit_passed, overdue.wait);
+                      faults_.extend(found, overdue.wait);
+                  }) {}
 
 TableRecord::Arrival TableRecord::add(const dvbpsi_psi_section_t& section,
                                       std::int64_t start, std::int64_t end) {
