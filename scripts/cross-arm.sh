@@ -11,10 +11,10 @@ cd "$(dirname "$0")/.."
 build=$PWD/build-arm
 sysroot=$build/sysroot
 emulator=(qemu-arm -L "$sysroot")
-programs=(kestan kestan-control kestan-monitor)
+programs=(kestan kestan-control kestan-insert kestan-monitor)
 libraries=(
     libstdc++-12-dev libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
-    nlohmann-json3-dev libcli11-dev libgtest-dev libgmock-dev
+    nlohmann-json3-dev libcli11-dev libfmt-dev libbitstream-dev libgtest-dev libgmock-dev
 )
 
 # Uses the system's Debian mirrors for armhf.

@@ -17,7 +17,8 @@ set(CPACK_PACKAGE_DESCRIPTION
 "Kestan takes the tables of a DVB multiplex (PAT, CAT, SDT, PMTs) from a
 control process and plays them, together with a TDT, as one paced stream
 of UDP datagrams. With it come kestan-control, a control process in one
-command, and kestan-monitor, which shows what is on the wire and checks it.")
+command, kestan-insert, which puts the tables into an encoder's stream, and
+kestan-monitor, which shows what is on the wire and checks it.")
 set(CPACK_PACKAGE_CONTACT ${KESTAN_MAINTAINER})
 # The files of the package contain the prefix, so the package is installed with the same one.
 set(CPACK_SET_DESTDIR ON)
