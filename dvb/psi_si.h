@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 
-// Numbers of the PSI and SI tables. table_kind.h has those that each table has its own.
+#include "dvb/table_kind.h"
+
+// Numbers of the PSI and SI tables, with those of each table from table_kind.h.
 
 constexpr unsigned kPidBits = 13;  // ISO/IEC 13818-1, 2.4.3.2
 constexpr std::uint16_t kMaxPid = (1U << kPidBits) - 1;
