@@ -14,7 +14,7 @@ emulator=(qemu-arm -L "$sysroot")
 programs=(kestan kestan-control kestan-monitor)
 libraries=(
     libstdc++-12-dev libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
-    nlohmann-json3-dev libcli11-dev libgtest-dev libgmock-dev
+    nlohmann-json3-dev libcli11-dev libfmt-dev libbitstream-dev libgtest-dev libgmock-dev
 )
 
 # Uses the system's Debian mirrors for armhf.

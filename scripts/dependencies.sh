@@ -4,7 +4,7 @@
 build_packages=(
     g++ cmake ninja-build pkg-config
     thrift-compiler libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
-    nlohmann-json3-dev libcli11-dev
+    nlohmann-json3-dev libcli11-dev libfmt-dev libbitstream-dev
 )
 package_packages=(dpkg-dev file)
 network_packages=(iproute2)

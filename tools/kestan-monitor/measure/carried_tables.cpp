@@ -3,18 +3,11 @@
 #include "dvb/psi_si.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/json/dvb_text.h"
-#include "tools/receive/section_feed.h"
+#include "tools/receive/table_collector.h"
 
 namespace {
 
 constexpr std::uint8_t kServiceDescriptorTag = 0x48;
-
-void push(SectionFeed& feed, std::uint16_t pid, const TableRecord& table) {
-    for (const auto& [number, section] : table.contents()) {
-        feed.push(pid, reinterpret_cast<const std::uint8_t*>(section.data()),
-                  section.size());
-    }
-}
 
 // Removes the control codes of DVB, U+E080 to U+E09F.
 std::string without_controls(const std::string& text) {
@@ -42,20 +35,13 @@ std::string name_of(const orvel::thrift::dvb_tables::Descriptor& service) {
 
 }  // namespace
 
-std::optional<orvel::thrift::dvb_tables::PAT> decode_pat(const TableRecord& table) {
-    if (!table.is_complete()) return std::nullopt;
+Multiplex carried_tables(const std::map<std::uint16_t, PidRecord>& pids) {
     TableCollector collector;
-    SectionFeed feed(collector);
-    push(feed, kPatPid, table);
-    return collector.pat();
-}
-
-Multiplex decode_tables(const std::map<std::uint16_t, PidRecord>& pids) {
-    TableCollector collector;
-    SectionFeed feed(collector);
     for (const auto& [number, pid] : pids) {  // the PAT first
         for (const auto& [key, table] : pid.tables) {
-            if (table.is_complete()) push(feed, number, table);
+            if (!table.is_complete()) continue;
+            for (const Section& section : table.contents().sections())
+                collector.push(number, section);
         }
     }
     return collector.tables();
