@@ -10,6 +10,7 @@
 
 #include "app/cmd_options.h"
 #include "app/output.h"
+#include "app/standard_descriptors.h"
 #include "app/start_notification.h"
 #include "control/mux_server.h"
 #include "framework/log.h"
@@ -17,6 +18,7 @@
 #include "framework/watchdog.h"
 #include "mux/muxer.h"
 #include "thrift/instance_ports.h"
+#include "thrift/retrying_server_socket.h"
 
 namespace {
 
@@ -42,13 +44,16 @@ cmd_options options_or_exit(int argc, char** argv) {
 void set_up_logging(const cmd_options& options) {
     log_setup(options.level,
               options.console ? kLogToSystem | kLogToConsole : kLogToSystem);
-    apache::thrift::GlobalOutput.setOutputFunction(
-        [](const char* message) { log_function(kLogWarning, 0, "%s", message); });
+    apache::thrift::GlobalOutput.setOutputFunction([](const char* message) {
+        if (RetryingServerSocket::is_accepting()) return;
+        log_function(kLogWarning, 0, "%s", message);
+    });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    open_standard_descriptors();
     const cmd_options options = options_or_exit(argc, argv);
     if (options.version) print_version_and_exit();
     if (options.help) print_usage(options, 0);
@@ -56,11 +61,11 @@ int main(int argc, char** argv) {
     const instance_ports ports = ports_of(options.set);
 
     switch (open_output(options)) {
-        case output_result::ready:
+        case output_result::kReady:
             break;
-        case output_result::failed:
+        case output_result::kFailed:
             return 1;
-        case output_result::bad_address:
+        case output_result::kBadAddress:
             print_usage(options, 1);
     }
     muxer_create(static_cast<std::uint32_t>(options.bitrate), send_output);

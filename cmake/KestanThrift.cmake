@@ -8,7 +8,7 @@ find_program(THRIFT_COMPILER thrift REQUIRED)
 
 function(kestan_thrift_library target)
     cmake_parse_arguments(ARG "" "" "DEFINITIONS;GENERATES" ${ARGN})
-    set(out ${CMAKE_BINARY_DIR}/generated/thrift)
+    set(out ${PROJECT_BINARY_DIR}/generated/thrift)
     file(MAKE_DIRECTORY ${out})
 
     list(TRANSFORM ARG_GENERATES REPLACE "(.+)" "${out}/\\1.cpp" OUTPUT_VARIABLE sources)
@@ -26,6 +26,6 @@ function(kestan_thrift_library target)
         VERBATIM)
 
     add_library(${target} STATIC ${sources})
-    target_include_directories(${target} SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/generated)
+    target_include_directories(${target} SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/generated)
     target_link_libraries(${target} PUBLIC PkgConfig::THRIFT)
 endfunction()

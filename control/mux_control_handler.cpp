@@ -1,12 +1,14 @@
 #include "control/mux_control_handler.h"
 
 #include <memory>
+#include <new>
 #include <string>
 #include <system_error>
 
 #include "dvb/libdvbpsi.h"
 #include "dvb/nanoseconds.h"
 #include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "framework/log.h"
 #include "framework/table_converters.h"
 #include "mux/muxer.h"
@@ -16,16 +18,18 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-constexpr std::int64_t kPatPeriodNs = 200 * kNsPerMs;
-constexpr std::int64_t kCatPeriodNs = 500 * kNsPerMs;
-constexpr std::int64_t kSdtPeriodNs = 500 * kNsPerMs;
-constexpr std::uint32_t kPmtPeriodMs = 200;
+constexpr std::uint32_t kPmtPeriodMs = table_info(TableKind::kPmt).period_ns / kNsPerMs;
 
 constexpr std::int32_t kRejected = -1;
 
-// A version_number has 5 bits (ISO/IEC 13818-1, 2.4.4.5). A larger one becomes 0.
 void apply_version_rule(std::uint8_t& version) {
-    if (version > 31) version = 0;
+    if (version > kMaxVersionNumber) version = 0;
+}
+
+// Makes the stream of a table that has a fixed PID.
+SimpleTable stream_of(TableKind kind) {
+    const TableInfo& table = table_info(kind);
+    return {table.pid.value(), table.period_ns};
 }
 
 // Takes a carrousel off the muxer and frees it. If the muxer's mutex cannot be locked,
@@ -44,12 +48,16 @@ void play(SimpleTable& stream, std::string packets) {
     if (!packets.empty()) stream.replace_packets(packets);
 }
 
+void log_exhaustion(const char* method) {
+    log_function(kLogError, 0, "%s: out of memory, the table before it plays on", method);
+}
+
 }  // namespace
 
 cm_MuxControlSrvHandler::cm_MuxControlSrvHandler()
-    : pat_stream_(kPatPid, kPatPeriodNs),
-      cat_stream_(kCatPid, kCatPeriodNs),
-      sdt_stream_(kSdtPid, kSdtPeriodNs) {
+    : pat_stream_(stream_of(TableKind::kPat)),
+      cat_stream_(stream_of(TableKind::kCat)),
+      sdt_stream_(stream_of(TableKind::kSdt)) {
     try {
         muxer_add(pat_stream_);
         muxer_add(cat_stream_);
@@ -81,7 +89,7 @@ void cm_MuxControlSrvHandler::ClearAllTables() {
     release_all_pmts();
 }
 
-std::int32_t cm_MuxControlSrvHandler::NewPAT(const PAT& pat) {
+std::int32_t cm_MuxControlSrvHandler::NewPAT(const PAT& pat) try {
     const PatPtr table(t2dPAT(pat));
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
@@ -89,15 +97,21 @@ std::int32_t cm_MuxControlSrvHandler::NewPAT(const PAT& pat) {
                  table->i_version);
     play(pat_stream_, table_packets(*table, kPatPid));
     return table->i_version;
+} catch (const std::bad_alloc&) {
+    log_exhaustion("NewPAT");
+    throw;
 }
 
-std::int32_t cm_MuxControlSrvHandler::NewCAT(const CAT& cat) {
+std::int32_t cm_MuxControlSrvHandler::NewCAT(const CAT& cat) try {
     const CatPtr table(t2dCAT(cat));
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
     log_function(kLogInformation, 0, "New CAT version=%u", table->i_version);
     play(cat_stream_, table_packets(*table, kCatPid));
     return table->i_version;
+} catch (const std::bad_alloc&) {
+    log_exhaustion("NewCAT");
+    throw;
 }
 
 void cm_MuxControlSrvHandler::ClearCAT() {
@@ -105,7 +119,7 @@ void cm_MuxControlSrvHandler::ClearCAT() {
     cat_stream_.clear();
 }
 
-std::int32_t cm_MuxControlSrvHandler::NewSDTActual(const SDT& sdt) {
+std::int32_t cm_MuxControlSrvHandler::NewSDTActual(const SDT& sdt) try {
     const SdtPtr table(t2dSDT(sdt));
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
@@ -113,11 +127,18 @@ std::int32_t cm_MuxControlSrvHandler::NewSDTActual(const SDT& sdt) {
                  table->i_extension, table->i_network_id, table->i_version);
     play(sdt_stream_, table_packets(*table, kSdtPid));
     return table->i_version;
+} catch (const std::bad_alloc&) {
+    log_exhaustion("NewSDTActual");
+    throw;
 }
 
-std::int32_t cm_MuxControlSrvHandler::NewPMT(const PMT& pmt, std::int16_t pid) {
+std::int32_t cm_MuxControlSrvHandler::NewPMT(const PMT& pmt, std::int16_t pid) try {
     const auto pmt_pid = static_cast<std::uint16_t>(pid);
-    if (pmt_pid > kMaxPid) return kRejected;
+    if (pmt_pid > kMaxPid) {
+        log_function(kLogWarning, 0, "PMT of service %d: pid is %u, 0 to %u fit",
+                     pmt.program_number, pmt_pid, kMaxPid);
+        return kRejected;
+    }
     const PmtPtr table(t2dPMT(pmt));
     if (!table) return kRejected;
     apply_version_rule(table->i_version);
@@ -134,6 +155,9 @@ std::int32_t cm_MuxControlSrvHandler::NewPMT(const PMT& pmt, std::int16_t pid) {
         record->carrousel->update_subtable(record->sub_table, packets);
     }
     return table->i_version;
+} catch (const std::bad_alloc&) {
+    log_exhaustion("NewPMT");
+    throw;
 }
 
 void cm_MuxControlSrvHandler::add_pmt(std::uint16_t service_id, std::uint16_t pid,

@@ -25,7 +25,9 @@
 // Threads: created, called and destroyed on the control thread, one call at a time, so it
 // has no lock. Tables are built and freed outside the locks of the streams, and at most
 // one of these locks is held at a time. Throws std::system_error if a mutex cannot be
-// locked. Then a PMT plays either as before the call or as after it.
+// locked. Then a PMT plays either as before the call or as after it. If memory is
+// exhausted in a New method, logs this and throws std::bad_alloc, which Thrift answers
+// with an error; the stream stays as it is.
 class cm_MuxControlSrvHandler final
     : public virtual orvel::thrift::ci_module::cm_MuxControlSrvIf {
 public:
@@ -46,9 +48,10 @@ public:
     void ClearCAT() override;
     std::int32_t NewSDTActual(const orvel::thrift::dvb_tables::SDT& sdt) override;
 
-    // Plays the PMT of its service on `pid`, which is taken as unsigned. Returns -1 if
-    // `pid` is above 0x1FFF. If the service plays on another PID, changes nothing and
-    // returns the version_number: call StopPMT before a service moves.
+    // Plays the PMT of its service on `pid`, which is taken as unsigned. Logs the reason
+    // and returns -1 if `pid` is above 0x1FFF. If the service plays on another PID,
+    // changes nothing and returns the version_number: call StopPMT before a service
+    // moves.
     std::int32_t NewPMT(const orvel::thrift::dvb_tables::PMT& pmt,
                         std::int16_t pid) override;
 

@@ -8,25 +8,20 @@
 
 #include <exception>
 #include <memory>
+#include <string>
 #include <thread>
 
-#include <thrift/TConfiguration.h>
-#include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/server/TSimpleServer.h>
-#include <thrift/transport/TBufferTransports.h>
-#include <thrift/transport/TServerSocket.h>
 
+#include "control/control_protocol.h"
+#include "control/control_transport.h"
 #include "control/mux_control_handler.h"
 #include "framework/log.h"
+#include "thrift/retrying_server_socket.h"
 
 namespace {
 
-using apache::thrift::protocol::TBinaryProtocolFactoryT;
-using apache::thrift::protocol::TProtocolFactory;
 using apache::thrift::server::TSimpleServer;
-using apache::thrift::transport::TFramedTransportFactory;
-using apache::thrift::transport::TServerSocket;
-using apache::thrift::transport::TTransport;
 using orvel::thrift::ci_module::cm_MuxControlSrvProcessor;
 
 // A peer that vanished (power lost, link cut) would hold the only connection for ever. So
@@ -87,21 +82,14 @@ int StartMuxServer(int port) {
 int MuxServerThread(int port) {
     const auto handler = std::make_shared<cm_MuxControlSrvHandler>();
     const auto processor = std::make_shared<cm_MuxControlSrvProcessor>(handler);
-    const auto server_socket = std::make_shared<TServerSocket>(port);
+    const auto server_socket =
+        std::make_shared<RetryingServerSocket>(port, [](const std::string& line) {
+            log_function(kLogWarning, 0, "%s", line.c_str());
+        });
     server_socket->setAcceptCallback(close_when_peer_vanishes);
-    const auto transport_factory = std::make_shared<TFramedTransportFactory>();
-    const auto protocol_factory = mux_protocol_factory();
+    const auto transport_factory = std::make_shared<ControlTransportFactory>();
+    const auto protocol_factory = std::make_shared<ControlProtocolFactory>();
     TSimpleServer server(processor, server_socket, transport_factory, protocol_factory);
     server.serve();
     return 0;
-}
-
-std::shared_ptr<TProtocolFactory> mux_protocol_factory() {
-    // Thrift allocates the lengths that a message claims: without limits, a message of 30
-    // bytes takes gigabytes or ends the process. No string is longer than its frame, and
-    // no table can carry as many elements.
-    constexpr int string_limit = apache::thrift::TConfiguration::DEFAULT_MAX_FRAME_SIZE;
-    constexpr int container_limit = 131072;
-    return std::make_shared<TBinaryProtocolFactoryT<TTransport>>(
-        string_limit, container_limit, /*strict_read=*/false, /*strict_write=*/true);
 }

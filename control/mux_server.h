@@ -1,10 +1,6 @@
 #ifndef KESTAN_CONTROL_MUX_SERVER_H
 #define KESTAN_CONTROL_MUX_SERVER_H
 
-#include <memory>
-
-#include <thrift/protocol/TProtocol.h>
-
 // The control server: one thread, "MuxSrv", that creates the handler and serves
 // cm_MuxControlSrv on a TCP port of every address, over Thrift's framed transport and
 // binary protocol. It serves one connection at a time. A client whose host has vanished
@@ -20,11 +16,9 @@
 // process is of no use, and the service manager starts it again.
 int StartMuxServer(int port);
 
-// The thread's body: serves until accepting fails, then frees everything. Returns 0.
+// The thread's body: serves until Thrift's server ends, which nothing here makes it do,
+// then frees everything. Returns 0. A connection that cannot be accepted is logged once
+// and tried again (see thrift/retrying_server_socket.h).
 int MuxServerThread(int port);
-
-// Returns the factory of the server's binary protocol, which has limits.
-[[nodiscard]] std::shared_ptr<apache::thrift::protocol::TProtocolFactory>
-mux_protocol_factory();
 
 #endif

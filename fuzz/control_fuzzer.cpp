@@ -12,7 +12,8 @@
 #include <thrift/TOutput.h>
 #include <thrift/transport/TBufferTransports.h>
 
-#include "control/mux_server.h"
+#include "control/control_protocol.h"
+#include "control/control_transport.h"
 #include "dvb/nanoseconds.h"
 #include "tests/support/fake_framework.h"
 #include "tests/support/handler_model.h"
@@ -68,13 +69,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto service = std::make_shared<HandlerModel>(receiver);
     orvel::thrift::ci_module::cm_MuxControlSrvProcessor processor(
         std::make_shared<OffFixedPids>(service));
-    const auto framed = [] {
-        return std::make_shared<TFramedTransport>(std::make_shared<TMemoryBuffer>());
-    };
-    const auto requests = framed();
+    const auto requests =
+        std::make_shared<ControlTransport>(std::make_shared<TMemoryBuffer>());
     write_frames({reinterpret_cast<const char*>(data), size}, *requests);
-    const auto in = mux_protocol_factory()->getProtocol(requests);
-    const auto out = mux_protocol_factory()->getProtocol(framed());
+    const auto in = std::make_shared<ControlProtocol>(requests);
+    const auto out = std::make_shared<ControlProtocol>(
+        std::make_shared<ControlTransport>(std::make_shared<TMemoryBuffer>()));
     try {
         while (processor.process(in, out, nullptr)) {
             receiver.forget();

@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 build=$PWD/build-arm
 sysroot=$build/sysroot
 emulator=(qemu-arm -L "$sysroot")
-programs=(kestan kestan-control kestan-monitor)
+programs=(kestan kestan-control kestan-insert kestan-monitor)
 libraries=(
     libstdc++-12-dev libthrift-dev libdvbpsi-dev libboost-dev libsystemd-dev
     nlohmann-json3-dev libcli11-dev libfmt-dev libbitstream-dev libgtest-dev libgmock-dev
@@ -70,7 +70,7 @@ build_and_test() {
 
 # The emulator has no time stamps of datagrams, so this machine's monitor measures.
 build_monitor() {
-    cmake --preset release -G Ninja >/dev/null
+    cmake --preset release >/dev/null
     cmake --build --preset release --target kestan-monitor -- --quiet
 }
 

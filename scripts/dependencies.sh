@@ -11,7 +11,7 @@ network_packages=(iproute2)
 unit_test_packages=(libgtest-dev libgmock-dev)
 test_packages=(
     "${unit_test_packages[@]}" "${network_packages[@]}" bats socat jq strace ffmpeg
-    systemd tmux python3-jsonschema python3-thrift python3-six
+    systemd nftables tmux python3-jsonschema python3-thrift python3-six
 )
 fuzz_packages=("${unit_test_packages[@]}" clang-14 libclang-rt-14-dev)
 check_packages=(clang-format clang-tidy libbenchmark-dev shellcheck)

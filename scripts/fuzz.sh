@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
 
 install_missing "${build_packages[@]}" "${fuzz_packages[@]}"
-cmake --preset fuzz -G Ninja >/dev/null
+cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target fuzzers -- --quiet
 mkdir -p build-fuzz/findings
 for fuzzer in build-fuzz/fuzz/*_fuzzer; do

@@ -8,6 +8,6 @@ cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
 
 install_missing "${build_packages[@]}" "${unit_test_packages[@]}"
-cmake --preset release -G Ninja -DKESTAN_TESTS=ON >/dev/null
+cmake --preset release -DKESTAN_TESTS=ON >/dev/null
 cmake --build --preset release --target soak_test -- --quiet
 KESTAN_SOAK_DAYS="${1:-30}" build/tests/soak_test --gtest_filter=Soak.KeepsEachPacketSectionAndIntervalRight

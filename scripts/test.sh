@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 
 build_and_test() { # <preset>
     echo "== $1"
-    cmake --preset "$1" -G Ninja -DKESTAN_TESTS=ON >/dev/null
+    cmake --preset "$1" -DKESTAN_TESTS=ON >/dev/null
     cmake --build --preset "$1" -- --quiet
     ctest --preset "$1" --no-tests=error --parallel "$(nproc)"
 }
@@ -42,7 +42,7 @@ check_scripts() {
 }
 
 check_lint() {
-    cmake --preset release -G Ninja -DKESTAN_TESTS=ON >/dev/null
+    cmake --preset release -DKESTAN_TESTS=ON >/dev/null
     cmake --build --preset release -- --quiet
     sources '*.cpp' | grep -zvE '^./(tests|fuzz)/' |
         xargs -0 -P "$(nproc)" -n 1 clang-tidy -p build --quiet 2>/dev/null

@@ -11,17 +11,18 @@ cd "$(dirname "$0")/.."
 . scripts/clean_root.sh
 . scripts/play_out.sh
 
-# Builds the package here and in a copy of the tree in another place: the bytes must be the
+# Builds the packages here and in a copy of the tree in another place: the bytes must be the
 # same.
 build_package() {
     local tree="$root/tmp/another tree" folder
     mkdir -p "$tree"
-    tar -c --exclude='./build*' --exclude=./.git . | tar -x -C "$tree"
+    tar -c --exclude='./build*' . | tar -x -C "$tree"
     for folder in "$PWD" "$tree"; do
-        (cd "$folder" && rm -f build-package/*.deb && quietly cmake --workflow --preset package)
+        (cd "$folder" && rm -f build-package/*deb && quietly cmake --workflow --preset package)
     done
     cmp build-package/*.deb "$tree"/build-package/*.deb
-    echo "The package is the same, built in two places"
+    cmp build-package/*.ddeb "$tree"/build-package/*.ddeb
+    echo "The packages are the same, built in two places"
     rm -rf "$tree"
 }
 
@@ -39,7 +40,22 @@ install_package() {
     apt_in_root install /tmp/kestan.deb
     in_root dpkg-query -W -f='${Package} ${Version}: ${Depends}\n' kestan
     in_root kestan --version
+    check_symbols
     scripts/own_network.sh scripts/try-package.sh play
+}
+
+# gdb names the source of the installed program's functions, if there is a package of symbols.
+check_symbols() {
+    local symbols=${package/kestan_/kestan-dbgsym_} line
+    symbols=${symbols%.deb}.ddeb
+    [ -e "$symbols" ] || return 0
+    cp "$symbols" "$root/tmp/kestan-dbgsym.ddeb"
+    apt_in_root install gdb
+    quietly in_root dpkg --install /tmp/kestan-dbgsym.ddeb
+    line=$(in_root gdb -nx -batch -ex 'info line send_output' /usr/bin/kestan)
+    echo "$line"
+    [[ $line == *'app/output.cpp"'* ]]
+    apt_in_root purge --auto-remove kestan-dbgsym gdb
 }
 
 # Looks like a machine that systemd has started and on which each systemctl command fails.

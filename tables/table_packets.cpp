@@ -4,11 +4,10 @@
 #include <new>
 
 #include "dvb/section_limits.h"
+#include "dvb/table_kind.h"
 #include "tables/section_packetizer.h"
 
 namespace {
-
-constexpr int kPatProgramsPerSection = 100;
 
 // Returns the packets of the sections that `generate` makes with a libdvbpsi handle.
 template <typename Generate>
@@ -30,7 +29,7 @@ std::size_t size_of(const dvbpsi_sdt_service_t& service) {
 
 // Returns the last service of the group that begins at `first` and fits one section.
 dvbpsi_sdt_service_t* last_of_group(dvbpsi_sdt_service_t* first) {
-    SectionFill fill(section_capacity(kSdtHeaderSize));
+    SectionFill fill(table_info(TableKind::kSdt).header_size);
     fill.add(size_of(*first));
     while (first->p_next != nullptr && !fill.add(size_of(*first->p_next))) {
         first = first->p_next;
@@ -92,7 +91,7 @@ SectionsPtr generate_sdt_sections(dvbpsi_t* handle, dvbpsi_sdt_t& sdt) {
 std::string table_packets(dvbpsi_pat_t& pat, std::uint16_t pid) {
     return packets_of_sections(pid, [&pat](dvbpsi_t* handle) {
         return SectionsPtr(
-            dvbpsi_pat_sections_generate(handle, &pat, kPatProgramsPerSection));
+            dvbpsi_pat_sections_generate(handle, &pat, int{kPatProgramsPerSection}));
     });
 }
 

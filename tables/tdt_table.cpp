@@ -8,7 +8,6 @@
 namespace {
 
 constexpr std::size_t kUtcTimeOffset = 8;  // of the UTC_time in the packet
-constexpr std::size_t kUtcTimeSize = 5;
 
 std::array<std::uint8_t, kTsPacketSize> make_template() {
     constexpr std::array<std::uint8_t, kUtcTimeOffset> head = {

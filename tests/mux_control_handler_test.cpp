@@ -65,9 +65,10 @@ TEST_F(MuxControlHandler, LogsWhatItPlaysAndNothingElse) {
                                 "6 New SDTact tsid=8002 onid=ffff " + version,
                                 "6 New PMT sid=8001 pid=1fff " + version));
     }
-    for (const std::int16_t pid :
-         std::vector<std::int16_t>{0x2000, 0x7FFF, -0x8000, -1}) {
-        EXPECT_EQ(handler_.NewPMT(pmt, pid), -1);
+    for (const auto& [pid, said] : {std::pair{0x2000, "8192"}, {-0x8000, "32768"}}) {
+        EXPECT_EQ(handler_.NewPMT(pmt, static_cast<std::int16_t>(pid)), -1);
+        EXPECT_THAT(take_log(), ElementsAre("4 PMT of service 32769: pid is " +
+                                            std::string(said) + ", 0 to 8191 fit"));
     }
     pat.version_number = cat.version_number = sdt.version_number = pmt.version_number =
         256;

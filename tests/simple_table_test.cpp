@@ -32,6 +32,10 @@ TEST(SimpleTable, SpreadsEachVersionOverThePeriodFromItsStart) {
         EXPECT_EQ(next_name(table, due, &counter), "B0");
         EXPECT_EQ(counter, sent++);
     }
+    packets = named_packets('B', {1});  // the same again
+    simulated_clock::advance(kNsPerMs);
+    table.replace_packets(packets);
+    EXPECT_EQ(next_name(table, simulated_clock::now_ns()), "B0");
     table.clear();
     EXPECT_EQ(next_name(table, due + kNsPerSecond), "-");
 }

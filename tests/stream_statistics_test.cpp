@@ -146,8 +146,8 @@ TEST(StreamStatistics, FollowsThePatInForce) {
     stream.send(9 * kNsPerSecond, changed);
     const auto& pmts = stream.statistics.pids().at(kPmt.pid).tables;
     ASSERT_EQ(pmts.size(), 2u);
-    EXPECT_FALSE(pmts.at({TableType::pmt, 7}).is_announced());
-    EXPECT_TRUE(pmts.at({TableType::pmt, 9}).is_announced());
+    EXPECT_FALSE(pmts.at({TableKind::kPmt, 7}).is_announced());
+    EXPECT_TRUE(pmts.at({TableKind::kPmt, 9}).is_announced());
 }
 
 TEST(StreamStatistics, GivesRatesPeakAndTime) {
@@ -160,7 +160,7 @@ TEST(StreamStatistics, GivesRatesPeakAndTime) {
     EXPECT_EQ(stream.statistics.packets(), 6u);
     EXPECT_EQ(stream.statistics.duration(), kNsPerSecond / 2);
     EXPECT_DOUBLE_EQ(stream.statistics.peak_bit_rate(), 4 * 1504 / 0.1);
-    const auto& tdt = stream.statistics.pids().at(kTdt.pid).tables.at({TableType::tdt});
+    const auto& tdt = stream.statistics.pids().at(kTdt.pid).tables.at({TableKind::kTdt});
     EXPECT_EQ(utc_date_and_time(*tdt.utc()), "1993-10-13 12:45:59");
 }
 

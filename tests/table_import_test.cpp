@@ -56,6 +56,23 @@ TableImport import_bytes(const std::string& bytes) {
     return import;
 }
 
+TEST(TableImport, TakesTheLastVersionOfAPmtThatChanges) {
+    RandomTables random(1);
+    const auto pat = random.pat(1);
+    const auto service = pat.programs[0].program_number;
+    const auto pid = static_cast<std::uint16_t>(pat.programs[0].pid);
+    auto pmt = random.pmt(service, 300);
+    std::string stream = packets_of(sections_of(pat), kPatPid);
+    for (const std::int32_t version : {7, 8, 3}) {
+        pmt.version_number = version;
+        pmt.pcr_pid = 0x100 + version;
+        stream += packets_of(sections_of(pmt), pid);
+    }
+    const TableImport import = import_bytes(stream);
+    ASSERT_EQ(import.tables.pmts.size(), 1U);
+    EXPECT_EQ(import.tables.pmts[0].pmt, pmt);
+}
+
 TEST(TableImport, FindsTheTablesOfStreamsAndOfSectionsInAnyOrder) {
     RandomTables random(1);
     Multiplex tables;

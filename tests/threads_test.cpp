@@ -2,14 +2,20 @@
 // the other plays at the highest bitrate. ThreadSanitizer reports it if they share data
 // that no lock guards.
 
+#include <sys/socket.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <mutex>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "control/mux_control_handler.h"
+#include "control/mux_server.h"
+#include "mux/muxer.h"
 #include "tests/support/pacing_loop.h"
 #include "tests/support/random_tables.h"
 
@@ -18,7 +24,7 @@ namespace {
 std::atomic<bool> ended{false};
 std::size_t bytes_sent = 0;  // the playing thread's, until it has been joined
 
-int send(const std::uint8_t* data, std::uint32_t length) {
+int take(const std::uint8_t* data, std::uint32_t length) {
     if (ended) throw EndOfRun();
     bytes_sent += length;
     for (std::size_t at = 0; at < length; at += kTsPacketSize) {
@@ -28,7 +34,7 @@ int send(const std::uint8_t* data, std::uint32_t length) {
 }
 
 TEST(Threads, UpdateAndPlayAtOnce) {
-    const PacingLoop loop(100000, send);
+    const PacingLoop loop(100000, take);
     cm_MuxControlSrvHandler handler;
     std::thread player([] { PacingLoop::run(); });
 
@@ -52,6 +58,45 @@ TEST(Threads, UpdateAndPlayAtOnce) {
 
     EXPECT_GT(updates, 1000);
     EXPECT_GT(bytes_sent, 1000 * kTsPacketSize);
+}
+
+// Returns this process's sockets whose option has this value.
+std::vector<int> sockets(int option, int value) {
+    std::vector<int> found;
+    for (int fd = 0; fd < 100; ++fd) {
+        int its_value = 0;
+        socklen_t size = sizeof its_value;
+        if (getsockopt(fd, SOL_SOCKET, option, &its_value, &size) == 0 &&
+            its_value == value) {
+            found.push_back(fd);
+        }
+    }
+    return found;
+}
+
+bool is_listening() {
+    return !sockets(SO_ACCEPTCONN, 1).empty();
+}
+
+std::size_t streams() {
+    const std::lock_guard lock(the_muxer->mutex);
+    return the_muxer->streams.size();
+}
+
+template <typename Condition>
+void wait_until(Condition is_true) {
+    while (!is_true()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+// Thrift's server ends when it is interrupted, which nobody does outside of this test.
+TEST(Threads, WithdrawAllStreamsWhenTheControlServiceEnds) {
+    const PacingLoop loop(1000, nullptr);
+    ASSERT_EQ(StartMuxServer(0), 0);  // on any port
+    wait_until(is_listening);
+    EXPECT_EQ(streams(), 4u);
+    for (const int fd : sockets(SO_DOMAIN, AF_UNIX)) send(fd, "0", 1, 0);
+    wait_until([] { return streams() == 0; });
+    EXPECT_FALSE(is_listening());
 }
 
 }  // namespace

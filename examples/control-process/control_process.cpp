@@ -23,7 +23,14 @@ using namespace orvel::thrift::ci_module;
 using namespace orvel::thrift::dvb_tables;
 using std::make_shared;
 
-// Replaces all that Kestan plays. A changed table needs another version_number.
+// Services that earlier versions of this program pushed, or pushed on another PID.
+struct OldService {
+    int16_t service_id;
+    int16_t pid;
+};
+constexpr OldService kNoLongerWanted[] = {{102, 0x110}};
+
+// Replaces the tables one by one. A changed table needs another version_number.
 void push_tables(cm_MuxControlSrvClient& kestan) {
     PAT pat;
     SDT sdt;
@@ -31,6 +38,7 @@ void push_tables(cm_MuxControlSrvClient& kestan) {
     PATProgram& program = pat.programs.emplace_back();
     SDTService& service = sdt.services.emplace_back();
     PMTStream& stream = pmt.streams.emplace_back();
+    Descriptor& name = service.descriptors.emplace_back();
     pat.version_number = sdt.version_number = pmt.version_number = 1;
     pat.transport_stream_id = sdt.transport_stream_id = 1;
     sdt.original_network_id = 0xFF01;
@@ -38,7 +46,12 @@ void push_tables(cm_MuxControlSrvClient& kestan) {
     program.pid = 0x100;
     stream.elementary_pid = pmt.pcr_pid = 0x101;
     stream.stream_type = 0x1B;
-    kestan.ClearAllTables();
+    service.running_status = 4;  // running
+    name.tag = 0x48;             // service_descriptor: EN 300 468, 6.2.33
+    name.data = "\x01\x0ALighthouse\x07Harbour";
+    kestan.newScramblingConfig({});  // no effect; waits until Kestan serves this client
+    kestan.ClearCAT();               // this multiplex has none
+    for (const OldService& old : kNoLongerWanted) kestan.StopPMT(old.service_id, old.pid);
     if (kestan.NewPAT(pat) == -1 || kestan.NewSDTActual(sdt) == -1 ||
         kestan.NewPMT(pmt, 0x100) == -1)
         std::cerr << "Kestan refused a table: its log says why\n";

@@ -11,6 +11,7 @@ import threading
 import time
 
 from orvel.thrift.ci_module import cm_MuxControlSrv, cm_MuxNotifySrv
+from orvel.thrift.ci_module.ttypes import ScramblingConfig
 from orvel.thrift.dvb_tables.ttypes import (
     PAT, PMT, SDT, Descriptor, PATProgram, PMTStream, SDTService)
 from thrift.protocol.TBinaryProtocol import TBinaryProtocol, TBinaryProtocolFactory
@@ -23,9 +24,12 @@ INSTANCE = int(sys.argv[1]) if len(sys.argv) > 1 else 0
 CONTROL_PORT = 9501 + 10 * INSTANCE       # Kestan listens here
 NOTIFICATION_PORT = 9521 + 10 * INSTANCE  # Kestan calls here, from the same host
 
+# Services that earlier versions of this program pushed, or pushed on another PID.
+NO_LONGER_WANTED = [(102, 0x110)]
+
 
 def push_tables(kestan):
-    """Replaces all that Kestan plays. A changed table needs another version_number."""
+    """Replaces the tables one by one. A changed table needs another version_number."""
     name = b"\x01\x0aLighthouse\x07Harbour"  # service_descriptor: EN 300 468, 6.2.33
     pat = PAT(transport_stream_id=1, version_number=1,
               programs=[PATProgram(program_number=101, pid=0x100)])
@@ -35,7 +39,10 @@ def push_tables(kestan):
         PMTStream(stream_type=0x1B, elementary_pid=0x101),
         PMTStream(stream_type=0x04, elementary_pid=0x102,
                   descriptors=[Descriptor(0x0A, b"eng\0")])])  # ISO_639_language
-    kestan.ClearAllTables()
+    kestan.newScramblingConfig(ScramblingConfig([]))  # no effect; waits for the turn
+    kestan.ClearCAT()  # this multiplex has none
+    for service_id, old_pid in NO_LONGER_WANTED:
+        kestan.StopPMT(service_id, old_pid)
     if -1 in (kestan.NewPAT(pat), kestan.NewSDTActual(sdt), kestan.NewPMT(pmt, 0x100)):
         print("Kestan refused a table: its log says why", file=sys.stderr)
 

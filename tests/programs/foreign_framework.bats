@@ -1,7 +1,11 @@
-# Builds the daemon with a device's own framework in the place of the host's.
+# Builds the daemon as a part of another project, with a device's own framework in the place of
+# the host's.
 # shellcheck disable=SC2154  # variables of programs.bash
 
 load programs
+
+source=$BATS_TEST_DIRNAME/../..
+build=$KESTAN_BIN/../foreign_framework/build
 
 # Two archives: the first has what start-up calls, the second what only the other layers
 # call, with converters that refuse every table.
@@ -45,21 +49,33 @@ dvbpsi_sdt_t* dvb_tables::t2dSDT(const SDT&) { return nullptr; }
 dvbpsi_pmt_t* dvb_tables::t2dPMT(const PMT&) { return nullptr; }
 END
     for part in first second; do
-        c++ -std=c++17 -I"$1" -I"$KESTAN_BIN/../generated" -c "$part.cpp"
+        c++ -std=c++17 -fPIC -I"$source" -I"$KESTAN_BIN/../generated" -c "$part.cpp"
         ar rc "$part.a" "$part.o"
     done
 }
 
-# The build folder stays, so a second run builds only what has changed.
-@test "links a framework of closed archives with its converters and constants" {
-    local source=$BATS_TEST_DIRNAME/../.. build=$KESTAN_BIN/../foreign_framework
-    make_framework "$source"
-    cmake -S "$source" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKESTAN_TOOLS=OFF \
-        -DKESTAN_FRAMEWORK="$PWD/first.a;$PWD/second.a"
-    cmake --build "$build" --target kestan
-    run -1 grep -i libsystemd "$build/CMakeCache.txt"
+# configure <folder> [option]...: Kestan within a project of three lines.
+configure() {
+    mkdir -p "$build/../project"
+    cat >"$build/../project/CMakeLists.txt" <<END
+cmake_minimum_required(VERSION 3.25)
+project(device LANGUAGES CXX)
+add_subdirectory("$source" kestan)
+END
+    cmake -S "$build/../project" -B "$1" -G Ninja -DKESTAN_TOOLS=OFF "${@:2}"
+}
 
-    daemon=("$build/bin/kestan")
+# build_kestan <framework>: with a later standard and a packager's flags. The folder stays, so a
+# second run builds only what has changed.
+build_kestan() {
+    configure "$build" -DKESTAN_FRAMEWORK="$1" -DKESTAN_WERROR=ON -DCMAKE_CXX_STANDARD=20 \
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -D_FORTIFY_SOURCE=3"
+    run -0 cmake --build "$build" --target kestan
+}
+
+# has_framework <program>: it plays to the framework's address, and takes its refusals.
+has_framework() {
+    daemon=("$1")
     [[ $("${daemon[@]}" -v) == *"Version: "*.*.* ]]
     start kestan "${daemon[@]}" -I lo
     says kestan "foreign 6 Out Address:127.0.0.1/6000 TTL 1 lo$"
@@ -67,4 +83,28 @@ END
     run -1 kestan-control push "$small"
     [[ $output == *rejected* ]]
     run -1 grep -E " New | 4 PAT" kestan.err
+}
+
+@test "leaves the type of build and the packages to the project around it" {
+    configure "$PWD/build"
+    grep -qx CMAKE_BUILD_TYPE:STRING= build/CMakeCache.txt
+    [ ! -e build/CPackConfig.cmake ]
+}
+
+@test "is a part of another project, and links a framework of closed archives" {
+    make_framework
+    build_kestan "$PWD/first.a;$PWD/second.a"
+    run -1 grep redefined <<<"$output"
+    run -1 grep -e -std=c++17 -e =2 "$build/compile_commands.json"
+    run -1 grep -i libsystemd "$build/CMakeCache.txt"
+    has_framework "$build/kestan/bin/kestan"
+}
+
+@test "links a framework that is a shared library, and finds it from where it is installed" {
+    make_framework
+    mkdir device
+    c++ -shared -Wl,-soname,libdevice.so.1 -o device/libdevice.so.1 first.o second.o
+    build_kestan "$PWD/device/libdevice.so.1"
+    cmake --install "$build" --prefix "$PWD/installed" >install.out
+    has_framework "$PWD/installed/bin/kestan"
 }

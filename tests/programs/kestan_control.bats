@@ -26,7 +26,8 @@ on_air() {
     fails 1 "PAT of transport stream 1 (0x0001): version 1, accepted
 CAT: version 40, accepted as version 0
 SDT of transport stream 1 (0x0001): version 1, accepted
-PMT of service 101 (0x0065) on PID 0x0100: version 1, accepted
+PMT of service 101 (0x0065) on PID 0x0100: version 1, accepted; if kestan had it on another \
+PID, it stays there: see --move
 PMT of service 102 (0x0066) on PID 0x0110: version 1, rejected
 kestan rejected the PMT of service 102 (0x0066)" push --force large.json
 }
@@ -42,12 +43,82 @@ bit rate: 25.0 packets a second, 37.6 kbit/s" ]]
     [[ $output == *"
 warning: later.json: pmts[0].version_number: version 32 "* ]]
     fails 1 "error: sdt.json: sdt: an earlier file has this table too" check "$small" sdt.json
-    fails 1 "error: the tables need 25.0 packets a second, 37.6 kbit/s, and --bitrate \
-allows 37 kbit/s" check "$small" --bitrate 37
-    fails 1 "no file is named *.json" check "$(mktemp -d)"
+    mkdir empty
+    fails 1 "error: empty: no file in this directory is named *.json" check empty
+    for command in check push; do
+        fails 1 "error: the tables need 25.0 packets a second, 37.6 kbit/s, and --bitrate \
+allows 37 kbit/s" $command "$small" --bitrate 37
+    done
     kestan-control check --bitrate 38 "$small"
     run -1 sh -c 'kestan-control check "$0" 2>&1 >/dev/full' "$small"
     [[ $output == *"is the disk full?" ]]
+}
+
+@test "reads pipes and files of 64 MB at most, and no device" {
+    truncate -s 64M large.json
+    truncate -s $((64 * 1024 * 1024 + 1)) larger.json
+    while IFS='|' read -r file said; do
+        run -1 timeout 20 kestan-control check "$file"
+        [[ $output == "error: $file: $said" ]]  # and no bit rate
+    done <<'END'
+/dev/zero|cannot be read: neither a regular file nor a pipe
+larger.json|cannot be read: larger than 64 MB
+nowhere.json|cannot be read: No such file or directory
+END
+    fails 1 "large.json: not JSON: line 1, column 1" check large.json
+    mkfifo late.json
+    start check kestan-control check late.json
+    sleep 0.1
+    cat "$small" >late.json
+    wait "${pid[check]}"
+    kestan-control check - < <(sleep 0.1; cat "$small")
+}
+
+@test "push moves a service that it knows on another PID" {
+    play
+    jq '(.pat.programs[0], .pmts[0]).pid = "0x00AA" | .pat.version_number = 2' "$small" >moved.json
+    kestan-control push "$small"
+    kestan-control push moved.json >pushed
+    [ "$(grep "service 101" pushed)" = "\
+PMT of service 101 (0x0065) on PID 0x0100: stopped, it moves to PID 0x00AA
+PMT of service 101 (0x0065) on PID 0x00AA: version 1, accepted" ]
+    on_air <(jq $own moved.json)
+    export XDG_STATE_HOME=$PWD/other
+    kestan-control push "$small" >pushed
+    grep "0x0100: version 1, accepted; if kestan had it on another PID, it stays there" pushed
+    on_air <(jq "$own | del(.pmts[0])" "$small")
+    kestan-control push --move "$small" >pushed
+    [ "$(grep -c "^PMT of service 10.*: stopped before it is sent$" pushed)" = 3 ]
+    on_air <(jq $own "$small")
+}
+
+@test "push keeps state in its directory alone, and names a change under an old version" {
+    play
+    run -0 --separate-stderr env -u HOME -u XDG_STATE_HOME kestan-control push "$small"
+    [ ! "$stderr" ]
+    [ ! -e /.local/state/kestan-control ]
+    kestan-control push "$small"
+    [ "$(ls state/kestan-control)" = "pushed-127.0.0.1-0.json
+versions-127.0.0.1-0.json" ]
+    jq '.pmts[0].streams[0].stream_type = 2' "$small" >changed.json
+    run -0 --separate-stderr kestan-control push changed.json
+    [[ $stderr == "warning: changed.json: pmts[0].version_number: the table has changed and is \
+still version 1: receivers ignore the change"* ]]
+}
+
+@test "tells the journal the level of each line, and check takes the options of serve" {
+    jq '.pmts[0].pid = "0x0011" | .cat.version_number = 32' "$small" >bad.json
+    : >journal
+    local stream
+    stream=$(stat -c %d:%i journal)
+    JOURNAL_STREAM=$stream kestan-control push bad.json 2>journal || [ $? -eq 1 ]
+    for line in "<3>error: bad.json: pmts\[0\].pid" "<4>warning: bad.json: cat.version_number"; do
+        grep "^$line" journal
+    done
+    JOURNAL_STREAM=$stream run -1 kestan-control check bad.json
+    [[ $output == "error: "* ]]  # standard output is something else
+    kestan-control check --force --bump-versions --clear bad.json
+    fails 1 "No such file" check --force nowhere.json
 }
 
 @test "imports what it pushed, a foreign capture's tables too, and names what is missing" {

@@ -11,7 +11,7 @@ on_air() {
 
 # serve <argument>...: starts ${pid[serve]}, with a service manager that writes to `notified`.
 serve() {
-    start manager socat -u UNIX-RECV:manager CREATE:notified
+    [ -S manager ] || start manager socat -u UNIX-RECV:manager CREATE:notified
     wait_until [ -S manager ]
     NOTIFY_SOCKET=$PWD/manager start serve kestan-control serve "$@"
     listens serve 9521
@@ -24,17 +24,14 @@ rewrite() { write "$1" && reload; }
 
 # prints <name> <text> [times]: waits until name.out has this number of lines with the text.
 prints() { wait_until eval "((\$(grep -cF -- '$2' $1.out) >= ${3:-1}))"; }
-logged() { grep -c "$1" kestan.err; }
+
+# told <pattern>: waits until the service manager has been told a line that begins with it.
+told() { wait_until grep -q "$1" notified; }
+
+# logged <times> <pattern>: this number of lines of the daemon's log must match.
+logged() { [ "$(grep -c "$2" kestan.err)" = "$1" ]; }
 
 connections_opened() { awk '/^Tcp: [0-9]/ { print $6 }' /proc/net/snmp; }
-
-# hold: occupies the only connection to kestan until `stop holder`.
-hold() {
-    start holder bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501
-        printf "\0\0\0\x20\x80\1\0\1\0\0\0\x13newScramblingConfig\0\0\0\1\0" >&4
-        exec cat <&4'
-    wait_until [ -s holder.out ]  # the answer
-}
 
 @test "replaces what kestan plays, then sends only what has changed" {
     play_small
@@ -51,7 +48,9 @@ hold() {
     on_air tables.json
     reload
     prints serve "no table has changed"
-    [ "$(logged "New SDT")$(logged "New PMT sid=0066")$(logged Clearing)" = 221 ]
+    logged 2 "New SDT"
+    logged 2 "New PMT sid=0066"
+    logged 1 Clearing
     rewrite 'del(.sdt)'  # which cannot be withdrawn alone
     says kestan "Clearing all tables"
     prints serve "PMT of service 103" 2
@@ -64,39 +63,177 @@ hold() {
     on_air <(jq "$own | del(.sdt)" "$small")
 }
 
+@test "a restart costs nothing on air" {
+    play_small
+    cp "$small" tables.json
+    serve tables.json
+    prints serve "PMT of service 103"
+    watch
+    for _ in {1..5}; do
+        finish serve
+        serve tables.json
+        prints serve "PMT of service 103"
+    done
+    finds_nothing 1
+    logged 1 Clearing
+    logged 0 "Clear PMT"
+    finish serve
+    write 'del(.cat, .pmts[2]) | (.pat.programs[0], .pmts[0]).pid = "0x0130" | .pat.version_number = 2'
+    serve tables.json
+    prints serve "CAT: withdrawn"
+    prints serve "PMT of service 101 (0x0065) on PID 0x0100: withdrawn"
+    prints serve "PMT of service 103 (0x0067) on PID 0x0120: withdrawn"
+    prints serve "PMT of service 102"
+    on_air tables.json
+    finish kestan KILL || [ $? -eq 137 ]
+    play
+    prints serve "PMT of service 102" 2
+    logged 0 Clear
+}
+
+@test "clears first if it does not know what is on air, or loses a PAT or an SDT" {
+    local record=state/kestan-control/played-127.0.0.1-0.json
+    play
+    while IFS='|' read -r before option cleared said; do
+        write .
+        eval "$before"
+        : >kestan.err
+        serve $option tables.json
+        prints serve "PMT of service 103"
+        logged "$cleared" Clearing
+        grep -F -- "$said" serve.err || [ ! "$said" ]
+        finish serve
+    done <<'END'
+true||1|
+true||0|
+true|--clear|1|
+rm $record||1|
+echo '{' >$record||1|/played-127.0.0.1-0.json: not read: [
+write 'del(.pat)'||1|
+write 'del(.sdt)'||1|
+true||0|
+rm $record; mkdir $record||1|: remove it: it is out of date
+rmdir $record; echo '{"format": 2}' >$record||1|a newer release wrote it (format 2); it is left as it is: a start without it
+true||1|a newer release wrote it
+END
+    [ "$(<$record)" = '{"format": 2}' ]
+    XDG_STATE_HOME=/dev/null serve tables.json
+    says serve "warning: /dev/null/kestan-control/played-127.0.0.1-0.json: cannot be written: .*: a start"
+}
+
+@test "records what can be on air before it sends, and ends although kestan does not answer" {
+    local record=state/kestan-control/played-127.0.0.1-0.json
+    play
+    write .
+    serve tables.json
+    prints serve "PMT of service 103"
+    finish serve
+    finish kestan KILL || [ $? -eq 137 ]
+    # Answers the opening call alone.
+    cat >server <<'END'
+dd bs=64K count=1 of=/dev/null
+printf '\0\0\0\040\200\1\0\2\0\0\0\023newScramblingConfig\0\0\0\0\0'
+cat >calls
+END
+    start server socat TCP-LISTEN:9501,reuseaddr SYSTEM:". ./server"
+    listens server 9501
+    write 'del(.pmts[1, 2]) | (.pat.programs[0], .pmts[0]).pid = "0x0130"'
+    serve --timeout 60 tables.json
+    wait_until [ -s calls ]
+    jq -e '.cat and ([.services[].pids] == [[256, 304], [272], [288]])' $record
+    local begin=$SECONDS
+    finish serve  # after 1.5 s, not after the 60 s of --timeout
+    ((SECONDS - begin < 10))
+}
+
+@test "sends a rejected table again, and does not record it" {
+    play
+    write '.pmts[1].streams = [range(300) | {stream_type: 2, elementary_pid: (. + 512)}]'
+    serve --force tables.json
+    says serve "kestan rejected the PMT of service 102"
+    jq -e '[.services[].service_id] == [101, 103]' state/kestan-control/played-127.0.0.1-0.json
+    reload
+    prints serve "PMT of service 102 (0x0066) on PID 0x0110: version 1, rejected" 2
+}
+
+@test "kicks the watchdog, unless it is stopped" {
+    write .
+    WATCHDOG_USEC=300000 serve tables.json
+    kicks() { grep -o WATCHDOG=1 notified | wc -l; }
+    wait_until eval '(($(kicks) >= 3))'
+    kill -STOP "${pid[serve]}"
+    local before
+    before=$(kicks)
+    sleep 0.5
+    (($(kicks) <= before + 1))
+    kill -CONT "${pid[serve]}"
+    wait_until eval "((\$(kicks) >= $before + 3))"
+}
+
+@test "answers many start notifications together, once a second" {
+    play
+    write .
+    serve tables.json
+    prints serve "PMT of service 103"
+    grep "0100007F:2531 " /proc/net/tcp  # no other host can send them
+    local answered=0 begin=$SECONDS times
+    for times in 1 500; do
+        for ((; times > 0; --times)); do
+            printf '\0\0\0\x20\x80\1\0\1\0\0\0\x13NotifyKestanStarted\0\0\0\1\0'
+        done >notifications
+        socat -u OPEN:notifications,rdonly TCP:127.0.0.1:9521
+        prints serve "kestan has started" $((++answered))
+        prints serve "PMT of service 103" $((answered + 1))
+    done
+    (($(grep -c "PMT of service 103" serve.out) <= SECONDS - begin + 3))
+    logged 1 Clearing
+}
+
 @test "serves the files of a directory, those with mistakes left out at the start" {
     mkdir tables
     jq '{pat, pmts}' "$small" >tables/a.json
     jq '{sdt} | .sdt.services += .sdt.services' "$small" >tables/b.json
     echo '{' >tables/c.json
+    mkfifo tables/d.json
     cp tables/a.json tables/.hidden.json
+    ln -s ../c.json tables/e.json
+    jq '{cat}' "$small" >c.json
     local opened
     opened=$(connections_opened)
     serve tables
     says serve "error: tables/c.json: not JSON"
     says serve "error: tables/b.json: sdt.services\[3\].service_id: .* twice"
     says serve "tables/b.json: left out because of its errors"
-    wait_until grep -q '^STATUS=nothing listens' notified
+    says serve "error: tables/d.json: cannot be read: not a regular file"
+    wait_until grep -q '^STATUS=waits for Kestan: nothing listens' notified
     grep -q READY=1 notified
     sleep 1
     # At first 50 ms apart, then ever longer.
     [ ! "$KESTAN_OWN_NETWORK" ] || (($(connections_opened) - opened < 9))
+    [ "$(grep -c "nothing listens" serve.err)" = 1 ]
     play
     prints serve "PMT of service 103"
     run -1 grep EXCEPTION kestan.err
-    on_air <(jq 'del(.sdt, .cat)' "$small")
+    on_air <(jq 'del(.sdt)' "$small")
     jq "{sdt} | $own" "$small" >tables/b.json
-    mv tables/c.json c.old
-    jq '{cat}' "$small" >tables/c.json
+    rm tables/[cd].json
     reload
     prints serve "SDT of transport stream 1"
-    on_air <(jq "$own" "$small")
-    rm tables/*
+    told "STATUS=sent 6 tables at [0-9:]*"
+    : >serve.err
+    mv tables/a.json tables/a.json~
+    rm tables/*.json
     reload
-    says kestan "Clearing all tables"
+    says serve "error: tables: no file in this directory is named \*.json"
+    says serve "the tables read before stay"
+    told "STATUS=the files of [0-9:]* have a mistake: what was sent at [0-9:]* stays"
+    on_air <(jq "$own" "$small")
     finish serve INT
-    run -1 kestan-control serve --set 1 tables
+    told "STOPPING=1"
+    told "STATUS=has ended; what was sent at [0-9:]* stays"
+    NOTIFY_SOCKET=$PWD/manager run -1 kestan-control serve --set 1 tables
     [[ $output == *"no file can be served"* ]]
+    told "STATUS=has failed: no file can be served"
 }
 
 @test "waits for its turn, and a client that gives up leaves nothing behind" {
@@ -104,35 +241,39 @@ hold() {
     hold
     write .pat.version_number=9
     for command in clear "push tables.json"; do
-        run -1 timeout 2.5 kestan-control $command --timeout 0.3
-        [[ $output == *"another one probably holds the connection"* ]]
+        run -1 timeout 20 kestan-control $command --timeout 0.3
+        [[ $output == *" within 0.3 s: "*"another one probably holds the connection"* ]]
     done
     write 'del(.cat)'
-    local begin=$SECONDS
     serve --timeout 0.5 tables.json
-    says serve "holds the connection; waiting"
-    ((SECONDS - begin < 3))
+    says serve " within 0.5 s: .* holds the connection; waiting"
     grep -q READY=1 notified
     sleep 1
     stop holder
     prints serve "PMT of service 103"
-    on_air tables.json
+    wait_until on_air tables.json
     finish serve
-    [ "$(grep -c holds serve.err)$(logged Clearing)$(logged "New PAT")" = 112 ]
+    [ "$(grep -c holds serve.err)" = 1 ]
+    logged 1 Clearing
+    logged 2 "New PAT"
 }
 
 @test "raises versions, so that receivers see each change" {
-    export XDG_STATE_HOME=$PWD
+    export STATE_DIRECTORY=$PWD/state XDG_STATE_HOME=/dev/null
+    local history=state/versions-127.0.0.1-0.json
     play
     write .
-    mkdir kestan-control
-    for history in '{' '{"written": {"cat": {"version_number": 1}}, "sent": {}}'; do
-        echo "$history" >kestan-control/versions-127.0.0.1-0.json  # lost with the power
-        kestan-control push --bump-versions tables.json 2>&1 |
-            grep "warning: .* not a history"
+    mkdir state
+    for found in '{' '{"written": {"cat": {"version_number": 1}}, "sent": {"pmts": []}}' \
+        '{"format": 2}'; do
+        echo "$found" >$history
+        run -0 --separate-stderr kestan-control push --bump-versions tables.json
+        [[ $stderr == "warning: $PWD/$history: not read: "* ]]
     done
-    XDG_STATE_HOME=/dev/null kestan-control push --bump-versions tables.json 2>&1 |
-        grep "warning: .* cannot be written: after a restart"
+    [ "$(<$history)" = '{"format": 2}' ]
+    STATE_DIRECTORY=/dev/null kestan-control push --bump-versions tables.json 2>&1 |
+        grep "warning: .* cannot be written: .*: after a restart"
+    jq '{written: ., sent: .}' tables.json >$history  # of a release without formats
     write '.pmts[0].streams[0].stream_type = 2 | .cat.version_number = 7'
     kestan-control push --bump-versions tables.json | tee pushed
     grep "tables.json: pmts\[0\].version_number: .* version 2 goes out instead of 1" pushed
@@ -145,6 +286,8 @@ hold() {
     prints serve "PMT of service 101 (0x0065) on PID 0x0100: version 31, accepted"
     rewrite '.pmts[0].version_number = 31'
     prints serve "PMT of service 101 (0x0065) on PID 0x0100: version 0, accepted"
+    rewrite '.pmts[0].version_number = 0 | .pmts[0].streams[0].stream_type = 2'  # on air already
+    prints serve "PMT of service 101 (0x0065) on PID 0x0100: version 1, accepted"
 }
 
 # Kestan is killed at random moments, also while tables are pushed and before it sends its
@@ -160,6 +303,10 @@ hold() {
         ((round % 3)) || rewrite ".pmts[$((round % 2))].pid = 304 |
             .pat.programs[$((round % 2))].pid = 304 | .pat.version_number = $round"
         sleep 0.$((RANDOM % 2))$((RANDOM % 10))
+        if ((round % 4 == 0)); then
+            finish serve KILL || [ $? -eq 137 ]
+            serve tables.json
+        fi
         finish kestan KILL || [ $? -eq 137 ]
     done
     play

@@ -1,26 +1,82 @@
-# The manuals against the programs.
+# The manuals and the completion of command lines against the programs.
 
 load programs
 
+pages=(kestan.8 kestan-control.1 kestan-insert.1 kestan-monitor.1)
+
 # options: prints the options at the starts of the input's lines, sorted.
 options() {
-    sed 's/\\-/-/g' | sed -nE 's/^(\.[A-Z]+|  +)(([] [,"]*--?[a-z][a-z-]*)+).*/\2/p' |
-        grep -oE -- '--?[a-z][a-z-]*' | sort -u
+    sed 's/\\-/-/g' | sed -nE 's/^(\.[A-Z]+|  +)(([] [,"]*--?[A-Za-z][a-z-]*)+).*/\2/p' |
+        grep -oE -- '--?[A-Za-z][a-z-]*' | sort -u
 }
 
 # help <program>: prints its --help, and that of each of its commands.
 help() {
     "$1" --help
-    "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p' |
-        xargs -I '{}' "$1" '{}' --help
+    commands "$1" | xargs -I '{}' "$1" '{}' --help
 }
 
 @test "each manual lists the options of its program's --help" {
-    for page in kestan.8 kestan-control.1 kestan-monitor.1; do
+    for page in "${pages[@]}"; do
         sed -n '/^\.SH OPTIONS/,/^\.SH [^O]/p' "$BATS_TEST_DIRNAME/../../packaging/man/$page.in" |
             grep -A 1 '^\.TP' | options >manual
         help "${page%.*}" | options >program
         diff manual program
         grep -qx -- --help program
     done
+}
+
+# completes <word>...: prints what is offered for the last word.
+completes() {
+    COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
+    _kestan "$1" "${*: -1}" "${COMP_WORDS[COMP_CWORD - 1]}"
+    printf '%s\n' "${COMPREPLY[@]}" | sort
+}
+
+# commands <program>: the commands in its --help.
+commands() { "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p'; }
+
+@test "bash offers the options and commands of each program's --help" {
+    # shellcheck source=/dev/null
+    . "$BATS_TEST_DIRNAME/../../packaging/bash-completion/kestan"
+    local program command
+    for program in "${pages[@]%.*}"; do
+        diff <(completes "$program" -) <("$program" --help | options)
+        diff <(completes "$program" '' | grep .) <(commands "$program" | sort)
+        for command in $(commands "$program"); do
+            diff <(completes "$program" --set 0 "$command" -) \
+                <("$program" "$command" --help | options)
+        done
+    done
+    diff <(completes kestan -s '') <(printf '%s\n' 0 1)
+    completes kestan-monitor -i '' | grep -x lo
+    [ -z "$(completes kestan-control push /)" ]  # bash offers files
+}
+
+@test "the guide to faults has each error that Kestan logs" {
+    cd "$BATS_TEST_DIRNAME/../.."
+    cat {app,control}/*.cpp | tr -d '\n' | grep -oE 'kLogError, 0, *"[^"%]*' |
+        sed -E 's/.*"//; s/ *$//' | sort -u >"$BATS_TEST_TMPDIR/errors"
+    [ "$(wc -l <"$BATS_TEST_TMPDIR/errors")" -ge 9 ]
+    while read -r error; do grep -F -- "\`$error" docs/operating.md; done <"$BATS_TEST_TMPDIR/errors"
+}
+
+@test "the guide to faults quotes what the tools say" {
+    cd "$BATS_TEST_DIRNAME/../.."
+    find tools -name '*.cpp' -exec cat {} + | tr -d '\n' | sed 's/" *"//g' >"$BATS_TEST_TMPDIR/said"
+    sed -n '/^### What the tools say/,/^### It/p' docs/operating.md | cut -d '|' -f 2 |
+        grep -oE '`[^`]+`' | sed -E 's/`(cannot )?([^`…]*).*/\2/; s/ *$//' >"$BATS_TEST_TMPDIR/texts"
+    [ "$(wc -l <"$BATS_TEST_TMPDIR/texts")" -ge 14 ]
+    while read -r text; do
+        grep -qF -- "$text" "$BATS_TEST_TMPDIR/said" || { echo "$text" && false; }
+    done <"$BATS_TEST_TMPDIR/texts"
+}
+
+@test "the schema and the manual of the file format describe the fields that the reader has" {
+    local -r source=$BATS_TEST_DIRNAME/../..
+    cp "$source"/{tools/json/multiplex.schema.json,packaging/man/kestan-multiplex.5.in} .
+    "$KESTAN_BIN"/../tools/json/write_format multiplex.schema.json kestan-multiplex.5.in
+    # Where they differ: build/tools/json/write_format with the paths of both files.
+    diff "$source"/tools/json/multiplex.schema.json multiplex.schema.json
+    diff "$source"/packaging/man/kestan-multiplex.5.in kestan-multiplex.5.in
 }

@@ -8,7 +8,11 @@ declare -gA pid=()
 daemon=(kestan)
 small=$BATS_TEST_DIRNAME/../../examples/small.json
 
-setup() { cd "$BATS_TEST_TMPDIR" || return; }
+setup() {
+    cd "$BATS_TEST_TMPDIR" || return
+    unset STATE_DIRECTORY
+    export XDG_STATE_HOME=$PWD/state
+}
 
 teardown() {
     local crashed=
@@ -61,6 +65,14 @@ play() {
 
 play_small() { play "$@" && kestan-control push "$small"; }
 
+# hold: occupies the only connection to kestan until `stop holder`.
+hold() {
+    start holder bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501
+        printf "\0\0\0\x20\x80\1\0\1\0\0\0\x13newScramblingConfig\0\0\0\1\0" >&4
+        exec cat <&4'
+    wait_until [ -s holder.out ]  # the answer
+}
+
 # watch [command that enters a network]...: starts a monitor of $stream, which runs until
 # finds_nothing or `finish monitor INT` and writes its report to monitor.out.
 watch() {
@@ -68,6 +80,12 @@ watch() {
         --clock-tolerance 0
     listens monitor "${stream#*:}"
 }
+
+# receives_more <datagrams>: waits until the monitor has read as many more. The kernel counts a
+# datagram when it is read.
+receives_more() { wait_until has_received $(($(received) + $1)); }
+received() { awk '/^Udp: [0-9]/ { print $2 }' /proc/net/snmp; }
+has_received() { (($(received) >= $1)); }
 
 # finds_nothing [seconds] [rule]: fails if a monitor, the one that runs or a new one, finds a
 # fault within this time. With a rule, such as "ca_system_not_in_cat", exactly this fault is

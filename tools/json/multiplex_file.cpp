@@ -1,14 +1,10 @@
 #include "tools/json/multiplex_file.h"
 
-#include <cerrno>
-#include <fstream>
-#include <iostream>
 #include <memory>
-#include <optional>
 #include <set>
-#include <sstream>
-#include <system_error>
+#include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -20,31 +16,15 @@ namespace {
 
 constexpr const char* kStandardInput = "-";
 
-std::string read_stream(std::istream& in) {
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (text.fail() && errno != 0) {
-        throw std::system_error(errno, std::generic_category());
-    }
-    return text.str();
-}
-
-// Returns the same text each time: a program that reads its files again cannot read this
-// one twice.
-const std::string& standard_input() {
-    static const std::string text = read_stream(std::cin);
-    return text;
-}
-
-std::string read_whole(const std::string& path) {
-    errno = 0;
+// Returns the same text of standard input each time: a program that reads its files again
+// cannot read it twice.
+std::string read_whole(const std::string& path, FileKind kind) {
     try {
-        if (path == kStandardInput) return standard_input();
-        std::ifstream file(path, std::ios::binary);
-        if (file.is_open()) return read_stream(file);
-        throw std::system_error(errno, std::generic_category());
-    } catch (const std::system_error& error) {
-        throw FileMistake(path + ": cannot be read: " + error.code().message());
+        if (path != kStandardInput) return read_text_file(path, kind);
+        static const std::string input = read_text_file(path, kind);
+        return input;
+    } catch (const std::runtime_error& error) {
+        throw FileMistake(path, std::string("cannot be read: ") + error.what());
     }
 }
 
@@ -108,8 +88,8 @@ std::string without_prefix(const std::string& what) {
 
 }  // namespace
 
-Multiplex read_multiplex_file(const std::string& path) {
-    const std::string text = read_whole(path);
+Multiplex read_multiplex_file(const std::string& path, FileKind kind) {
+    const std::string text = read_whole(path, kind);
     try {
         auto repeated = std::make_shared<RepeatedFields>();
         const json document = json::parse(
@@ -117,8 +97,8 @@ Multiplex read_multiplex_file(const std::string& path) {
             /*allow_exceptions=*/true, /*ignore_comments=*/true);
         return multiplex_from_json(JsonNode(document));
     } catch (const JsonMistake& mistake) {
-        throw FileMistake(path + ": " + mistake.what());
+        throw FileMistake(path, mistake.what());
     } catch (const json::exception& error) {
-        throw FileMistake(path + ": not JSON: " + without_prefix(error.what()));
+        throw FileMistake(path, "not JSON: " + without_prefix(error.what()));
     }
 }

@@ -1,12 +1,12 @@
 #include "tools/kestan-control/check.h"
 
 #include <algorithm>
-#include <iterator>
 #include <ostream>
 #include <set>
 #include <stdexcept>
 #include <utility>
 
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/rules/bit_rate.h"
 #include "tools/rules/rules.h"
 
@@ -14,20 +14,12 @@ namespace {
 
 constexpr std::size_t kBitsPerKbit = 1000;
 
-void append(std::vector<FileFinding>& to, std::vector<FileFinding> findings) {
-    std::move(findings.begin(), findings.end(), std::back_inserter(to));
-}
-
 std::vector<FileFinding> only_errors(std::vector<FileFinding> findings) {
     const auto end = std::remove_if(
         findings.begin(), findings.end(),
         [](const FileFinding& found) { return found.severity != Severity::kError; });
     findings.erase(end, findings.end());
     return findings;
-}
-
-FileFinding no_files() {
-    return {Severity::kError, "", "no file is named *.json in the directory"};
 }
 
 std::set<std::string> paths_with_errors(const std::vector<FileFinding>& findings) {
@@ -69,7 +61,7 @@ void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
                     bool with_information) {
     for (const FileFinding& finding : findings) {
         if (finding.severity == Severity::kInformation && !with_information) continue;
-        to << finding.line() << '\n';
+        to << level_prefix(to, finding.severity) << finding.line() << '\n';
     }
     to.flush();
 }
@@ -81,15 +73,16 @@ std::string bit_rate_line(const Multiplex& tables) {
 bool report_check(const TableFiles& files, const CheckSettings& settings,
                   std::ostream& report) {
     ReadFiles read = files.read();
-    const JoinedFiles joined(read.files);
     std::vector<FileFinding> findings = std::move(read.mistakes);
-    if (findings.empty() && read.files.empty()) findings.push_back(no_files());
-    // Tables that could not be read would count as missing.
-    if (findings.empty()) append(findings, check_files(joined, settings));
+    // Tables that could not be read would count as missing, and their bit rate as 0.
+    const bool is_whole = findings.empty();
+    const JoinedFiles joined(read.files);
+    if (is_whole) findings = check_files(joined, settings);
     print_findings(report, findings, /*with_information=*/true);
-    report << bit_rate_line(joined.tables()) << std::endl;
+    if (is_whole) report << bit_rate_line(joined.tables()) << '\n';
+    report.flush();
     if (!report) throw std::runtime_error("cannot write the findings: is the disk full?");
-    return !has_errors(findings);
+    return is_whole && (settings.is_forced || !has_errors(findings));
 }
 
 std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
@@ -105,7 +98,7 @@ std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
     return joined;
 }
 
-std::optional<JoinedFiles> right_tables_to_send(const TableFiles& files,
+std::optional<JoinedFiles> valid_tables_to_send(const TableFiles& files,
                                                 const CheckSettings& settings,
                                                 std::ostream& errors) {
     ReadFiles read = files.read();
@@ -117,7 +110,8 @@ std::optional<JoinedFiles> right_tables_to_send(const TableFiles& files,
         if (!has_errors(findings) || settings.is_forced) {
             print_findings(errors, findings, /*with_information=*/false);
             for (const std::string& path : left_out) {
-                errors << path << ": left out because of its errors" << std::endl;
+                errors << level_prefix(errors, Severity::kError) << path
+                       << ": left out because of its errors" << std::endl;
             }
             return joined;
         }

@@ -26,8 +26,8 @@ void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
 // Returns a text such as "bit rate: 25.0 packets a second, 37.6 kbit/s".
 [[nodiscard]] std::string bit_rate_line(const Multiplex& tables);
 
-// Checks the files and prints everything to `report`, the bit rate last. Returns whether
-// there is no error.
+// Checks the files and prints everything to `report`, and last the bit rate if all files
+// could be read. Returns whether the tables can be sent.
 [[nodiscard]] bool report_check(const TableFiles& files, const CheckSettings& settings,
                                 std::ostream& report);
 
@@ -40,7 +40,7 @@ void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
 
 // Returns the tables to send when nothing is on air yet: leaves out the files with an
 // error and keeps the others. Returns nullopt if no file is left.
-[[nodiscard]] std::optional<JoinedFiles> right_tables_to_send(
+[[nodiscard]] std::optional<JoinedFiles> valid_tables_to_send(
     const TableFiles& files, const CheckSettings& settings, std::ostream& errors);
 
 #endif

@@ -1,23 +1,21 @@
 #include "tools/kestan-control/control_process.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <csignal>
 #include <cstdint>
+#include <ctime>
 #include <iostream>
 #include <iterator>
 #include <system_error>
 #include <utility>
 
 #include "thrift/instance_ports.h"
-#include "tools/kestan-control/service_manager.h"
+#include "tools/kestan-control/diagnostics.h"
+#include "tools/service/service_manager.h"
 
 namespace {
 
@@ -25,81 +23,92 @@ namespace {
 constexpr std::chrono::milliseconds kFirstBackOff{50};
 constexpr std::chrono::milliseconds kLongestBackOff{3000};
 
-int open_signals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, signal);
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    const int fd = signalfd(-1, &set, SFD_CLOEXEC);
-    if (fd < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
-    return fd;
+// Between two answers to start notifications.
+constexpr std::chrono::seconds kAnswerInterval{1};
+
+std::string time_of_day() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char text[sizeof "23:59:59"];
+    return std::strftime(text, sizeof text, "%H:%M:%S", &local) == 0 ? "" : text;
+}
+
+std::size_t table_count(const Multiplex& tables) {
+    return tables.pmts.size() + (tables.pat ? 1 : 0) + (tables.cat ? 1 : 0) +
+           (tables.sdt ? 1 : 0);
 }
 
 JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {
-    const auto right = right_tables_to_send(files, check, std::cerr);
-    if (!right) throw std::runtime_error("no file can be served");
-    return *right;
+    const auto valid = valid_tables_to_send(files, check, std::cerr);
+    if (!valid) throw std::runtime_error("no file can be served");
+    return *valid;
+}
+
+TableSender make_sender(const ControlAddress& address, bool clears) {
+    OnAirRecord record("played", address,
+                       "a start without it withdraws all tables first");
+    std::optional<OnAir> on_air = record.load();
+    if (clears) on_air.reset();
+    return {std::cout, std::move(record), std::move(on_air)};
 }
 
 }  // namespace
 
-// The signals are blocked first: one that comes while the files are read has its effect
-// later, and the notification's thread inherits the mask.
 ControlProcess::ControlProcess(const ControlAddress& address,
                                std::vector<std::string> paths, const CheckSettings& check,
-                               OutgoingTables outgoing)
+                               bool raises_versions, bool clears)
     : address_(address),
-      signals_(open_signals()),
-      files_(std::move(paths)),
+      files_(std::move(paths), FileKind::kRegular),
       check_(check),
-      outgoing_(std::move(outgoing)),
+      outgoing_(address, raises_versions),
       tables_(outgoing_.take(first_files(files_, check_))),
-      sender_(std::cout),
+      sender_(make_sender(address, clears)),
       notifications_(ports_of(address.set).notification) {}
-
-ControlProcess::~ControlProcess() {
-    close(signals_);
-}
 
 void ControlProcess::run() {
     std::cout << bit_rate_line(tables_) << std::endl;
-    request_push();
+    request_push(Clock::now());
     for (;;) {
-        pollfd events[] = {{signals_, POLLIN, 0},
+        pollfd events[] = {{signals_.end_fd(), POLLIN, 0},
+                           {signals_.reload_fd(), POLLIN, 0},
                            {notifications_.fd(), POLLIN, 0},
-                           {waiting_ ? waiting_->fd() : -1, POLLIN, 0}};
+                           {connection_ ? connection_->fd() : -1, POLLIN, 0}};
         if (poll(events, std::size(events), milliseconds_to_next_step()) < 0 &&
             errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
-        if (events[0].revents != 0 && !on_signal()) return;
-        if (events[1].revents != 0) on_notification();
-        if (events[2].revents != 0) push();
-        if (next_step() && Clock::now() >= *next_step()) take_step();
+        if (events[0].revents != 0) break;
+        if (events[1].revents != 0) read_again();
+        if (events[2].revents != 0) on_notification();
+        if (events[3].revents != 0) push();
+        if (has_next_step() && Clock::now() >= next_step_) take_step();
+        kick_watchdog();
     }
-}
-
-bool ControlProcess::on_signal() {
-    signalfd_siginfo info{};
-    if (read(signals_, &info, sizeof info) != sizeof info) return true;
-    if (info.ssi_signo != SIGHUP) return false;
-    read_again();
-    return true;
+    notify_service_manager("STOPPING=1\nSTATUS=has ended; " +
+                           (sent_at_.empty()
+                                ? "nothing was sent"
+                                : "what was sent at " + sent_at_ + " stays"));
 }
 
 void ControlProcess::read_again() {
+    signals_.take_reload();
     const auto files = tables_to_send(files_, check_, std::cerr);
     if (!files) {
-        std::cerr << "the tables read before stay" << std::endl;
+        complain(Severity::kError, "the tables read before stay");
+        mistake_at_ = time_of_day();
+        report_sent(0);
         return;
     }
+    mistake_at_.clear();
     tables_ = outgoing_.take(*files);
     std::cout << "files read again, " << bit_rate_line(tables_) << std::endl;
-    if (!is_push_due_ && sender_.plays(tables_)) {
+    if (phase_ == Phase::kIdle && sender_.plays(tables_)) {
         std::cout << "no table has changed" << std::endl;
+        report_sent(0);
         return;
     }
-    request_push();
+    request_push(Clock::now());
 }
 
 void ControlProcess::on_notification() {
@@ -109,76 +118,98 @@ void ControlProcess::on_notification() {
         throw std::runtime_error(
             "the service of kestan's start notification has ended: start it again");
     }
-    std::cout << "kestan has started" << std::endl;
-    sender_.forget();
-    request_push();
+    sender_.kestan_has_started();
+    const Clock::time_point now = Clock::now();
+    if (answer_ <= now) {
+        answer_ = std::max(answer_ + kAnswerInterval, now);
+        std::cout << "kestan has started" << std::endl;
+    }
+    request_push(answer_);
 }
 
-void ControlProcess::request_push() {
-    is_push_due_ = true;
+void ControlProcess::request_push(Clock::time_point when) {
     back_off_ = kFirstBackOff;
-    next_try_ = Clock::now();
+    if (connection_) return;
+    next_step_ = phase_ == Phase::kDue ? std::min(next_step_, when) : when;
+    phase_ = Phase::kDue;
 }
 
 void ControlProcess::take_step() {
-    if (waiting_) {
-        has_said_waiting_ = true;
-        say(address_.waiting_text() + "; waiting for it to leave");
+    if (phase_ == Phase::kQueued) {
+        phase_ = Phase::kLongQueued;
+        say(address_.waiting_text() + "; waiting for it to leave", Severity::kWarning);
         return;
     }
     try {
-        waiting_.emplace(address_);
-        connected_ = Clock::now();
-        has_said_waiting_ = false;
+        connection_.emplace(address_);
+        phase_ = Phase::kQueued;
+        next_step_ = Clock::now() +
+                     std::chrono::milliseconds(std::llround(address_.timeout_s * 1000));
+    } catch (const NothingListens& error) {
+        fail(error, Severity::kInformation);  // normal while the host starts
     } catch (const ControlError& error) {
-        fail(error);
+        fail(error, Severity::kError);
     }
 }
 
 void ControlProcess::push() {
     try {
-        waiting_->wait_for_turn();
-        const std::vector<std::string> rejected = sender_.make_play(*waiting_, tables_);
+        connection_->wait_for_turn();
+        const std::vector<std::string> rejected =
+            sender_.make_play(*connection_, tables_);
         for (const std::string& what : rejected) {
-            std::cerr << "kestan rejected the " << what << std::endl;
+            complain(Severity::kError, "kestan rejected the " + what);
         }
-        is_push_due_ = false;
+        phase_ = Phase::kIdle;
         said_.clear();
-        notify_service_manager(
-            "READY=1\nSTATUS=" +
-            (rejected.empty()
-                 ? "on air, " + bit_rate_line(tables_)
-                 : "kestan rejected " + std::to_string(rejected.size()) + " tables"));
+        sent_at_ = time_of_day();
+        report_sent(rejected.size());
     } catch (const ControlError& error) {
-        fail(error);
+        fail(error, Severity::kError);
     }
-    waiting_.reset();
+    connection_.reset();
 }
 
-void ControlProcess::fail(const ControlError& error) {
-    say(error.what());
-    next_try_ = Clock::now() + back_off_;
+void ControlProcess::fail(const ControlError& error, Severity severity) {
+    say(error.what(), severity);
+    phase_ = Phase::kDue;
+    next_step_ = Clock::now() + back_off_;
     back_off_ = std::min(2 * back_off_, kLongestBackOff);
 }
 
-void ControlProcess::say(const std::string& reason) {
+void ControlProcess::say(const std::string& reason, Severity severity) {
     if (reason == said_) return;
     said_ = reason;
-    std::cerr << reason << std::endl;
-    const std::string line = reason.substr(0, reason.find('\n'));
-    notify_service_manager("READY=1\nSTATUS=" + line);
+    complain(severity, reason);
+    notify_service_manager("READY=1\nSTATUS=waits for Kestan: " +
+                           reason.substr(0, reason.find('\n')));
 }
 
-std::optional<ControlProcess::Clock::time_point> ControlProcess::next_step() const {
-    if (!waiting_) return is_push_due_ ? std::optional(next_try_) : std::nullopt;
-    if (has_said_waiting_) return std::nullopt;
-    return connected_ +
-           std::chrono::milliseconds(std::llround(address_.timeout_s * 1000));
+void ControlProcess::report_sent(std::size_t rejected) {
+    if (sent_at_.empty()) return;  // the status says what it waits for
+    std::string status = "sent " + std::to_string(table_count(tables_) - rejected) +
+                         " tables at " + sent_at_;
+    if (rejected != 0) {
+        status += ", kestan rejected " + std::to_string(rejected) + ": see its log";
+    }
+    if (!mistake_at_.empty()) {
+        status = "the files of " + mistake_at_ + " have a mistake: what was sent at " +
+                 sent_at_ + " stays";
+    }
+    notify_service_manager("READY=1\nSTATUS=" + status);
+}
+
+void ControlProcess::kick_watchdog() {
+    const auto time = watchdog_time();
+    if (time.count() == 0 || Clock::now() < next_kick_) return;
+    notify_service_manager("WATCHDOG=1");
+    next_kick_ = Clock::now() + time / 3;
 }
 
 int ControlProcess::milliseconds_to_next_step() const {
-    const auto step = next_step();
-    if (!step) return -1;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*step - Clock::now());
+    if (!has_next_step() && watchdog_time().count() == 0) return -1;
+    Clock::time_point next = has_next_step() ? next_step_ : Clock::time_point::max();
+    if (watchdog_time().count() != 0) next = std::min(next, next_kick_);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }

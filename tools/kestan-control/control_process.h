@@ -11,30 +11,33 @@
 #include "tools/kestan-control/notification_server.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
+#include "tools/kestan-control/service_signals.h"
 #include "tools/kestan-control/table_files.h"
 
 // A control process that runs until a signal ends it. It keeps the tables of some files
-// on air, and no other tables.
+// on air, and no other tables of this program.
 //
 // Kestan keeps no table across a restart: all tables are pushed when the process starts
 // and after every start notification. A push that fails is tried again until it succeeds.
-// While Kestan serves another client, the process waits for its turn. A push replaces
-// what Kestan plays. It sends only the differences if no start notification has come
-// since the last push succeeded.
+// While Kestan serves another client, the process waits for its turn. A push sends only
+// the differences if no start notification has come since the last push succeeded.
+//
+// The first start notification is answered at once, and further ones together, once a
+// second: everybody on this host can send them.
 //
 // SIGHUP reads the files again and pushes what has changed; a mistake in any of them
 // leaves everything as it was. SIGINT and SIGTERM end the process. A service manager is
 // told when the first push has been tried, and how each push went.
 //
 // The control connection is held only while tables are pushed. One thread uses this
-// class; the notification's service has a second one.
+// class; the notification's service and the signals have one each.
 class ControlProcess {
 public:
     // Reads the files and opens the notification's port. Blocks the three signals. Throws
-    // std::runtime_error if each file has an error, or if the port is taken.
+    // std::runtime_error if each file has an error, or if the port is taken. `clears` is
+    // whether the first push withdraws all tables.
     ControlProcess(const ControlAddress& address, std::vector<std::string> paths,
-                   const CheckSettings& check, OutgoingTables outgoing);
-    ~ControlProcess();
+                   const CheckSettings& check, bool raises_versions, bool clears);
     ControlProcess(const ControlProcess&) = delete;
     ControlProcess& operator=(const ControlProcess&) = delete;
 
@@ -45,30 +48,43 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    // Returns false when the process is to end.
-    bool on_signal();
+    enum class Phase {
+        kIdle,        // nothing to push
+        kDue,         // to connect at next_step_
+        kQueued,      // connected, waiting for the turn; to print a message at next_step_
+        kLongQueued,  // the same, the message is printed
+    };
+
     void on_notification();
     void read_again();
-    void request_push();
 
-    // Pushes the tables. REQUIRES: the waiting connection has its turn or is lost.
+    // Makes a push due at this time or earlier, unless one waits for its turn already.
+    void request_push(Clock::time_point when);
+
+    // Pushes the tables. REQUIRES: connection_ has its turn or is lost.
     void push();
-    void fail(const ControlError& error);
+    void fail(const ControlError& error, Severity severity);
 
-    // Prints why nothing is sent. Prints the same reason only once until the next
-    // success.
-    void say(const std::string& reason);
+    // Prints why nothing is sent, and makes it the status. Prints the same reason only
+    // once until the next success.
+    void say(const std::string& reason, Severity severity);
 
-    // Connects if a push is due. Prints a message if the connection has waited for too
-    // long.
+    // Tells the service manager what this process knows: Kestan may have ended since.
+    void report_sent(std::size_t rejected);
+
+    void kick_watchdog();
+
+    // Does what is due at next_step_.
     void take_step();
 
-    // Returns when to take the next step, or nullopt if an event has to come first.
-    [[nodiscard]] std::optional<Clock::time_point> next_step() const;
+    // Returns whether take_step() is to be called at next_step_, without another event.
+    [[nodiscard]] bool has_next_step() const {
+        return phase_ == Phase::kDue || phase_ == Phase::kQueued;
+    }
     [[nodiscard]] int milliseconds_to_next_step() const;
 
+    ServiceSignals signals_;
     ControlAddress address_;
-    int signals_;
     TableFiles files_;
     CheckSettings check_;
     OutgoingTables outgoing_;
@@ -76,13 +92,15 @@ private:
     TableSender sender_;
     NotificationServer notifications_;
 
-    bool is_push_due_ = false;
-    std::optional<ControlConnection> waiting_;  // for its turn, since connected_
-    Clock::time_point connected_;
-    bool has_said_waiting_ = false;
-    Clock::time_point next_try_;  // if is_push_due_ and not waiting_
+    Phase phase_ = Phase::kIdle;
+    Clock::time_point next_step_;
+    std::optional<ControlConnection> connection_;  // while queued
     std::chrono::milliseconds back_off_{};
+    Clock::time_point answer_;  // the last or the next push for a start notification
     std::string said_;
+    std::string sent_at_;     // a time of day; empty before the first success
+    std::string mistake_at_;  // empty if the files have no mistake
+    Clock::time_point next_kick_;
 };
 
 #endif

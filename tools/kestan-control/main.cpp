@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <iostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -12,10 +13,13 @@
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
+#include "tools/kestan-control/diagnostics.h"
+#include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
 #include "tools/kestan-control/table_files.h"
 #include "tools/receive/table_import.h"
+#include "tools/service/service_manager.h"
 
 // kestan-control: a control process in one command. Exit status 0 when all was done, 1
 // when something was not (a rejected table, a mistake in a file, no connection), 2 for a
@@ -34,28 +38,33 @@ struct Settings {
     std::vector<std::string> files;
     CheckSettings check;
     bool raises_versions = false;
+    bool clears = false;     // serve: all tables first
+    bool stops_all = false;  // push: each service first
     std::string capture;
     int service_id = 0;
     int pid = 0;
     int status = kDone;
 };
 
-OutgoingTables outgoing_tables(const Settings& settings) {
-    if (!settings.raises_versions) return {};
-    return OutgoingTables(history_path(settings.address));
-}
-
 int push(const Settings& settings) {
-    const TableFiles files(settings.files);
+    const TableFiles files(settings.files, FileKind::kRegularOrPipe);
     const auto joined = tables_to_send(files, settings.check, std::cerr);
-    if (!joined || joined->tables() == Multiplex()) {
+    if (!joined) {
         std::cerr << "nothing is sent\n";
         return kFailed;
     }
-    const Multiplex tables = outgoing_tables(settings).take(*joined);
     ControlConnection kestan(settings.address);
+    // Kestan serves one client at a time: another push waits here, and then reads what
+    // this one has left in the state files.
     kestan.wait_for_turn();
-    const std::vector<std::string> rejected = TableSender(std::cout).send(kestan, tables);
+    const Multiplex tables =
+        OutgoingTables(settings.address, settings.raises_versions).take(*joined);
+    OnAirRecord record("pushed", settings.address,
+                       "without it, a service whose PID changes stays on the old PID");
+    const auto on_air = record.load();
+    TableSender sender(std::cout, std::move(record), on_air);
+    const std::vector<std::string> rejected =
+        sender.send(kestan, tables, settings.stops_all);
     for (const std::string& what : rejected) {
         std::cerr << "kestan rejected the " << what
                   << ": its log says why; what it played before stays\n";
@@ -65,14 +74,19 @@ int push(const Settings& settings) {
 }
 
 int check(const Settings& settings) {
-    const TableFiles files(settings.files);
+    const TableFiles files(settings.files, FileKind::kRegularOrPipe);
     return report_check(files, settings.check, std::cout) ? kDone : kFailed;
 }
 
 void serve(const Settings& settings) {
-    ControlProcess(settings.address, settings.files, settings.check,
-                   outgoing_tables(settings))
-        .run();
+    try {
+        ControlProcess(settings.address, settings.files, settings.check,
+                       settings.raises_versions, settings.clears)
+            .run();
+    } catch (const std::exception& error) {
+        notify_service_manager(std::string("STATUS=has failed: ") + error.what());
+        throw;
+    }
 }
 
 // Prints what was found. Returns whether every PMT that the capture's PAT announces was
@@ -196,12 +210,21 @@ void add_sending_options(CLI::App& command, Settings& settings) {
                      "receivers read it again");
 }
 
+void add_clearing_option(CLI::App& command, Settings& settings) {
+    command.add_flag("--clear", settings.clears,
+                     "Withdraw all tables of kestan first, also those of other clients");
+}
+
 void add_table_commands(CLI::App& app, Settings& settings) {
     CLI::App* const push_command =
         app.add_subcommand("push",
                            "Check and send the tables in the files; prints what, version "
                            "and result of each");
     add_sending_options(*push_command, settings);
+    push_command->add_flag(
+        "--move", settings.stops_all,
+        "Stop each service before its PMT is sent, so that it moves to "
+        "the PID in the file");
     push_command->callback([&] { settings.status = push(settings); });
 
     CLI::App* const serve_command = app.add_subcommand(
@@ -209,11 +232,13 @@ void add_table_commands(CLI::App& app, Settings& settings) {
         "Keep the tables in the files on air, and no others: send them now, after each "
         "start of kestan, and after SIGHUP, which reads the files again");
     add_sending_options(*serve_command, settings);
+    add_clearing_option(*serve_command, settings);
     serve_command->callback([&] { serve(settings); });
 
     CLI::App* const check_command = app.add_subcommand(
         "check", "Say what is wrong with the tables in the files, without kestan");
-    add_table_options(*check_command, settings);
+    add_sending_options(*check_command, settings);
+    add_clearing_option(*check_command, settings);
     check_command->callback([&] { settings.status = check(settings); });
 }
 
@@ -269,7 +294,7 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "kestan-control: " << error.what() << '\n';
+        complain(Severity::kError, std::string("kestan-control: ") + error.what());
         return kFailed;
     }
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <exception>
 #include <future>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -13,9 +14,9 @@
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/server/TThreadedServer.h>
 #include <thrift/transport/TBufferTransports.h>
-#include <thrift/transport/TServerSocket.h>
 
 #include "thrift/cm_MuxNotifySrv.h"
+#include "thrift/retrying_server_socket.h"
 
 namespace {
 
@@ -23,7 +24,6 @@ using apache::thrift::protocol::TBinaryProtocolFactory;
 using apache::thrift::server::TServerEventHandler;
 using apache::thrift::server::TThreadedServer;
 using apache::thrift::transport::TFramedTransportFactory;
-using apache::thrift::transport::TServerSocket;
 using orvel::thrift::ci_module::cm_MuxNotifySrvIf;
 using orvel::thrift::ci_module::cm_MuxNotifySrvProcessor;
 
@@ -71,7 +71,10 @@ private:
 NotificationServer::NotificationServer(int port)
     : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-    const auto socket = std::make_shared<TServerSocket>(kLoopback, port);
+    const auto socket = std::make_shared<RetryingServerSocket>(
+        kLoopback, port, [](const std::string& line) {
+            std::cerr << "warning: start notification: " + line + '\n' << std::flush;
+        });
     socket->setRecvTimeout(kClientTimeoutMs);
     socket->setSendTimeout(kClientTimeoutMs);
     server_ = std::make_unique<TThreadedServer>(

@@ -27,7 +27,8 @@ public:
     // if has_ended().
     [[nodiscard]] int fd() const { return fd_; }
 
-    // Returns whether the service has stopped because it could not accept connections.
+    // Returns whether the service has ended because memory was exhausted. If a connection
+    // cannot be accepted, it says so on standard error and tries again.
     [[nodiscard]] bool has_ended() const { return has_ended_; }
 
 private:

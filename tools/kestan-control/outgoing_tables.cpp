@@ -1,28 +1,17 @@
 #include "tools/kestan-control/outgoing_tables.h"
 
-#include <cstdlib>
 #include <exception>
 #include <iostream>
-#include <utility>
+#include <string>
+
+#include "tools/kestan-control/check.h"
+#include "tools/kestan-control/diagnostics.h"
 
 namespace {
 
-std::string environment(const char* name) {
-    const char* const value = std::getenv(name);
-    return value == nullptr ? "" : value;
-}
-
-std::string state_directory() {
-    std::string of_service = environment("STATE_DIRECTORY");
-    if (!of_service.empty()) return of_service;
-    const std::string of_user = environment("XDG_STATE_HOME");
-    if (!of_user.empty()) return of_user + "/kestan-control";
-    return environment("HOME") + "/.local/state/kestan-control";
-}
-
-void warn(const std::exception& error, const char* effect) {
-    std::cerr << name_of(Severity::kWarning) << ": " << error.what() << ": " << effect
-              << std::endl;
+void warn(const std::string& what, const char* effect) {
+    complain(Severity::kWarning,
+             std::string(name_of(Severity::kWarning)) + ": " + what + ": " + effect);
 }
 
 // `raises` is whether the version has been raised.
@@ -44,32 +33,33 @@ Finding finding_of(const UnchangedVersion& unchanged, bool raises) {
 }  // namespace
 
 // A history that is lost must not keep the tables off the air.
-OutgoingTables::OutgoingTables(std::string path) : path_(std::move(path)) {
+OutgoingTables::OutgoingTables(const ControlAddress& address, bool raises)
+    : file_("versions", address), raises_(raises) {
+    if (raises && !file_.keeps()) {
+        warn("no directory to keep the versions in",
+             "set XDG_STATE_HOME, or changes may go out under their old version");
+    }
     try {
-        history_ = VersionHistory::load(path_);
+        history_ = file_.load(VersionHistory::from_json).value_or(VersionHistory());
     } catch (const std::exception& error) {
-        warn(error, "the first change of a table may go out under its old version");
+        warn(error.what(),
+             "the first change of a table may go out under its old version");
     }
 }
 
 Multiplex OutgoingTables::take(const JoinedFiles& files) {
-    const bool raises = !path_.empty();
     Multiplex tables = files.tables();
-    for (const UnchangedVersion& unchanged : history_.take(tables, raises)) {
-        std::ostream& to = raises ? std::cout : std::cerr;
-        to << files.in_file(finding_of(unchanged, raises)).line() << std::endl;
+    for (const UnchangedVersion& unchanged : history_.take(tables, raises_)) {
+        const FileFinding finding = files.in_file(finding_of(unchanged, raises_));
+        print_findings(raises_ ? std::cout : std::cerr, {finding},
+                       /*with_information=*/true);
     }
     // Saved before the tables are sent, so that a version that was sent is not given
     // again after a restart.
     try {
-        if (raises) history_.save(path_);
+        file_.save(history_.to_json());
     } catch (const std::exception& error) {
-        warn(error, "after a restart, a change may go out under its old version");
+        warn(error.what(), "after a restart, a change may go out under its old version");
     }
     return tables;
-}
-
-std::string history_path(const ControlAddress& address) {
-    return state_directory() + "/versions-" + address.host + '-' +
-           std::to_string(address.set) + ".json";
 }

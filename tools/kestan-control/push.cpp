@@ -13,13 +13,19 @@ using Service = ControlConnection::Service;
 
 constexpr std::int32_t kRejected = -1;
 
+constexpr const char* kMayStay =
+    "; if kestan had it on another PID, it stays there: see --move";
+
 std::string id_text(std::int32_t id) {
     return std::to_string(id) + " (" + hex_number(id, 4) + ")";
 }
 
-std::string pmt_text(const PmtOnPid& on_pid) {
-    return "PMT of service " + id_text(on_pid.pmt.program_number) + " on PID " +
-           pid_text(on_pid.pid);
+std::string service_text(std::int32_t service) {
+    return "PMT of service " + id_text(service);
+}
+
+std::string pmt_text(std::int32_t service, std::int32_t pid) {
+    return service_text(service) + " on PID " + pid_text(pid);
 }
 
 // Ids and PIDs travel as i16 and carry their 16 bits.
@@ -33,11 +39,134 @@ std::string result_text(std::int32_t version, std::int32_t result) {
     return "accepted as version " + std::to_string(result);
 }
 
-// Sends tables that differ from the played ones, and records what is played then.
+// One push. Knows what is on air while it goes on.
 class Sending {
 public:
-    Sending(ControlConnection& kestan, std::ostream& report)
-        : kestan_(kestan), report_(report) {}
+    // `on_air` is what Kestan can have, `played` those whose content is known.
+    Sending(ControlConnection& kestan, std::ostream& report, OnAir on_air,
+            Multiplex played)
+        : kestan_(kestan),
+          report_(report),
+          on_air_(std::move(on_air)),
+          played_(std::move(played)) {}
+
+    void clear() {
+        kestan_.call("ClearAllTables",
+                     [](Service& service) { service.ClearAllTables(); });
+        on_air_ = {};
+        played_ = {};
+        report_ << "all tables: cleared" << std::endl;
+    }
+
+    // Withdraws what the tables lack, and a PMT that can be on another PID than there.
+    void withdraw_all_but(const Multiplex& tables) {
+        // A PAT or an SDT cannot be withdrawn alone.
+        const bool loses_pat = on_air_.pat && !tables.pat;
+        const bool loses_sdt = on_air_.sdt && !tables.sdt;
+        if (loses_pat || loses_sdt) return clear();
+        if (on_air_.cat && !tables.cat) clear_cat();
+        const OnAir wanted(tables);
+        const auto pids_of = on_air_.pids_of;
+        for (const auto& [service, pids] : pids_of) {
+            const auto found = wanted.pids_of.find(service);
+            if (found != wanted.pids_of.end() && found->second == pids) continue;
+            report_ << pmt_text(service, *pids.begin()) << ": withdrawn" << std::endl;
+            stop_pmt(service);
+        }
+    }
+
+    // Stops the service if it can be on another PID than this. Returns whether it is
+    // known where it can be.
+    bool make_room_for(const PmtOnPid& pmt) {
+        const std::int32_t service = pmt.pmt.program_number;
+        const auto known = on_air_.pids_of.find(service);
+        if (known == on_air_.pids_of.end()) return false;
+        for (const std::uint16_t pid : known->second) {
+            if (pid == pmt.pid) continue;
+            report_ << pmt_text(service, pid) << ": stopped, it moves to PID "
+                    << pid_text(pmt.pid) << std::endl;
+            stop_pmt(service);
+            return true;
+        }
+        return true;
+    }
+
+    // Stops the service, wherever it is. Returns true.
+    bool stop(const PmtOnPid& pmt) {
+        report_ << service_text(pmt.pmt.program_number) << ": stopped before it is sent"
+                << std::endl;
+        stop_pmt(pmt.pmt.program_number);
+        return true;
+    }
+
+    // Sends the PAT, CAT and SDT that differ from the played ones.
+    void send_single_tables(const Multiplex& tables) {
+        if (tables.pat) {
+            send_table(
+                "PAT of transport stream " + id_text(tables.pat->transport_stream_id),
+                tables.pat, played_.pat, "NewPAT", &Service::NewPAT);
+        }
+        if (tables.cat) {
+            send_table("CAT", tables.cat, played_.cat, "NewCAT", &Service::NewCAT);
+        }
+        if (tables.sdt) {
+            send_table(
+                "SDT of transport stream " + id_text(tables.sdt->transport_stream_id),
+                tables.sdt, played_.sdt, "NewSDTActual", &Service::NewSDTActual);
+        }
+    }
+
+    // Sends the PMT if it differs from the played one. `note` follows "accepted".
+    void send_pmt(const PmtOnPid& pmt, const char* note = "") {
+        const auto played = played_pmt(pmt.pmt.program_number);
+        const bool is_played = played != played_.pmts.end();
+        if (is_played && *played == pmt) return;
+        const bool is_accepted = call(
+            pmt_text(pmt.pmt.program_number, pmt.pid), pmt.pmt.version_number, "NewPMT",
+            [&](Service& service) { return service.NewPMT(pmt.pmt, as_i16(pmt.pid)); },
+            note);
+        if (!is_accepted) return;
+        if (is_played) {
+            *played = pmt;
+        } else {
+            played_.pmts.push_back(pmt);
+        }
+    }
+
+    [[nodiscard]] OnAir on_air() const {
+        OnAir all = on_air_;
+        all.add(OnAir(played_));
+        return all;
+    }
+    [[nodiscard]] const Multiplex& played() const { return played_; }
+    [[nodiscard]] const std::vector<std::string>& rejected() const { return rejected_; }
+
+private:
+    std::vector<PmtOnPid>::iterator played_pmt(std::int32_t service) {
+        return std::find_if(
+            played_.pmts.begin(), played_.pmts.end(),
+            [&](const PmtOnPid& pmt) { return pmt.pmt.program_number == service; });
+    }
+
+    void clear_cat() {
+        kestan_.call("ClearCAT", [](Service& service) { service.ClearCAT(); });
+        on_air_.cat = false;
+        played_.cat.reset();
+        report_ << "CAT: withdrawn" << std::endl;
+    }
+
+    // Kestan takes the service off whatever PID it is on; it only logs the PID.
+    void stop_pmt(std::int32_t service) {
+        const auto known = on_air_.pids_of.find(service);
+        const std::int32_t pid =
+            known == on_air_.pids_of.end() ? 0 : *known->second.begin();
+        kestan_.call("StopPMT", [&](Service& kestan) {
+            kestan.StopPMT(as_i16(service), as_i16(pid));
+        });
+        on_air_.pids_of.erase(service);
+        const auto played = played_pmt(service);
+        if (played != played_.pmts.end()) played_.pmts.erase(played);
+    }
 
     template <typename Table>
     void send_table(const std::string& what, const std::optional<Table>& table,
@@ -50,112 +179,67 @@ public:
         if (is_accepted) played = table;
     }
 
-    void send_pmt(const PmtOnPid& pmt, std::vector<PmtOnPid>& played_pmts) {
-        const auto played = std::find_if(
-            played_pmts.begin(), played_pmts.end(), [&](const PmtOnPid& old) {
-                return old.pmt.program_number == pmt.pmt.program_number;
-            });
-        const bool is_played = played != played_pmts.end();
-        if (is_played && *played == pmt) return;
-        const bool is_accepted = call(
-            pmt_text(pmt), pmt.pmt.version_number, "NewPMT",
-            [&](Service& service) { return service.NewPMT(pmt.pmt, as_i16(pmt.pid)); });
-        if (!is_accepted) return;
-        if (is_played) {
-            *played = pmt;
-        } else {
-            played_pmts.push_back(pmt);
-        }
-    }
-
-    [[nodiscard]] const std::vector<std::string>& rejected() const { return rejected_; }
-
-private:
     // Returns whether Kestan accepts the table.
     template <typename Call>
     bool call(const std::string& what, std::int32_t version, const char* method,
-              Call make_call) {
+              Call make_call, const char* note = "") {
         const std::int32_t result = kestan_.call(method, make_call);
+        const bool is_accepted = result != kRejected;
         report_ << what << ": version " << version << ", " << result_text(version, result)
-                << std::endl;
-        if (result == kRejected) rejected_.push_back(what);
-        return result != kRejected;
+                << (is_accepted ? note : "") << std::endl;
+        if (!is_accepted) rejected_.push_back(what);
+        return is_accepted;
     }
 
     ControlConnection& kestan_;
     std::ostream& report_;
+    OnAir on_air_;
+    Multiplex played_;
     std::vector<std::string> rejected_;
 };
 
 }  // namespace
 
 std::vector<std::string> TableSender::send(ControlConnection& kestan,
-                                           const Multiplex& tables) {
-    is_known_ = false;
-    played_ = {};
-    return send_differences(kestan, tables);
+                                           const Multiplex& tables, bool stops_all) {
+    Sending sending(kestan, report_, on_air_.value_or(OnAir()), {});
+    expect(tables);
+    sending.send_single_tables(tables);
+    for (const PmtOnPid& pmt : tables.pmts) {
+        const bool is_sure = stops_all ? sending.stop(pmt) : sending.make_room_for(pmt);
+        sending.send_pmt(pmt, is_sure ? "" : kMayStay);
+    }
+    keep(sending.on_air());
+    return sending.rejected();
 }
 
 std::vector<std::string> TableSender::make_play(ControlConnection& kestan,
                                                 const Multiplex& tables) {
-    const bool was_known = std::exchange(is_known_, false);
-    // A PAT or an SDT cannot be withdrawn alone.
-    const bool loses_table = (played_.pat && !tables.pat) || (played_.sdt && !tables.sdt);
-    if (!was_known || loses_table) {
-        clear(kestan);
-    } else {
-        withdraw(kestan, tables);
-    }
-    std::vector<std::string> rejected = send_differences(kestan, tables);
-    if (rejected.empty()) played_ = tables;  // in their order
-    is_known_ = true;
-    return rejected;
-}
-
-void TableSender::clear(ControlConnection& kestan) {
-    kestan.call("ClearAllTables", [](Service& service) { service.ClearAllTables(); });
-    played_ = {};
-    report_ << "all tables: cleared" << std::endl;
-}
-
-void TableSender::withdraw(ControlConnection& kestan, const Multiplex& tables) {
-    if (played_.cat && !tables.cat) {
-        kestan.call("ClearCAT", [](Service& service) { service.ClearCAT(); });
-        played_.cat.reset();
-        report_ << "CAT: withdrawn" << std::endl;
-    }
-    const auto is_withdrawn = [&](const PmtOnPid& old) {
-        const auto stays = [&](const PmtOnPid& pmt) {
-            return pmt.pmt.program_number == old.pmt.program_number && pmt.pid == old.pid;
-        };
-        if (std::any_of(tables.pmts.begin(), tables.pmts.end(), stays)) return false;
-        kestan.call("StopPMT", [&](Service& service) {
-            service.StopPMT(as_i16(old.pmt.program_number), as_i16(old.pid));
-        });
-        report_ << pmt_text(old) << ": withdrawn" << std::endl;
-        return true;
-    };
-    const auto end =
-        std::remove_if(played_.pmts.begin(), played_.pmts.end(), is_withdrawn);
-    played_.pmts.erase(end, played_.pmts.end());
-}
-
-std::vector<std::string> TableSender::send_differences(ControlConnection& kestan,
-                                                       const Multiplex& tables) {
-    Sending sending(kestan, report_);
-    if (tables.pat) {
-        sending.send_table(
-            "PAT of transport stream " + id_text(tables.pat->transport_stream_id),
-            tables.pat, played_.pat, "NewPAT", &Service::NewPAT);
-    }
-    if (tables.cat) {
-        sending.send_table("CAT", tables.cat, played_.cat, "NewCAT", &Service::NewCAT);
-    }
-    if (tables.sdt) {
-        sending.send_table(
-            "SDT of transport stream " + id_text(tables.sdt->transport_stream_id),
-            tables.sdt, played_.sdt, "NewSDTActual", &Service::NewSDTActual);
-    }
-    for (const PmtOnPid& pmt : tables.pmts) sending.send_pmt(pmt, played_.pmts);
+    Sending sending(kestan, report_, on_air_.value_or(OnAir()),
+                    std::exchange(played_, {}));
+    // What is recorded stays until nothing is on air for certain.
+    if (!on_air_) sending.clear();
+    expect(tables);
+    sending.withdraw_all_but(tables);
+    sending.send_single_tables(tables);
+    for (const PmtOnPid& pmt : tables.pmts) sending.send_pmt(pmt);
+    keep(sending.on_air());
+    played_ = sending.rejected().empty() ? tables : sending.played();  // in their order
     return sending.rejected();
+}
+
+void TableSender::kestan_has_started() {
+    on_air_.emplace();
+    played_ = {};
+}
+
+void TableSender::expect(const Multiplex& tables) {
+    if (!on_air_) on_air_.emplace();
+    on_air_->add(OnAir(tables));
+    record_.save(*on_air_);
+}
+
+void TableSender::keep(const OnAir& on_air) {
+    on_air_ = on_air;
+    record_.save(on_air);
 }

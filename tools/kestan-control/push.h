@@ -2,51 +2,59 @@
 #define KESTAN_TOOLS_KESTAN_CONTROL_PUSH_H
 
 #include <iosfwd>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/kestan-control/control_connection.h"
+#include "tools/kestan-control/on_air_record.h"
 #include "tools/model/multiplex.h"
 
-// Sends tables to Kestan and remembers what Kestan plays.
+// Sends tables to Kestan and remembers what Kestan plays, also for the next process.
 //
-// What Kestan plays is known from the return of make_play() until forget(). Other clients
-// may change it in between, and so may a restart of Kestan. One thread.
+// Other clients may change what Kestan plays in between: what they leave there stays, and
+// is not seen. One thread.
 class TableSender {
 public:
     // Writes one line for each table that it sends: what, version, result. `report` must
-    // outlive the sender.
-    explicit TableSender(std::ostream& report) : report_(report) {}
+    // outlive the sender. `on_air` is what Kestan can have of earlier processes; nullopt
+    // if it can have any table. Keeps it in `record`.
+    TableSender(std::ostream& report, OnAirRecord record, std::optional<OnAir> on_air)
+        : report_(report), record_(std::move(record)), on_air_(std::move(on_air)) {}
 
     // Sends all tables and withdraws none. Returns the tables that Kestan rejected.
-    // Throws ControlError; then the tables whose lines are written are in place.
-    std::vector<std::string> send(ControlConnection& kestan, const Multiplex& tables);
+    // Stops a service first if it can be on another PID: Kestan would keep it there. If
+    // `stops_all`, does so for each service. Throws ControlError; then the tables whose
+    // lines are written are in place.
+    std::vector<std::string> send(ControlConnection& kestan, const Multiplex& tables,
+                                  bool stops_all);
 
-    // Makes Kestan play these tables and no others, and returns the tables that Kestan
-    // rejected. If it is known what Kestan plays, only the differences are sent; a PMT
-    // that moves to another PID is stopped first. Otherwise all tables are cleared first.
-    // Throws ControlError; then it is unknown what Kestan plays.
+    // Makes Kestan play these tables and no others of this program, and returns the
+    // tables that Kestan rejected. Sends those that differ from what Kestan is known to
+    // play, over what is there; a PMT that moves to another PID is stopped first. Clears
+    // all tables first if Kestan can have any table. Throws ControlError; then it is
+    // unknown which of the tables Kestan has.
     std::vector<std::string> make_play(ControlConnection& kestan,
                                        const Multiplex& tables);
 
-    // Makes it unknown what Kestan plays.
-    void forget() { is_known_ = false; }
+    // Kestan has started, and has no tables.
+    void kestan_has_started();
 
     // Returns whether it is known that Kestan plays these tables and no others.
     [[nodiscard]] bool plays(const Multiplex& tables) const {
-        return is_known_ && played_ == tables;
+        return played_ == tables && on_air_ == OnAir(tables);
     }
 
 private:
-    // Sends those of the tables that differ from what Kestan plays.
-    std::vector<std::string> send_differences(ControlConnection& kestan,
-                                              const Multiplex& tables);
-    void clear(ControlConnection& kestan);
-    void withdraw(ControlConnection& kestan, const Multiplex& tables);
+    // Records that each of the tables can be on air from now on.
+    void expect(const Multiplex& tables);
+    void keep(const OnAir& on_air);
 
     std::ostream& report_;
-    Multiplex played_;
-    bool is_known_ = false;
+    OnAirRecord record_;
+    std::optional<OnAir> on_air_;  // at least what Kestan has
+    Multiplex played_;             // those of them whose content is known
 };
 
 #endif

@@ -53,36 +53,43 @@ bool has_errors(const std::vector<FileFinding>& findings) {
     });
 }
 
-std::vector<std::string> TableFiles::expand(std::vector<FileFinding>& mistakes) const {
-    std::vector<std::string> files;
+std::vector<TableFiles::NamedFile> TableFiles::expand(
+    std::vector<FileFinding>& mistakes) const {
+    std::vector<NamedFile> files;
+    std::vector<FileFinding> empty;  // directories
     for (const std::string& path : paths_) {
         std::error_code error;
         if (!fs::is_directory(path, error)) {
-            files.push_back(path);
+            files.push_back({path, kind_});
             continue;
         }
         try {
-            for (std::string& file : json_files_in(path))
-                files.push_back(std::move(file));
+            const std::vector<std::string> in_it = json_files_in(path);
+            for (const std::string& file : in_it) {
+                files.push_back({file, FileKind::kRegular});
+            }
+            if (in_it.empty()) {
+                empty.push_back({Severity::kError, path,
+                                 "no file in this directory is named *.json"});
+            }
         } catch (const fs::filesystem_error& failure) {
             mistakes.push_back(
                 {Severity::kError, path, "cannot be read: " + failure.code().message()});
         }
     }
+    if (files.empty()) mistakes.insert(mistakes.end(), empty.begin(), empty.end());
     return files;
 }
 
 ReadFiles TableFiles::read() const {
     ReadFiles read;
     std::set<std::string> seen;  // names of single tables
-    for (const std::string& path : expand(read.mistakes)) {
+    for (const auto& [path, kind] : expand(read.mistakes)) {
         TableFile file{path, {}};
         try {
-            file.tables = read_multiplex_file(path);
+            file.tables = read_multiplex_file(path, kind);
         } catch (const FileMistake& mistake) {
-            const std::string what = mistake.what();  // begins with the path
-            read.mistakes.push_back(
-                {Severity::kError, path, what.substr(path.size() + 2)});
+            read.mistakes.push_back({Severity::kError, path, mistake.text()});
             continue;
         }
         const std::vector<std::string> names = single_tables_of(file.tables);
@@ -123,6 +130,7 @@ const std::string& JoinedFiles::path_of(TablePlace table) const {
         case TableKind::kSdt:
             return sdt_path_;
         case TableKind::kPmt:
+        case TableKind::kTdt:
             break;
     }
     return pmts_[table.pmt].path;

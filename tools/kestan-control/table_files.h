@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/json/text_file.h"
 #include "tools/model/multiplex.h"
 #include "tools/rules/finding.h"
 
@@ -34,20 +35,28 @@ struct ReadFiles {
 };
 
 // The files and directories that a command line names. A directory stands for the files
-// named *.json in it, in the order of their names, without hidden ones.
+// named *.json in it, in the order of their names, without hidden ones. These files must
+// be regular ones.
 class TableFiles {
 public:
-    explicit TableFiles(std::vector<std::string> paths) : paths_(std::move(paths)) {}
+    // `kind` is what the paths may name, apart from directories.
+    TableFiles(std::vector<std::string> paths, FileKind kind)
+        : paths_(std::move(paths)), kind_(kind) {}
 
     // Reads all of them. A PAT, CAT or SDT that an earlier file has too is a mistake in
-    // the later file.
+    // the later file. Directories that have no file at all are mistakes.
     [[nodiscard]] ReadFiles read() const;
 
 private:
-    [[nodiscard]] std::vector<std::string> expand(
-        std::vector<FileFinding>& mistakes) const;
+    struct NamedFile {
+        std::string path;
+        FileKind kind;
+    };
+
+    [[nodiscard]] std::vector<NamedFile> expand(std::vector<FileFinding>& mistakes) const;
 
     std::vector<std::string> paths_;
+    FileKind kind_;
 };
 
 // The tables of several files as one multiplex. It knows from which file each table is.

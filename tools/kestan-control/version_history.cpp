@@ -1,17 +1,11 @@
 #include "tools/kestan-control/version_history.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <stdexcept>
-#include <utility>
-
-#include <nlohmann/json.hpp>
 
 #include "tools/json/multiplex_json.h"
 
-namespace fs = std::filesystem;
 using nlohmann::json;
 
 namespace {
@@ -45,45 +39,43 @@ bool has_all_of(const Multiplex& tables, Multiplex& other) {
            });
 }
 
-json parse(const std::string& path, std::istream& file) {
-    try {
-        return json::parse(file);
-    } catch (const json::exception& error) {
-        throw std::runtime_error(path + ": not a history of versions: " + error.what());
-    }
-}
-
-}  // namespace
-
+// Records one table, and returns it if its content has changed under the same version.
 template <typename Table>
-void VersionHistory::take_table(TablePlace place, Table& table, Table& written,
-                                Table& sent) {
+std::optional<UnchangedVersion> take_table(TablePlace place, bool raises, Table& table,
+                                           Table& written, Table& sent) {
     const Table as_written = table;
     const std::int32_t last = played_version(sent.version_number);
     const bool has_changed = !has_same_content(table, written);
     const bool has_new_version = table.version_number != written.version_number &&
                                  played_version(table.version_number) != last;
+    std::optional<UnchangedVersion> unchanged;
     if (has_changed && !has_new_version) {
-        if (raises_) table.version_number = (last + 1) % kVersions;
-        unchanged_.push_back({place, as_written.version_number, table.version_number});
-    } else if (!has_changed && raises_ && !has_new_version) {
+        if (raises) table.version_number = (last + 1) % kVersions;
+        unchanged = {place, as_written.version_number, table.version_number};
+    } else if (!has_changed && raises && !has_new_version) {
         table.version_number = sent.version_number;
     }
     written = as_written;
     sent = table;
+    return unchanged;
 }
 
+}  // namespace
+
 std::vector<UnchangedVersion> VersionHistory::take(Multiplex& tables, bool raises) {
-    raises_ = raises;
-    unchanged_.clear();
-    const auto take_one = [&](TableKind kind, auto& table, auto& written, auto& sent) {
+    std::vector<UnchangedVersion> all_unchanged;
+    const auto take_one = [&](TablePlace place, auto& table, auto& written, auto& sent) {
+        const auto unchanged = take_table(place, raises, table, written, sent);
+        if (unchanged) all_unchanged.push_back(*unchanged);
+    };
+    const auto take_single = [&](TableKind kind, auto& table, auto& written, auto& sent) {
         if (!table) return;
         if (!written) written = sent = table;
-        take_table({kind, 0}, *table, *written, *sent);
+        take_one({kind, 0}, *table, *written, *sent);
     };
-    take_one(TableKind::kPat, tables.pat, written_.pat, sent_.pat);
-    take_one(TableKind::kCat, tables.cat, written_.cat, sent_.cat);
-    take_one(TableKind::kSdt, tables.sdt, written_.sdt, sent_.sdt);
+    take_single(TableKind::kPat, tables.pat, written_.pat, sent_.pat);
+    take_single(TableKind::kCat, tables.cat, written_.cat, sent_.cat);
+    take_single(TableKind::kSdt, tables.sdt, written_.sdt, sent_.sdt);
     for (std::size_t i = 0; i < tables.pmts.size(); ++i) {
         PmtOnPid& pmt = tables.pmts[i];
         const std::int32_t service = pmt.pmt.program_number;
@@ -91,42 +83,24 @@ std::vector<UnchangedVersion> VersionHistory::take(Multiplex& tables, bool raise
             written_.pmts.push_back(pmt);
             sent_.pmts.push_back(pmt);
         }
-        take_table({TableKind::kPmt, i}, pmt.pmt, pmt_of(written_.pmts, service)->pmt,
-                   pmt_of(sent_.pmts, service)->pmt);
+        take_one({TableKind::kPmt, i}, pmt.pmt, pmt_of(written_.pmts, service)->pmt,
+                 pmt_of(sent_.pmts, service)->pmt);
     }
-    return std::move(unchanged_);
+    return all_unchanged;
 }
 
-VersionHistory VersionHistory::load(const std::string& path) {
+VersionHistory VersionHistory::from_json(const json& document) {
     VersionHistory history;
-    std::ifstream file(path);
-    if (!file.is_open() && !fs::exists(path)) return history;
-    const json document = parse(path, file);
-    try {
-        const JsonNode root(document);
-        root.expect_fields({"written", "sent"});
-        history.written_ = multiplex_from_json(root["written"]);
-        history.sent_ = multiplex_from_json(root["sent"]);
-    } catch (const JsonMistake& mistake) {
-        throw std::runtime_error(path + ": not a history of versions: " + mistake.what());
-    }
+    const JsonNode root(document);
+    root.expect_fields({"written", "sent"});
+    history.written_ = multiplex_from_json(root["written"]);
+    history.sent_ = multiplex_from_json(root["sent"]);
     if (!has_all_of(history.written_, history.sent_)) {
-        throw std::runtime_error(path +
-                                 ": not a history of versions: a table is missing");
+        throw std::runtime_error("a table that was written is missing in what was sent");
     }
     return history;
 }
 
-void VersionHistory::save(const std::string& path) const {
-    const nlohmann::ordered_json document{{"written", multiplex_to_json(written_)},
-                                          {"sent", multiplex_to_json(sent_)}};
-    const std::string next = path + ".new";
-    std::error_code error;
-    fs::create_directories(fs::path(path).parent_path(), error);
-    std::ofstream file(next);
-    file << document.dump() << std::endl;
-    file.close();
-    if (file) fs::rename(next, path, error);
-    if (file && !error) return;
-    throw std::runtime_error(path + ": cannot be written");
+nlohmann::ordered_json VersionHistory::to_json() const {
+    return {{"written", multiplex_to_json(written_)}, {"sent", multiplex_to_json(sent_)}};
 }

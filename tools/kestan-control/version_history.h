@@ -2,8 +2,9 @@
 #define KESTAN_TOOLS_KESTAN_CONTROL_VERSION_HISTORY_H
 
 #include <cstdint>
-#include <string>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "tools/model/multiplex.h"
 #include "tools/rules/finding.h"
@@ -26,22 +27,14 @@ public:
     // and that of the others to the version under which they were sent before.
     std::vector<UnchangedVersion> take(Multiplex& tables, bool raises);
 
-    // Reads what save() wrote. A file that is missing makes an empty history. Throws
-    // std::runtime_error if the file is another one or cannot be read.
-    [[nodiscard]] static VersionHistory load(const std::string& path);
-
-    // Replaces the file in one step and makes its directory. Throws std::runtime_error.
-    void save(const std::string& path) const;
+    // Reads what to_json() wrote. Throws a std::exception if it is something else.
+    [[nodiscard]] static VersionHistory from_json(const nlohmann::json& document);
+    [[nodiscard]] nlohmann::ordered_json to_json() const;
 
 private:
-    template <typename Table>
-    void take_table(TablePlace place, Table& table, Table& written, Table& sent);
-
     Multiplex written_;
-    Multiplex
-        sent_;  // the same tables in the same order, with the versions that went out
-    bool raises_ = false;
-    std::vector<UnchangedVersion> unchanged_;
+    // The same tables in the same order, with the versions that went out.
+    Multiplex sent_;
 };
 
 #endif

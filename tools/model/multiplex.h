@@ -1,10 +1,12 @@
 #ifndef KESTAN_TOOLS_MODEL_MULTIPLEX_H
 #define KESTAN_TOOLS_MODEL_MULTIPLEX_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
+#include "dvb/table_kind.h"
 #include "thrift/dvb_tables_types.h"
 
 // A PMT and the PID that carries it.
@@ -29,5 +31,32 @@ struct Multiplex {
                pmts == other.pmts;
     }
 };
+
+// Which of the tables of a multiplex is meant.
+struct TablePlace {
+    TableKind kind = TableKind::kPat;
+    std::size_t pmt = 0;  // index in Multiplex::pmts; 0 for the other kinds
+};
+
+// Calls visit(kind, member) for each table that a multiplex has only once. `member` is
+// the table's place in any Multiplex, such as &Multiplex::pat.
+template <typename Visit>
+void for_each_single_table(Visit visit) {
+    visit(TableKind::kPat, &Multiplex::pat);
+    visit(TableKind::kCat, &Multiplex::cat);
+    visit(TableKind::kSdt, &Multiplex::sdt);
+}
+
+// Calls visit(place, table) for each table that the multiplex has.
+template <typename Visit>
+void for_each_table(const Multiplex& multiplex, Visit visit) {
+    for_each_single_table([&](TableKind kind, auto member) {
+        const auto& table = multiplex.*member;
+        if (table) visit(TablePlace{kind, 0}, *table);
+    });
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        visit(TablePlace{TableKind::kPmt, i}, multiplex.pmts[i].pmt);
+    }
+}
 
 #endif

@@ -76,7 +76,7 @@ void bind_and_join(int fd, const sockaddr_in& from, const std::string& interface
         const ip_mreqn group{from.sin_addr, {}, static_cast<int>(index)};
         if (!set_option(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, group)) {
             fail("join the group of " + to_text(from),
-                 "; name its interface with --interface");
+                 "; name the interface that it comes in by");
         }
     } else if (!interface.empty() &&
                setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
@@ -147,6 +147,12 @@ std::int64_t UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_da
     return is_drained ? now - kDeliveryNs : last_arrival;
 }
 
+void UdpReceiver::read(const Callback& on_datagram) {
+    compare_clocks();
+    std::int64_t last_arrival = 0;
+    read_batch(on_datagram, last_arrival);
+}
+
 void UdpReceiver::wait(std::int64_t timeout_ns, int wake_fd) const {
     std::array<pollfd, 2> readable{{{fd_, POLLIN, 0}, {wake_fd, POLLIN, 0}}};
     const std::int64_t wait_ns = std::max<std::int64_t>(timeout_ns, 0);
@@ -175,7 +181,7 @@ int UdpReceiver::read_batch(const Callback& on_datagram, std::int64_t& last_arri
         mmsghdr& message = messages[static_cast<std::size_t>(i)];
         last_arrival = read_arrival(message.msg_hdr);
         on_datagram(last_arrival,
-                    static_cast<const std::uint8_t*>(message.msg_hdr.msg_iov->iov_base),
+                    static_cast<std::uint8_t*>(message.msg_hdr.msg_iov->iov_base),
                     message.msg_len);
     }
     return count;

@@ -31,8 +31,9 @@ public:
     UdpReceiver(const UdpReceiver&) = delete;
     UdpReceiver& operator=(const UdpReceiver&) = delete;
 
+    // Takes a datagram, which may be changed and lasts until the call returns.
     using Callback =
-        std::function<void(std::int64_t arrival, const std::uint8_t* data, std::size_t)>;
+        std::function<void(std::int64_t arrival, std::uint8_t* data, std::size_t)>;
 
     // Waits up to `timeout_ns` for datagrams and calls `on_datagram` for those that are
     // there, at most 64. A signal ends the wait. So does `wake_fd`, unless it is -1, when
@@ -42,6 +43,12 @@ public:
     // it.
     std::int64_t receive(std::int64_t timeout_ns, const Callback& on_datagram,
                          int wake_fd = -1);
+
+    // Calls `on_datagram` for the datagrams that are there, at most 64, and does not
+    // wait: for a program that waits for fd() and others to become readable. Throws
+    // std::system_error if the socket fails.
+    void read(const Callback& on_datagram);
+    [[nodiscard]] int fd() const { return fd_; }
 
     // Returns how many datagrams the kernel had dropped, because the socket's buffer was
     // full, when the last received one came.

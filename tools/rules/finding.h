@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "tools/model/multiplex.h"
+
 enum class Severity {
     kError,        // receivers go wrong, or Kestan refuses the table
     kWarning,      // some receivers go wrong
@@ -13,14 +15,6 @@ enum class Severity {
 
 // Returns "error", "warning" or "information".
 [[nodiscard]] std::string_view name_of(Severity severity);
-
-enum class TableKind { kPat, kCat, kSdt, kPmt };
-
-// The table that a finding is about.
-struct TablePlace {
-    TableKind kind = TableKind::kPat;
-    std::size_t pmt = 0;  // index in Multiplex::pmts; 0 for the other kinds
-};
 
 // One place where the tables of a multiplex break a rule.
 struct Finding {

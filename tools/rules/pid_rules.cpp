@@ -3,7 +3,7 @@
 
 #include "dvb/psi_si.h"
 #include "tools/json/number_text.h"
-#include "tools/rules/rule_functions.h"
+#include "tools/rules/rule.h"
 
 using namespace orvel::thrift::dvb_tables;
 
@@ -13,42 +13,38 @@ namespace {
 // tables with a fixed PID.
 constexpr std::int32_t kLastReservedPid = 0x001F;
 
-// Returns what a PID is reserved for, or null if it is free.
-const char* reserved_use(std::int32_t pid) {
-    if (pid == kPatPid) return "the PAT";
-    if (pid == kCatPid) return "the CAT";
-    if (pid == kSdtPid) return "the SDT";
-    if (pid == kTdtPid) return "the TDT";
-    if (pid == kMaxPid) return "null packets";
+// Returns what a PID is reserved for, or an empty text if it is free.
+std::string reserved_use(std::int32_t pid) {
+    const TableInfo* const table = table_on(static_cast<std::uint16_t>(pid));
+    if (table != nullptr) return std::string("the ") + table->name;
+    if (pid == kNullPid) return "null packets";
     if (pid < 0x0010) return "other tables of MPEG-2 systems";
     if (pid <= kLastReservedPid) return "service information";
-    return nullptr;
+    return "";
 }
 
-std::string reserved_text(std::int32_t pid, const char* use) {
+std::string reserved_text(std::int32_t pid, const std::string& use) {
     return "PID " + pid_text(pid) + " is reserved for " + use +
-           (pid == kMaxPid ? ": receivers discard the PMT"
-                           : ": receivers find no PMT there, and take its sections for "
-                             "broken ones of that kind");
+           (pid == kNullPid ? ": receivers discard the PMT"
+                            : ": receivers find no PMT there, and take its sections for "
+                              "broken ones of that kind");
 }
-
-}  // namespace
 
 void check_pmt_on_reserved_pid(const TableIndex& tables, RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
     if (multiplex.pat) {
         for (std::size_t i = 0; i < multiplex.pat->programs.size(); ++i) {
             const PATProgram& program = multiplex.pat->programs[i];
-            const char* const use = reserved_use(program.pid);
-            if (program.program_number == 0 || use == nullptr) continue;
+            const std::string use = reserved_use(program.pid);
+            if (program.program_number == 0 || use.empty()) continue;
             report.add(kInPat, element("programs", i) + ".pid",
                        reserved_text(program.pid, use));
         }
     }
     for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
         const std::int32_t pid = multiplex.pmts[i].pid;
-        const char* const use = reserved_use(pid);
-        if (use != nullptr) report.add(in_pmt(i), "pid", reserved_text(pid, use));
+        const std::string use = reserved_use(pid);
+        if (!use.empty()) report.add(in_pmt(i), "pid", reserved_text(pid, use));
     }
 }
 
@@ -100,7 +96,7 @@ void check_pcr_pid_without_stream(const TableIndex& tables, RuleReport& report) 
     const Multiplex& multiplex = tables.tables();
     for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
         const PMT& pmt = multiplex.pmts[i].pmt;
-        bool has_stream = pmt.pcr_pid == kMaxPid;  // the service has no PCR
+        bool has_stream = pmt.pcr_pid == kNoPcrPid;
         for (const PMTStream& stream : pmt.streams) {
             if (stream.elementary_pid == pmt.pcr_pid) has_stream = true;
         }
@@ -141,4 +137,26 @@ void check_network_pid_missing(const TableIndex& tables, RuleReport& report) {
     report.add(kInPat, "programs",
                "no program_number 0 announces a network PID: receivers take PID 0x0010, "
                "which DVB gives to the NIT");
+}
+
+}  // namespace
+
+std::vector<Rule> pid_rules() {
+    return {
+        {"pmt_on_reserved_pid", Severity::kError,
+         "ISO/IEC 13818-1, table 2-3; ETSI EN 300 468, table 1",
+         check_pmt_on_reserved_pid},
+        {"pmt_on_stream_pid", Severity::kError, "ISO/IEC 13818-1, 2.4.4",
+         check_pmt_on_stream_pid},
+        {"pmt_not_where_announced", Severity::kError, "ISO/IEC 13818-1, 2.4.4.5",
+         check_pmt_not_where_announced},
+        {"elementary_pid_twice", Severity::kError, "ISO/IEC 13818-1, 2.4.4.9",
+         check_elementary_pid_twice},
+        {"pcr_pid_without_stream", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.9",
+         check_pcr_pid_without_stream},
+        {"stream_type_differs", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.9",
+         check_stream_type_differs},
+        {"network_pid_missing", Severity::kInformation, "ISO/IEC 13818-1, 2.4.4.5",
+         check_network_pid_missing},
+    };
 }

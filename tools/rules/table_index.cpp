@@ -21,7 +21,7 @@ void visit_descriptors(TablePlace table, const std::string& owner,
 }  // namespace
 
 std::string element(const char* list, std::size_t index) {
-    return list + ('[' + std::to_string(index)) + ']';
+    return std::string(list) + '[' + std::to_string(index) + ']';
 }
 
 std::string service_text(std::int32_t service_id) {
@@ -47,7 +47,7 @@ void TableIndex::index_pids(std::size_t pmt) {
     for (const PMTStream& stream : table.streams) {
         streams_.emplace(stream.elementary_pid, "a stream" + owner);
     }
-    if (table.pcr_pid != kMaxPid) streams_.emplace(table.pcr_pid, "the PCR" + owner);
+    if (table.pcr_pid != kNoPcrPid) streams_.emplace(table.pcr_pid, "the PCR" + owner);
     for_each_descriptor_of_pmt(
         pmt, [&](TablePlace, const std::string&, const Descriptor& descriptor) {
             const auto ca = ca_descriptor(descriptor);
@@ -74,7 +74,9 @@ const std::string& TableIndex::stream_on(std::int32_t pid) const {
 }
 
 void TableIndex::for_each_descriptor(const Visit& visit) const {
-    if (tables_.cat) visit_descriptors(kInCat, "", tables_.cat->descriptors, visit);
+    if (tables_.cat) {
+        visit_descriptors({TableKind::kCat, 0}, "", tables_.cat->descriptors, visit);
+    }
     if (tables_.sdt) {
         for (std::size_t i = 0; i < tables_.sdt->services.size(); ++i) {
             visit_descriptors(kInSdt, element("services", i) + '.',

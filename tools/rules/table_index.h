@@ -11,10 +11,8 @@
 
 #include "thrift/dvb_tables_types.h"
 #include "tools/model/multiplex.h"
-#include "tools/rules/finding.h"
 
 constexpr TablePlace kInPat{TableKind::kPat, 0};
-constexpr TablePlace kInCat{TableKind::kCat, 0};
 constexpr TablePlace kInSdt{TableKind::kSdt, 0};
 
 [[nodiscard]] constexpr TablePlace in_pmt(std::size_t index) {

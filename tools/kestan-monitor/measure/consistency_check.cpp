@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "dvb/psi_si.h"
 #include "tools/rules/rules.h"
 
 namespace {
@@ -15,26 +14,12 @@ Fault fault_of(const Finding& finding, const Multiplex& tables) {
     fault.rule = finding.rule;
     fault.rule_clause = finding.clause;
     fault.detail = finding.text;
-    switch (finding.table.kind) {
-        case TableKind::kPat:
-            fault.pid = kPatPid;
-            fault.table = {TableType::pat};
-            break;
-        case TableKind::kCat:
-            fault.pid = kCatPid;
-            fault.table = {TableType::cat};
-            break;
-        case TableKind::kSdt:
-            fault.pid = kSdtPid;
-            fault.table = {TableType::sdt};
-            break;
-        case TableKind::kPmt: {
-            const PmtOnPid& pmt = tables.pmts.at(finding.table.pmt);
-            fault.pid = pmt.pid;
-            fault.table = {TableType::pmt,
-                           static_cast<std::uint16_t>(pmt.pmt.program_number)};
-            break;
-        }
+    fault.pid = table_info(finding.table.kind).pid;
+    fault.table = {finding.table.kind};
+    if (finding.table.kind == TableKind::kPmt) {
+        const PmtOnPid& pmt = tables.pmts.at(finding.table.pmt);
+        fault.pid = pmt.pid;
+        fault.table->service_id = static_cast<std::uint16_t>(pmt.pmt.program_number);
     }
     return fault;
 }
@@ -57,7 +42,8 @@ void ConsistencyCheck::replace(const Multiplex& tables, std::int64_t now) {
 
 void ConsistencyCheck::advance(std::int64_t now) {
     for (auto& [fault, contradiction] : contradictions_) {
-        if (now - contradiction.since <= *repetition_limit(TableType::sdt)) continue;
+        if (now - contradiction.since <= *table_info(TableKind::kSdt).repetition_limit_ns)
+            continue;
         if (!std::exchange(contradiction.is_logged, true))
             faults_.add(fault, contradiction.since);
     }

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdlib>
 
-#include "dvb/psi_si.h"
 #include "tools/json/number_text.h"
 #include "tools/kestan-monitor/measure/text_format.h"
 
@@ -57,31 +56,10 @@ std::string place(const Fault& fault) {
     return text;
 }
 
-const char* table_id_clause(std::uint16_t pid) {
-    switch (pid) {
-        case kPatPid:
-            return "ETSI TR 101 290, 1.3.a";
-        case kCatPid:
-            return "ETSI TR 101 290, 2.6";
-        case kSdtPid:
-            return "ETSI TR 101 290, 3.5";
-        default:
-            return "ETSI TR 101 290, 3.8";
-    }
-}
-
-const char* scrambled_clause(std::uint16_t pid) {
-    switch (pid) {
-        case kPatPid:
-            return "ETSI TR 101 290, 1.3.a";
-        case kCatPid:
-            return "ISO/IEC 13818-1, 2.4.4";
-        case kSdtPid:
-        case kTdtPid:
-            return "ETSI EN 300 468, 5.1.1";
-        default:
-            return "ETSI TR 101 290, 1.5.a";
-    }
+// Returns the tables of the fault's PID. A PID without a fixed use carries PMTs.
+const TableInfo& tables_on(const Fault& fault) {
+    const TableInfo* const info = fault.pid ? table_on(*fault.pid) : nullptr;
+    return info == nullptr ? table_info(TableKind::kPmt) : *info;
 }
 
 // Returns a text such as ", at most 500.0 ms are allowed".
@@ -91,7 +69,7 @@ std::string limit(const Fault& fault) {
     const bool is_wait =
         fault.kind == FaultKind::repetition || fault.kind == FaultKind::absence;
     if (!is_wait || !fault.table) return "";
-    const auto longest = repetition_limit(fault.table->type);
+    const auto longest = table_info(fault.table->kind).repetition_limit_ns;
     return longest ? ", at most " + ms_text(*longest) + " are allowed" : "";
 }
 
@@ -105,11 +83,11 @@ std::string_view clause(const Fault& fault) {
     switch (fault.kind) {
         case FaultKind::absence:
         case FaultKind::repetition:
-            return fault.table ? repetition_clause(fault.table->type) : "";
+            return fault.table ? table_info(fault.table->kind).repetition_clause : "";
         case FaultKind::table_id:
-            return table_id_clause(fault.pid.value_or(kTdtPid));
+            return tables_on(fault).table_id_clause;
         case FaultKind::scrambled:
-            return scrambled_clause(fault.pid.value_or(kPatPid));
+            return tables_on(fault).scrambled_clause;
         case FaultKind::consistency:
             return fault.rule_clause;
         default:

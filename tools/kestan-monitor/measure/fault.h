@@ -8,7 +8,7 @@
 #include <string_view>
 #include <tuple>
 
-#include "tools/kestan-monitor/measure/table_type.h"
+#include "tools/kestan-monitor/measure/table_key.h"
 
 // The kinds of fault of a stream.
 enum class FaultKind : std::uint8_t {

@@ -1,7 +1,7 @@
 #include "tools/kestan-monitor/measure/stream_statistics.h"
 
 #include <algorithm>
-#include <initializer_list>
+#include <string_view>
 
 #include "dvb/psi_si.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr std::uint16_t kNullPid = 0x1FFF;         // ISO/IEC 13818-1, table 2-3
-constexpr std::size_t kUtcTimeSize = 5;            // ETSI EN 300 468, 5.2.5
 constexpr std::uint8_t kTransportError = 0x80;     // in byte 1
 constexpr std::uint8_t kScramblingControl = 0xC0;  // in byte 3
 
@@ -24,42 +22,33 @@ constexpr std::int64_t kLeastFollowIntervalNs = kNsPerSecond;
 // Memory stays bounded when a stream has PMTs of any service_id.
 constexpr std::size_t kMaxUnannouncedTables = 1000;
 
-bool has_fixed_use(std::uint16_t pid) {
-    return pid == kPatPid || pid == kCatPid || pid == kSdtPid || pid == kTdtPid;
-}
-
-// Returns whether a PID may carry a table_id. PIDs without a fixed use may carry any
-// (ETSI TR 101 290, 1.3, 2.6, 3.5, 3.8).
+// Returns whether a PID may carry a table_id. PIDs without a fixed use may carry any.
 bool may_carry(std::uint16_t pid, std::uint8_t table_id) {
-    const auto is_one_of = [&](std::initializer_list<std::uint8_t> allowed) {
-        return std::find(allowed.begin(), allowed.end(), table_id) != allowed.end();
-    };
-    if (pid == kPatPid) return is_one_of({kPatTableId});
-    if (pid == kCatPid) return is_one_of({kCatTableId});
-    if (pid == kSdtPid) return is_one_of({kSdtActualTableId, 0x46, 0x4A, 0x72});
-    if (pid == kTdtPid) return is_one_of({kTdtTableId, 0x72, 0x73});
-    return true;
+    const TableInfo* const table = table_on(pid);
+    if (table == nullptr || table->table_id == table_id) return true;
+    const std::string_view others = table->other_table_ids;
+    return others.find(static_cast<char>(table_id)) != std::string_view::npos;
 }
 
 // Returns the table that sections of `table_id` on `pid` belong to, or nullopt if it is
 // not followed.
-std::optional<TableType> type_of(std::uint16_t pid, std::uint8_t table_id) {
-    if (pid == kPatPid && table_id == kPatTableId) return TableType::pat;
-    if (pid == kCatPid && table_id == kCatTableId) return TableType::cat;
-    if (pid == kSdtPid && table_id == kSdtActualTableId) return TableType::sdt;
-    if (pid == kTdtPid && table_id == kTdtTableId) return TableType::tdt;
-    if (table_id == kPmtTableId) return TableType::pmt;
+std::optional<TableKind> kind_of(std::uint16_t pid, std::uint8_t table_id) {
+    for (std::size_t i = 0; i < kTables.size(); ++i) {
+        const TableInfo& table = kTables.at(i);
+        if (table.table_id == table_id && table.pid.value_or(pid) == pid)
+            return static_cast<TableKind>(i);
+    }
     return std::nullopt;
 }
 
 // Returns whether the section belongs to such a table and is in force. REQUIRES: it is
 // valid.
-bool refreshes(TableType type, const Section& section) {
-    if (type == TableType::tdt)
+bool refreshes(TableKind kind, const Section& section) {
+    if (kind == TableKind::kTdt)
         return !section.is_long() && section.body_size() == kUtcTimeSize;
     if (!section.is_long() || !section.is_current()) return false;
     // A PMT has one section (ISO/IEC 13818-1, 2.4.4.9).
-    return type != TableType::pmt || section.last_number() == 0;
+    return kind != TableKind::kPmt || section.last_number() == 0;
 }
 
 // Returns whether a PMT seems to start at the first byte of the payload: pointer_field 0,
@@ -78,15 +67,13 @@ bool is_scrambled(const std::uint8_t* packet) {
 
 StreamStatistics::StreamStatistics(std::int64_t start)
     : now_(start), last_arrival_(start) {
-    for (const std::uint16_t number : {kPatPid, kCatPid, kSdtPid, kTdtPid}) {
-        PidRecord& pid = record_of(number);
+    for (std::size_t i = 0; i < kTables.size(); ++i) {
+        const TableInfo& table = kTables.at(i);
+        if (!table.pid) continue;
+        PidRecord& pid = record_of(*table.pid);
         pid.has_to_carry_tables = true;
         assemble_sections(pid);
-    }
-    for (const auto& [number, type] :
-         {std::pair(kPatPid, TableType::pat), std::pair(kSdtPid, TableType::sdt),
-          std::pair(kTdtPid, TableType::tdt)}) {
-        find_or_add(record_of(number), {type});
+        if (table.repetition_limit_ns) find_or_add(pid, {static_cast<TableKind>(i)});
     }
 }
 
@@ -120,7 +107,7 @@ void StreamStatistics::assemble_sections(PidRecord& pid) {
 TableRecord* StreamStatistics::find_or_add(PidRecord& pid, const TableKey& key) {
     const auto found = pid.tables.find(key);
     if (found != pid.tables.end()) return &found->second;
-    if (key.type == TableType::pmt &&
+    if (key.kind == TableKind::kPmt &&
         announced_.count({pid.number, key.service_id}) == 0 &&
         ++unannounced_tables_ > kMaxUnannouncedTables) {
         return nullptr;
@@ -157,17 +144,18 @@ std::int64_t StreamStatistics::longest_silence() const {
     std::optional<std::int64_t> shortest;
     for (const auto& [number, pid] : pids_) {
         for (const auto& [key, table] : pid.tables) {
-            const auto limit = repetition_limit(key.type);
+            const auto limit = table_info(key.kind).repetition_limit_ns;
             if (table.sections() > 0 && limit)
                 shortest = std::min(shortest.value_or(*limit), *limit);
         }
     }
-    return shortest.value_or(*repetition_limit(TableType::pat));
+    return shortest.value_or(*table_info(TableKind::kPat).repetition_limit_ns);
 }
 
 void StreamStatistics::check_silence(std::int64_t now) {
     const std::int64_t silence = now - last_arrival_;
-    if (silence <= *repetition_limit(TableType::pat)) return;  // the least one
+    if (silence <= *table_info(TableKind::kPat).repetition_limit_ns)
+        return;  // the least one
     const std::int64_t limit = longest_silence();
     if (silence <= limit) return;
     const Fault fault{FaultKind::silence};
@@ -187,7 +175,7 @@ void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
     follow_pat();
     for (auto& [number, pid] : pids_) {
         for (auto& [key, table] : pid.tables) {
-            if (key.type != TableType::pmt || !pat_changed_) table.advance(now_);
+            if (key.kind != TableKind::kPmt || !pat_changed_) table.advance(now_);
         }
     }
     if (std::exchange(has_new_tables_, false)) {
@@ -237,12 +225,12 @@ void StreamStatistics::on_section(PidRecord& pid, const Section& section,
         faults_.add(pid.fault(FaultKind::table_id), now_);
         return;
     }
-    const std::optional<TableType> type = type_of(pid.number, section.table_id());
-    if (!type || !refreshes(*type, section)) return;
+    const std::optional<TableKind> kind = kind_of(pid.number, section.table_id());
+    if (!kind || !refreshes(*kind, section)) return;
 
-    const bool is_pmt = *type == TableType::pmt;
+    const bool is_pmt = *kind == TableKind::kPmt;
     if (is_pmt) check_announcement(pid);
-    const TableKey key{*type, is_pmt ? section.extension() : std::uint16_t{0}};
+    const TableKey key{*kind, is_pmt ? section.extension() : std::uint16_t{0}};
     TableRecord* const table = find_or_add(pid, key);
     if (table == nullptr) return;
     const TableRecord::Arrival arrival = table->add(section, begun, now_);
@@ -250,8 +238,8 @@ void StreamStatistics::on_section(PidRecord& pid, const Section& section,
     if (arrival.interval && on_interval_ && !is_stray)
         on_interval_(pid.number, key, now_, *arrival.interval);
     if (arrival.is_changed) has_new_tables_ = true;
-    if (*type == TableType::tdt) tdt_check_.add(table->fault({}), *table->utc(), now_);
-    if (*type != TableType::pat) return;
+    if (*kind == TableKind::kTdt) tdt_check_.add(table->fault({}), *table->utc(), now_);
+    if (*kind != TableKind::kPat) return;
     pat_alternation_.add(table->fault(FaultKind::pat_alternates), section.extension(),
                          section.version(), now_);
     if (arrival.is_changed && table->is_complete()) pat_changed_ = now_;
@@ -260,7 +248,7 @@ void StreamStatistics::on_section(PidRecord& pid, const Section& section,
 
 // Called when a PMT has come on the PID.
 void StreamStatistics::check_announcement(PidRecord& pid) {
-    const bool has_pat = pids_.at(kPatPid).tables.at({TableType::pat}).is_complete();
+    const bool has_pat = pids_.at(kPatPid).tables.at({TableKind::kPat}).is_complete();
     if (pid.has_to_carry_tables || !has_pat) {
         pid.unannounced_since.reset();
         return;
@@ -274,7 +262,8 @@ void StreamStatistics::check_announcement(PidRecord& pid) {
 void StreamStatistics::follow_pat() {
     if (!pat_changed_) return;
     if (pat_followed_ && now_ - *pat_followed_ < kLeastFollowIntervalNs) return;
-    const auto pat = decode_pat(pids_.at(kPatPid).tables.at({TableType::pat}).contents());
+    const auto pat =
+        decode_pat(pids_.at(kPatPid).tables.at({TableKind::kPat}).contents());
     if (!pat) return;
     pat_followed_ = now_;
     announced_.clear();
@@ -288,7 +277,7 @@ void StreamStatistics::follow_pat() {
         PidRecord& pid = record_of(number);
         pid.has_to_carry_tables = true;
         assemble_sections(pid);
-        TableRecord& pmt = *find_or_add(pid, {TableType::pmt, service_id});
+        TableRecord& pmt = *find_or_add(pid, {TableKind::kPmt, service_id});
         if (!pmt.is_announced()) pmt.expect(now_);
     }
 }
@@ -297,10 +286,10 @@ void StreamStatistics::follow_pat() {
 void StreamStatistics::withdraw_unannounced(std::int64_t since) {
     unannounced_tables_ = 0;
     for (auto& [number, pid] : pids_) {
-        if (!has_fixed_use(number)) pid.has_to_carry_tables = false;
+        if (table_on(number) == nullptr) pid.has_to_carry_tables = false;
         for (auto at = pid.tables.begin(); at != pid.tables.end();) {
             auto& [key, table] = *at;
-            const bool is_other = key.type != TableType::pmt ||
+            const bool is_other = key.kind != TableKind::kPmt ||
                                   announced_.count({number, key.service_id}) != 0;
             if (is_other) {
                 ++at;

@@ -23,19 +23,21 @@ TableRecord::TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& fault
     : pid_(pid),
       key_(key),
       faults_(faults),
-      repetition_(repetition_limit(key.type), [this](const Repetition::Overdue& overdue) {
-          const Fault found =
-              fault(overdue.has_come ? FaultKind::repetition : FaultKind::absence);
-          if (overdue.is_new) faults_.add(found, overdue.limit_passed, overdue.wait);
-          faults_.extend(found, overdue.wait);
-      }) {}
+      repetition_(table_info(key.kind).repetition_limit_ns,
+                  [this](const Repetition::Overdue& overdue) {
+                      const Fault found = fault(overdue.has_come ? FaultKind::repetition
+                                                                 : FaultKind::absence);
+                      if (overdue.is_new)
+                          faults_.add(found, overdue.limit_passed, overdue.wait);
+                      faults_.extend(found, overdue.wait);
+                  }) {}
 
 TableRecord::Arrival TableRecord::add(const Section& section, std::int64_t start,
                                       std::int64_t end) {
     ++sections_;
     check_gap(start, end);
     Arrival arrival;
-    if (key_.type == TableType::tdt) {
+    if (key_.kind == TableKind::kTdt) {
         arrival.interval = repetition_.add(0, 0, end);
         utc_ = utc_seconds(section.body());
     } else {
@@ -47,7 +49,7 @@ TableRecord::Arrival TableRecord::add(const Section& section, std::int64_t start
 
 void TableRecord::check_gap(std::int64_t start, std::int64_t end) {
     const auto last_end = std::exchange(last_end_, end);
-    if (!last_end || !has_section_gaps(key_.type)) return;
+    if (!last_end || !table_info(key_.kind).has_gap_limit) return;
     const std::int64_t gap = start - *last_end;
     if (gap < kLeastSectionGapNs) faults_.add(fault(FaultKind::section_gap), start, gap);
 }

@@ -6,7 +6,7 @@
 
 #include "tools/kestan-monitor/measure/fault_log.h"
 #include "tools/kestan-monitor/measure/repetition.h"
-#include "tools/kestan-monitor/measure/table_type.h"
+#include "tools/kestan-monitor/measure/table_key.h"
 #include "tools/receive/section_set.h"
 
 // The record of one table: its sections, their intervals and their faults.

@@ -20,8 +20,8 @@ ordered_json spread_json(const Spread& spread, double unit) {
 ordered_json table_json(const Report& report, const TableKey& key,
                         const TableRecord& table) {
     ordered_json json;
-    json["table"] = short_name(key.type);
-    if (key.type == TableType::pmt) {
+    json["table"] = table_info(key.kind).name;
+    if (key.kind == TableKind::kPmt) {
         json["service_id"] = key.service_id;
         json["in_pat"] = table.is_announced();
         const auto name = report.service_names.find(key.service_id);
@@ -34,7 +34,8 @@ ordered_json table_json(const Report& report, const TableKey& key,
         report.stream.faults().count(table.fault(FaultKind::version));
     json["repetition_ms"] = spread_json(table.repetition().intervals(), kNsPerMs);
     json["longest_ms"] = to_ms(table.repetition().longest());
-    if (const auto limit = repetition_limit(key.type)) json["limit_ms"] = to_ms(*limit);
+    if (const auto limit = table_info(key.kind).repetition_limit_ns)
+        json["limit_ms"] = to_ms(*limit);
     json["jitter_ms"] = spread_json(table.repetition().jitter(), kNsPerMs);
     return json;
 }

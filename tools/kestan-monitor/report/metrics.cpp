@@ -39,8 +39,8 @@ public:
         for (const auto& [number, pid] : report_.stream.pids()) {
             for (const auto& [key, table] : pid.tables) {
                 std::string labels =
-                    pid_label(pid) + ",table=\"" + short_name(key.type) + '"';
-                if (key.type == TableType::pmt)
+                    pid_label(pid) + ",table=\"" + table_info(key.kind).name + '"';
+                if (key.kind == TableKind::kPmt)
                     labels += ",service_id=\"" + std::to_string(key.service_id) + '"';
                 visit(labels, table.repetition());
             }

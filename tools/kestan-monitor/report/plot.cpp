@@ -91,7 +91,7 @@ public:
 
     void table_strip(std::uint16_t pid, const TableKey& table,
                      const TimeSeries& intervals, double height, bool as_dots) {
-        const auto limit = repetition_limit(table.type);
+        const auto limit = table_info(table.kind).repetition_limit_ns;
         const std::int64_t greatest = intervals.total().greatest;
         const std::int64_t top =
             limit ? std::max(*limit * 10 / 9, greatest * 20 / 19) : greatest * 2;
@@ -170,9 +170,10 @@ private:
                     double height) {
         const auto name = report_.service_names.find(table.service_id);
         const bool has_name =
-            table.type == TableType::pmt && name != report_.service_names.end();
-        std::string first = pid_text(pid) + ' ' + short_name(table.type);
-        if (table.type == TableType::pmt) first += ' ' + std::to_string(table.service_id);
+            table.kind == TableKind::kPmt && name != report_.service_names.end();
+        std::string first = pid_text(pid) + ' ' + table_info(table.kind).name;
+        if (table.kind == TableKind::kPmt)
+            first += ' ' + std::to_string(table.service_id);
         const bool has_room = height >= 36;
         if (has_name && !has_room) first += ' ' + name->second;
         svg_.text("", kMargin, y_ + (has_room ? 16 : 17), cut(first, kNameColumns));

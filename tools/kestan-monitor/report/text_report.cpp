@@ -24,9 +24,9 @@ std::string utc_text(std::int64_t utc, bool with_date) {
 // Returns a text such as "PMT 101 Harbour Television".
 std::string name_of(const Report& report, const TableKey& key, const TableRecord& table,
                     std::size_t width) {
-    if (key.type == TableType::tdt && table.utc())
+    if (key.kind == TableKind::kTdt && table.utc())
         return "TDT " + utc_text(*table.utc(), width >= kTdtNameWidth);
-    if (key.type != TableType::pmt) return table_name(key);
+    if (key.kind != TableKind::kPmt) return table_name(key);
     std::string name = format("PMT %u", key.service_id);
     if (!table.is_announced()) return name + " (not in PAT)";
     const auto service = report.service_names.find(key.service_id);
@@ -43,13 +43,13 @@ std::string pid_columns(const Report& report, const PidRecord& pid) {
                   number(faults.count(pid.fault(FaultKind::crc))));
 }
 
-std::string table_columns(TableType type, const TableRecord& table) {
+std::string table_columns(TableKind kind, const TableRecord& table) {
     const Spread& intervals = table.repetition().intervals();
     const auto ms_or_dash = [](bool is_known, double ns) {
         return is_known ? format("%8.1f", to_ms(ns)) : format("%8s", "-");
     };
     const auto version = table.version();
-    const auto limit = repetition_limit(type);
+    const auto limit = table_info(kind).repetition_limit_ns;
     return format("%4s", version ? std::to_string(*version).c_str() : "-") +
            ms_or_dash(intervals.count > 0, static_cast<double>(intervals.least)) +
            ms_or_dash(intervals.count > 0, intervals.mean()) +
@@ -130,7 +130,7 @@ Lines pid_lines(const Report& report, const PidRecord& pid, std::size_t name_wid
     if (pid.tables.size() == 1) {
         const auto& [key, table] = *pid.tables.begin();
         name = name_of(report, key, table, name_width);
-        columns += table_columns(key.type, table);
+        columns += table_columns(key.kind, table);
     }
     lines.push_back(pid_text(pid.number) + "  " + padded(name, name_width) + columns);
     if (!is_shared) return lines;
@@ -139,7 +139,7 @@ Lines pid_lines(const Report& report, const PidRecord& pid, std::size_t name_wid
         lines.push_back(
             "          " +
             padded(name_of(report, key, table, name_width), name_width - 2 + no_columns) +
-            table_columns(key.type, table));
+            table_columns(key.kind, table));
     }
     return lines;
 }

@@ -1,4 +1,4 @@
-#include "tools/kestan-control/service_manager.h"
+#include "tools/service/service_manager.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -22,4 +22,9 @@ void notify_service_manager(const std::string& state) {
     sendto(fd, state.data(), state.size(), MSG_NOSIGNAL,
            reinterpret_cast<const sockaddr*>(&address), size);
     close(fd);
+}
+
+std::chrono::microseconds watchdog_time() {
+    const char* const time = std::getenv("WATCHDOG_USEC");
+    return std::chrono::microseconds(time == nullptr ? 0 : std::atoll(time));
 }

@@ -1,0 +1,68 @@
+#include "tools/kestan-control/service_signals.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <initializer_list>
+#include <iterator>
+#include <system_error>
+
+namespace {
+
+// People and service managers can count on two seconds.
+constexpr std::chrono::milliseconds kGrace{1500};
+
+sigset_t set_of(std::initializer_list<int> signals) {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : signals) sigaddset(&set, signal);
+    return set;
+}
+
+int opened(int fd, const char* what) {
+    if (fd < 0) throw std::system_error(errno, std::generic_category(), what);
+    return fd;
+}
+
+}  // namespace
+
+ServiceSignals::ServiceSignals() : reload_(-1), end_(-1), destroyed_(-1) {
+    const sigset_t all = set_of({SIGHUP, SIGINT, SIGTERM});
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    const sigset_t hangup = set_of({SIGHUP});
+    reload_ = opened(signalfd(-1, &hangup, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd");
+    end_ = opened(eventfd(0, EFD_CLOEXEC), "eventfd");
+    destroyed_ = opened(eventfd(0, EFD_CLOEXEC), "eventfd");
+    thread_ = std::thread([this] { watch(); });
+}
+
+ServiceSignals::~ServiceSignals() {
+    eventfd_write(destroyed_, 1);
+    thread_.join();
+    for (const int fd : {reload_, end_, destroyed_}) close(fd);
+}
+
+void ServiceSignals::take_reload() const {
+    signalfd_siginfo info{};
+    while (read(reload_, &info, sizeof info) > 0) {
+    }
+}
+
+void ServiceSignals::watch() const {
+    const sigset_t ends = set_of({SIGINT, SIGTERM});
+    const int signals = signalfd(-1, &ends, SFD_CLOEXEC);
+    pollfd events[] = {{destroyed_, POLLIN, 0}, {signals, POLLIN, 0}};
+    while (poll(events, std::size(events), -1) < 0) {
+    }
+    eventfd_write(end_, 1);
+    pollfd destroyed{destroyed_, POLLIN, 0};
+    const bool is_late = poll(&destroyed, 1, static_cast<int>(kGrace.count())) == 0;
+    if (is_late) _exit(0);
+    close(signals);
+}

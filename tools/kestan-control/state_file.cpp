@@ -1,0 +1,136 @@
+#include "tools/kestan-control/state_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+#include "tools/json/text_file.h"
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+constexpr int kFormat = 1;
+constexpr const char* kFormatField = "format";
+
+std::string environment(const char* name) {
+    const char* const value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+std::string state_directory() {
+    std::string of_service = environment("STATE_DIRECTORY");
+    if (!of_service.empty()) return of_service;
+    const std::string of_user = environment("XDG_STATE_HOME");
+    if (!of_user.empty()) return of_user + "/kestan-control";
+    const std::string home = environment("HOME");
+    return home.empty() ? "" : home + "/.local/state/kestan-control";
+}
+
+[[noreturn]] void fail() {
+    throw std::system_error(errno, std::generic_category());
+}
+
+void write_all(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written < 0 && errno != EINTR) fail();
+        if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+// A new file next to the one that it replaces. It is removed if it does not get there.
+class Replacement {
+public:
+    explicit Replacement(const std::string& path)
+        : path_(path), next_(path + ".XXXXXX"), fd_(mkostemp(next_.data(), O_CLOEXEC)) {
+        if (fd_ < 0) fail();
+    }
+    ~Replacement() {
+        close(fd_);
+        if (!is_done_) unlink(next_.c_str());
+    }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+
+    // The text is on the disk before the name is: a loss of power leaves one of both.
+    void commit(std::string_view text) {
+        write_all(fd_, text);
+        if (fsync(fd_) != 0) fail();
+        if (std::rename(next_.c_str(), path_.c_str()) != 0) fail();
+        is_done_ = true;
+    }
+
+private:
+    std::string path_;
+    std::string next_;
+    int fd_;
+    bool is_done_ = false;
+};
+
+// Returns nullopt if there is no file.
+std::optional<std::string> read_if_present(const std::string& path) {
+    try {
+        return read_text_file(path, FileKind::kRegular);
+    } catch (const std::system_error& error) {
+        if (error.code() == std::errc::no_such_file_or_directory) return std::nullopt;
+        throw;
+    }
+}
+
+}  // namespace
+
+StateFile::StateFile(const char* name, const ControlAddress& address) {
+    const std::string directory = state_directory();
+    if (directory.empty()) return;
+    path_ = directory + '/' + name + '-' + address.host + '-' +
+            std::to_string(address.set) + ".json";
+}
+
+std::optional<json> StateFile::load_json() {
+    if (!keeps()) return std::nullopt;
+    const auto text = read_if_present(path_);
+    if (!text) return std::nullopt;
+    json content = json::parse(*text);
+    const int format = content.value(kFormatField, 1);
+    is_newer_ = format > kFormat;
+    if (is_newer_) {
+        throw std::runtime_error("a newer release wrote it (format " +
+                                 std::to_string(format) + "); it is left as it is");
+    }
+    content.erase(kFormatField);
+    kept_ = *text;
+    return content;
+}
+
+void StateFile::save(const nlohmann::ordered_json& content) {
+    if (!keeps() || is_newer_) return;
+    nlohmann::ordered_json with_format{{kFormatField, kFormat}};
+    with_format.update(content);
+    const std::string text = with_format.dump() + '\n';
+    if (text == kept_) return;
+    kept_.clear();
+    try {
+        fs::create_directories(fs::path(path_).parent_path());
+        Replacement(path_).commit(text);
+    } catch (const std::system_error& error) {
+        throw std::runtime_error(path_ +
+                                 ": cannot be written: " + error.code().message());
+    }
+    kept_ = text;
+}
+
+bool StateFile::remove() {
+    kept_.clear();
+    unlink(path_.c_str());
+    std::error_code error;
+    return !fs::exists(fs::symlink_status(path_, error));
+}

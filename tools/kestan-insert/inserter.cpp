@@ -1,0 +1,221 @@
+#include "tools/kestan-insert/inserter.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/receive/packet_flags.h"
+
+namespace {
+
+constexpr std::int64_t kLongestWaitNs = kNsPerSecond;
+constexpr std::size_t kLongestQueue = 8192;  // packets
+
+// Payload alone (ISO/IEC 13818-1, 2.4.1 and 2.4.3.3); the counter has no meaning.
+void make_null_packet(std::uint8_t* packet) {
+    packet[0] = kSyncByte;
+    packet[1] = static_cast<std::uint8_t>(kNullPid >> 8);
+    packet[2] = static_cast<std::uint8_t>(kNullPid & 0xFF);
+    packet[3] = kHasPayload;
+    std::fill_n(packet + 4, kTsPacketSize - 4, kStuffingByte);
+}
+
+std::uint8_t next_counter(std::uint8_t counter, const std::uint8_t* packet) {
+    return static_cast<std::uint8_t>((counter + has_payload(packet)) & kContinuityMask);
+}
+
+}  // namespace
+
+Inserter::Inserter(const std::set<std::uint16_t>& kept, std::int64_t now, Say say)
+    : say_(std::move(say)),
+      pid_use_(kept),
+      input_{"INPUT", "nothing leaves", record_.input, now},
+      tables_{"TABLES", "the tables of INPUT pass", record_.tables, now},
+      left_(kMaxPid + 1),
+      second_began_(now) {}
+
+std::optional<DatagramPackets> Inserter::find(std::int64_t now, Source& source,
+                                              const std::uint8_t* datagram,
+                                              std::size_t size) {
+    if (source.is_silence_said) say_(fmt::format("{} comes", source.name));
+    source.is_silent = source.is_silence_said = false;
+    source.last = now;
+    ++source.record.datagrams;
+    const auto packets = find_packets(datagram, size);
+    if (packets) {
+        source.record.packets += packets->count;
+        source.record.in_rtp = packets->in_rtp;
+    } else if (source.record.malformed++ == 0) {
+        say_(fmt::format("a datagram of {} is not made of whole transport packets",
+                         source.name));
+    }
+    return packets;
+}
+
+void Inserter::push_tables(std::int64_t now, const std::uint8_t* datagram,
+                           std::size_t size) {
+    drop_old_queue(now);
+    const auto packets = find(now, tables_, datagram, size);
+    if (!packets) ++record_.dropped.malformed;
+    for (std::size_t i = 0; packets && i < packets->count; ++i) {
+        push_table_packet(now, packets->packet(i));
+    }
+    if (pid_use_.do_pats_contradict()) {
+        say_once(pats_said_,
+                 "the PATs of INPUT and TABLES differ and have the same version_number: "
+                 "receivers that are tuned ignore the new one; raise the version_number "
+                 "of Kestan's tables");
+    }
+}
+
+void Inserter::push_table_packet(std::int64_t now, const std::uint8_t* packet) {
+    const std::uint16_t pid = pid_of(packet);
+    if (packet[0] != kSyncByte || has_transport_error(packet)) {
+        ++record_.dropped.damaged;
+    } else if (pid == kNullPid) {
+        ++record_.dropped.null_packet;
+        say_once(null_packets_said_,
+                 "TABLES has null packets, which are dropped: is it Kestan's stream?");
+    } else if (pid_use_.is_kept(pid)) {
+        ++record_.kept_out;
+    } else {
+        pid_use_.note_tables(now, packet);
+        if (is_repeat(packet) || !may_insert(now, pid)) return;
+        ++table_packets_;
+        if (awaits_input()) return;
+        TablePacket& added = queue_.emplace_back();
+        added.arrival = now;
+        std::copy_n(packet, kTsPacketSize, added.bytes.begin());
+    }
+}
+
+// Returns whether the packet is an exact repeat of the one before on its PID: it carries
+// nothing new. Counts the packets that are missing before it.
+bool Inserter::is_repeat(const std::uint8_t* packet) {
+    TablePid& pid = table_pids_[pid_of(packet)];
+    const std::uint8_t counter = continuity_counter_of(packet);
+    const Continuity continuity = pid.continuity.push(packet);
+    if (continuity == Continuity::broken) {
+        const unsigned missing =
+            (16U + counter - next_counter(*pid.counter, packet)) & kContinuityMask;
+        record_.lost += missing;
+        record_.pids[pid_of(packet)].lost += missing;
+    }
+    pid.counter = counter;
+    return continuity == Continuity::repeat;
+}
+
+// Returns whether packets of TABLES may be inserted on the PID. Counts one that may not.
+bool Inserter::may_insert(std::int64_t now, std::uint16_t pid) {
+    if (!pid_use_.is_stream(now, pid)) return true;
+    ++record_.dropped.stream_pid;
+    ++record_.pids[pid].dropped;
+    if (!stream_pids_said_[pid]) {
+        stream_pids_said_.set(pid);
+        say_(fmt::format(
+            "PID 0x{:04X} is that of a stream of INPUT: TABLES' packets on it "
+            "are dropped; give Kestan's table another PID",
+            pid));
+    }
+    return false;
+}
+
+void Inserter::drop_old_queue(std::int64_t now) {
+    if (queue_.empty() ||
+        (now - queue_.front().arrival <= kLongestWaitNs && queue_.size() < kLongestQueue))
+        return;
+    dropped_ += queue_.size();
+    record_.dropped.no_room += queue_.size();
+    for (const TablePacket& packet : queue_) {
+        ++record_.pids[pid_of(packet.bytes.data())].dropped;
+    }
+    queue_.clear();
+}
+
+std::optional<DatagramPackets> Inserter::fill(std::int64_t now, std::uint8_t* datagram,
+                                              std::size_t size) {
+    drop_old_queue(now);
+    const auto packets = find(now, input_, datagram, size);
+    if (!packets) return packets;
+    const bool is_late = packets->in_rtp && rtp_order_.is_late(datagram);
+    for (std::size_t i = 0; i < packets->count; ++i) {
+        take_packet(now, datagram + (packets->packet(i) - datagram), is_late);
+    }
+    return packets;
+}
+
+void Inserter::take_packet(std::int64_t now, std::uint8_t* packet, bool is_late) {
+    if (packet[0] != kSyncByte) return;
+    pid_use_.note_input(packet);
+    if (pid_use_.is_slot(now, packet)) fill_slot(now, packet, is_late);
+    const std::uint16_t pid = pid_of(packet);
+    if (pid == kNullPid) {
+        ++record_.null_packets_left;
+    } else {
+        left_[pid] = continuity_counter_of(packet);
+        pid_use_.note_leaving(now, packet);
+    }
+}
+
+void Inserter::fill_slot(std::int64_t now, std::uint8_t* packet, bool is_late) {
+    const std::uint16_t pid = pid_of(packet);
+    ++slots_;
+    if (pid != kNullPid) ++record_.pids[pid].replaced;
+    const auto next = is_late ? std::nullopt : next_table_packet(now);
+    if (next) {
+        insert(now, *next, packet);
+    } else if (pid != kNullPid) {
+        make_null_packet(packet);
+    }
+}
+
+std::optional<Inserter::TablePacket> Inserter::next_table_packet(std::int64_t now) {
+    while (!queue_.empty()) {
+        const TablePacket next = queue_.front();
+        queue_.pop_front();
+        if (may_insert(now, pid_of(next.bytes.data()))) return next;
+    }
+    return std::nullopt;
+}
+
+void Inserter::insert(std::int64_t now, const TablePacket& from, std::uint8_t* packet) {
+    std::copy(from.bytes.begin(), from.bytes.end(), packet);
+    const std::uint16_t pid = pid_of(packet);
+    if (left_[pid]) {
+        packet[3] = static_cast<std::uint8_t>((packet[3] & ~kContinuityMask) |
+                                              next_counter(*left_[pid], packet));
+    }
+    ++record_.inserted;
+    ++record_.pids[pid].inserted;
+    record_.all_waits += now - from.arrival;
+    record_.longest_wait = std::max(record_.longest_wait, now - from.arrival);
+}
+
+void Inserter::advance(std::int64_t now) {
+    const auto ms = static_cast<std::uint64_t>(
+        std::max<std::int64_t>((now - second_began_) / kNsPerMs, 1));
+    if (dropped_ != 0) {
+        say_(fmt::format(
+            "no room: {} packets of TABLES dropped; INPUT has {} null packets a "
+            "second (with the tables that Kestan replaces), TABLES needs {}: "
+            "raise the bit rate of INPUT",
+            dropped_, slots_ * 1000 / ms, table_packets_ * 1000 / ms));
+    }
+    second_began_ = now;
+    slots_ = table_packets_ = dropped_ = 0;
+    notice_silence(now, input_);
+    notice_silence(now, tables_);
+}
+
+void Inserter::notice_silence(std::int64_t now, Source& source) {
+    if (source.is_silence_said || now - source.last < kSilenceNs) return;
+    if (source.record.datagrams != 0) ++source.record.silences;
+    source.is_silent = source.is_silence_said = true;
+    say_(fmt::format("nothing has come from {} for 5 s: {}", source.name,
+                     source.consequence));
+}
+
+void Inserter::say_once(bool& is_said, const std::string& message) {
+    if (!std::exchange(is_said, true)) say_(message);
+}
