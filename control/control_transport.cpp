@@ -6,7 +6,6 @@
 
 namespace {
 
-using apache::thrift::transport::TFramedTransport;
 using apache::thrift::transport::TTransport;
 using apache::thrift::transport::TTransportException;
 
@@ -21,21 +20,21 @@ ControlTransport::ControlTransport(const std::shared_ptr<TTransport>& connection
 }
 
 bool ControlTransport::readFrame() {
-    if (is_in_message_) {
+    if (is_in_frame_) {
         throw TTransportException(TTransportException::CORRUPTED_DATA,
                                   "a message is longer than its frame");
     }
     if (std::exchange(has_read_large_frame_, false)) malloc_trim(0);
     resetConsumedMessageSize();
-    is_in_message_ = TFramedTransport::readFrame();
+    is_in_frame_ = TFramedTransport::readFrame();
     has_read_large_frame_ = rBufSize_ > kLargeFrame;
-    return is_in_message_;
+    return is_in_frame_;
 }
 
-// Thrift frees a large buffer here. But a frame may have a second message.
+// Thrift frees a large buffer here. But a frame may have a further message.
 std::uint32_t ControlTransport::readEnd() {
-    is_in_message_ = false;
-    return rBase_ < rBound_ ? 0 : TFramedTransport::readEnd();
+    is_in_frame_ = rBase_ < rBound_;
+    return is_in_frame_ ? 0 : TFramedTransport::readEnd();
 }
 
 void ControlTransport::close() {

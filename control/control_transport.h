@@ -7,7 +7,7 @@
 #include <thrift/transport/TBufferTransports.h>
 
 // The largest frame that the control server takes, in bytes. The largest table that can
-// be carried, an SDT of empty descriptors, takes 1.94 MB.
+// be carried, a CAT of descriptors without data, takes 1.94 MB.
 constexpr std::uint32_t kMaxControlFrame = 5000000;
 
 // Thrift's framed transport, for connections that last for years on a device with little
@@ -33,7 +33,7 @@ public:
 private:
     bool readFrame() override;
 
-    bool is_in_message_ = false;         // its frame has been read, its end has not
+    bool is_in_frame_ = false;           // whose last message has not been read whole
     bool has_read_large_frame_ = false;  // since memory was given back
 };
 

@@ -16,7 +16,9 @@
 // process is of no use, and the service manager starts it again.
 int StartMuxServer(int port);
 
-// The thread's body: serves until accepting fails, then frees everything. Returns 0.
+// The thread's body: serves until Thrift's server ends, which nothing here makes it do,
+// then frees everything. Returns 0. A connection that cannot be accepted is logged once
+// and tried again (see thrift/retrying_server_socket.h).
 int MuxServerThread(int port);
 
 #endif

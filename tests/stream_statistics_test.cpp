@@ -369,7 +369,7 @@ TEST(StreamStatistics, FindsAStreamThatBeginsLateEndsEarlyOrIsLost) {
     rare.statistics.advance(3 * kNsPerSecond, 7);
     EXPECT_EQ(rare.failing(3 * kNsPerSecond)["lost"], 7);
     Stream none;
-    none.statistics.finish();
+    none.statistics.finish(0, 0);
     EXPECT_EQ(none.failing(kNsPerSecond), (Checks{{"reception", 1}}));
 }
 
@@ -397,7 +397,8 @@ TEST(StreamStatistics, KeepsItsMemoryBoundedInAHostileStream) {
     std::size_t sections = 0;
     for (const auto& [number, on] : stream.statistics.pids()) {
         tables += on.tables.size();
-        for (const auto& [key, table] : on.tables) sections += table.contents().size();
+        for (const auto& [key, table] : on.tables)
+            sections += table.contents().sections().size();
     }
     EXPECT_LE(tables, 1010u);
     EXPECT_LE(sections, tables);

@@ -93,15 +93,19 @@ END
     run -1 grep INFORMATION kestan.err
 }
 
-# Runs in real time: the limits leave room for a busy machine.
+# has_bit_rate <kbit/s>: a second of the stream has this rate, which a busy machine can spoil.
+has_bit_rate() {
+    kestan-monitor 127.0.0.1:5432 -d 1 --json >monitor.out
+    jq -e ".bit_rate / 1000 / $1 | . > 0.9 and . < 1.1" monitor.out
+}
+
 @test "fills its bitrate, and no more, with what is due" {
     jq -n '{pmts: [range(1; 81) | {pid: 256, program_number: ., pcr_pid: 8191, version_number: 0,
         descriptors: [range(3) | {tag: 128, data: ("00" * 250)}]}]}' >3_mbps.json
     for kbps in 1000 300; do
         play "${options[@]}"
         kestan-control push 3_mbps.json
-        kestan-monitor 127.0.0.1:5432 -d 1 --json >monitor.out
-        reports ".bit_rate / 1000 / $kbps | . > 0.9 and . < 1.1"
+        wait_until has_bit_rate "$kbps"
         stop kestan
         options=(-b 300)
     done
@@ -178,6 +182,7 @@ END
 }
 
 @test "plays on without descriptors, and serves as soon as there are some" {
+    [ ! "$KESTAN_SANITIZE" ] || skip "a sanitizer's checks open pipes"
     play
     local free=0 process=${pid[kestan]}
     while [ -e "/proc/$process/fd/$free" ]; do ((++free)); done
@@ -268,13 +273,15 @@ END
     for bytes in '\0' "${call%thod*}" "$call"; do
         run -137 bash -c 'exec 4<>/dev/tcp/127.0.0.1/9501; printf %b "$0" >&4
             kestan-control stop-pmt 999 0x1F0 --timeout 0.3 || kill -KILL $$' "$bytes"
-        kestan-control stop-pmt 999 0x1F0 --timeout 2
+        kestan-control stop-pmt 999 0x1F0 --timeout 20
     done
     watch
     start silent bash -c "exec 4<>/dev/tcp/127.0.0.1/9501
         for _ in {1..300}; do printf '%.s$call' {1..1000}; done >&4"
     wait_until eval "ss -Htn sport = :9501 | grep -qE 'ESTAB +[0-9]+ +[0-9]{6}'"
-    finds_nothing 0.6
+    receives_more 30
+    finish monitor INT || [ $? -eq 1 ]  # a busy machine makes the stream late
+    reports '[.pids[] | .continuity_errors + .crc_errors] | add == 0'
     finish silent KILL || true
-    kestan-control stop-pmt 999 0x1F0 --timeout 2
+    kestan-control stop-pmt 999 0x1F0 --timeout 20
 }

@@ -106,6 +106,21 @@ versions-127.0.0.1-0.json" ]
 still version 1: receivers ignore the change"* ]]
 }
 
+@test "tells the journal the level of each line, and check takes the options of serve" {
+    jq '.pmts[0].pid = "0x0011" | .cat.version_number = 32' "$small" >bad.json
+    : >journal
+    local stream
+    stream=$(stat -c %d:%i journal)
+    JOURNAL_STREAM=$stream kestan-control push bad.json 2>journal || [ $? -eq 1 ]
+    for line in "<3>error: bad.json: pmts\[0\].pid" "<4>warning: bad.json: cat.version_number"; do
+        grep "^$line" journal
+    done
+    JOURNAL_STREAM=$stream run -1 kestan-control check bad.json
+    [[ $output == "error: "* ]]  # standard output is something else
+    kestan-control check --force --bump-versions --clear bad.json
+    fails 1 "No such file" check --force nowhere.json
+}
+
 @test "imports what it pushed, a foreign capture's tables too, and names what is missing" {
     ffmpeg -v error -f lavfi -i testsrc -f lavfi -i sine -metadata:s:a:0 language=deu \
         -program title=Harbour:program_num=7:st=0 -program title=Möwe:program_num=9:st=1 \

@@ -25,6 +25,9 @@ rewrite() { write "$1" && reload; }
 # prints <name> <text> [times]: waits until name.out has this number of lines with the text.
 prints() { wait_until eval "((\$(grep -cF -- '$2' $1.out) >= ${3:-1}))"; }
 
+# told <pattern>: waits until the service manager has been told a line that begins with it.
+told() { wait_until grep -q "$1" notified; }
+
 # logged <times> <pattern>: this number of lines of the daemon's log must match.
 logged() { [ "$(grep -c "$2" kestan.err)" = "$1" ]; }
 
@@ -71,7 +74,9 @@ connections_opened() { awk '/^Tcp: [0-9]/ { print $6 }' /proc/net/snmp; }
         serve tables.json
         prints serve "PMT of service 103"
     done
-    finds_nothing 1
+    # On a busy machine a table may be late, but no packet is missing and no PMT withdrawn.
+    finish monitor INT || true
+    reports '(.pids | length == 7) and all(.pids[]; .continuity_errors == 0)'
     logged 1 Clearing
     logged 0 "Clear PMT"
     finish serve
@@ -138,9 +143,9 @@ END
     serve --timeout 60 tables.json
     wait_until [ -s calls ]
     jq -e '.cat and ([.services[].pids] == [[256, 304], [272], [288]])' $record
-    local begin=${EPOCHREALTIME/./}
-    finish serve
-    ((${EPOCHREALTIME/./} - begin < 2000000))
+    local begin=$SECONDS
+    finish serve  # after 1.5 s, not after the 60 s of --timeout
+    ((SECONDS - begin < 10))
 }
 
 @test "sends a rejected table again, and does not record it" {
@@ -153,6 +158,20 @@ END
     prints serve "PMT of service 102 (0x0066) on PID 0x0110: version 1, rejected" 2
 }
 
+@test "kicks the watchdog, unless it is stopped" {
+    write .
+    WATCHDOG_USEC=300000 serve tables.json
+    kicks() { grep -o WATCHDOG=1 notified | wc -l; }
+    wait_until eval '(($(kicks) >= 3))'
+    kill -STOP "${pid[serve]}"
+    local before
+    before=$(kicks)
+    sleep 0.5
+    (($(kicks) <= before + 1))
+    kill -CONT "${pid[serve]}"
+    wait_until eval "((\$(kicks) >= $before + 3))"
+}
+
 @test "answers many start notifications together, once a second" {
     play
     write .
@@ -160,16 +179,14 @@ END
     prints serve "PMT of service 103"
     grep "0100007F:2531 " /proc/net/tcp  # no other host can send them
     local begin=$SECONDS
-    for _ in {1..500}; do
-        printf '\0\0\0\x20\x80\1\0\1\0\0\0\x13NotifyKestanStarted\0\0\0\1\0'
-    done >flood
-    start flood socat -u OPEN:flood,rdonly TCP:127.0.0.1:9521
+    for _ in {1..30}; do
+        printf '\0\0\0\x20\x80\1\0\1\0\0\0\x13NotifyKestanStarted\0\0\0\1\0' \
+            >/dev/tcp/127.0.0.1/9521
+        sleep 0.05
+    done
     prints serve "kestan has started" 2
-    wait "${pid[flood]}"
-    unset "pid[flood]"
-    sleep 1.5
-    (($(grep -c "kestan has started" serve.out) <= SECONDS - begin + 1))
-    [ "$(grep -c "PMT of service 103" serve.out)" = $(($(grep -c "kestan has started" serve.out) + 1)) ]
+    prints serve "PMT of service 103" 3
+    (($(grep -c "PMT of service 103" serve.out) <= SECONDS - begin + 3))
     logged 1 Clearing
 }
 
@@ -189,7 +206,7 @@ END
     says serve "error: tables/b.json: sdt.services\[3\].service_id: .* twice"
     says serve "tables/b.json: left out because of its errors"
     says serve "error: tables/d.json: cannot be read: not a regular file"
-    wait_until grep -q '^STATUS=nothing listens' notified
+    wait_until grep -q '^STATUS=waits for Kestan: nothing listens' notified
     grep -q READY=1 notified
     sleep 1
     # At first 50 ms apart, then ever longer.
@@ -203,16 +220,21 @@ END
     rm tables/[cd].json
     reload
     prints serve "SDT of transport stream 1"
+    told "STATUS=sent 6 tables at [0-9:]*"
     : >serve.err
     mv tables/a.json tables/a.json~
     rm tables/*.json
     reload
     says serve "error: tables: no file in this directory is named \*.json"
     says serve "the tables read before stay"
+    told "STATUS=the files of [0-9:]* have a mistake: what was sent at [0-9:]* stays"
     on_air <(jq "$own" "$small")
     finish serve INT
-    run -1 kestan-control serve --set 1 tables
+    told "STOPPING=1"
+    told "STATUS=has ended; what was sent at [0-9:]* stays"
+    NOTIFY_SOCKET=$PWD/manager run -1 kestan-control serve --set 1 tables
     [[ $output == *"no file can be served"* ]]
+    told "STATUS=has failed: no file can be served"
 }
 
 @test "waits for its turn, and a client that gives up leaves nothing behind" {
@@ -220,19 +242,17 @@ END
     hold
     write .pat.version_number=9
     for command in clear "push tables.json"; do
-        run -1 timeout 2.5 kestan-control $command --timeout 0.3
-        [[ $output == *"another one probably holds the connection"* ]]
+        run -1 timeout 20 kestan-control $command --timeout 0.3
+        [[ $output == *" within 0.3 s: "*"another one probably holds the connection"* ]]
     done
     write 'del(.cat)'
-    local begin=$SECONDS
     serve --timeout 0.5 tables.json
-    says serve "holds the connection; waiting"
-    ((SECONDS - begin < 3))
+    says serve " within 0.5 s: .* holds the connection; waiting"
     grep -q READY=1 notified
     sleep 1
     stop holder
     prints serve "PMT of service 103"
-    on_air tables.json
+    wait_until on_air tables.json
     finish serve
     [ "$(grep -c holds serve.err)" = 1 ]
     logged 1 Clearing

@@ -60,3 +60,23 @@ commands() { "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p'; }
     [ "$(wc -l <"$BATS_TEST_TMPDIR/errors")" -ge 9 ]
     while read -r error; do grep -F -- "\`$error" docs/operating.md; done <"$BATS_TEST_TMPDIR/errors"
 }
+
+@test "the guide to faults quotes what the tools say" {
+    cd "$BATS_TEST_DIRNAME/../.."
+    find tools -name '*.cpp' -exec cat {} + | tr -d '\n' | sed 's/" *"//g' >"$BATS_TEST_TMPDIR/said"
+    sed -n '/^### What the tools say/,/^### It/p' docs/operating.md | cut -d '|' -f 2 |
+        grep -oE '`[^`]+`' | sed -E 's/`(cannot )?([^`…]*).*/\2/; s/ *$//' >"$BATS_TEST_TMPDIR/texts"
+    [ "$(wc -l <"$BATS_TEST_TMPDIR/texts")" -ge 14 ]
+    while read -r text; do
+        grep -qF -- "$text" "$BATS_TEST_TMPDIR/said" || { echo "$text" && false; }
+    done <"$BATS_TEST_TMPDIR/texts"
+}
+
+@test "the schema and the manual of the file format describe the fields that the reader has" {
+    local -r source=$BATS_TEST_DIRNAME/../..
+    cp "$source"/{tools/json/multiplex.schema.json,packaging/man/kestan-multiplex.5.in} .
+    "$KESTAN_BIN"/../tools/json/write_format multiplex.schema.json kestan-multiplex.5.in
+    # Where they differ: build/tools/json/write_format with the paths of both files.
+    diff "$source"/tools/json/multiplex.schema.json multiplex.schema.json
+    diff "$source"/packaging/man/kestan-multiplex.5.in kestan-multiplex.5.in
+}

@@ -81,6 +81,12 @@ watch() {
     listens monitor "${stream#*:}"
 }
 
+# receives_more <datagrams>: waits until the monitor has read as many more. The kernel counts a
+# datagram when it is read.
+receives_more() { wait_until has_received $(($(received) + $1)); }
+received() { awk '/^Udp: [0-9]/ { print $2 }' /proc/net/snmp; }
+has_received() { (($(received) >= $1)); }
+
 # finds_nothing [seconds] [rule]: fails if a monitor, the one that runs or a new one, finds a
 # fault within this time. With a rule, such as "ca_system_not_in_cat", exactly this fault is
 # expected.

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/rules/bit_rate.h"
 #include "tools/rules/rules.h"
 
@@ -60,7 +61,7 @@ void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
                     bool with_information) {
     for (const FileFinding& finding : findings) {
         if (finding.severity == Severity::kInformation && !with_information) continue;
-        to << finding.line() << '\n';
+        to << level_prefix(to, finding.severity) << finding.line() << '\n';
     }
     to.flush();
 }
@@ -81,7 +82,7 @@ bool report_check(const TableFiles& files, const CheckSettings& settings,
     if (is_whole) report << bit_rate_line(joined.tables()) << '\n';
     report.flush();
     if (!report) throw std::runtime_error("cannot write the findings: is the disk full?");
-    return !has_errors(findings);
+    return is_whole && (settings.is_forced || !has_errors(findings));
 }
 
 std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
@@ -109,7 +110,8 @@ std::optional<JoinedFiles> valid_tables_to_send(const TableFiles& files,
         if (!has_errors(findings) || settings.is_forced) {
             print_findings(errors, findings, /*with_information=*/false);
             for (const std::string& path : left_out) {
-                errors << path << ": left out because of its errors" << std::endl;
+                errors << level_prefix(errors, Severity::kError) << path
+                       << ": left out because of its errors" << std::endl;
             }
             return joined;
         }

@@ -27,7 +27,7 @@ void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
 [[nodiscard]] std::string bit_rate_line(const Multiplex& tables);
 
 // Checks the files and prints everything to `report`, and last the bit rate if all files
-// could be read. Returns whether there is no error.
+// could be read. Returns whether the tables can be sent.
 [[nodiscard]] bool report_check(const TableFiles& files, const CheckSettings& settings,
                                 std::ostream& report);
 

@@ -75,9 +75,9 @@ ControlConnection::Client ControlConnection::connect(const ControlAddress& addre
                 static_cast<int>(std::lround(address.timeout_s * 1000))};
     } catch (const TTransportException& error) {
         if (is_refused(error)) {
-            throw ControlError("nothing listens on " + address.text() +
-                               ": is kestan running with -s " +
-                               std::to_string(address.set) + "?");
+            throw NothingListens("nothing listens on " + address.text() +
+                                 ": is kestan running with -s " +
+                                 std::to_string(address.set) + "?");
         }
         throw ControlError("cannot connect to " + address.text() + " (" + error.what() +
                            "): check --host and the network");

@@ -25,6 +25,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// No program listens on the port, as long as Kestan starts.
+class NothingListens : public ControlError {
+public:
+    using ControlError::ControlError;
+};
+
 // A connection to Kestan's control service, closed with the object. Every failure is a
 // ControlError. One thread.
 //

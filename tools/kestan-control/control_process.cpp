@@ -7,12 +7,14 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
+#include <ctime>
 #include <iostream>
 #include <iterator>
 #include <system_error>
 #include <utility>
 
 #include "thrift/instance_ports.h"
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/service/service_manager.h"
 
 namespace {
@@ -23,6 +25,19 @@ constexpr std::chrono::milliseconds kLongestBackOff{3000};
 
 // Between two answers to start notifications.
 constexpr std::chrono::seconds kAnswerInterval{1};
+
+std::string time_of_day() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char text[sizeof "23:59:59"];
+    return std::strftime(text, sizeof text, "%H:%M:%S", &local) == 0 ? "" : text;
+}
+
+std::size_t table_count(const Multiplex& tables) {
+    return tables.pmts.size() + (tables.pat ? 1 : 0) + (tables.cat ? 1 : 0) +
+           (tables.sdt ? 1 : 0);
+}
 
 JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {
     const auto valid = valid_tables_to_send(files, check, std::cerr);
@@ -63,25 +78,34 @@ void ControlProcess::run() {
             errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
-        if (events[0].revents != 0) return;
+        if (events[0].revents != 0) break;
         if (events[1].revents != 0) read_again();
         if (events[2].revents != 0) on_notification();
         if (events[3].revents != 0) push();
         if (has_next_step() && Clock::now() >= next_step_) take_step();
+        kick_watchdog();
     }
+    notify_service_manager("STOPPING=1\nSTATUS=has ended; " +
+                           (sent_at_.empty()
+                                ? "nothing was sent"
+                                : "what was sent at " + sent_at_ + " stays"));
 }
 
 void ControlProcess::read_again() {
     signals_.take_reload();
     const auto files = tables_to_send(files_, check_, std::cerr);
     if (!files) {
-        std::cerr << "the tables read before stay" << std::endl;
+        complain(Severity::kError, "the tables read before stay");
+        mistake_at_ = time_of_day();
+        report_sent(0);
         return;
     }
+    mistake_at_.clear();
     tables_ = outgoing_.take(*files);
     std::cout << "files read again, " << bit_rate_line(tables_) << std::endl;
     if (phase_ == Phase::kIdle && sender_.plays(tables_)) {
         std::cout << "no table has changed" << std::endl;
+        report_sent(0);
         return;
     }
     request_push(Clock::now());
@@ -113,7 +137,7 @@ void ControlProcess::request_push(Clock::time_point when) {
 void ControlProcess::take_step() {
     if (phase_ == Phase::kQueued) {
         phase_ = Phase::kLongQueued;
-        say(address_.waiting_text() + "; waiting for it to leave");
+        say(address_.waiting_text() + "; waiting for it to leave", Severity::kWarning);
         return;
     }
     try {
@@ -121,8 +145,10 @@ void ControlProcess::take_step() {
         phase_ = Phase::kQueued;
         next_step_ = Clock::now() +
                      std::chrono::milliseconds(std::llround(address_.timeout_s * 1000));
+    } catch (const NothingListens& error) {
+        fail(error, Severity::kInformation);  // normal while the host starts
     } catch (const ControlError& error) {
-        fail(error);
+        fail(error, Severity::kError);
     }
 }
 
@@ -132,39 +158,58 @@ void ControlProcess::push() {
         const std::vector<std::string> rejected =
             sender_.make_play(*connection_, tables_);
         for (const std::string& what : rejected) {
-            std::cerr << "kestan rejected the " << what << std::endl;
+            complain(Severity::kError, "kestan rejected the " + what);
         }
         phase_ = Phase::kIdle;
         said_.clear();
-        notify_service_manager(
-            "READY=1\nSTATUS=" +
-            (rejected.empty()
-                 ? "on air, " + bit_rate_line(tables_)
-                 : "kestan rejected " + std::to_string(rejected.size()) + " tables"));
+        sent_at_ = time_of_day();
+        report_sent(rejected.size());
     } catch (const ControlError& error) {
-        fail(error);
+        fail(error, Severity::kError);
     }
     connection_.reset();
 }
 
-void ControlProcess::fail(const ControlError& error) {
-    say(error.what());
+void ControlProcess::fail(const ControlError& error, Severity severity) {
+    say(error.what(), severity);
     phase_ = Phase::kDue;
     next_step_ = Clock::now() + back_off_;
     back_off_ = std::min(2 * back_off_, kLongestBackOff);
 }
 
-void ControlProcess::say(const std::string& reason) {
+void ControlProcess::say(const std::string& reason, Severity severity) {
     if (reason == said_) return;
     said_ = reason;
-    std::cerr << reason << std::endl;
-    const std::string line = reason.substr(0, reason.find('\n'));
-    notify_service_manager("READY=1\nSTATUS=" + line);
+    complain(severity, reason);
+    notify_service_manager("READY=1\nSTATUS=waits for Kestan: " +
+                           reason.substr(0, reason.find('\n')));
+}
+
+void ControlProcess::report_sent(std::size_t rejected) {
+    if (sent_at_.empty()) return;  // the status says what it waits for
+    std::string status = "sent " + std::to_string(table_count(tables_) - rejected) +
+                         " tables at " + sent_at_;
+    if (rejected != 0) {
+        status += ", kestan rejected " + std::to_string(rejected) + ": see its log";
+    }
+    if (!mistake_at_.empty()) {
+        status = "the files of " + mistake_at_ + " have a mistake: what was sent at " +
+                 sent_at_ + " stays";
+    }
+    notify_service_manager("READY=1\nSTATUS=" + status);
+}
+
+void ControlProcess::kick_watchdog() {
+    const auto time = watchdog_time();
+    if (time.count() == 0 || Clock::now() < next_kick_) return;
+    notify_service_manager("WATCHDOG=1");
+    next_kick_ = Clock::now() + time / 3;
 }
 
 int ControlProcess::milliseconds_to_next_step() const {
-    if (!has_next_step()) return -1;
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(next_step_ - Clock::now());
+    if (!has_next_step() && watchdog_time().count() == 0) return -1;
+    Clock::time_point next = has_next_step() ? next_step_ : Clock::time_point::max();
+    if (watchdog_time().count() != 0) next = std::min(next, next_kick_);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }

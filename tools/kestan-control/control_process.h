@@ -63,11 +63,16 @@ private:
 
     // Pushes the tables. REQUIRES: connection_ has its turn or is lost.
     void push();
-    void fail(const ControlError& error);
+    void fail(const ControlError& error, Severity severity);
 
-    // Prints why nothing is sent. Prints the same reason only once until the next
-    // success.
-    void say(const std::string& reason);
+    // Prints why nothing is sent, and makes it the status. Prints the same reason only
+    // once until the next success.
+    void say(const std::string& reason, Severity severity);
+
+    // Tells the service manager what this process knows: Kestan may have ended since.
+    void report_sent(std::size_t rejected);
+
+    void kick_watchdog();
 
     // Does what is due at next_step_.
     void take_step();
@@ -93,6 +98,9 @@ private:
     std::chrono::milliseconds back_off_{};
     Clock::time_point answer_;  // the last or the next push for a start notification
     std::string said_;
+    std::string sent_at_;     // a time of day; empty before the first success
+    std::string mistake_at_;  // empty if the files have no mistake
+    Clock::time_point next_kick_;
 };
 
 #endif

@@ -13,11 +13,13 @@
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
 #include "tools/kestan-control/table_files.h"
 #include "tools/receive/table_import.h"
+#include "tools/service/service_manager.h"
 
 // kestan-control: a control process in one command. Exit status 0 when all was done, 1
 // when something was not (a rejected table, a mistake in a file, no connection), 2 for a
@@ -77,9 +79,14 @@ int check(const Settings& settings) {
 }
 
 void serve(const Settings& settings) {
-    ControlProcess(settings.address, settings.files, settings.check,
-                   settings.raises_versions, settings.clears)
-        .run();
+    try {
+        ControlProcess(settings.address, settings.files, settings.check,
+                       settings.raises_versions, settings.clears)
+            .run();
+    } catch (const std::exception& error) {
+        notify_service_manager(std::string("STATUS=has failed: ") + error.what());
+        throw;
+    }
 }
 
 // Prints what was found. Returns whether every PMT that the capture's PAT announces was
@@ -203,6 +210,11 @@ void add_sending_options(CLI::App& command, Settings& settings) {
                      "receivers read it again");
 }
 
+void add_clearing_option(CLI::App& command, Settings& settings) {
+    command.add_flag("--clear", settings.clears,
+                     "Withdraw all tables of kestan first, also those of other clients");
+}
+
 void add_table_commands(CLI::App& app, Settings& settings) {
     CLI::App* const push_command =
         app.add_subcommand("push",
@@ -220,14 +232,13 @@ void add_table_commands(CLI::App& app, Settings& settings) {
         "Keep the tables in the files on air, and no others: send them now, after each "
         "start of kestan, and after SIGHUP, which reads the files again");
     add_sending_options(*serve_command, settings);
-    serve_command->add_flag("--clear", settings.clears,
-                            "Withdraw all tables of kestan first, also those of other "
-                            "clients");
+    add_clearing_option(*serve_command, settings);
     serve_command->callback([&] { serve(settings); });
 
     CLI::App* const check_command = app.add_subcommand(
         "check", "Say what is wrong with the tables in the files, without kestan");
-    add_table_options(*check_command, settings);
+    add_sending_options(*check_command, settings);
+    add_clearing_option(*check_command, settings);
     check_command->callback([&] { settings.status = check(settings); });
 }
 
@@ -283,7 +294,7 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "kestan-control: " << error.what() << '\n';
+        complain(Severity::kError, std::string("kestan-control: ") + error.what());
         return kFailed;
     }
 }

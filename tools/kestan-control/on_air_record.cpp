@@ -1,9 +1,9 @@
 #include "tools/kestan-control/on_air_record.h"
 
 #include <exception>
-#include <iostream>
 #include <string>
 
+#include "tools/kestan-control/diagnostics.h"
 #include "tools/rules/finding.h"
 
 using nlohmann::json;
@@ -34,8 +34,8 @@ OnAir from_json(const json& from) {
 }
 
 void warn(const std::string& what, const char* effect) {
-    std::cerr << name_of(Severity::kWarning) << ": " << what << ": " << effect
-              << std::endl;
+    complain(Severity::kWarning,
+             std::string(name_of(Severity::kWarning)) + ": " + what + ": " + effect);
 }
 
 }  // namespace

@@ -4,11 +4,14 @@
 #include <iostream>
 #include <string>
 
+#include "tools/kestan-control/check.h"
+#include "tools/kestan-control/diagnostics.h"
+
 namespace {
 
 void warn(const std::string& what, const char* effect) {
-    std::cerr << name_of(Severity::kWarning) << ": " << what << ": " << effect
-              << std::endl;
+    complain(Severity::kWarning,
+             std::string(name_of(Severity::kWarning)) + ": " + what + ": " + effect);
 }
 
 // `raises` is whether the version has been raised.
@@ -47,8 +50,9 @@ OutgoingTables::OutgoingTables(const ControlAddress& address, bool raises)
 Multiplex OutgoingTables::take(const JoinedFiles& files) {
     Multiplex tables = files.tables();
     for (const UnchangedVersion& unchanged : history_.take(tables, raises_)) {
-        std::ostream& to = raises_ ? std::cout : std::cerr;
-        to << files.in_file(finding_of(unchanged, raises_)).line() << std::endl;
+        const FileFinding finding = files.in_file(finding_of(unchanged, raises_));
+        print_findings(raises_ ? std::cout : std::cerr, {finding},
+                       /*with_information=*/true);
     }
     // Saved before the tables are sent, so that a version that was sent is not given
     // again after a restart.

@@ -51,8 +51,9 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
         every_second(complete_until);
     }
     screen_.reset();
-    advance(complete_until);
-    stream_.finish();
+    read_clock();
+    stream_.finish(complete_until, receiver_.lost());
+    service_names_ = service_names(stream_.tables());
     write_files();
     if (plot_) replace_file(options_.plot, plot_->svg(report(), complete_until));
 }

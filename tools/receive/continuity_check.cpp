@@ -15,18 +15,18 @@ bool has_discontinuity_indicator(const std::uint8_t* packet) {
 
 Continuity ContinuityCheck::push(const std::uint8_t* packet) {
     const bool is_repeat = last_ && repeats(packet);
-    const bool is_broken = last_ && !is_repeat && !follows(packet);
+    const bool follows_last = !last_ || follows(packet);
     repeated_ = is_repeat;
     std::copy_n(packet, kTsPacketSize, last_.emplace().begin());
-    if (is_broken) return Continuity::broken;
-    return is_repeat ? Continuity::repeat : Continuity::in_order;
+    if (is_repeat) return Continuity::repeat;
+    if (follows_last) return Continuity::in_order;
+    return has_discontinuity_indicator(packet) ? Continuity::excused : Continuity::broken;
 }
 
 bool ContinuityCheck::follows(const std::uint8_t* packet) const {
     const int step = has_payload(packet) ? 1 : 0;
     const int expected = (continuity_counter_of(last_->data()) + step) & kContinuityMask;
-    return continuity_counter_of(packet) == expected ||
-           has_discontinuity_indicator(packet);
+    return continuity_counter_of(packet) == expected;
 }
 
 bool ContinuityCheck::repeats(const std::uint8_t* packet) const {

@@ -10,8 +10,9 @@
 // How a packet continues its PID's stream.
 enum class Continuity : std::uint8_t {
     in_order,
-    repeat,  // an exact repeat of the packet before: it carries nothing new
-    broken,  // at least one packet is missing or in the wrong place
+    repeat,   // an exact repeat of the packet before: it carries nothing new
+    excused,  // packets can be missing, which a discontinuity_indicator allows
+    broken,   // at least one packet is missing or in the wrong place
 };
 
 // Checks the continuity_counter of one PID's packets (ISO/IEC 13818-1, 2.4.3.3): plus one

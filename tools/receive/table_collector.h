@@ -3,25 +3,22 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <optional>
+#include <utility>
 
-#include "dvb/libdvbpsi.h"
-#include "dvb/ts_packet.h"
 #include "tools/model/multiplex.h"
+#include "tools/receive/section_set.h"
 
-// Finds the PAT, the CAT, the SDT actual and the PMTs in a transport stream with
-// libdvbpsi's decoders. A table counts as found when all sections of its version have
-// come. Packets of other PIDs are skipped. One thread.
+// Finds the PAT, the CAT, the SDT actual and the PMTs among the sections of a transport
+// stream. A table counts as found when all sections of its version have come. One thread.
 class TableCollector {
 public:
-    TableCollector();
-    ~TableCollector();
-    TableCollector(const TableCollector&) = delete;
-    TableCollector& operator=(const TableCollector&) = delete;
+    // Takes the next section of `pid`. Skips those that are not valid and those of other
+    // tables.
+    void push(std::uint16_t pid, const Section& section);
 
-    // Takes the stream's next packet, kTsPacketSize bytes.
-    void push(const std::uint8_t* packet);
+    // Returns whether these tables can come on the PID: for PMTs, the PAT says so.
+    [[nodiscard]] bool follows(std::uint16_t pid) const;
 
     // Returns the last PAT so far.
     [[nodiscard]] const std::optional<orvel::thrift::dvb_tables::PAT>& pat() const {
@@ -33,25 +30,18 @@ public:
     [[nodiscard]] Multiplex tables() const;
 
 private:
-    struct PmtDecoder;
-
-    void on_pat(dvbpsi_pat_t* new_pat);
-    static void on_sdt_subtable(dvbpsi_t* handle, std::uint8_t table_id,
-                                std::uint16_t extension, void* self);
-
-    template <auto Detach>
-    struct DecoderDeleter {
-        void operator()(dvbpsi_t* handle) const noexcept {
-            if (dvbpsi_decoder_present(handle)) Detach(handle);
-            dvbpsi_delete(handle);
-        }
+    struct Pmt {
+        SectionSet sections;
+        std::optional<orvel::thrift::dvb_tables::PMT> table;
     };
 
-    Multiplex found_;
-    std::unique_ptr<dvbpsi_t, DecoderDeleter<dvbpsi_pat_detach>> pat_decoder_;
-    std::unique_ptr<dvbpsi_t, DecoderDeleter<dvbpsi_cat_detach>> cat_decoder_;
-    std::unique_ptr<dvbpsi_t, DecoderDeleter<dvbpsi_DetachDemux>> sdt_decoder_;
-    std::multimap<std::uint16_t, std::unique_ptr<PmtDecoder>> pmt_decoders_;  // by PID
+    void follow_pat();
+
+    Multiplex found_;  // but for its PMTs
+    SectionSet pat_;
+    SectionSet cat_;
+    std::map<std::uint16_t, SectionSet> sdts_;  // by transport_stream_id
+    std::map<std::pair<std::uint16_t, std::uint16_t>, Pmt> pmts_;  // by PID, service_id
 };
 
 #endif

@@ -23,3 +23,8 @@ void notify_service_manager(const std::string& state) {
            reinterpret_cast<const sockaddr*>(&address), size);
     close(fd);
 }
+
+std::chrono::microseconds watchdog_time() {
+    const char* const time = std::getenv("WATCHDOG_USEC");
+    return std::chrono::microseconds(time == nullptr ? 0 : std::atoll(time));
+}

@@ -3,18 +3,9 @@
 #include "dvb/psi_si.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/json/dvb_text.h"
-#include "tools/receive/section_feed.h"
+#include "tools/receive/table_collector.h"
 
 namespace {
-
-constexpr std::uint8_t kServiceDescriptorTag = 0x48;
-
-void push(SectionFeed& feed, std::uint16_t pid, const TableRecord& table) {
-    for (const auto& [number, section] : table.contents()) {
-        feed.push(pid, reinterpret_cast<const std::uint8_t*>(section.data()),
-                  section.size());
-    }
-}
 
 // Removes the control codes of DVB, U+E080 to U+E09F.
 std::string without_controls(const std::string& text) {
@@ -28,13 +19,11 @@ std::string without_controls(const std::string& text) {
 }
 
 std::string name_of(const orvel::thrift::dvb_tables::Descriptor& service) {
-    const SplitDescriptor split =
-        split_descriptor(*form_of_tag(kServiceDescriptorTag), service.data);
-    if (!split.overrun.empty()) return "";
-    const std::string field(split.entries[0].back().bytes);
-    if (const auto text = decode_dvb_text(field)) return without_controls(text->text);
+    const auto field = service_name_field(service);
+    if (!field) return "";
+    if (const auto text = decode_dvb_text(*field)) return without_controls(text->text);
     std::string ascii;  // of another coding, what all have in common
-    for (const char byte : field) {
+    for (const char byte : *field) {
         if (byte >= ' ' && byte < 0x7F) ascii += byte;
     }
     return ascii;
@@ -42,20 +31,13 @@ std::string name_of(const orvel::thrift::dvb_tables::Descriptor& service) {
 
 }  // namespace
 
-std::optional<orvel::thrift::dvb_tables::PAT> decode_pat(const TableRecord& table) {
-    if (!table.is_complete()) return std::nullopt;
+Multiplex carried_tables(const std::map<std::uint16_t, PidRecord>& pids) {
     TableCollector collector;
-    SectionFeed feed(collector);
-    push(feed, kPatPid, table);
-    return collector.pat();
-}
-
-Multiplex decode_tables(const std::map<std::uint16_t, PidRecord>& pids) {
-    TableCollector collector;
-    SectionFeed feed(collector);
     for (const auto& [number, pid] : pids) {  // the PAT first
         for (const auto& [key, table] : pid.tables) {
-            if (table.is_complete()) push(feed, number, table);
+            if (!table.is_complete()) continue;
+            for (const Section& section : table.contents().sections())
+                collector.push(number, section);
         }
     }
     return collector.tables();
@@ -66,7 +48,7 @@ std::map<std::uint16_t, std::string> service_names(const Multiplex& tables) {
     if (!tables.sdt) return names;
     for (const auto& service : tables.sdt->services) {
         for (const auto& descriptor : service.descriptors) {
-            if (descriptor.tag == kServiceDescriptorTag)
+            if (descriptor.tag == kServiceTag)
                 names[static_cast<std::uint16_t>(service.service_id)] =
                     name_of(descriptor);
         }

@@ -8,13 +8,9 @@
 #include "tools/kestan-monitor/measure/pid_record.h"
 #include "tools/model/multiplex.h"
 
-// Returns the PAT in force from `table`, or nullopt if it is not complete.
-[[nodiscard]] std::optional<orvel::thrift::dvb_tables::PAT> decode_pat(
-    const TableRecord& table);
-
 // Returns the last complete tables on `pids`. Leaves out PMTs that the PAT does not
 // announce.
-[[nodiscard]] Multiplex decode_tables(const std::map<std::uint16_t, PidRecord>& pids);
+[[nodiscard]] Multiplex carried_tables(const std::map<std::uint16_t, PidRecord>& pids);
 
 // Returns the names in the service descriptors (ETSI EN 300 468, 6.2.33) of `tables`'
 // SDT, by service_id, without control characters.

@@ -42,7 +42,8 @@ void ConsistencyCheck::replace(const Multiplex& tables, std::int64_t now) {
 
 void ConsistencyCheck::advance(std::int64_t now) {
     for (auto& [fault, contradiction] : contradictions_) {
-        if (now - contradiction.since <= *table_info(TableKind::kSdt).repetition_limit_ns) continue;
+        if (now - contradiction.since <= *table_info(TableKind::kSdt).repetition_limit_ns)
+            continue;
         if (!std::exchange(contradiction.is_logged, true))
             faults_.add(fault, contradiction.since);
     }

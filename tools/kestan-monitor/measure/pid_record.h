@@ -8,7 +8,7 @@
 
 #include "tools/kestan-monitor/measure/table_record.h"
 #include "tools/receive/continuity_check.h"
-#include "tools/receive/section_collector.h"
+#include "tools/receive/section_assembler.h"
 
 // The record of one PID: what came on it.
 struct PidRecord {
@@ -25,8 +25,7 @@ struct PidRecord {
     bool has_to_carry_tables = false;
 
     ContinuityCheck continuity;
-    std::unique_ptr<SectionCollector> collector;  // null if it carries no tables
-    std::int64_t section_start = 0;               // of the section being collected
+    std::unique_ptr<SectionAssembler> assembler;  // null if it carries no tables
 
     // The time since which the PID has carried PMTs without an announcement in the PAT.
     std::optional<std::int64_t> unannounced_since;

@@ -5,6 +5,7 @@
 
 #include "dvb/psi_si.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
+#include "tools/receive/table_decoder.h"
 
 namespace {
 
@@ -14,6 +15,9 @@ constexpr std::uint8_t kScramblingControl = 0xC0;  // in byte 3
 // How long a PID may carry a PMT before the PAT announces it, or after the PAT has
 // stopped announcing it (ETSI TR 101 290, 3.4).
 constexpr std::int64_t kUnannouncedLimitNs = 500 * kNsPerMs;
+
+// A PAT of many sections that changes all the time would take all of a processor.
+constexpr std::int64_t kLeastFollowIntervalNs = kNsPerSecond;
 
 // Memory stays bounded when a stream has PMTs of any service_id.
 constexpr std::size_t kMaxUnannouncedTables = 1000;
@@ -37,14 +41,14 @@ std::optional<TableKind> kind_of(std::uint16_t pid, std::uint8_t table_id) {
     return std::nullopt;
 }
 
-// Returns whether the section belongs to such a table and is in force.
-bool refreshes(TableKind kind, const dvbpsi_psi_section_t& section) {
-    const bool is_long = section.b_syntax_indicator;
-    const std::ptrdiff_t size = section.p_payload_end - section.p_payload_start;
-    if (kind == TableKind::kTdt) return !is_long && size == std::ptrdiff_t{kUtcTimeSize};
+// Returns whether the section belongs to such a table and is in force. REQUIRES: it is
+// valid.
+bool refreshes(TableKind kind, const Section& section) {
+    if (kind == TableKind::kTdt)
+        return !section.is_long() && section.body_size() == kUtcTimeSize;
+    if (!section.is_long() || !section.is_current()) return false;
     // A PMT has one section (ISO/IEC 13818-1, 2.4.4.9).
-    const bool is_single = kind != TableKind::kPmt || section.i_last_number == 0;
-    return is_long && is_single && size >= 0 && section.b_current_next;
+    return kind != TableKind::kPmt || section.last_number() == 0;
 }
 
 // Returns whether a PMT seems to start at the first byte of the payload: pointer_field 0,
@@ -63,15 +67,14 @@ bool is_scrambled(const std::uint8_t* packet) {
 
 StreamStatistics::StreamStatistics(std::int64_t start)
     : now_(start), last_arrival_(start) {
-    for (const TableInfo& info : kTables) {
-        if (!info.pid) continue;
-        PidRecord& on = pid(*info.pid);
-        on.has_to_carry_tables = true;
-        collect_tables(on);
+    for (std::size_t i = 0; i < kTables.size(); ++i) {
+        const TableInfo& table = kTables.at(i);
+        if (!table.pid) continue;
+        PidRecord& pid = record_of(*table.pid);
+        pid.has_to_carry_tables = true;
+        assemble_sections(pid);
+        if (table.repetition_limit_ns) find_or_add(pid, {static_cast<TableKind>(i)});
     }
-    table(pid(kPatPid), {TableKind::kPat});
-    table(pid(kSdtPid), {TableKind::kSdt});
-    table(pid(kTdtPid), {TableKind::kTdt});
 }
 
 void StreamStatistics::set_civil_clock(std::int64_t civil_minus_steady,
@@ -87,27 +90,29 @@ void StreamStatistics::begin(std::int64_t now) {
     }
 }
 
-PidRecord& StreamStatistics::pid(std::uint16_t number) {
-    return pids_.try_emplace(number, number).first->second;
+PidRecord& StreamStatistics::record_of(std::uint16_t pid) {
+    return pids_.try_emplace(pid, pid).first->second;
 }
 
-void StreamStatistics::collect_tables(PidRecord& on) {
-    if (on.collector) return;
-    on.collector = std::make_unique<SectionCollector>(
-        [this, &on](const dvbpsi_psi_section_t& section) { on_section(on, section); });
+void StreamStatistics::assemble_sections(PidRecord& pid) {
+    if (pid.assembler) return;
+    pid.assembler = std::make_unique<SectionAssembler>(
+        [this, &pid](const Section& section, std::int64_t begun) {
+            on_section(pid, section, begun);
+        });
 }
 
 // Returns null if the table is a new PMT that is not announced and kMaxUnannouncedTables
 // of those are kept already.
-TableRecord* StreamStatistics::table(PidRecord& on, const TableKey& key) {
-    const auto found = on.tables.find(key);
-    if (found != on.tables.end()) return &found->second;
+TableRecord* StreamStatistics::find_or_add(PidRecord& pid, const TableKey& key) {
+    const auto found = pid.tables.find(key);
+    if (found != pid.tables.end()) return &found->second;
     if (key.kind == TableKind::kPmt &&
-        announced_.count({on.number, key.service_id}) == 0 &&
+        announced_.count({pid.number, key.service_id}) == 0 &&
         ++unannounced_tables_ > kMaxUnannouncedTables) {
         return nullptr;
     }
-    return &on.tables.try_emplace(key, on.number, key, faults_).first->second;
+    return &pid.tables.try_emplace(key, pid.number, key, faults_).first->second;
 }
 
 std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
@@ -149,7 +154,8 @@ std::int64_t StreamStatistics::longest_silence() const {
 
 void StreamStatistics::check_silence(std::int64_t now) {
     const std::int64_t silence = now - last_arrival_;
-    if (silence <= *table_info(TableKind::kPat).repetition_limit_ns) return;  // the least one
+    if (silence <= *table_info(TableKind::kPat).repetition_limit_ns)
+        return;  // the least one
     const std::int64_t limit = longest_silence();
     if (silence <= limit) return;
     const Fault fault{FaultKind::silence};
@@ -160,21 +166,28 @@ void StreamStatistics::check_silence(std::int64_t now) {
 
 void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
     now_ = std::max(now_, now);
-    if (lost > lost_)
-        faults_.add({FaultKind::lost}, now_, 0, lost - std::exchange(lost_, lost));
+    if (lost > lost_) {
+        faults_.add({FaultKind::lost}, now_, 0, lost - lost_);
+        lost_ = lost;
+    }
     if (!start_) return;
     check_silence(now_);
+    follow_pat();
     for (auto& [number, pid] : pids_) {
-        for (auto& [key, table] : pid.tables) table.advance(now_);
+        for (auto& [key, table] : pid.tables) {
+            if (key.kind != TableKind::kPmt || !pat_changed_) table.advance(now_);
+        }
     }
     if (std::exchange(has_new_tables_, false)) {
-        tables_ = decode_tables(pids_);
+        tables_ = carried_tables(pids_);
         consistency_.replace(tables_, now_);
     }
     consistency_.advance(now_);
 }
 
-void StreamStatistics::finish() {
+void StreamStatistics::finish(std::int64_t now, std::uint64_t lost) {
+    pat_followed_.reset();
+    advance(now, lost);
     if (!start_) faults_.add({FaultKind::reception}, now_);
 }
 
@@ -183,95 +196,94 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
         faults_.add({FaultKind::sync_byte}, now_);
         return;
     }
-    const auto number = pid_of(packet);
-    PidRecord& on = pid(number);
-    ++on.packets;
+    PidRecord& pid = record_of(pid_of(packet));
+    ++pid.packets;
     const bool has_error = (packet[1] & kTransportError) != 0;
-    if (has_error) faults_.add(on.fault(FaultKind::transport_error), now_);
-    if (number == kNullPid) return;
-    const Continuity continuity = on.continuity.push(packet);
+    if (has_error) faults_.add(pid.fault(FaultKind::transport_error), now_);
+    if (pid.number == kNullPid) return;
+    const Continuity continuity = pid.continuity.push(packet);
     if (continuity == Continuity::broken)
-        faults_.add(on.fault(FaultKind::continuity), now_);
-    if (continuity == Continuity::repeat || has_error) return;
-    if (is_scrambled(packet)) {
-        if (on.has_to_carry_tables) faults_.add(on.fault(FaultKind::scrambled), now_);
+        faults_.add(pid.fault(FaultKind::continuity), now_);
+    if (continuity == Continuity::repeat) return;
+    if (has_error || is_scrambled(packet)) {
+        if (!has_error && pid.has_to_carry_tables)
+            faults_.add(pid.fault(FaultKind::scrambled), now_);
+        if (pid.assembler) pid.assembler->discard();
         return;
     }
-    if (!on.collector && looks_like_pmt(packet)) collect_tables(on);
-    if (on.collector) push_to_collector(on, packet);
+    if (looks_like_pmt(packet)) assemble_sections(pid);
+    if (pid.assembler) pid.assembler->push(packet, continuity, now_);
 }
 
-void StreamStatistics::push_to_collector(PidRecord& on, const std::uint8_t* packet) {
-    const bool has_remainder = on.collector->is_collecting() && packet[4] != 0;
-    if (starts_section(packet) && !has_remainder) on.section_start = now_;
-    const std::uint64_t before = on.collector->crc_errors();
-    on.collector->push(packet);
-    const std::uint64_t wrong = on.collector->crc_errors() - before;
-    if (wrong > 0 && on.has_to_carry_tables)
-        faults_.add(on.fault(FaultKind::crc), now_, 0, wrong);
-}
-
-void StreamStatistics::on_section(PidRecord& on, const dvbpsi_psi_section_t& section) {
-    // The section that follows in this packet begins now.
-    const std::int64_t start = std::exchange(on.section_start, now_);
-    if (!may_carry(on.number, section.i_table_id)) {
-        faults_.add(on.fault(FaultKind::table_id), now_);
+void StreamStatistics::on_section(PidRecord& pid, const Section& section,
+                                  std::int64_t begun) {
+    if (!section.is_valid()) {
+        if (pid.has_to_carry_tables) faults_.add(pid.fault(FaultKind::crc), now_);
         return;
     }
-    const std::optional<TableKind> kind = kind_of(on.number, section.i_table_id);
+    if (!may_carry(pid.number, section.table_id())) {
+        faults_.add(pid.fault(FaultKind::table_id), now_);
+        return;
+    }
+    const std::optional<TableKind> kind = kind_of(pid.number, section.table_id());
     if (!kind || !refreshes(*kind, section)) return;
 
     const bool is_pmt = *kind == TableKind::kPmt;
-    if (is_pmt) check_announcement(on);
-    const TableKey key{*kind, is_pmt ? section.i_extension : std::uint16_t{0}};
-    TableRecord* const of = table(on, key);
-    if (of == nullptr) return;
-    const TableRecord::Arrival arrival = of->add(section, start, now_);
-    const bool is_stray = is_pmt && !of->is_announced();
+    if (is_pmt) check_announcement(pid);
+    const TableKey key{*kind, is_pmt ? section.extension() : std::uint16_t{0}};
+    TableRecord* const table = find_or_add(pid, key);
+    if (table == nullptr) return;
+    const TableRecord::Arrival arrival = table->add(section, begun, now_);
+    const bool is_stray = is_pmt && !table->is_announced();
     if (arrival.interval && on_interval_ && !is_stray)
-        on_interval_(on.number, key, now_, *arrival.interval);
+        on_interval_(pid.number, key, now_, *arrival.interval);
     if (arrival.is_changed) has_new_tables_ = true;
-    if (*kind == TableKind::kTdt) tdt_check_.add(of->fault({}), *of->utc(), now_);
+    if (*kind == TableKind::kTdt) tdt_check_.add(table->fault({}), *table->utc(), now_);
     if (*kind != TableKind::kPat) return;
-    pat_alternation_.add(of->fault(FaultKind::pat_alternates), section.i_extension,
-                         section.i_version, now_);
-    if (arrival.is_changed) follow_pat();
+    pat_alternation_.add(table->fault(FaultKind::pat_alternates), section.extension(),
+                         section.version(), now_);
+    if (arrival.is_changed && table->is_complete()) pat_changed_ = now_;
+    follow_pat();
 }
 
 // Called when a PMT has come on the PID.
-void StreamStatistics::check_announcement(PidRecord& on) {
+void StreamStatistics::check_announcement(PidRecord& pid) {
     const bool has_pat = pids_.at(kPatPid).tables.at({TableKind::kPat}).is_complete();
-    if (on.has_to_carry_tables || !has_pat) {
-        on.unannounced_since.reset();
+    if (pid.has_to_carry_tables || !has_pat) {
+        pid.unannounced_since.reset();
         return;
     }
-    if (!on.unannounced_since) on.unannounced_since = now_;
-    if (now_ - *on.unannounced_since <= kUnannouncedLimitNs) return;
-    faults_.add(on.fault(FaultKind::unannounced_pmt), now_);
+    if (!pid.unannounced_since) pid.unannounced_since = now_;
+    if (pat_changed_ || now_ - *pid.unannounced_since <= kUnannouncedLimitNs) return;
+    faults_.add(pid.fault(FaultKind::unannounced_pmt), now_);
 }
 
-// Expects the PMTs of the PAT in force, and no others.
+// If the PAT in force has changed, expects the PMTs that it announces, and no others.
 void StreamStatistics::follow_pat() {
-    const auto pat = decode_pat(pids_.at(kPatPid).tables.at({TableKind::kPat}));
+    if (!pat_changed_) return;
+    if (pat_followed_ && now_ - *pat_followed_ < kLeastFollowIntervalNs) return;
+    const auto pat =
+        decode_pat(pids_.at(kPatPid).tables.at({TableKind::kPat}).contents());
     if (!pat) return;
+    pat_followed_ = now_;
     announced_.clear();
     for (const auto& program : pat->programs) {
         if (program.program_number == 0) continue;  // gives the network PID
         announced_.emplace(static_cast<std::uint16_t>(program.pid),
                            static_cast<std::uint16_t>(program.program_number));
     }
-    withdraw_unannounced();
+    withdraw_unannounced(*std::exchange(pat_changed_, std::nullopt));
     for (const auto& [number, service_id] : announced_) {
-        PidRecord& on = pid(number);
-        on.has_to_carry_tables = true;
-        collect_tables(on);
-        TableRecord& pmt = *table(on, {TableKind::kPmt, service_id});
+        PidRecord& pid = record_of(number);
+        pid.has_to_carry_tables = true;
+        assemble_sections(pid);
+        TableRecord& pmt = *find_or_add(pid, {TableKind::kPmt, service_id});
         if (!pmt.is_announced()) pmt.expect(now_);
     }
 }
 
 // The report keeps tables that have come, up to kMaxUnannouncedTables.
-void StreamStatistics::withdraw_unannounced() {
+void StreamStatistics::withdraw_unannounced(std::int64_t since) {
     unannounced_tables_ = 0;
     for (auto& [number, pid] : pids_) {
         if (table_on(number) == nullptr) pid.has_to_carry_tables = false;
@@ -283,7 +295,7 @@ void StreamStatistics::withdraw_unannounced() {
                 ++at;
                 continue;
             }
-            if (table.is_announced()) table.withdraw(now_);
+            if (table.is_announced()) table.withdraw(since);
             const bool is_kept =
                 table.sections() > 0 && ++unannounced_tables_ <= kMaxUnannouncedTables;
             at = is_kept ? std::next(at) : pid.tables.erase(at);

@@ -21,10 +21,13 @@
 // what is wrong with it.
 //
 // It follows PAT, CAT, SDT actual and TDT on their PIDs, and PMTs on the PIDs that the
-// PAT announces and on others that seem to carry PMTs. Only a whole section that is in
-// force and has a right CRC_32 refreshes a table. From the first datagram on, PAT, SDT
-// and TDT are expected; a service's PMT is expected once the PAT announces it. On other
-// PIDs, only the packets and their continuity errors are counted.
+// PAT announces and on others that seem to carry PMTs. Only a valid section that is in
+// force refreshes a table. From the first datagram on, PAT, SDT and TDT are expected; a
+// service's PMT is expected once the PAT announces it. On other PIDs, only the packets
+// and their continuity errors are counted.
+//
+// A PAT that has changed is followed at once, but once a second at most. Until then, a
+// PMT that does not come or is not announced is no fault.
 //
 // Times are nanoseconds of the steady clock; a datagram with an earlier time than its
 // predecessor gets the time of the predecessor. The class reads no clock and no socket.
@@ -59,8 +62,8 @@ public:
     // datagrams up to `now` have been pushed.
     void advance(std::int64_t now, std::uint64_t lost);
 
-    // Ends the run. REQUIRES: advance() has been called with its end.
-    void finish();
+    // Advances the time to the end of the run, in the same way.
+    void finish(std::int64_t now, std::uint64_t lost);
 
     [[nodiscard]] const FaultLog& faults() const { return faults_; }
     [[nodiscard]] const std::map<std::uint16_t, PidRecord>& pids() const { return pids_; }
@@ -84,15 +87,14 @@ private:
     void begin(std::int64_t now);
     [[nodiscard]] std::int64_t longest_silence() const;
     void check_silence(std::int64_t now);
-    PidRecord& pid(std::uint16_t number);
-    void collect_tables(PidRecord& on);
-    TableRecord* table(PidRecord& on, const TableKey& key);
+    PidRecord& record_of(std::uint16_t pid);
+    void assemble_sections(PidRecord& pid);
+    TableRecord* find_or_add(PidRecord& pid, const TableKey& key);
     void push_packet(const std::uint8_t* packet);
-    void push_to_collector(PidRecord& on, const std::uint8_t* packet);
-    void on_section(PidRecord& on, const dvbpsi_psi_section_t& section);
-    void check_announcement(PidRecord& on);
+    void on_section(PidRecord& pid, const Section& section, std::int64_t begun);
+    void check_announcement(PidRecord& pid);
     void follow_pat();
-    void withdraw_unannounced();
+    void withdraw_unannounced(std::int64_t since);
 
     std::optional<std::int64_t> start_;  // the first datagram
     std::int64_t now_;
@@ -114,6 +116,8 @@ private:
     OnInterval on_interval_;
     std::map<std::uint16_t, PidRecord> pids_;
     std::set<std::pair<std::uint16_t, std::uint16_t>> announced_;  // PIDs, service_ids
+    std::optional<std::int64_t> pat_followed_;                     // when
+    std::optional<std::int64_t> pat_changed_;  // when, and it has not been followed since
 };
 
 #endif

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "dvb/psi_si.h"
-#include "dvb/section_limits.h"
 
 namespace {
 
@@ -24,22 +23,25 @@ TableRecord::TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& fault
     : pid_(pid),
       key_(key),
       faults_(faults),
-      repetition_(table_info(key.kind).repetition_limit_ns, [this](const Repetition::Overdue& overdue) {
-          const Fault found =
-              fault(overdue.has_come ? FaultKind::repetition : FaultKind::absence);
-          if (overdue.is_new) faults_.add(found, overdue.limit_passed, overdue.wait);
-          faults_.extend(found, overdue.wait);
-      }) {}
+      repetition_(table_info(key.kind).repetition_limit_ns,
+                  [this](const Repetition::Overdue& overdue) {
+                      const Fault found = fault(overdue.has_come ? FaultKind::repetition
+                                                                 : FaultKind::absence);
+                      if (overdue.is_new)
+                          faults_.add(found, overdue.limit_passed, overdue.wait);
+                      faults_.extend(found, overdue.wait);
+                  }) {}
 
-TableRecord::Arrival TableRecord::add(const dvbpsi_psi_section_t& section,
-                                      std::int64_t start, std::int64_t end) {
+TableRecord::Arrival TableRecord::add(const Section& section, std::int64_t start,
+                                      std::int64_t end) {
     ++sections_;
     check_gap(start, end);
     Arrival arrival;
-    arrival.interval = repetition_.add(section.i_number, section.i_last_number, end);
     if (key_.kind == TableKind::kTdt) {
-        utc_ = utc_seconds(section.p_payload_start);
+        arrival.interval = repetition_.add(0, 0, end);
+        utc_ = utc_seconds(section.body());
     } else {
+        arrival.interval = repetition_.add(section.number(), section.last_number(), end);
         arrival.is_changed = keep(section, end);
     }
     return arrival;
@@ -53,19 +55,9 @@ void TableRecord::check_gap(std::int64_t start, std::int64_t end) {
 }
 
 // Keeps the section. Returns whether it differs from the one that was kept.
-bool TableRecord::keep(const dvbpsi_psi_section_t& section, std::int64_t now) {
-    if (section.i_number > section.i_last_number) return false;
-    const bool is_new_version =
-        std::exchange(version_, section.i_version) != section.i_version;
-    if (is_new_version) contents_.clear();
-    last_number_ = section.i_last_number;
-    contents_.erase(contents_.upper_bound(last_number_), contents_.end());
-    const auto* const bytes = reinterpret_cast<const char*>(section.p_data);
-    const auto size =
-        static_cast<std::size_t>(section.p_payload_end - section.p_data) + kCrc32Size;
-    std::string& kept = contents_[section.i_number];
-    if (kept.compare(0, std::string::npos, bytes, size) == 0) return false;
-    if (!kept.empty()) faults_.add(fault(FaultKind::version), now);
-    kept.assign(bytes, size);
-    return true;
+bool TableRecord::keep(const Section& section, std::int64_t now) {
+    const SectionSet::Change change = contents_.add(section);
+    if (change == SectionSet::Change::replaced)
+        faults_.add(fault(FaultKind::version), now);
+    return change != SectionSet::Change::none;
 }

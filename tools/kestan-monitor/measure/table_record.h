@@ -2,14 +2,12 @@
 #define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_TABLE_RECORD_H
 
 #include <cstdint>
-#include <map>
 #include <optional>
-#include <string>
 
-#include "dvb/libdvbpsi.h"
 #include "tools/kestan-monitor/measure/fault_log.h"
 #include "tools/kestan-monitor/measure/repetition.h"
 #include "tools/kestan-monitor/measure/table_key.h"
+#include "tools/receive/section_set.h"
 
 // The record of one table: its sections, their intervals and their faults.
 //
@@ -31,12 +29,13 @@ public:
     };
 
     // Takes a section whose first byte came at `start` and whose last byte at `end`.
-    // REQUIRES: it is whole and in force, and its CRC_32 is right.
-    Arrival add(const dvbpsi_psi_section_t& section, std::int64_t start,
-                std::int64_t end);
+    // REQUIRES: it is valid and in force.
+    Arrival add(const Section& section, std::int64_t start, std::int64_t end);
 
     [[nodiscard]] std::uint64_t sections() const { return sections_; }
-    [[nodiscard]] std::optional<std::uint8_t> version() const { return version_; }
+    [[nodiscard]] std::optional<std::uint8_t> version() const {
+        return contents_.version();
+    }
     [[nodiscard]] const Repetition& repetition() const { return repetition_; }
 
     // Returns whether the PAT announces the PMT at present. REQUIRES: the table is a PMT.
@@ -45,30 +44,22 @@ public:
     // Returns the last time of a TDT in seconds since 1970.
     [[nodiscard]] std::optional<std::int64_t> utc() const { return utc_; }
 
-    // Returns the bytes of each section, by section_number.
-    [[nodiscard]] const std::map<std::uint8_t, std::string>& contents() const {
-        return contents_;
-    }
-
-    // Returns whether all sections of the version have come.
-    [[nodiscard]] bool is_complete() const {
-        return sections_ > 0 && contents_.size() == std::size_t{last_number_} + 1;
-    }
+    // Returns the sections of the last version; none of a TDT.
+    [[nodiscard]] const SectionSet& contents() const { return contents_; }
+    [[nodiscard]] bool is_complete() const { return contents_.is_complete(); }
 
     [[nodiscard]] Fault fault(FaultKind kind) const { return {kind, pid_, key_}; }
 
 private:
     void check_gap(std::int64_t start, std::int64_t end);
-    bool keep(const dvbpsi_psi_section_t& section, std::int64_t now);
+    bool keep(const Section& section, std::int64_t now);
 
     std::uint16_t pid_;
     TableKey key_;
     FaultLog& faults_;
     Repetition repetition_;
     std::uint64_t sections_ = 0;
-    std::optional<std::uint8_t> version_;
-    std::uint8_t last_number_ = 0;
-    std::map<std::uint8_t, std::string> contents_;
+    SectionSet contents_;
     std::optional<std::int64_t> utc_;
     std::optional<std::int64_t> last_end_;  // of a section
 };

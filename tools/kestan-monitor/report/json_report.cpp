@@ -34,7 +34,8 @@ ordered_json table_json(const Report& report, const TableKey& key,
         report.stream.faults().count(table.fault(FaultKind::version));
     json["repetition_ms"] = spread_json(table.repetition().intervals(), kNsPerMs);
     json["longest_ms"] = to_ms(table.repetition().longest());
-    if (const auto limit = table_info(key.kind).repetition_limit_ns) json["limit_ms"] = to_ms(*limit);
+    if (const auto limit = table_info(key.kind).repetition_limit_ns)
+        json["limit_ms"] = to_ms(*limit);
     json["jitter_ms"] = spread_json(table.repetition().jitter(), kNsPerMs);
     return json;
 }

@@ -172,7 +172,8 @@ private:
         const bool has_name =
             table.kind == TableKind::kPmt && name != report_.service_names.end();
         std::string first = pid_text(pid) + ' ' + table_info(table.kind).name;
-        if (table.kind == TableKind::kPmt) first += ' ' + std::to_string(table.service_id);
+        if (table.kind == TableKind::kPmt)
+            first += ' ' + std::to_string(table.service_id);
         const bool has_room = height >= 36;
         if (has_name && !has_room) first += ' ' + name->second;
         svg_.text("", kMargin, y_ + (has_room ? 16 : 17), cut(first, kNameColumns));
