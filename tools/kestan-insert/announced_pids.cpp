@@ -79,9 +79,10 @@ void read_pmt(Part body, const OnPid& on_pid) {
 
 }  // namespace
 
-void PatRecord::push(const Section& section) {
-    if (!is_in_force(section, kPatTableId)) return;
-    if (version_ != section.version()) *this = {};
+bool PatRecord::push(const Section& section) {
+    if (!is_in_force(section, kPatTableId)) return false;
+    const bool is_new = version_ != section.version();
+    if (is_new) *this = {};
     version_ = section.version();
     std::memcpy(&crcs_[section.number()].emplace(),
                 section.begin() + section.size() - kCrc32Size, kCrc32Size);
@@ -91,6 +92,7 @@ void PatRecord::push(const Section& section) {
         const std::uint16_t pid = pid_at(program + 2);
         if (!announces_network && is_stream_pid(pid)) pmt_pids_.set(pid);
     }
+    return is_new;
 }
 
 bool PatRecord::contradicts(const PatRecord& other) const {
