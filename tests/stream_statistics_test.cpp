@@ -12,7 +12,8 @@
 #include "tables/section_packetizer.h"
 #include "tools/json/number_text.h"
 #include "tools/kestan-monitor/measure/repetition.h"
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/report/fault_text.h"
+#include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
@@ -64,7 +65,7 @@ struct Stream {
         for (const auto& [fault, record] : statistics.faults().records()) {
             if (on != nullptr && fault.pid != on->pid) continue;
             const std::string check = check_name(fault.kind);
-            const bool lasts = fault.kind == FaultKind::silence || check == "repetition";
+            const bool lasts = fault.kind == FaultKind::kSilence || check == "repetition";
             checks[check] = lasts ? 1 : checks[check] + static_cast<int>(record.count);
         }
         return checks;

@@ -96,14 +96,14 @@ bool Inserter::is_repeat(const std::uint8_t* packet) {
     TablePid& pid = table_pids_[pid_of(packet)];
     const std::uint8_t counter = continuity_counter_of(packet);
     const Continuity continuity = pid.continuity.push(packet);
-    if (continuity == Continuity::broken) {
+    if (continuity == Continuity::kBroken) {
         const unsigned missing =
             (16U + counter - next_counter(*pid.counter, packet)) & kContinuityMask;
         record_.lost += missing;
         record_.pids[pid_of(packet)].lost += missing;
     }
     pid.counter = counter;
-    return continuity == Continuity::repeat;
+    return continuity == Continuity::kRepeat;
 }
 
 // Returns whether packets of TABLES may be inserted on the PID. Counts one that may not.

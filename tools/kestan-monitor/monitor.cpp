@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <limits>
 
-#include "dvb/nanoseconds.h"
+#include "dvb/civil_clock.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
-#include "tools/kestan-monitor/measure/host_clock.h"
 #include "tools/kestan-monitor/report/metrics.h"
 
 namespace {
@@ -38,8 +37,8 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
     if (!options_.json && Terminal::is_there()) screen_.emplace();
     std::int64_t now = steady_now_ns();
     std::int64_t refresh = now + kNsPerSecond;
-    const std::int64_t end = options_.duration_s > 0
-                                 ? now + to_ns(options_.duration_s)
+    const std::int64_t end = options_.duration_s
+                                 ? now + to_ns(*options_.duration_s)
                                  : std::numeric_limits<std::int64_t>::max();
     std::int64_t complete_until = now;
     while (stop_requested == 0 && !quit_ && now < end) {
@@ -72,7 +71,7 @@ std::int64_t Monitor::receive(std::int64_t timeout) {
 void Monitor::look_at_terminal() {
     const std::vector<Key> keys = screen_->terminal.read_keys();
     for (const Key key : keys) {
-        quit_ = quit_ || key == Key::quit;
+        quit_ = quit_ || key == Key::kQuit;
         screen_->view.on_key(key);
     }
     if (!keys.empty() || !(Terminal::size() == screen_->drawn)) draw();
@@ -92,10 +91,10 @@ void Monitor::write_files() {
 }
 
 void Monitor::read_clock() {
-    const HostClock clock = read_host_clock();
-    const bool is_compared = clock.is_synchronised && options_.clock_tolerance_s > 0;
+    const bool is_compared =
+        options_.clock_tolerance_s > 0 && is_civil_clock_synchronised();
     stream_.set_civil_clock(
-        clock.civil_minus_steady,
+        civil_minus_steady_ns(),
         is_compared ? std::optional(to_ns(options_.clock_tolerance_s)) : std::nullopt);
 }
 

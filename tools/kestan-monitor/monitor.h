@@ -15,6 +15,7 @@
 #include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/screen/terminal.h"
 #include "tools/kestan-monitor/screen/terminal_view.h"
+#include "tools/receive/packet_recorder.h"
 #include "tools/receive/udp_receiver.h"
 
 // One run of the program: receives and measures the stream, and shows and writes what the

@@ -1,7 +1,7 @@
 #ifndef KESTAN_TOOLS_KESTAN_MONITOR_OPTIONS_H
 #define KESTAN_TOOLS_KESTAN_MONITOR_OPTIONS_H
 
-#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace CLI {
@@ -11,7 +11,7 @@ class App;
 struct Options {
     std::string address;
     std::string interface;
-    double duration_s = 0;  // 0: no end
+    std::optional<double> duration_s;  // nullopt: no end
     double clock_tolerance_s = 60;
     bool json = false;
     bool check = false;

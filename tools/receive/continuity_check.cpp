@@ -2,12 +2,14 @@
 
 #include <algorithm>
 
+#include "tools/receive/packet_flags.h"
+
 namespace {
 
 constexpr std::uint8_t kDiscontinuityIndicator = 0x80;  // in byte 5
 
 bool has_discontinuity_indicator(const std::uint8_t* packet) {
-    return (packet[3] & kHasAdaptation) != 0 && packet[4] > 0 &&
+    return has_adaptation_field(packet) && packet[4] > 0 &&
            (packet[5] & kDiscontinuityIndicator) != 0;
 }
 
@@ -18,9 +20,10 @@ Continuity ContinuityCheck::push(const std::uint8_t* packet) {
     const bool follows_last = !last_ || follows(packet);
     repeated_ = is_repeat;
     std::copy_n(packet, kTsPacketSize, last_.emplace().begin());
-    if (is_repeat) return Continuity::repeat;
-    if (follows_last) return Continuity::in_order;
-    return has_discontinuity_indicator(packet) ? Continuity::excused : Continuity::broken;
+    if (is_repeat) return Continuity::kRepeat;
+    if (follows_last) return Continuity::kInOrder;
+    return has_discontinuity_indicator(packet) ? Continuity::kExcused
+                                               : Continuity::kBroken;
 }
 
 bool ContinuityCheck::follows(const std::uint8_t* packet) const {

@@ -9,10 +9,10 @@
 
 // How a packet continues its PID's stream.
 enum class Continuity : std::uint8_t {
-    in_order,
-    repeat,   // an exact repeat of the packet before: it carries nothing new
-    excused,  // packets can be missing, which a discontinuity_indicator allows
-    broken,   // at least one packet is missing or in the wrong place
+    kInOrder,
+    kRepeat,   // an exact repeat of the packet before: it carries nothing new
+    kExcused,  // packets can be missing, which a discontinuity_indicator allows
+    kBroken,   // at least one packet is missing or in the wrong place
 };
 
 // Checks the continuity_counter of one PID's packets (ISO/IEC 13818-1, 2.4.3.3): plus one

@@ -9,6 +9,7 @@
 
 #include "dvb/section_limits.h"
 #include "dvb/ts_packet.h"
+#include "tools/receive/packet_flags.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ constexpr std::size_t kLongHeaderSize = 8;  // ISO/IEC 13818-1, 2.4.4.11
 // Returns where the payload begins; an adaptation field can reach the packet's end.
 std::size_t payload_offset(const std::uint8_t* packet) {
     constexpr std::size_t header_size = 4;
-    return header_size + ((packet[3] & kHasAdaptation) != 0 ? 1 + packet[4] : 0);
+    return header_size + (has_adaptation_field(packet) ? 1 + packet[4] : 0);
 }
 
 }  // namespace
@@ -59,8 +60,8 @@ std::size_t Section::body_size() const {
 
 void SectionAssembler::push(const std::uint8_t* packet, Continuity continuity,
                             std::int64_t now) {
-    if (continuity == Continuity::repeat) return;
-    if (continuity != Continuity::in_order) discard();
+    if (continuity == Continuity::kRepeat) return;
+    if (continuity != Continuity::kInOrder) discard();
     if (!has_payload(packet)) return;
     const std::size_t offset = payload_offset(packet);
     if (offset >= kTsPacketSize) {

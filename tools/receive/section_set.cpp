@@ -3,15 +3,15 @@
 #include <utility>
 
 SectionSet::Change SectionSet::add(const Section& section) {
-    if (section.number() > section.last_number()) return Change::none;
+    if (section.number() > section.last_number()) return Change::kNone;
     const bool is_new_version =
         std::exchange(version_, section.version()) != section.version();
     if (is_new_version) bytes_.clear();
     last_number_ = section.last_number();
     bytes_.erase(bytes_.upper_bound(last_number_), bytes_.end());
     std::string& kept = bytes_[section.number()];
-    if (kept == section.bytes()) return Change::none;
-    const Change change = kept.empty() ? Change::added : Change::replaced;
+    if (kept == section.bytes()) return Change::kNone;
+    const Change change = kept.empty() ? Change::kAdded : Change::kReplaced;
     kept = section.bytes();
     return change;
 }

@@ -14,9 +14,9 @@
 class SectionSet {
 public:
     enum class Change : std::uint8_t {
-        none,
-        added,     // the version had no section of this number
-        replaced,  // it had another section of this number
+        kNone,
+        kAdded,     // the version had no section of this number
+        kReplaced,  // it had another section of this number
     };
 
     // Keeps the section; the first one of a version removes those of the version before.

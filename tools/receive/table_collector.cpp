@@ -14,7 +14,7 @@ namespace {
 template <typename Table>
 bool add(SectionSet& sections, const Section& section, std::optional<Table>& found,
          std::optional<Table> (*decode)(const SectionSet&)) {
-    if (sections.add(section) != SectionSet::Change::added || !sections.is_complete())
+    if (sections.add(section) != SectionSet::Change::kAdded || !sections.is_complete())
         return false;
     std::optional<Table> table = decode(sections);
     if (!table) return false;

@@ -69,7 +69,10 @@ void TsFile::find_packets() {
     for (stride_ = 0; left() != 0; fill()) {
         const std::size_t end = in_ ? left() - kLookAhead : left();
         std::size_t offset = 0;
-        while (offset < end && (stride_ = stride_at(offset)) == 0) ++offset;
+        for (; offset < end; ++offset) {
+            stride_ = stride_at(offset);
+            if (stride_ != 0) break;
+        }
         const bool is_time_stamp = packets_ == 0 && offset + kTsPacketSize == stride_;
         if (is_time_stamp) {
             position_ += offset;

@@ -9,13 +9,11 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <chrono>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
 #include <system_error>
 
-#include "dvb/nanoseconds.h"
+#include "dvb/civil_clock.h"
 
 namespace {
 
@@ -28,9 +26,6 @@ constexpr int kReceiveBufferSize = 32 * 1024 * 1024;
 
 // A datagram can be read from the socket this long after its time stamp.
 constexpr std::int64_t kDeliveryNs = kNsPerMs;
-
-// Readings of two clocks that are farther apart than this were interrupted.
-constexpr std::int64_t kTightNs = 2000;
 
 std::int64_t to_ns(const timespec& time) {
     return time.tv_sec * kNsPerSecond + time.tv_nsec;
@@ -110,8 +105,8 @@ UdpReceiver::UdpReceiver(const sockaddr_in& from, const std::string& interface)
       buffers_(kBatch * kMaxDatagramSize) {
     if (fd_ < 0) fail("open a UDP socket", "");
     try {
-        // The first needs a privilege; the second gives what net.core.rmem_max allows.
-        set_option(fd_, SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBufferSize) ||
+        // Without a privilege, the buffer gets what net.core.rmem_max allows.
+        if (!set_option(fd_, SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBufferSize))
             set_option(fd_, SOL_SOCKET, SO_RCVBUF, kReceiveBufferSize);
         if (!set_option(fd_, SOL_SOCKET, SO_TIMESTAMPNS, 1))
             fail("have datagrams stamped with their time of arrival", "");
@@ -121,26 +116,16 @@ UdpReceiver::UdpReceiver(const sockaddr_in& from, const std::string& interface)
         close(fd_);
         throw;
     }
-    compare_clocks();
 }
 
 UdpReceiver::~UdpReceiver() {
     close(fd_);
 }
 
-void UdpReceiver::compare_clocks() {
-    const std::int64_t before = steady_now_ns();
-    timespec civil{};
-    clock_gettime(CLOCK_REALTIME, &civil);
-    if (steady_now_ns() - before < kTightNs || civil_minus_steady_ == 0)
-        civil_minus_steady_ = to_ns(civil) - before;
-}
-
 std::int64_t UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_datagram,
                                   int wake_fd) {
     wait(timeout_ns, wake_fd);
     const std::int64_t now = steady_now_ns();
-    compare_clocks();
     std::int64_t last_arrival = now;
     const bool is_drained =
         read_batch(on_datagram, last_arrival) < static_cast<int>(kBatch);
@@ -148,7 +133,6 @@ std::int64_t UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_da
 }
 
 void UdpReceiver::read(const Callback& on_datagram) {
-    compare_clocks();
     std::int64_t last_arrival = 0;
     read_batch(on_datagram, last_arrival);
 }
@@ -174,6 +158,7 @@ int UdpReceiver::read_batch(const Callback& on_datagram, std::int64_t& last_arri
         messages[i].msg_hdr.msg_control = controls[i].data();
         messages[i].msg_hdr.msg_controllen = controls[i].size();
     }
+    civil_minus_steady_ = civil_minus_steady_ns();
     const int count = recvmmsg(fd_, messages.data(), kBatch, MSG_DONTWAIT, nullptr);
     if (count < 0 && errno != EAGAIN && errno != EINTR)
         throw std::system_error(errno, std::generic_category(), "cannot receive");

@@ -55,7 +55,6 @@ public:
     [[nodiscard]] std::uint32_t lost() const { return lost_; }
 
 private:
-    void compare_clocks();
     void wait(std::int64_t timeout_ns, int wake_fd) const;
     int read_batch(const Callback& on_datagram, std::int64_t& last_arrival);
     [[nodiscard]] std::int64_t read_arrival(msghdr& message);

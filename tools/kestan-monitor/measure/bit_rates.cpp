@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/measure/bit_rate.h"
 
 BitRates RateMeter::measure(const StreamStatistics& stream) {
     BitRates rates;

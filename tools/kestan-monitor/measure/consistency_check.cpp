@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t kMaxContradictions = 1000;
 
 Fault fault_of(const Finding& finding, const Multiplex& tables) {
-    Fault fault{FaultKind::consistency};
+    Fault fault{FaultKind::kConsistency};
     fault.rule = finding.rule;
     fault.rule_clause = finding.clause;
     fault.detail = finding.text;

@@ -6,7 +6,7 @@
 namespace {
 
 bool is_worse(std::int64_t value, std::int64_t than, FaultKind kind) {
-    if (kind == FaultKind::section_gap) return value < than;
+    if (kind == FaultKind::kSectionGap) return value < than;
     return std::abs(value) > std::abs(than);
 }
 

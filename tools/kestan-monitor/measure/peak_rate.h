@@ -7,10 +7,11 @@
 #include <deque>
 #include <utility>
 
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "dvb/nanoseconds.h"
+#include "tools/kestan-monitor/measure/bit_rate.h"
 
 // The length of the sliding window of the peak bit rate.
-constexpr std::int64_t kPeakWindowNs = 100000000;
+constexpr std::int64_t kPeakWindowNs = 100 * kNsPerMs;
 
 // The greatest bit rate over a sliding window. A datagram counts in full from its arrival
 // until it is as old as the window is long. One thread.

@@ -5,11 +5,11 @@
 
 #include "dvb/psi_si.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
+#include "tools/receive/packet_flags.h"
 #include "tools/receive/table_decoder.h"
 
 namespace {
 
-constexpr std::uint8_t kTransportError = 0x80;     // in byte 1
 constexpr std::uint8_t kScramblingControl = 0xC0;  // in byte 3
 
 // How long a PID may carry a PMT before the PAT announces it, or after the PAT has
@@ -55,8 +55,8 @@ bool refreshes(TableKind kind, const Section& section) {
 // table_id, and the bits that every PMT has (ISO/IEC 13818-1, 2.4.4.8). A PES packet
 // starts with 0x00 0x00 0x01.
 bool looks_like_pmt(const std::uint8_t* packet) {
-    return starts_section(packet) && (packet[3] & kHasAdaptation) == 0 &&
-           packet[4] == 0 && packet[5] == kPmtTableId && (packet[6] & 0xFC) == 0xB0;
+    return starts_section(packet) && !has_adaptation_field(packet) && packet[4] == 0 &&
+           packet[5] == kPmtTableId && (packet[6] & 0xFC) == 0xB0;
 }
 
 bool is_scrambled(const std::uint8_t* packet) {
@@ -126,10 +126,10 @@ std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
     ++datagrams_;
     const auto found = find_packets(datagram, size);
     if (!found) {
-        faults_.add({FaultKind::malformed}, now_);
+        faults_.add({FaultKind::kMalformed}, now_);
         return found;
     }
-    if (found->stride == kCodedPacketSize) faults_.add({FaultKind::coded_packets}, now_);
+    if (found->stride == kCodedPacketSize) faults_.add({FaultKind::kCodedPackets}, now_);
     if (found->in_rtp) is_rtp_ = true;
     packets_ += found->count;
     sizes_.add(static_cast<std::int64_t>(found->count));
@@ -158,7 +158,7 @@ void StreamStatistics::check_silence(std::int64_t now) {
         return;  // the least one
     const std::int64_t limit = longest_silence();
     if (silence <= limit) return;
-    const Fault fault{FaultKind::silence};
+    const Fault fault{FaultKind::kSilence};
     if (!std::exchange(is_silent_, true))
         faults_.add(fault, last_arrival_ + limit, silence);
     faults_.extend(fault, silence);
@@ -167,7 +167,7 @@ void StreamStatistics::check_silence(std::int64_t now) {
 void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
     now_ = std::max(now_, now);
     if (lost > lost_) {
-        faults_.add({FaultKind::lost}, now_, 0, lost - lost_);
+        faults_.add({FaultKind::kLost}, now_, 0, lost - lost_);
         lost_ = lost;
     }
     if (!start_) return;
@@ -188,26 +188,26 @@ void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
 void StreamStatistics::finish(std::int64_t now, std::uint64_t lost) {
     pat_followed_.reset();
     advance(now, lost);
-    if (!start_) faults_.add({FaultKind::reception}, now_);
+    if (!start_) faults_.add({FaultKind::kReception}, now_);
 }
 
 void StreamStatistics::push_packet(const std::uint8_t* packet) {
     if (packet[0] != kSyncByte) {
-        faults_.add({FaultKind::sync_byte}, now_);
+        faults_.add({FaultKind::kSyncByte}, now_);
         return;
     }
     PidRecord& pid = record_of(pid_of(packet));
     ++pid.packets;
-    const bool has_error = (packet[1] & kTransportError) != 0;
-    if (has_error) faults_.add(pid.fault(FaultKind::transport_error), now_);
+    const bool has_error = has_transport_error(packet);
+    if (has_error) faults_.add(pid.fault(FaultKind::kTransportError), now_);
     if (pid.number == kNullPid) return;
     const Continuity continuity = pid.continuity.push(packet);
-    if (continuity == Continuity::broken)
-        faults_.add(pid.fault(FaultKind::continuity), now_);
-    if (continuity == Continuity::repeat) return;
+    if (continuity == Continuity::kBroken)
+        faults_.add(pid.fault(FaultKind::kContinuity), now_);
+    if (continuity == Continuity::kRepeat) return;
     if (has_error || is_scrambled(packet)) {
         if (!has_error && pid.has_to_carry_tables)
-            faults_.add(pid.fault(FaultKind::scrambled), now_);
+            faults_.add(pid.fault(FaultKind::kScrambled), now_);
         if (pid.assembler) pid.assembler->discard();
         return;
     }
@@ -218,11 +218,11 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
 void StreamStatistics::on_section(PidRecord& pid, const Section& section,
                                   std::int64_t begun) {
     if (!section.is_valid()) {
-        if (pid.has_to_carry_tables) faults_.add(pid.fault(FaultKind::crc), now_);
+        if (pid.has_to_carry_tables) faults_.add(pid.fault(FaultKind::kCrc), now_);
         return;
     }
     if (!may_carry(pid.number, section.table_id())) {
-        faults_.add(pid.fault(FaultKind::table_id), now_);
+        faults_.add(pid.fault(FaultKind::kTableId), now_);
         return;
     }
     const std::optional<TableKind> kind = kind_of(pid.number, section.table_id());
@@ -238,9 +238,9 @@ void StreamStatistics::on_section(PidRecord& pid, const Section& section,
     if (arrival.interval && on_interval_ && !is_stray)
         on_interval_(pid.number, key, now_, *arrival.interval);
     if (arrival.is_changed) has_new_tables_ = true;
-    if (*kind == TableKind::kTdt) tdt_check_.add(table->fault({}), *table->utc(), now_);
+    if (*kind == TableKind::kTdt) tdt_check_.add(table->place(), *table->utc(), now_);
     if (*kind != TableKind::kPat) return;
-    pat_alternation_.add(table->fault(FaultKind::pat_alternates), section.extension(),
+    pat_alternation_.add(table->fault(FaultKind::kPatAlternates), section.extension(),
                          section.version(), now_);
     if (arrival.is_changed && table->is_complete()) pat_changed_ = now_;
     follow_pat();
@@ -255,7 +255,7 @@ void StreamStatistics::check_announcement(PidRecord& pid) {
     }
     if (!pid.unannounced_since) pid.unannounced_since = now_;
     if (pat_changed_ || now_ - *pid.unannounced_since <= kUnannouncedLimitNs) return;
-    faults_.add(pid.fault(FaultKind::unannounced_pmt), now_);
+    faults_.add(pid.fault(FaultKind::kUnannouncedPmt), now_);
 }
 
 // If the PAT in force has changed, expects the PMTs that it announces, and no others.

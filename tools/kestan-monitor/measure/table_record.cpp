@@ -25,8 +25,8 @@ TableRecord::TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& fault
       faults_(faults),
       repetition_(table_info(key.kind).repetition_limit_ns,
                   [this](const Repetition::Overdue& overdue) {
-                      const Fault found = fault(overdue.has_come ? FaultKind::repetition
-                                                                 : FaultKind::absence);
+                      const Fault found = fault(overdue.has_come ? FaultKind::kRepetition
+                                                                 : FaultKind::kAbsence);
                       if (overdue.is_new)
                           faults_.add(found, overdue.limit_passed, overdue.wait);
                       faults_.extend(found, overdue.wait);
@@ -51,13 +51,13 @@ void TableRecord::check_gap(std::int64_t start, std::int64_t end) {
     const auto last_end = std::exchange(last_end_, end);
     if (!last_end || !table_info(key_.kind).has_gap_limit) return;
     const std::int64_t gap = start - *last_end;
-    if (gap < kLeastSectionGapNs) faults_.add(fault(FaultKind::section_gap), start, gap);
+    if (gap < kLeastSectionGapNs) faults_.add(fault(FaultKind::kSectionGap), start, gap);
 }
 
 // Keeps the section. Returns whether it differs from the one that was kept.
 bool TableRecord::keep(const Section& section, std::int64_t now) {
     const SectionSet::Change change = contents_.add(section);
-    if (change == SectionSet::Change::replaced)
-        faults_.add(fault(FaultKind::version), now);
-    return change != SectionSet::Change::none;
+    if (change == SectionSet::Change::kReplaced)
+        faults_.add(fault(FaultKind::kVersion), now);
+    return change != SectionSet::Change::kNone;
 }

@@ -48,7 +48,8 @@ public:
     [[nodiscard]] const SectionSet& contents() const { return contents_; }
     [[nodiscard]] bool is_complete() const { return contents_.is_complete(); }
 
-    [[nodiscard]] Fault fault(FaultKind kind) const { return {kind, pid_, key_}; }
+    [[nodiscard]] FaultPlace place() const { return {pid_, key_}; }
+    [[nodiscard]] Fault fault(FaultKind kind) const { return place().fault(kind); }
 
 private:
     void check_gap(std::int64_t start, std::int64_t end);

@@ -12,18 +12,17 @@ constexpr std::int64_t kLongestSecondNs = 2 * kNsPerSecond;
 
 }  // namespace
 
-void TdtCheck::add(Fault tdt, std::int64_t utc, std::int64_t now) {
+void TdtCheck::add(const FaultPlace& tdt, std::int64_t utc, std::int64_t now) {
     const auto report = [&](FaultKind kind, std::int64_t value) {
-        tdt.kind = kind;
-        faults_.add(tdt, now, value);
+        faults_.add(tdt.fault(kind), now, value);
     };
     if (utc_ && utc < *utc_)
-        report(FaultKind::tdt_goes_back, (*utc_ - utc) * kNsPerSecond);
+        report(FaultKind::kTdtGoesBack, (*utc_ - utc) * kNsPerSecond);
     if (utc_ && utc == *utc_ && now - utc_since_ >= kLongestSecondNs)
-        report(FaultKind::tdt_stands_still, now - utc_since_);
+        report(FaultKind::kTdtStandsStill, now - utc_since_);
     if (!utc_ || utc != *utc_) utc_since_ = now;
     utc_ = utc;
     const std::int64_t offset = utc * kNsPerSecond - faults_.to_civil(now);
     if (tolerance_ && std::abs(offset) > *tolerance_)
-        report(FaultKind::tdt_offset, offset);
+        report(FaultKind::kTdtOffset, offset);
 }

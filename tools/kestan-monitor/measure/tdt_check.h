@@ -18,7 +18,7 @@ public:
 
     // Takes a TDT that came at `now` with the time `utc`, in seconds since 1970. `tdt` is
     // its place.
-    void add(Fault tdt, std::int64_t utc, std::int64_t now);
+    void add(const FaultPlace& tdt, std::int64_t utc, std::int64_t now);
 
 private:
     FaultLog& faults_;

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "dvb/nanoseconds.h"
 #include "tools/kestan-monitor/measure/spread.h"
 
 // A series of values over time, in bounded memory: the first kMaxPoints values, and all
@@ -36,7 +37,7 @@ private:
 
     std::vector<std::pair<std::int64_t, std::int64_t>> points_;
     std::vector<Spread> bins_;
-    std::int64_t bin_width_ = 100000000;
+    std::int64_t bin_width_ = 100 * kNsPerMs;
     Spread total_;
 };
 

@@ -3,7 +3,8 @@
 #include <nlohmann/json.hpp>
 
 #include "dvb/nanoseconds.h"
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/report/fault_text.h"
+#include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
@@ -31,7 +32,7 @@ ordered_json table_json(const Report& report, const TableKey& key,
     if (table.version()) json["version"] = *table.version();
     if (table.utc()) json["utc"] = utc_date_and_time(*table.utc());
     json["unversioned_changes"] =
-        report.stream.faults().count(table.fault(FaultKind::version));
+        report.stream.faults().count(table.fault(FaultKind::kVersion));
     json["repetition_ms"] = spread_json(table.repetition().intervals(), kNsPerMs);
     json["longest_ms"] = to_ms(table.repetition().longest());
     if (const auto limit = table_info(key.kind).repetition_limit_ns)
@@ -47,11 +48,11 @@ ordered_json pid_json(const Report& report, const PidRecord& pid) {
     ordered_json json{{"pid", pid.number},
                       {"packets", pid.packets},
                       {"bit_rate", report.rates.pids.at(pid.number)},
-                      {"continuity_errors", count(FaultKind::continuity)},
-                      {"crc_errors", count(FaultKind::crc)},
-                      {"wrong_table_ids", count(FaultKind::table_id)},
-                      {"transport_errors", count(FaultKind::transport_error)},
-                      {"scrambled_packets", count(FaultKind::scrambled)}};
+                      {"continuity_errors", count(FaultKind::kContinuity)},
+                      {"crc_errors", count(FaultKind::kCrc)},
+                      {"wrong_table_ids", count(FaultKind::kTableId)},
+                      {"transport_errors", count(FaultKind::kTransportError)},
+                      {"scrambled_packets", count(FaultKind::kScrambled)}};
     json["tables"] = ordered_json::array();
     for (const auto& [key, table] : pid.tables)
         json["tables"].push_back(table_json(report, key, table));
@@ -79,7 +80,7 @@ std::string json_report(const Report& report) {
         {"address", report.address},
         {"duration_s", to_seconds(stream.duration())},
         {"datagrams", stream.datagrams()},
-        {"malformed_datagrams", faults.count({FaultKind::malformed})},
+        {"malformed_datagrams", faults.count({FaultKind::kMalformed})},
         {"lost_datagrams", stream.lost_datagrams()},
         {"packets", stream.packets()},
         {"packets_per_datagram", spread_json(stream.packets_per_datagram(), 1)},

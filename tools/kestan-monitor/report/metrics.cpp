@@ -1,9 +1,12 @@
 #include "tools/kestan-monitor/report/metrics.h"
 
+#include <fmt/format.h>
+
 #include <functional>
 
 #include "tools/json/number_text.h"
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/report/fault_text.h"
+#include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
@@ -22,7 +25,7 @@ public:
 
     // Appends a sample. `labels` is a text such as "pid=\"0x0100\"", or empty.
     void sample(const std::string& labels, double value) {
-        text_ += sample_name(labels) + format(" %.9g\n", value);
+        text_ += sample_name(labels) + fmt::format(" {:.9g}\n", value);
     }
     void sample(const std::string& labels, std::uint64_t value) {
         text_ += sample_name(labels) + ' ' + std::to_string(value) + '\n';
@@ -100,9 +103,9 @@ void add_pids(const Report& report, MetricsText& metrics) {
             metrics.sample(MetricsText::pid_label(pid), rate->second);
     });
     metrics.family("continuity_errors_total", "counter", "Continuity errors.");
-    count(FaultKind::continuity);
+    count(FaultKind::kContinuity);
     metrics.family("crc_errors_total", "counter", "Sections with a wrong CRC_32.");
-    count(FaultKind::crc);
+    count(FaultKind::kCrc);
 }
 
 void add_tables(MetricsText& metrics) {

@@ -1,12 +1,15 @@
 #include "tools/kestan-monitor/report/plot.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 
 #include "dvb/nanoseconds.h"
 #include "tools/json/number_text.h"
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/measure/bit_rate.h"
 #include "tools/kestan-monitor/report/svg.h"
+#include "tools/kestan-monitor/report/text_format.h"
 #include "tools/kestan-monitor/report/text_report.h"
 #include "tools/kestan-monitor/report/text_width.h"
 
@@ -63,8 +66,8 @@ std::int64_t tick_ns(std::int64_t duration) {
 }
 
 std::string duration_text(std::int64_t ns) {
-    return ns >= 10 * kNsPerSecond ? format("%.0f s", to_seconds(ns))
-                                   : format("%.0f ms", to_ms(ns));
+    return ns >= 10 * kNsPerSecond ? fmt::format("{:.0f} s", to_seconds(ns))
+                                   : fmt::format("{:.0f} ms", to_ms(ns));
 }
 
 // Draws one picture from the top down.
@@ -80,11 +83,11 @@ public:
         svg_.text("title", kMargin, 30, report_.address);
         svg_.text(
             "", kMargin, 50,
-            date_and_time(faults.to_civil(start_)) +
-                format(", %.1f s, ", to_seconds(duration_)) +
-                format("%.1f kbit/s, at most %.1f kbit/s in any %.0f ms",
-                       RateMeter().measure(report_.stream).stream / 1000,
-                       report_.stream.peak_bit_rate() / 1000, to_ms(kPeakWindowNs)));
+            fmt::format("{}, {:.1f} s, {:.1f} kbit/s, at most {:.1f} kbit/s in any {} ms",
+                        date_and_time(faults.to_civil(start_)), to_seconds(duration_),
+                        RateMeter().measure(report_.stream).stream / kBitsPerKbit,
+                        report_.stream.peak_bit_rate() / kBitsPerKbit,
+                        kPeakWindowNs / kNsPerMs));
         svg_.text(faults.total() == 0 ? "good" : "bad", kMargin, 70, verdict(faults));
         svg_.text("small", kRight + 12, 70, "min / mean / max, ms");
     }
@@ -118,7 +121,7 @@ public:
             const auto start = static_cast<std::int64_t>(rates.size()) * width;
             rates.push_back(bit_rate(static_cast<std::uint64_t>(bin.sum),
                                      std::min(width, duration_ - start)) /
-                            1000);
+                            kBitsPerKbit);
         }
         const double greatest =
             rates.empty() ? 1 : *std::max_element(rates.begin(), rates.end());
@@ -126,7 +129,8 @@ public:
         svg_.text("", kMargin, y_ + 16, "bit rate");
         svg_.text("small", kMargin, y_ + 31,
                   "kbit/s, over " + duration_text(width) + " each");
-        svg_.text("scale", kLeft - 6, at_height(greatest) + 4, format("%.0f", greatest));
+        svg_.text("scale", kLeft - 6, at_height(greatest) + 4,
+                  fmt::format("{:.0f}", greatest));
         svg_.begin_path("rate");
         for (std::size_t i = 0; i < rates.size(); ++i)
             svg_.step_to(x(static_cast<std::int64_t>(i) * width), at_height(rates[i]));
@@ -180,8 +184,8 @@ private:
         if (has_name && has_room)
             svg_.text("small", kMargin, y_ + 31, cut(name->second, kNameColumns));
         svg_.text("", kRight + 12, y_ + height / 2 + 4,
-                  format("%.1f / %.1f / %.1f", to_ms(total.least), to_ms(total.mean()),
-                         to_ms(total.greatest)));
+                  fmt::format("{:.1f} / {:.1f} / {:.1f}", to_ms(total.least),
+                              to_ms(total.mean()), to_ms(total.greatest)));
     }
 
     // Draws each interval as a dot at its end. Those above the limit have another style.

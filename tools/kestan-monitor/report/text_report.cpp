@@ -1,20 +1,18 @@
 #include "tools/kestan-monitor/report/text_report.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "tools/json/number_text.h"
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/report/fault_text.h"
+#include "tools/kestan-monitor/report/text_format.h"
 #include "tools/kestan-monitor/report/text_width.h"
 
 namespace {
 
-constexpr double kBitsPerKbit = 1000;
 constexpr std::size_t kLeastNameWidth = 24;  // if there is room
 constexpr std::size_t kTdtNameWidth = 23;    // with the date
-
-unsigned long long number(std::uint64_t value) {
-    return value;
-}
 
 std::string utc_text(std::int64_t utc, bool with_date) {
     const std::string text = utc_date_and_time(utc);
@@ -27,7 +25,7 @@ std::string name_of(const Report& report, const TableKey& key, const TableRecord
     if (key.kind == TableKind::kTdt && table.utc())
         return "TDT " + utc_text(*table.utc(), width >= kTdtNameWidth);
     if (key.kind != TableKind::kPmt) return table_name(key);
-    std::string name = format("PMT %u", key.service_id);
+    std::string name = fmt::format("PMT {}", key.service_id);
     if (!table.is_announced()) return name + " (not in PAT)";
     const auto service = report.service_names.find(key.service_id);
     if (service != report.service_names.end()) name += ' ' + service->second;
@@ -37,25 +35,26 @@ std::string name_of(const Report& report, const TableKey& key, const TableRecord
 std::string pid_columns(const Report& report, const PidRecord& pid) {
     const FaultLog& faults = report.stream.faults();
     const auto rate = report.rates.pids.find(pid.number);
-    return format("%8llu%8.1f %3llu %3llu", number(pid.packets),
-                  (rate == report.rates.pids.end() ? 0 : rate->second) / kBitsPerKbit,
-                  number(faults.count(pid.fault(FaultKind::continuity))),
-                  number(faults.count(pid.fault(FaultKind::crc))));
+    return fmt::format(
+        "{:8}{:8.1f} {:3} {:3}", pid.packets,
+        (rate == report.rates.pids.end() ? 0 : rate->second) / kBitsPerKbit,
+        faults.count(pid.fault(FaultKind::kContinuity)),
+        faults.count(pid.fault(FaultKind::kCrc)));
 }
 
 std::string table_columns(TableKind kind, const TableRecord& table) {
     const Spread& intervals = table.repetition().intervals();
     const auto ms_or_dash = [](bool is_known, double ns) {
-        return is_known ? format("%8.1f", to_ms(ns)) : format("%8s", "-");
+        return is_known ? fmt::format("{:8.1f}", to_ms(ns)) : fmt::format("{:>8}", "-");
     };
     const auto version = table.version();
     const auto limit = table_info(kind).repetition_limit_ns;
-    return format("%4s", version ? std::to_string(*version).c_str() : "-") +
+    return fmt::format("{:>4}", version ? std::to_string(*version) : "-") +
            ms_or_dash(intervals.count > 0, static_cast<double>(intervals.least)) +
            ms_or_dash(intervals.count > 0, intervals.mean()) +
            ms_or_dash(table.repetition().longest() > 0,
                       static_cast<double>(table.repetition().longest())) +
-           format("%6s", limit ? format("%.0f", to_ms(*limit)).c_str() : "-");
+           fmt::format("{:>6}", limit ? fmt::format("{:.0f}", to_ms(*limit)) : "-");
 }
 
 std::string joined(const Lines& lines) {
@@ -83,9 +82,8 @@ std::size_t name_width(const Report& report, std::size_t greatest) {
 std::string verdict(const FaultLog& faults) {
     if (faults.total() == 0) return "Nothing is outside the limits.";
     const FaultLog::Event& last = faults.last_events().back();
-    return format("%llu fault%s, the last at ", number(faults.total()),
-                  faults.total() == 1 ? "" : "s") +
-           time_of_day(last.time);
+    return fmt::format("{} fault{}, the last at {}", faults.total(),
+                       faults.total() == 1 ? "" : "s", time_of_day(last.time));
 }
 
 Lines silence_lines(const Report& report) {
@@ -96,36 +94,35 @@ Lines silence_lines(const Report& report) {
 Lines stream_lines(const Report& report, const std::string& verdict) {
     const StreamStatistics& stream = report.stream;
     const Spread& sizes = stream.packets_per_datagram();
-    Lines lines{report.address + format(" for %.1f s", to_seconds(stream.duration())),
-                ""};
-    lines.push_back(format("  bit rate   %.1f kbit/s; at most %.1f kbit/s in any %.0f ms",
-                           report.rates.stream / kBitsPerKbit,
-                           stream.peak_bit_rate() / kBitsPerKbit, to_ms(kPeakWindowNs)));
-    lines.push_back("  verdict    " + verdict);
-    lines.push_back(format("  datagrams  %llu of %lld to %lld packets, %.2f on average%s",
-                           number(stream.datagrams()),
-                           static_cast<long long>(sizes.least),
-                           static_cast<long long>(sizes.greatest), sizes.mean(),
-                           stream.is_rtp() ? ", in RTP" : "") +
-                    format("; %llu malformed, %llu lost here",
-                           number(stream.faults().count({FaultKind::malformed})),
-                           number(stream.lost_datagrams())));
-    lines.emplace_back();
-    return lines;
+    return {
+        fmt::format("{} for {:.1f} s", report.address, to_seconds(stream.duration())),
+        "",
+        fmt::format("  bit rate   {:.1f} kbit/s; at most {:.1f} kbit/s in any {} ms",
+                    report.rates.stream / kBitsPerKbit,
+                    stream.peak_bit_rate() / kBitsPerKbit, kPeakWindowNs / kNsPerMs),
+        "  verdict    " + verdict,
+        fmt::format("  datagrams  {} of {} to {} packets, {:.2f} on average{}; "
+                    "{} malformed, {} lost here",
+                    stream.datagrams(), sizes.least, sizes.greatest, sizes.mean(),
+                    stream.is_rtp() ? ", in RTP" : "",
+                    stream.faults().count({FaultKind::kMalformed}),
+                    stream.lost_datagrams()),
+        "",
+    };
 }
 
 Lines heading_lines(std::size_t name_width) {
-    const int width = static_cast<int>(name_width);
-    return {format("%-8s%-*s%s", "PID", width, "Table",
-                   " packets  kbit/s  cc crc ver       repetition, ms    limit"),
-            format("%*s", width + 58, "min    mean     max")};
+    return {fmt::format("{:{}}{:{}}{}", "PID", kPidWidth, "Table", name_width,
+                        " packets  kbit/s  cc crc ver       repetition, ms    limit"),
+            fmt::format("{:>{}}", "min    mean     max",
+                        name_width + kCountsWidth + kTableWidth)};
 }
 
 Lines pid_lines(const Report& report, const PidRecord& pid, std::size_t name_width) {
     Lines lines;
     if (pid.packets == 0 && pid.tables.empty()) return lines;
     const bool is_shared = pid.tables.size() > 1;
-    std::string name = is_shared ? format("%zu tables", pid.tables.size()) : "other";
+    std::string name = is_shared ? fmt::format("{} tables", pid.tables.size()) : "other";
     std::string columns = pid_columns(report, pid);
     if (pid.tables.size() == 1) {
         const auto& [key, table] = *pid.tables.begin();
@@ -134,12 +131,11 @@ Lines pid_lines(const Report& report, const PidRecord& pid, std::size_t name_wid
     }
     lines.push_back(pid_text(pid.number) + "  " + padded(name, name_width) + columns);
     if (!is_shared) return lines;
-    const std::size_t no_columns = kColumnsWidth - 8 - 34;
     for (const auto& [key, table] : pid.tables) {
-        lines.push_back(
-            "          " +
-            padded(name_of(report, key, table, name_width), name_width - 2 + no_columns) +
-            table_columns(key.kind, table));
+        lines.push_back("          " +
+                        padded(name_of(report, key, table, name_width),
+                               name_width - 2 + kCountsWidth) +
+                        table_columns(key.kind, table));
     }
     return lines;
 }
@@ -147,9 +143,9 @@ Lines pid_lines(const Report& report, const PidRecord& pid, std::size_t name_wid
 Lines fault_lines(const FaultLog& faults) {
     Lines lines;
     for (const auto& [fault, record] : faults.records()) {
-        lines.push_back(
-            "  " + time_of_day(record.first) + "  " + time_of_day(record.last) +
-            format("%9llu  ", number(record.count)) + with_clause(fault, record.worst));
+        lines.push_back("  " + time_of_day(record.first) + "  " +
+                        time_of_day(record.last) + fmt::format("{:9}  ", record.count) +
+                        with_clause(fault, record.worst));
     }
     return lines;
 }

@@ -10,10 +10,14 @@
 // Reports for people. Lines have no '\n' at their ends.
 using Lines = std::vector<std::string>;
 
-// The width of a PID's line without the name of its table.
-constexpr std::size_t kColumnsWidth = 66;
+// The widths of a PID's line: its number, the name of its table, the counts of the PID,
+// the figures of the table.
+constexpr std::size_t kPidWidth = 8;
+constexpr std::size_t kCountsWidth = 24;
+constexpr std::size_t kTableWidth = 34;
+constexpr std::size_t kColumnsWidth = kPidWidth + kCountsWidth + kTableWidth;
 
-// Returns the width that the names of the tables take, at most `greatest`.
+// Returns the width of the tables' names, at most `greatest`.
 [[nodiscard]] std::size_t name_width(const Report& report, std::size_t greatest);
 constexpr std::size_t kGreatestNameWidth = 40;
 

@@ -17,13 +17,13 @@ constexpr const char* kEnter = "\x1b[?1049h\x1b[?25l\x1b[?7l";
 constexpr const char* kLeave = "\x1b[?7h\x1b[?25h\x1b[?1049l";
 
 constexpr std::array<std::pair<std::string_view, Key>, 7> kKeys{{
-    {"\x1b[A", Key::up},
-    {"\x1b[B", Key::down},
-    {"\x1b[5~", Key::page_up},
-    {"\x1b[6~", Key::page_down},
-    {"k", Key::up},
-    {"j", Key::down},
-    {"q", Key::quit},
+    {"\x1b[A", Key::kUp},
+    {"\x1b[B", Key::kDown},
+    {"\x1b[5~", Key::kPageUp},
+    {"\x1b[6~", Key::kPageDown},
+    {"k", Key::kUp},
+    {"j", Key::kDown},
+    {"q", Key::kQuit},
 }};
 
 bool can_be_read(int fd) {
@@ -34,7 +34,9 @@ bool can_be_read(int fd) {
 }  // namespace
 
 bool Terminal::is_there() {
-    return isatty(STDOUT_FILENO) != 0;
+    const char* const type = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && type != nullptr && *type != '\0' &&
+           std::string_view(type) != "dumb";
 }
 
 Terminal::Terminal() {

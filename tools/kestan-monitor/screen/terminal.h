@@ -17,13 +17,14 @@ struct TerminalSize {
     }
 };
 
-enum class Key { up, down, page_up, page_down, quit };
+enum class Key { kUp, kDown, kPageUp, kPageDown, kQuit };
 
 // Switches the terminal on standard output to a separate screen. The destructor restores
 // the previous screen. One thread, and one object at a time.
 class Terminal {
 public:
-    // Returns whether standard output is a terminal.
+    // Returns whether standard output is a terminal that knows control sequences: TERM
+    // is set, and is not "dumb".
     [[nodiscard]] static bool is_there();
 
     Terminal();

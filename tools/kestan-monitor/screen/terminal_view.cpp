@@ -1,8 +1,9 @@
 #include "tools/kestan-monitor/screen/terminal_view.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
-#include "tools/kestan-monitor/measure/text_format.h"
 #include "tools/kestan-monitor/report/text_width.h"
 
 namespace {
@@ -29,19 +30,19 @@ void append(Lines& to, const Lines& lines) {
 
 void TerminalView::on_key(Key key) {
     switch (key) {
-        case Key::up:
+        case Key::kUp:
             top_ -= std::min<std::size_t>(top_, 1);
             break;
-        case Key::down:
+        case Key::kDown:
             ++top_;
             break;
-        case Key::page_up:
+        case Key::kPageUp:
             top_ -= std::min(top_, page_);
             break;
-        case Key::page_down:
+        case Key::kPageDown:
             top_ += page_;
             break;
-        case Key::quit:
+        case Key::kQuit:
             break;
     }
 }
@@ -67,7 +68,8 @@ Lines TerminalView::visible_pids(const Report& report, std::size_t rows,
                 lines.begin() + static_cast<std::ptrdiff_t>(bottom));
     const auto below = ends.end() - std::upper_bound(ends.begin(), ends.end(), bottom);
     if (lines.size() > rows && rows > 0)
-        shown.push_back(below > 0 ? format("… %td more PIDs (j, k)", below) : "(k: up)");
+        shown.push_back(below > 0 ? fmt::format("… {} more PIDs (j, k)", below)
+                                  : "(k: up)");
     return shown;
 }
 

@@ -15,7 +15,7 @@ class TerminalView {
 public:
     explicit TerminalView(bool has_colour) : has_colour_(has_colour) {}
 
-    // Scrolls the PIDs. Key::quit is ignored.
+    // Scrolls the PIDs. Key::kQuit is ignored.
     void on_key(Key key);
 
     // Returns at most `size.rows` lines, none wider than `size.columns`.

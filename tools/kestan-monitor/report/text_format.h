@@ -1,13 +1,12 @@
-#ifndef KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_TEXT_FORMAT_H
-#define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_TEXT_FORMAT_H
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_REPORT_TEXT_FORMAT_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_REPORT_TEXT_FORMAT_H
 
 #include <cstdint>
 #include <string>
 
 // Numbers and times as the reports show them. Durations and times are nanoseconds.
 
-// Formats like printf, at most 255 bytes.
-[[nodiscard, gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...);
+constexpr double kBitsPerKbit = 1000;
 
 [[nodiscard]] double to_ms(double ns);
 [[nodiscard]] double to_ms(std::int64_t ns);
@@ -29,8 +28,5 @@
 
 // Writes seconds since 1970 as UTC: "2026-06-15 12:45:00".
 [[nodiscard]] std::string utc_date_and_time(std::int64_t seconds);
-
-// Returns the rate of whole transport packets in bit/s, or 0 if the duration is 0.
-[[nodiscard]] double bit_rate(std::uint64_t packets, std::int64_t duration);
 
 #endif

@@ -1,23 +1,25 @@
-#include "tools/kestan-monitor/measure/fault.h"
+#include "tools/kestan-monitor/report/fault_text.h"
 
-#include <array>
+#include <fmt/format.h>
+
 #include <cstdlib>
+#include <iterator>
 
 #include "tools/json/number_text.h"
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
 struct Properties {
     const char* check;
-    const char* text;  // "%s" is the duration
+    const char* text;  // "{}" is the duration
     const char* clause;
 };
 
 // In the order of FaultKind.
-constexpr std::array<Properties, kFaultKinds> kProperties{{
+constexpr Properties kProperties[] = {
     {"reception", "no datagram has been received", ""},
-    {"silence", "no datagram for %s", "ETSI TR 101 290, 1.1"},
+    {"silence", "no datagram for {}", "ETSI TR 101 290, 1.1"},
     {"malformed", "datagrams that are not whole transport packets", ""},
     {"coded_packets", "datagrams of 204-byte packets, with a Reed-Solomon code",
      "ISO/IEC 13818-1, 2.4.3.2"},
@@ -31,22 +33,23 @@ constexpr std::array<Properties, kFaultKinds> kProperties{{
     {"continuity", "continuity errors", "ETSI TR 101 290, 1.4"},
     {"crc", "sections with a wrong CRC_32", "ETSI TR 101 290, 2.2"},
     {"table_id", "sections with a table_id that this PID must not carry", ""},
-    {"repetition", "none came for %s", ""},
-    {"repetition", "a section was away for %s", ""},
+    {"repetition", "none came for {}", ""},
+    {"repetition", "a section was away for {}", ""},
     {"version", "sections that changed, but not their version", "ISO/IEC 13818-1, 2.4.4"},
     {"pat_alternates", "transport_stream_id or version_number alternates",
      "ISO/IEC 13818-1, 2.4.4.5"},
-    {"section_gap", "a section came %s after another", "ETSI EN 300 468, 5.1.4"},
+    {"section_gap", "a section came {} after another", "ETSI EN 300 468, 5.1.4"},
     {"unannounced_pmt", "the PAT does not announce this PID", "ETSI TR 101 290, 3.4"},
-    {"tdt_stands_still", "the time stands still for %s", "ETSI EN 300 468, 5.2.5"},
-    {"tdt_goes_back", "the time goes back by %s", "ETSI EN 300 468, 5.2.5"},
-    {"tdt_offset", "the time is %s away from this host's clock",
+    {"tdt_stands_still", "the time stands still for {}", "ETSI EN 300 468, 5.2.5"},
+    {"tdt_goes_back", "the time goes back by {}", "ETSI EN 300 468, 5.2.5"},
+    {"tdt_offset", "the time is {} away from this host's clock",
      "ETSI EN 300 468, 5.2.5"},
     {"consistency", "", ""},
-}};
+};
+static_assert(std::size(kProperties) == kFaultKinds);
 
 const Properties& properties(FaultKind kind) {
-    return kProperties.at(static_cast<std::size_t>(kind));
+    return kProperties[static_cast<std::size_t>(kind)];
 }
 
 std::string place(const Fault& fault) {
@@ -64,10 +67,10 @@ const TableInfo& tables_on(const Fault& fault) {
 
 // Returns a text such as ", at most 500.0 ms are allowed".
 std::string limit(const Fault& fault) {
-    if (fault.kind == FaultKind::section_gap)
+    if (fault.kind == FaultKind::kSectionGap)
         return ", at least " + ms_text(kLeastSectionGapNs) + " are required";
     const bool is_wait =
-        fault.kind == FaultKind::repetition || fault.kind == FaultKind::absence;
+        fault.kind == FaultKind::kRepetition || fault.kind == FaultKind::kAbsence;
     if (!is_wait || !fault.table) return "";
     const auto longest = table_info(fault.table->kind).repetition_limit_ns;
     return longest ? ", at most " + ms_text(*longest) + " are allowed" : "";
@@ -75,20 +78,26 @@ std::string limit(const Fault& fault) {
 
 }  // namespace
 
+std::string table_name(const TableKey& table) {
+    const std::string name = table_info(table.kind).full_name;
+    if (table.kind != TableKind::kPmt) return name;
+    return name + ' ' + std::to_string(table.service_id);
+}
+
 const char* check_name(FaultKind kind) {
     return properties(kind).check;
 }
 
 std::string_view clause(const Fault& fault) {
     switch (fault.kind) {
-        case FaultKind::absence:
-        case FaultKind::repetition:
+        case FaultKind::kAbsence:
+        case FaultKind::kRepetition:
             return fault.table ? table_info(fault.table->kind).repetition_clause : "";
-        case FaultKind::table_id:
+        case FaultKind::kTableId:
             return tables_on(fault).table_id_clause;
-        case FaultKind::scrambled:
+        case FaultKind::kScrambled:
             return tables_on(fault).scrambled_clause;
-        case FaultKind::consistency:
+        case FaultKind::kConsistency:
             return fault.rule_clause;
         default:
             return properties(fault.kind).clause;
@@ -96,8 +105,8 @@ std::string_view clause(const Fault& fault) {
 }
 
 std::string describe(const Fault& fault, std::int64_t value) {
-    std::string text = properties(fault.kind).text;
-    if (const std::size_t at = text.find("%s"); at != std::string::npos)
-        text.replace(at, 2, ms_text(std::abs(value)));
-    return place(fault) + text + fault.detail + limit(fault);
+    return place(fault) +
+           fmt::format(fmt::runtime(properties(fault.kind).text),
+                       ms_text(std::abs(value))) +
+           fault.detail + limit(fault);
 }

@@ -1,16 +1,13 @@
-#include "tools/kestan-monitor/measure/text_format.h"
+#include "tools/kestan-monitor/report/text_format.h"
+
+#include <fmt/format.h>
 
 #include <array>
-#include <cstdarg>
-#include <cstdio>
 #include <ctime>
 
 #include "dvb/nanoseconds.h"
-#include "dvb/ts_packet.h"
 
 namespace {
-
-constexpr std::size_t kMaxLine = 256;
 
 std::tm local_time(std::int64_t civil) {
     const std::time_t seconds = civil / kNsPerSecond;
@@ -26,19 +23,10 @@ std::string formatted_time(const std::tm& time, const char* pattern) {
 }
 
 std::string milliseconds(std::int64_t civil) {
-    return format(".%03d", static_cast<int>(civil % kNsPerSecond / kNsPerMs));
+    return fmt::format(".{:03}", civil % kNsPerSecond / kNsPerMs);
 }
 
 }  // namespace
-
-std::string format(const char* pattern, ...) {
-    std::array<char, kMaxLine> text{};
-    va_list arguments;
-    va_start(arguments, pattern);
-    std::vsnprintf(text.data(), text.size(), pattern, arguments);
-    va_end(arguments);
-    return text.data();
-}
 
 double to_ms(double ns) {
     return ns / static_cast<double>(kNsPerMs);
@@ -53,7 +41,7 @@ double to_seconds(std::int64_t ns) {
 }
 
 std::string ms_text(std::int64_t ns) {
-    return format("%.1f ms", to_ms(ns));
+    return fmt::format("{:.1f} ms", to_ms(ns));
 }
 
 std::string time_of_day(std::int64_t civil) {
@@ -76,9 +64,4 @@ std::string utc_date_and_time(std::int64_t seconds) {
     std::tm utc{};
     gmtime_r(&time, &utc);
     return formatted_time(utc, "%Y-%m-%d %H:%M:%S");
-}
-
-double bit_rate(std::uint64_t packets, std::int64_t duration) {
-    if (duration <= 0) return 0;
-    return static_cast<double>(packets * kTsPacketBits) / to_seconds(duration);
 }
