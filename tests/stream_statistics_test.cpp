@@ -242,6 +242,9 @@ const Break kBreaks[] = {
     {"no packets",
      once([](auto&, auto& sent) { sent.push_back("no packets"); }),
      {{"malformed", 1}}},
+    {"rubbish as long as an RTP header before the packets",
+     once([](auto&, auto& sent) { sent[0].insert(0, 12, '@'); }),
+     {{"malformed", 1}, {"continuity", 3}}},
     {"RTP",
      [](auto&, int, auto& sent) {
          sent[0].insert(0, std::string("\xb1!", 2) + std::string(14, '\0') +
