@@ -28,6 +28,7 @@ const Section kSdt{0x0011, "42 f000 0001 c1 0000 0001 f0"};
 const Section kLongSdt{kSdt.pid, kSdt.hex + std::string(400, '0')};
 const Section kTdt{0x0014, "70 7000 c079 124559"};
 const Section kPmt{0x0100, "02 b000 0007 c1 0000 ffff f000"};
+const Section kOtherPmt{0x0310, "02 b000 0008 c1 0000 ffff f000"};
 
 // ISO/IEC 13818-1, annex A.
 constexpr auto crc_32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
@@ -242,6 +243,9 @@ const Break kBreaks[] = {
     {"no packets",
      once([](auto&, auto& sent) { sent.push_back("no packets"); }),
      {{"malformed", 1}}},
+    {"rubbish as long as an RTP header before the packets",
+     once([](auto&, auto& sent) { sent[0].insert(0, 12, '@'); }),
+     {{"malformed", 1}, {"continuity", 3}}},
     {"RTP",
      [](auto&, int, auto& sent) {
          sent[0].insert(0, std::string("\xb1!", 2) + std::string(14, '\0') +
@@ -272,6 +276,9 @@ const Break kBreaks[] = {
          --stream.counters[kLongSdt.pid];
      }),
      {}},
+    {"packet with an error in the middle of a section",
+     add({kLongSdt}, [](auto& packets) { packets[kTsPacketSize + 1] |= '\x80'; }),
+     {{"transport_error", 1}}},
     {"packet repeated once", add({kSdt}, [](auto& packet) { packet += packet; }), {}},
     {"packet repeated twice",
      add({kSdt}, [](auto& packet) { packet += packet + packet; }),
@@ -312,6 +319,22 @@ const Break kBreaks[] = {
          stream.pat.hex[14] = step > 40 && step % 4 == 1 ? '3' : '1';
      },
      {{"pat_alternates", 13}}},
+    {"two PATs in one second, the second with a new service",
+     [](auto& stream, int step, auto& sent) {
+         if (step == 39) stream.pat.hex[14] = '3';
+         if (step == 41) stream.pat.hex = "00 b000 0001 c5 0000 0007 e100 0008 e310";
+         if (step >= 42 && step % 2 == 0) sent.push_back(stream.packets(kOtherPmt));
+     },
+     {}},
+    {"two PATs in one second, the second without a service",
+     [](auto& stream, int step, auto& sent) {
+         if (step == 1) stream.pat.hex = "00 b000 0001 c7 0000 0007 e100 0008 e310";
+         if (step == 39) stream.pat.hex[14] = '9';
+         if (step == 41) stream.pat.hex = "00 b000 0001 cb 0000 0007 e100";
+         if (step >= 2 && step <= 40 && step % 2 == 0)
+             sent.push_back(stream.packets(kOtherPmt));
+     },
+     {}},
     {"a PAT and one second later the one before",
      [](auto& stream, int step, auto&) {
          stream.pat.hex[14] = step > 30 && step <= 42 ? '3' : '1';

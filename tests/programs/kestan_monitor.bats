@@ -83,6 +83,23 @@ on_screen() { wait_until on_screen_now "$1"; }
     promtool check metrics <metrics.prom
 }
 
+# measure_under <strace's change of the kernel's answer>: a monitor that takes no difference
+# between the TDT, which has whole seconds, and this host's clock.
+measure_under() {
+    strace -f -o /dev/null -e trace=adjtimex,clock_adjtime \
+        -e "inject=adjtimex,clock_adjtime:$1" kestan-monitor 127.0.0.1:5432 -d 2.2 --json \
+        --clock-tolerance 0.000001 >monitor.out
+}
+
+@test "compares the TDT with a clock that the kernel calls synchronised, and no other" {
+    needs_strace
+    play_small
+    measure_under retval=0  # and leaves the status as it is: all bits 0
+    reports '[.outside_limits[].check] == ["tdt_offset"]'
+    measure_under error=EPERM
+    reports '.outside_limits == []'
+}
+
 has_read_all() { grep -q ":$(printf %04X 5432) .* 07 00000000:00000000 " /proc/net/udp; }
 
 @test "measures arrivals, not its own delays, and counts what it loses" {
@@ -100,7 +117,9 @@ has_read_all() { grep -q ":$(printf %04X 5432) .* 07 00000000:00000000 " /proc/n
     kill -CONT "${pid[monitor]}"
     wait_until has_read_all
     receives_more 3  # a datagram that comes after lost ones has their number
-    finish monitor INT || [ $? -eq 1 ]
+    local status=0
+    finish monitor INT || status=$?
+    [ "$status" -eq 1 ]
     reports '.lost_datagrams as $lost | .malformed_datagrams > 50 and $lost > 50 and
         any(.outside_limits[]; .check == "lost" and .count == $lost)'
 }
