@@ -23,7 +23,7 @@ tools/service/         -
 tools/kestan-control/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|tools/service/|thrift/
 tools/kestan-insert/   dvb/|tools/receive/|tools/json/|tools/service/
 tools/kestan-monitor/measure/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|thrift/
-tools/kestan-monitor/report/   dvb/|tools/(model|json|receive)/|tools/kestan-monitor/measure/|$generated
+tools/kestan-monitor/report/   dvb/|tools/json/|tools/kestan-monitor/measure/
 tools/kestan-monitor/screen/   dvb/|tools/kestan-monitor/(measure|report)/
 tools/kestan-monitor/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|thrift/
 (tests|fuzz|bench|examples)/  .

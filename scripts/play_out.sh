@@ -63,10 +63,11 @@ play_out() (
     fi
     report=$(mktemp)
     trap 'end_started; rm -f "$report"' EXIT
-    meanwhile "${kestan_monitor[@]}" "$stream" --duration "$seconds" >"$report"
-    grep -v ' PMT ' "$report"
-    read -r seen errors < <(awk '/^0x/ { seen++; errors += $(NF - 6) + $(NF - 5) }
-                                 END { print seen + 0, errors + 0 }' "$report")
+    meanwhile "${kestan_monitor[@]}" "$stream" --duration "$seconds" --json >"$report"
+    jq -r '.pids[] | .pid as $pid | .tables[] | select(.table != "PMT")
+        | "PID \($pid)  \(.table)  every \(.repetition_ms.mean // 0 | round) ms"' "$report"
+    read -r seen errors < <(jq -r '[([.pids[].tables[] | select(.sections > 0)] | length),
+        ([.pids[] | .continuity_errors + .crc_errors] | add // 0)] | @tsv' "$report")
     echo "$pushed tables pushed, $seen seen with the TDT, $errors errors in them"
     if [ "$seen" -ne $((pushed + 1)) ] || [ "$errors" -ne 0 ]; then
         echo "not all tables came without an error" >&2

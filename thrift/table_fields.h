@@ -21,7 +21,8 @@
 //     visitor.bytes(&Structure::member, name, greatest size)
 //
 // TableFields<Structure>::header_size is the size of the structure on air without the
-// elements of its lists, in bytes; that of a table is the size of a section's header.
+// elements of its lists, in bytes; that of a table is the size of a section's header. A
+// table has its TableKind as `kind`.
 namespace orvel::thrift::dvb_tables {
 
 struct NumberField {
@@ -75,7 +76,8 @@ struct TableFields<PATProgram> {
 
 template <>
 struct TableFields<PAT> {
-    static constexpr std::size_t header_size = table_info(TableKind::kPat).header_size;
+    static constexpr TableKind kind = TableKind::kPat;
+    static constexpr std::size_t header_size = table_info(kind).header_size;
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -87,7 +89,8 @@ struct TableFields<PAT> {
 
 template <>
 struct TableFields<CAT> {
-    static constexpr std::size_t header_size = table_info(TableKind::kCat).header_size;
+    static constexpr TableKind kind = TableKind::kCat;
+    static constexpr std::size_t header_size = table_info(kind).header_size;
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -116,7 +119,8 @@ struct TableFields<SDTService> {
 
 template <>
 struct TableFields<SDT> {
-    static constexpr std::size_t header_size = table_info(TableKind::kSdt).header_size;
+    static constexpr TableKind kind = TableKind::kSdt;
+    static constexpr std::size_t header_size = table_info(kind).header_size;
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -142,7 +146,8 @@ struct TableFields<PMTStream> {
 
 template <>
 struct TableFields<PMT> {
-    static constexpr std::size_t header_size = table_info(TableKind::kPmt).header_size;
+    static constexpr TableKind kind = TableKind::kPmt;
+    static constexpr std::size_t header_size = table_info(kind).header_size;
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {

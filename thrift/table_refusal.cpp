@@ -120,27 +120,26 @@ void find_fault(const Structure& structure, Fault& fault) {
 }
 
 template <typename Table>
-Fault fault_at(const std::string& place, const Table& table) {
-    Fault fault;
-    find_fault(table, fault);
-    if (fault) fault->insert(0, place + ": ");
-    return fault;
+std::string name_of(const Table& /*table*/) {
+    return table_info(TableFields<Table>::kind).name;
+}
+
+std::string name_of(const PMT& pmt) {
+    return std::string(table_info(TableKind::kPmt).full_name) + ' ' +
+           std::to_string(pmt.program_number);
 }
 
 }  // namespace
 
-Fault refusal_reason(const PAT& pat) {
-    return fault_at("PAT", pat);
+template <typename Table>
+Fault refusal_reason(const Table& table) {
+    Fault fault;
+    find_fault(table, fault);
+    if (fault) fault->insert(0, name_of(table) + ": ");
+    return fault;
 }
 
-Fault refusal_reason(const CAT& cat) {
-    return fault_at("CAT", cat);
-}
-
-Fault refusal_reason(const SDT& sdt) {
-    return fault_at("SDT", sdt);
-}
-
-Fault refusal_reason(const PMT& pmt) {
-    return fault_at("PMT of service " + std::to_string(pmt.program_number), pmt);
-}
+template Fault refusal_reason(const PAT& pat);
+template Fault refusal_reason(const CAT& cat);
+template Fault refusal_reason(const SDT& sdt);
+template Fault refusal_reason(const PMT& pmt);

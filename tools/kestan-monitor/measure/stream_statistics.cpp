@@ -70,10 +70,9 @@ StreamStatistics::StreamStatistics(std::int64_t start)
     for (std::size_t i = 0; i < kTables.size(); ++i) {
         const TableInfo& table = kTables.at(i);
         if (!table.pid) continue;
-        PidRecord& pid = record_of(*table.pid);
-        pid.has_to_carry_tables = true;
-        assemble_sections(pid);
-        if (table.repetition_limit_ns) find_or_add(pid, {static_cast<TableKind>(i)});
+        const Pid& pid = expect_tables(*table.pid);
+        if (table.repetition_limit_ns)
+            find_or_add(pid.record, {static_cast<TableKind>(i)});
     }
 }
 
@@ -90,11 +89,22 @@ void StreamStatistics::begin(std::int64_t now) {
     }
 }
 
-PidRecord& StreamStatistics::record_of(std::uint16_t pid) {
-    return pids_.try_emplace(pid, pid).first->second;
+StreamStatistics::Pid& StreamStatistics::find_or_add(std::uint16_t number) {
+    const auto found = followed_.find(number);
+    if (found != followed_.end()) return found->second;
+    PidRecord& record = pids_.try_emplace(number, number).first->second;
+    return followed_.emplace(number, Pid{record, {}, nullptr, false, std::nullopt})
+        .first->second;
 }
 
-void StreamStatistics::assemble_sections(PidRecord& pid) {
+StreamStatistics::Pid& StreamStatistics::expect_tables(std::uint16_t number) {
+    Pid& pid = find_or_add(number);
+    pid.has_to_carry_tables = true;
+    assemble_sections(pid);
+    return pid;
+}
+
+void StreamStatistics::assemble_sections(Pid& pid) {
     if (pid.assembler) return;
     pid.assembler = std::make_unique<SectionAssembler>(
         [this, &pid](const Section& section, std::int64_t begun) {
@@ -196,18 +206,18 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
         faults_.add({FaultKind::kSyncByte}, now_);
         return;
     }
-    PidRecord& pid = record_of(pid_of(packet));
-    ++pid.packets;
+    Pid& pid = find_or_add(pid_of(packet));
+    ++pid.record.packets;
     const bool has_error = has_transport_error(packet);
-    if (has_error) faults_.add(pid.fault(FaultKind::kTransportError), now_);
-    if (pid.number == kNullPid) return;
+    if (has_error) faults_.add(pid.record.fault(FaultKind::kTransportError), now_);
+    if (pid.record.number == kNullPid) return;
     const Continuity continuity = pid.continuity.push(packet);
     if (continuity == Continuity::kBroken)
-        faults_.add(pid.fault(FaultKind::kContinuity), now_);
+        faults_.add(pid.record.fault(FaultKind::kContinuity), now_);
     if (continuity == Continuity::kRepeat) return;
     if (has_error || is_scrambled(packet)) {
         if (!has_error && pid.has_to_carry_tables)
-            faults_.add(pid.fault(FaultKind::kScrambled), now_);
+            faults_.add(pid.record.fault(FaultKind::kScrambled), now_);
         if (pid.assembler) pid.assembler->discard();
         return;
     }
@@ -215,28 +225,27 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
     if (pid.assembler) pid.assembler->push(packet, continuity, now_);
 }
 
-void StreamStatistics::on_section(PidRecord& pid, const Section& section,
-                                  std::int64_t begun) {
+void StreamStatistics::on_section(Pid& pid, const Section& section, std::int64_t begun) {
     if (!section.is_valid()) {
-        if (pid.has_to_carry_tables) faults_.add(pid.fault(FaultKind::kCrc), now_);
+        if (pid.has_to_carry_tables) faults_.add(pid.record.fault(FaultKind::kCrc), now_);
         return;
     }
-    if (!may_carry(pid.number, section.table_id())) {
-        faults_.add(pid.fault(FaultKind::kTableId), now_);
+    if (!may_carry(pid.record.number, section.table_id())) {
+        faults_.add(pid.record.fault(FaultKind::kTableId), now_);
         return;
     }
-    const std::optional<TableKind> kind = kind_of(pid.number, section.table_id());
+    const std::optional<TableKind> kind = kind_of(pid.record.number, section.table_id());
     if (!kind || !refreshes(*kind, section)) return;
 
     const bool is_pmt = *kind == TableKind::kPmt;
     if (is_pmt) check_announcement(pid);
     const TableKey key{*kind, is_pmt ? section.extension() : std::uint16_t{0}};
-    TableRecord* const table = find_or_add(pid, key);
+    TableRecord* const table = find_or_add(pid.record, key);
     if (table == nullptr) return;
     const TableRecord::Arrival arrival = table->add(section, begun, now_);
     const bool is_stray = is_pmt && !table->is_announced();
     if (arrival.interval && on_interval_ && !is_stray)
-        on_interval_(pid.number, key, now_, *arrival.interval);
+        on_interval_(pid.record.number, key, now_, *arrival.interval);
     if (arrival.is_changed) has_new_tables_ = true;
     if (*kind == TableKind::kTdt) tdt_check_.add(table->place(), *table->utc(), now_);
     if (*kind != TableKind::kPat) return;
@@ -247,7 +256,7 @@ void StreamStatistics::on_section(PidRecord& pid, const Section& section,
 }
 
 // Called when a PMT has come on the PID.
-void StreamStatistics::check_announcement(PidRecord& pid) {
+void StreamStatistics::check_announcement(Pid& pid) {
     const bool has_pat = pids_.at(kPatPid).tables.at({TableKind::kPat}).is_complete();
     if (pid.has_to_carry_tables || !has_pat) {
         pid.unannounced_since.reset();
@@ -255,7 +264,7 @@ void StreamStatistics::check_announcement(PidRecord& pid) {
     }
     if (!pid.unannounced_since) pid.unannounced_since = now_;
     if (pat_changed_ || now_ - *pid.unannounced_since <= kUnannouncedLimitNs) return;
-    faults_.add(pid.fault(FaultKind::kUnannouncedPmt), now_);
+    faults_.add(pid.record.fault(FaultKind::kUnannouncedPmt), now_);
 }
 
 // If the PAT in force has changed, expects the PMTs that it announces, and no others.
@@ -274,10 +283,8 @@ void StreamStatistics::follow_pat() {
     }
     withdraw_unannounced(*std::exchange(pat_changed_, std::nullopt));
     for (const auto& [number, service_id] : announced_) {
-        PidRecord& pid = record_of(number);
-        pid.has_to_carry_tables = true;
-        assemble_sections(pid);
-        TableRecord& pmt = *find_or_add(pid, {TableKind::kPmt, service_id});
+        const Pid& pid = expect_tables(number);
+        TableRecord& pmt = *find_or_add(pid.record, {TableKind::kPmt, service_id});
         if (!pmt.is_announced()) pmt.expect(now_);
     }
 }
@@ -286,7 +293,7 @@ void StreamStatistics::follow_pat() {
 void StreamStatistics::withdraw_unannounced(std::int64_t since) {
     unannounced_tables_ = 0;
     for (auto& [number, pid] : pids_) {
-        if (table_on(number) == nullptr) pid.has_to_carry_tables = false;
+        if (table_on(number) == nullptr) followed_.at(number).has_to_carry_tables = false;
         for (auto at = pid.tables.begin(); at != pid.tables.end();) {
             auto& [key, table] = *at;
             const bool is_other = key.kind != TableKind::kPmt ||

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <utility>
@@ -15,7 +16,9 @@
 #include "tools/kestan-monitor/measure/pid_record.h"
 #include "tools/kestan-monitor/measure/spread.h"
 #include "tools/kestan-monitor/measure/tdt_check.h"
+#include "tools/receive/continuity_check.h"
 #include "tools/receive/datagram_packets.h"
+#include "tools/receive/section_assembler.h"
 
 // Measures a transport stream from its datagrams and their times of arrival, and logs
 // what is wrong with it.
@@ -84,15 +87,30 @@ public:
     [[nodiscard]] const Multiplex& tables() const { return tables_; }
 
 private:
+    // A PID whose packets are followed.
+    struct Pid {
+        PidRecord& record;  // in pids_
+        ContinuityCheck continuity;
+        std::unique_ptr<SectionAssembler> assembler;  // null if it carries no tables
+
+        // Whether only tables belong here: the PID has a fixed use, or the PAT announces
+        // a PMT on it.
+        bool has_to_carry_tables = false;
+
+        // The time since which it has carried PMTs without an announcement in the PAT.
+        std::optional<std::int64_t> unannounced_since;
+    };
+
     void begin(std::int64_t now);
     [[nodiscard]] std::int64_t longest_silence() const;
     void check_silence(std::int64_t now);
-    PidRecord& record_of(std::uint16_t pid);
-    void assemble_sections(PidRecord& pid);
+    Pid& find_or_add(std::uint16_t number);
+    Pid& expect_tables(std::uint16_t number);
+    void assemble_sections(Pid& pid);
     TableRecord* find_or_add(PidRecord& pid, const TableKey& key);
     void push_packet(const std::uint8_t* packet);
-    void on_section(PidRecord& pid, const Section& section, std::int64_t begun);
-    void check_announcement(PidRecord& pid);
+    void on_section(Pid& pid, const Section& section, std::int64_t begun);
+    void check_announcement(Pid& pid);
     void follow_pat();
     void withdraw_unannounced(std::int64_t since);
 
@@ -115,6 +133,7 @@ private:
     ConsistencyCheck consistency_{faults_};
     OnInterval on_interval_;
     std::map<std::uint16_t, PidRecord> pids_;
+    std::map<std::uint16_t, Pid> followed_;
     std::set<std::pair<std::uint16_t, std::uint16_t>> announced_;  // PIDs, service_ids
     std::optional<std::int64_t> pat_followed_;                     // when
     std::optional<std::int64_t> pat_changed_;  // when, and it has not been followed since
