@@ -61,11 +61,11 @@ int main(int argc, char** argv) {
     const instance_ports ports = ports_of(options.set);
 
     switch (open_output(options)) {
-        case output_result::ready:
+        case output_result::kReady:
             break;
-        case output_result::failed:
+        case output_result::kFailed:
             return 1;
-        case output_result::bad_address:
+        case output_result::kBadAddress:
             print_usage(options, 1);
     }
     muxer_create(static_cast<std::uint32_t>(options.bitrate), send_output);

@@ -92,13 +92,13 @@ output_result open_socket(const destination& to, int ttl) {
     mux_output.fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (mux_output.fd < 0) {
         log_function(kLogError, 0, "Unable to open socket.");
-        return output_result::failed;
+        return output_result::kFailed;
     }
     if (!set_ttl(ttl) || (!to.interface.empty() && !set_interface(to.interface))) {
         close(mux_output.fd);
-        return output_result::failed;
+        return output_result::kFailed;
     }
-    return output_result::ready;
+    return output_result::kReady;
 }
 
 }  // namespace
@@ -109,7 +109,7 @@ output_result open_output(const cmd_options& options) {
         to = fpga_destination(options.set);
     } else {
         const std::optional<destination> forced = parse_destination(options.outip);
-        if (!forced) return output_result::bad_address;
+        if (!forced) return output_result::kBadAddress;
         to = *forced;
     }
     if (!options.outif.empty()) to.interface = options.outif;

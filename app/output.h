@@ -17,9 +17,9 @@ struct output_socket {
 extern output_socket mux_output;
 
 enum class output_result {
-    ready,
-    failed,       // a step of opening the socket failed; it is closed
-    bad_address,  // `outip` cannot be parsed; nothing was opened
+    kReady,
+    kFailed,      // a step of opening the socket failed; it is closed
+    kBadAddress,  // `outip` cannot be parsed; nothing was opened
 };
 
 // Opens the socket and fills mux_output. The destination is `outip`, or by default the

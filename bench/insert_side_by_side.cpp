@@ -36,9 +36,9 @@ constexpr std::size_t kPackets = 7;  // per datagram
 constexpr std::size_t kNullEvery = 5;
 constexpr std::uint16_t kVideoPid = 0x0FFE;
 constexpr std::size_t kStampAt = 4;  // in a packet of kVideoPid
-constexpr const char* kInput = "127.0.0.1:5901";
-constexpr const char* kTables = "127.0.0.1:5902";
-constexpr const char* kOutput = "127.0.0.1:5903";
+constexpr const char* kInputAddress = "127.0.0.1:5901";
+constexpr const char* kTablesAddress = "127.0.0.1:5902";
+constexpr const char* kOutputAddress = "127.0.0.1:5903";
 
 using Datagram = std::array<std::uint8_t, kPackets * kTsPacketSize>;
 
@@ -52,7 +52,7 @@ void write_header(std::uint8_t* packet, std::uint16_t pid) {
 // Sends until `stop`; returns the number of datagrams.
 std::uint64_t send_stream(std::int64_t kbps, const std::atomic<bool>& stop) {
     prctl(PR_SET_TIMERSLACK, 1);
-    const sockaddr_in to = parse_endpoint(kInput);
+    const sockaddr_in to = parse_endpoint(kInputAddress);
     const int fd = socket(AF_INET, SOCK_DGRAM, 0);
     const std::int64_t spacing =
         static_cast<std::int64_t>(kPackets * kTsPacketBits) * kNsPerMs / kbps;
@@ -116,7 +116,7 @@ struct Figures {
 };
 
 Figures measure(const child& subject, int seconds, std::int64_t kbps) {
-    UdpReceiver receiver(parse_endpoint(kOutput), "");
+    UdpReceiver receiver(parse_endpoint(kOutputAddress), "");
     std::atomic<bool> stop{false};
     Figures figures{};
     const double cpu_before = cpu_s(subject);
@@ -172,9 +172,9 @@ int main(int argc, char** argv) {
         static_cast<long long>(kbps), seconds);
     for (int round = 0; round < kRounds; ++round) {
         for (const bool is_floor : {true, false}) {
-            const child subject = is_floor
-                                      ? start({BARE_RELAY_PROGRAM, "5901", "5903"})
-                                      : start({INSERT_PROGRAM, kInput, kTables, kOutput});
+            const child subject = is_floor ? start({BARE_RELAY_PROGRAM, "5901", "5903"})
+                                           : start({INSERT_PROGRAM, kInputAddress,
+                                                    kTablesAddress, kOutputAddress});
             std::this_thread::sleep_for(std::chrono::seconds(1));
             print_row(is_floor ? "bare relay" : "kestan-insert",
                       measure(subject, seconds, kbps));

@@ -6,7 +6,6 @@
 
 namespace {
 
-using apache::thrift::transport::TFramedTransport;
 using apache::thrift::transport::TTransport;
 using apache::thrift::transport::TTransportException;
 

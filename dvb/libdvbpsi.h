@@ -19,9 +19,6 @@
 #include <dvbpsi/cat.h>
 #include <dvbpsi/pmt.h>
 #include <dvbpsi/sdt.h>
-#include <dvbpsi/dr_09.h>
-#include <dvbpsi/dr_0a.h>
-#include <dvbpsi/dr_48.h>
 // clang-format on
 
 template <auto Delete>
@@ -37,11 +34,6 @@ using PatPtr = std::unique_ptr<dvbpsi_pat_t, DvbpsiDeleter<dvbpsi_pat_delete>>;
 using CatPtr = std::unique_ptr<dvbpsi_cat_t, DvbpsiDeleter<dvbpsi_cat_delete>>;
 using SdtPtr = std::unique_ptr<dvbpsi_sdt_t, DvbpsiDeleter<dvbpsi_sdt_delete>>;
 using PmtPtr = std::unique_ptr<dvbpsi_pmt_t, DvbpsiDeleter<dvbpsi_pmt_delete>>;
-
-// A chain of descriptors with their decoded data. The pointer is the first descriptor and
-// owns the whole chain.
-using DescriptorPtr =
-    std::unique_ptr<dvbpsi_descriptor_t, DvbpsiDeleter<dvbpsi_DeleteDescriptors>>;
 
 // A chain of sections. The pointer is the first section and owns the whole chain.
 using SectionsPtr =

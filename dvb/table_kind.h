@@ -8,7 +8,6 @@
 #include <string_view>
 
 #include "dvb/nanoseconds.h"
-#include "dvb/psi_si.h"
 
 // The tables that Kestan plays and that its tools know, with what holds for each of them.
 
@@ -20,6 +19,7 @@ struct TableInfo {
     const char* full_name;  // for people; the number of its service follows a PMT's
     std::optional<std::uint16_t> pid;  // nullopt if the PAT gives it
     std::uint8_t table_id;
+    std::size_t header_size;  // of a section: the bytes before its entries
 
     // table_ids of other tables that the PID may carry, a byte each, and the clause that
     // allows no more.
@@ -41,24 +41,26 @@ struct TableInfo {
 // the next, in streams below 100 Mbit/s (ETSI EN 300 468, 5.1.4).
 constexpr std::int64_t kLeastSectionGapNs = 25 * kNsPerMs;
 
-// In the order of TableKind. The periods are Kestan's choice.
+// In the order of TableKind. PIDs: ISO/IEC 13818-1, table 2-3, and ETSI EN 300 468, table
+// 1. table_ids: ISO/IEC 13818-1, table 2-31, and ETSI EN 300 468, table 2. The periods
+// are Kestan's choice.
 // clang-format off
 constexpr std::array<TableInfo, 5> kTables{{
-    {"pat", "PAT", "PAT", kPatPid, kPatTableId,
+    {"pat", "PAT", "PAT", 0x0000, 0x00, 8,
      "", "ETSI TR 101 290, 1.3.a", "ETSI TR 101 290, 1.3.a",
      200 * kNsPerMs, 500 * kNsPerMs, "ETSI TR 101 290, 1.3.a", false},
-    {"cat", "CAT", "CAT", kCatPid, kCatTableId,
+    {"cat", "CAT", "CAT", 0x0001, 0x01, 8,
      "", "ETSI TR 101 290, 2.6", "ISO/IEC 13818-1, 2.4.4",
      500 * kNsPerMs, std::nullopt, "", false},
     // The SDTs of other streams, the BAT and the ST share its PID.
-    {"sdt", "SDT", "SDT actual", kSdtPid, kSdtActualTableId,
+    {"sdt", "SDT", "SDT actual", 0x0011, 0x42, 11,
      "\x46\x4A\x72", "ETSI TR 101 290, 3.5", "ETSI EN 300 468, 5.1.1",
      500 * kNsPerMs, 2 * kNsPerSecond, "ETSI TR 101 211, 4.4", true},
-    {"pmts", "PMT", "PMT of service", std::nullopt, kPmtTableId,
+    {"pmts", "PMT", "PMT of service", std::nullopt, 0x02, 12,
      "", "", "ETSI TR 101 290, 1.5.a",
      200 * kNsPerMs, 500 * kNsPerMs, "ETSI TR 101 290, 1.5.a", false},
     // The ST and the TOT share its PID.
-    {nullptr, "TDT", "TDT", kTdtPid, kTdtTableId,
+    {nullptr, "TDT", "TDT", 0x0014, 0x70, 3,
      "\x72\x73", "ETSI TR 101 290, 3.8", "ETSI EN 300 468, 5.1.1",
      kNsPerSecond, 30 * kNsPerSecond, "ETSI TR 101 211, 4.4", true},
 }};
@@ -67,6 +69,17 @@ constexpr std::array<TableInfo, 5> kTables{{
 [[nodiscard]] constexpr const TableInfo& table_info(TableKind kind) {
     return kTables[static_cast<std::size_t>(kind)];
 }
+
+constexpr std::uint16_t kPatPid = *table_info(TableKind::kPat).pid;
+constexpr std::uint16_t kCatPid = *table_info(TableKind::kCat).pid;
+constexpr std::uint16_t kSdtPid = *table_info(TableKind::kSdt).pid;
+constexpr std::uint16_t kTdtPid = *table_info(TableKind::kTdt).pid;
+
+constexpr std::uint8_t kPatTableId = table_info(TableKind::kPat).table_id;
+constexpr std::uint8_t kCatTableId = table_info(TableKind::kCat).table_id;
+constexpr std::uint8_t kSdtActualTableId = table_info(TableKind::kSdt).table_id;
+constexpr std::uint8_t kPmtTableId = table_info(TableKind::kPmt).table_id;
+constexpr std::uint8_t kTdtTableId = table_info(TableKind::kTdt).table_id;
 
 // Returns the table that has this PID for itself or shares it with tables that are not
 // known here. Returns null if the PID has no such use.

@@ -9,6 +9,7 @@
 // continuity_counter.
 
 constexpr std::size_t kTsPacketSize = 188;
+constexpr std::size_t kTsHeaderSize = 4;
 constexpr std::uint64_t kTsPacketBits = kTsPacketSize * 8;
 
 constexpr std::uint8_t kSyncByte = 0x47;

@@ -17,8 +17,8 @@ control/               tables/|mux/|dvb/|framework/[^/]*$|thrift/
 app/                   control/|mux/|framework/[^/]*$|thrift/
 tools/model/           dvb/|$generated
 tools/receive/         dvb/|tools/model/|$generated
-tools/json/            dvb/|tools/model/|$generated
-tools/rules/           dvb/|tools/model/|tools/json/|$generated|thrift/table_refusal
+tools/json/            dvb/|tools/model/|$generated|thrift/table_fields
+tools/rules/           dvb/|tools/model/|tools/json/|$generated|thrift/table_
 tools/service/         -
 tools/kestan-control/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|tools/service/|thrift/
 tools/kestan-insert/   dvb/|tools/receive/|tools/json/|tools/service/

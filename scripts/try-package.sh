@@ -44,18 +44,19 @@ install_package() {
     scripts/own_network.sh scripts/try-package.sh play
 }
 
-# gdb names the source of the installed program's functions, if there is a package of symbols.
+# This machine's gdb finds the source of the installed program in the package of symbols, if
+# there is one.
 check_symbols() {
     local symbols=${package/kestan_/kestan-dbgsym_} line
     symbols=${symbols%.deb}.ddeb
     [ -e "$symbols" ] || return 0
     cp "$symbols" "$root/tmp/kestan-dbgsym.ddeb"
-    apt_in_root install gdb
     quietly in_root dpkg --install /tmp/kestan-dbgsym.ddeb
-    line=$(in_root gdb -nx -batch -ex 'info line send_output' /usr/bin/kestan)
+    line=$(gdb -nx -batch -ex "set debug-file-directory $root/usr/lib/debug" \
+        -ex "file $root/usr/bin/kestan" -ex 'info line send_output')
     echo "$line"
     [[ $line == *'app/output.cpp"'* ]]
-    apt_in_root purge --auto-remove kestan-dbgsym gdb
+    quietly in_root dpkg --purge kestan-dbgsym
 }
 
 # Looks like a machine that systemd has started and on which each systemctl command fails.
@@ -111,7 +112,7 @@ if [ "${1:-}" = play ]; then
     exit
 fi
 in_own_namespaces "$@"
-install_missing "${build_packages[@]}" "${package_packages[@]}" lintian
+install_missing "${build_packages[@]}" "${package_packages[@]}" lintian gdb
 make_clean_root
 package=${1:-}
 if [ -z "$package" ]; then

@@ -21,16 +21,14 @@ public:
     void add_section(const std::uint8_t* data, const std::uint8_t* end) {
         packet_[1] |= kPayloadUnitStart;
         packet_[4] = 0;  // pointer_field
-        data = add_packet(kFirstPayload + 1, data, end);
+        data = add_packet(kTsHeaderSize + 1, data, end);
         packet_[1] &= static_cast<std::uint8_t>(~kPayloadUnitStart);
-        while (data < end) data = add_packet(kFirstPayload, data, end);
+        while (data < end) data = add_packet(kTsHeaderSize, data, end);
     }
 
     [[nodiscard]] std::string take_packets() { return std::move(packets_); }
 
 private:
-    static constexpr std::size_t kFirstPayload = 4;
-
     // Adds a packet with section bytes from `offset` on. Returns the rest of the data.
     const std::uint8_t* add_packet(std::size_t offset, const std::uint8_t* data,
                                    const std::uint8_t* end) {

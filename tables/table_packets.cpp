@@ -4,20 +4,10 @@
 #include <new>
 
 #include "dvb/section_limits.h"
+#include "dvb/table_kind.h"
 #include "tables/section_packetizer.h"
 
 namespace {
-
-constexpr int kPatProgramsPerSection = 100;
-
-// Returns the packets of the sections that `generate` makes with a libdvbpsi handle.
-template <typename Generate>
-std::string packets_of_sections(std::uint16_t pid, Generate generate) {
-    const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
-    if (!handle) throw std::bad_alloc();
-    const SectionsPtr sections = generate(handle.get());
-    return sections ? packetize_sections(sections.get(), pid) : std::string();
-}
 
 std::size_t size_of(const dvbpsi_sdt_service_t& service) {
     std::size_t size = kSdtServiceHeaderSize;
@@ -30,7 +20,7 @@ std::size_t size_of(const dvbpsi_sdt_service_t& service) {
 
 // Returns the last service of the group that begins at `first` and fits one section.
 dvbpsi_sdt_service_t* last_of_group(dvbpsi_sdt_service_t* first) {
-    SectionFill fill(section_capacity(kSdtHeaderSize));
+    SectionFill fill(table_info(TableKind::kSdt).header_size);
     fill.add(size_of(*first));
     while (first->p_next != nullptr && !fill.add(size_of(*first->p_next))) {
         first = first->p_next;
@@ -61,8 +51,12 @@ void renumber(dvbpsi_t* handle, dvbpsi_psi_section_t* first, std::size_t count) 
     }
 }
 
+// libdvbpsi's generator loses descriptors where a service crosses a section's border, and
+// it writes past its block when services alone fill a section. So it is called once for
+// each group of services that fits one section. Then the sections are renumbered.
+//
 // Returns null if libdvbpsi makes no section of a group, or too many for a table.
-SectionsPtr generate_sdt_sections(dvbpsi_t* handle, dvbpsi_sdt_t& sdt) {
+SectionsPtr generate(dvbpsi_t* handle, dvbpsi_sdt_t& sdt) {
     if (sdt.p_first_service == nullptr) {
         return SectionsPtr(dvbpsi_sdt_sections_generate(handle, &sdt));
     }
@@ -87,28 +81,31 @@ SectionsPtr generate_sdt_sections(dvbpsi_t* handle, dvbpsi_sdt_t& sdt) {
     return sections;
 }
 
+// At most 100 programs per section, so a receiver soon gets a whole section.
+SectionsPtr generate(dvbpsi_t* handle, dvbpsi_pat_t& pat) {
+    return SectionsPtr(
+        dvbpsi_pat_sections_generate(handle, &pat, int{kPatProgramsPerSection}));
+}
+
+SectionsPtr generate(dvbpsi_t* handle, dvbpsi_cat_t& cat) {
+    return SectionsPtr(dvbpsi_cat_sections_generate(handle, &cat));
+}
+
+SectionsPtr generate(dvbpsi_t* handle, dvbpsi_pmt_t& pmt) {
+    return SectionsPtr(dvbpsi_pmt_sections_generate(handle, &pmt));
+}
+
 }  // namespace
 
-std::string table_packets(dvbpsi_pat_t& pat, std::uint16_t pid) {
-    return packets_of_sections(pid, [&pat](dvbpsi_t* handle) {
-        return SectionsPtr(
-            dvbpsi_pat_sections_generate(handle, &pat, kPatProgramsPerSection));
-    });
+template <typename Table>
+std::string table_packets(Table& table, std::uint16_t pid) {
+    const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
+    if (!handle) throw std::bad_alloc();
+    const SectionsPtr sections = generate(handle.get(), table);
+    return sections ? packetize_sections(sections.get(), pid) : std::string();
 }
 
-std::string table_packets(dvbpsi_cat_t& cat, std::uint16_t pid) {
-    return packets_of_sections(pid, [&cat](dvbpsi_t* handle) {
-        return SectionsPtr(dvbpsi_cat_sections_generate(handle, &cat));
-    });
-}
-
-std::string table_packets(dvbpsi_sdt_t& sdt, std::uint16_t pid) {
-    return packets_of_sections(
-        pid, [&sdt](dvbpsi_t* handle) { return generate_sdt_sections(handle, sdt); });
-}
-
-std::string table_packets(dvbpsi_pmt_t& pmt, std::uint16_t pid) {
-    return packets_of_sections(pid, [&pmt](dvbpsi_t* handle) {
-        return SectionsPtr(dvbpsi_pmt_sections_generate(handle, &pmt));
-    });
-}
+template std::string table_packets(dvbpsi_pat_t& pat, std::uint16_t pid);
+template std::string table_packets(dvbpsi_cat_t& cat, std::uint16_t pid);
+template std::string table_packets(dvbpsi_sdt_t& sdt, std::uint16_t pid);
+template std::string table_packets(dvbpsi_pmt_t& pmt, std::uint16_t pid);

@@ -15,17 +15,9 @@
 // (see framework/table_converters.h).
 //
 // The functions share nothing: any thread may call them.
-
-// At most 100 programs per section, so a receiver soon gets a whole section.
-[[nodiscard]] std::string table_packets(dvbpsi_pat_t& pat, std::uint16_t pid);
-
-[[nodiscard]] std::string table_packets(dvbpsi_cat_t& cat, std::uint16_t pid);
-
-// libdvbpsi's generator loses descriptors where a service crosses a section's border, and
-// it writes past its block when services alone fill a section. So it is called once for
-// each group of services that fits one section. Then the sections are renumbered.
-[[nodiscard]] std::string table_packets(dvbpsi_sdt_t& sdt, std::uint16_t pid);
-
-[[nodiscard]] std::string table_packets(dvbpsi_pmt_t& pmt, std::uint16_t pid);
+//
+// Table is dvbpsi_pat_t, dvbpsi_cat_t, dvbpsi_sdt_t or dvbpsi_pmt_t.
+template <typename Table>
+[[nodiscard]] std::string table_packets(Table& table, std::uint16_t pid);
 
 #endif

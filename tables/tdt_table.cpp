@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "framework/clock.h"
 
 namespace {
@@ -11,11 +12,11 @@ constexpr std::size_t kUtcTimeOffset = 8;  // of the UTC_time in the packet
 
 std::array<std::uint8_t, kTsPacketSize> make_template() {
     constexpr std::array<std::uint8_t, kUtcTimeOffset> head = {
-        kSyncByte,   kPayloadUnitStart | kTdtPid >> 8, kTdtPid & 0xFF, kHasPayload,
+        kSyncByte,    kPayloadUnitStart | kTdtPid >> 8, kTdtPid & 0xFF, kHasPayload,
         0x00,  // pointer_field
         kTdtTableId,
         0x70,  // section_syntax_indicator 0, reserved bits 1, section_length 11..8
-        0x05,  // section_length 7..0
+        kUtcTimeSize,  // section_length 7..0
     };
     std::array<std::uint8_t, kTsPacketSize> packet{};
     std::fill(std::copy(head.begin(), head.end(), packet.begin()), packet.end(),

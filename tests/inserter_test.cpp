@@ -229,7 +229,9 @@ TEST_F(InserterTest, NeverFillsAPacketOfAStream) {
     pass(2, {null_packet(), null_packet(), null_packet()});
 
     const Packet pcr_on_null = with_pcr(null_packet());
-    EXPECT_THAT(pass(3, {pcr_on_null}), ElementsAre(pcr_on_null));
+    push_tables(3, {packet(kSdtPid, 0, "sdt")});
+    EXPECT_THAT(pass(3, {pcr_on_null, null_packet()}),
+                ElementsAre(pcr_on_null, packet(kSdtPid, 0, "sdt")));
     std::size_t said = 0;
     for (const int number : {0x0110, 0x0111, 0x0112, 0x0113, 0x0121, 0x0122}) {
         const auto pid = static_cast<std::uint16_t>(number);

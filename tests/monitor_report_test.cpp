@@ -1,12 +1,18 @@
-// Tests what kestan-monitor writes of a stream with faults.
+// The reports of kestan-monitor on a stream with faults.
 
+#include <array>
+#include <cstdio>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include "tests/support/monitored_stream.h"
+#include "dvb/nanoseconds.h"
+#include "dvb/psi_si.h"
+#include "tests/support/memory_file.h"
+#include "tests/support/sections.h"
+#include "tools/kestan-monitor/measure/carried_tables.h"
 #include "tools/kestan-monitor/measure/time_series.h"
 #include "tools/kestan-monitor/report/json_report.h"
 #include "tools/kestan-monitor/report/metrics.h"
@@ -14,181 +20,205 @@
 #include "tools/kestan-monitor/report/text_report.h"
 #include "tools/kestan-monitor/screen/terminal_view.h"
 #include "tools/receive/packet_recorder.h"
-#include "tools/receive/section_assembler.h"
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
+using namespace orvel::thrift::dvb_tables;
+using testing::HasSubstr, testing::Not, testing::StartsWith;
 
-// A PAT, an SDT and an SDT with a wrong CRC_32 and a transport error, within a second.
-struct FaultyStream : Stream {
-    FaultyStream() {
-        send(0, kPat);
-        send(100 * kNsPerMs, kSdt);
-        std::string wrong = packets(kSdt);
-        wrong[9] ^= 1;
-        send(200 * kNsPerMs, wrong);
-        std::string broken = packets(kSdt);
-        broken[1] = static_cast<char>(broken[1] | 0x80);
-        send(300 * kNsPerMs, broken);
-        statistics.advance(kNsPerSecond, 0);
+constexpr std::uint16_t kPmtPid = 0x0100;
+constexpr std::uint16_t kVideoPid = 0x0200;
+constexpr std::int64_t kCivil = 1781525100 * kNsPerSecond;  // 2026-06-15 12:05:00 UTC
+
+struct Stream {
+    Stream() { statistics.set_civil_clock(kCivil, std::nullopt); }
+
+    // Returns a packet with the bytes as its payload, behind a pointer_field of 0.
+    std::string packet(std::uint16_t pid, const std::string& section) {
+        std::string packet{'\x47', static_cast<char>(0x40 | pid >> 8),
+                           static_cast<char>(pid),
+                           static_cast<char>(0x10 | (counters[pid]++ & 0x0F)), '\0'};
+        packet += section;
+        packet.resize(kTsPacketSize, '\xFF');
+        return packet;
+    }
+
+    void send(std::int64_t ms, const std::string& datagram) {
+        statistics.push(ms * kNsPerMs,
+                        reinterpret_cast<const std::uint8_t*>(datagram.data()),
+                        datagram.size());
     }
 
     [[nodiscard]] Report report() const {
-        return {"192.0.2.1:5432",
-                statistics,
-                RateMeter().measure(statistics),
-                {{7, "Harbour <1> & Co"}}};
+        return {"226.0.0.10:1234", statistics, RateMeter().measure(statistics),
+                service_names(statistics.tables())};
+    }
+
+    StreamStatistics statistics{0};
+    std::map<std::uint16_t, int> counters;
+};
+
+// Two seconds: tables every 200 ms for 400 ms, then nothing. On the way come one section
+// with a wrong CRC_32, one packet with an error and a malformed datagram; 3 are lost.
+struct FaultyStream : Stream {
+    FaultyStream() {
+        PAT pat;
+        PATProgram& program = pat.programs.emplace_back();
+        program.program_number = 7;
+        program.pid = kPmtPid;
+        PMT pmt;
+        pmt.program_number = 7;
+        pmt.pcr_pid = kMaxPid;
+        SDT sdt;
+        sdt.services.emplace_back().service_id = 7;
+        Descriptor& name = sdt.services[0].descriptors.emplace_back();
+        name.tag = 0x48;
+        name.data = std::string("\x01\x00\x07<A> & B", 10);
+        for (auto* table : {&pat.current_next_indicator, &pmt.current_next_indicator,
+                            &sdt.current_next_indicator})
+            *table = true;
+        const std::string pat_section = sections_of(pat)[0];
+        std::string wrong = pat_section;
+        ++wrong.back();
+        send(0, packet(kSdtPid, sections_of(sdt)[0]));
+        for (const int ms : {0, 200, 400}) {
+            send(ms, packet(kPatPid, pat_section) + packet(kPmtPid, sections_of(pmt)[0]));
+        }
+        send(400, packet(kPatPid, wrong));
+        std::string error = packet(kVideoPid, "");
+        error[1] = static_cast<char>(error[1] | 0x80);
+        send(400, error);
+        send(400, "no packets");
+        statistics.finish(2 * kNsPerSecond, 3);
     }
 };
 
-TEST(MonitorReport, CountsFaultsInEachOfItsForms) {
+TEST(MonitorReport, TellsProgramsWhatIsWrongWithAStream) {
     const FaultyStream stream;
     const auto json = nlohmann::json::parse(json_report(stream.report()));
-    const auto& sdt = json["pids"][1];
-    EXPECT_EQ(sdt["pid"], 0x11);
-    EXPECT_EQ(sdt["crc_errors"], 1);
-    EXPECT_EQ(sdt["transport_errors"], 1);
-    EXPECT_EQ(sdt["tables"][0]["longest_ms"], 900) << "it is still waited for";
-    EXPECT_TRUE(sdt["tables"][0]["repetition_ms"].is_null());
-    EXPECT_EQ(json["bit_rate"], 4 * 1504);
+    EXPECT_EQ(json["lost_datagrams"], 3);
+    EXPECT_EQ(json["malformed_datagrams"], 1);
+    EXPECT_EQ(json["bit_rate"], 9 * 1504 / 2.0);
+    const auto& pat = json["pids"][0];
+    EXPECT_EQ(pat["crc_errors"], 1);
+    EXPECT_EQ(pat["tables"][0]["repetition_ms"]["max"], 200);
+    EXPECT_EQ(pat["tables"][0]["longest_ms"], 1600) << "the wait that lasts";
+    EXPECT_EQ(json["pids"].back()["pid"], kVideoPid);
+    EXPECT_EQ(json["pids"].back()["transport_errors"], 1);
 
     const std::string metrics = metrics_text(stream.report());
-    const std::string label = R"({stream="192.0.2.1:5432",pid="0x0011"} )";
-    EXPECT_THAT(metrics, HasSubstr("crc_errors_total" + label + "1\n"));
-    EXPECT_THAT(metrics, HasSubstr("packets_total" + label + "3\n"));
-
-    const std::string text = text_report(stream.report());
-    EXPECT_THAT(text, HasSubstr("bit rate   6.0 kbit/s; at most 15.0 kbit/s in any 100"));
-    EXPECT_THAT(text,
-                HasSubstr("0x0011  SDT actual                     3     4.5   0   1"));
-}
-
-TEST(MonitorReport, IsDownInSilenceAndNotInOrderWithLostDatagrams) {
-    Stream stream;
-    const auto metrics = [&] { return metrics_text({"a", stream.statistics, {}, {}}); };
-    EXPECT_THAT(metrics(), HasSubstr("up{stream=\"a\"} 0\n"));
-    stream.send(0, kPat);
-    stream.statistics.advance(400 * kNsPerMs, 0);
-    EXPECT_THAT(metrics(), HasSubstr("up{stream=\"a\"} 1\n"));
-    stream.statistics.advance(400 * kNsPerMs, 7);
-    EXPECT_EQ(stream.statistics.faults().total(), 7u);
-    stream.statistics.advance(kNsPerSecond, 7);
-    EXPECT_THAT(metrics(), HasSubstr("up{stream=\"a\"} 0\n"));
-}
-
-TEST(FaultLog, KeepsTheFirstAndTheLastTimeAndTheLastTenEvents) {
-    FaultLog log;
-    log.set_civil_minus_steady(1000);
-    for (int i = 0; i < 12; ++i) log.add({FaultKind::kCrc, 0x11}, i, 0, 2);
-    const FaultLog::Record& record = log.records().begin()->second;
-    EXPECT_EQ(record.count, 24u);
-    EXPECT_EQ(record.first, 1000);
-    EXPECT_EQ(record.last, 1011);
-    ASSERT_EQ(log.last_events().size(), 10u);
-    EXPECT_EQ(log.last_events().front().time, 1002);
-    EXPECT_EQ(log.last_events().back().time, 1011);
-}
-
-TEST(Plot, EscapesNamesAndMergesBinsOverAMinute) {
-    FaultyStream stream;
-    Plot plot(0);
-    plot.add_interval(0x100, {TableKind::kPmt, 7}, kNsPerSecond, 100 * kNsPerMs);
-    EXPECT_THAT(plot.svg(stream.report(), kNsPerSecond),
-                HasSubstr(">Harbour &lt;1> &amp; Co<"));
-    TimeSeries series;
-    for (int second = 0; second <= 60; ++second)
-        series.add(second * kNsPerSecond, second);
-    EXPECT_EQ(series.bin_width(), 200 * kNsPerMs);
-    ASSERT_EQ(series.bins().size(), 301u);
-    EXPECT_EQ(series.bins()[5].sum, 1);
-    EXPECT_EQ(series.bins()[300].sum, 60);
-    EXPECT_EQ(series.bins()[1].count, 0u);
-}
-
-TEST(TerminalView, ScrollsByPages) {
-    Stream stream;
-    for (std::uint16_t pid = 0x100; pid < 0x114; ++pid)
-        stream.send(0, HexSection{pid, kPmt.hex});
-    TerminalView view(false);
-    const Report report{"a", stream.statistics, {}, {}};
-    const auto first_pid = [&] {
-        return view.lay_out(report, {13, 100})[8].substr(0, 6);
-    };
-    const std::string top = first_pid();
-    view.on_key(Key::kPageDown);
-    const std::string second = first_pid();
-    view.on_key(Key::kPageDown);
-    const std::string third = first_pid();
-    view.on_key(Key::kPageUp);
-    EXPECT_EQ(first_pid(), second);
-    view.on_key(Key::kPageUp);
-    EXPECT_EQ(first_pid(), top);
-    EXPECT_THAT((std::vector{top, second, third}),
-                ElementsAre("0x0000", "0x0101", "0x0105"));
-}
-
-TEST(FindPackets, TakesOnlyAnRtpHeaderThatIsWhole) {
-    std::string packet(kTsPacketSize, '\0');
-    packet[0] = 0x47;
-    const std::string fixed(11, '\0');
-    const std::tuple<const char*, std::string, bool> cases[] = {
-        {"RTP", "\x80" + fixed + packet, true},
-        {"two sources", "\x82" + fixed + std::string(8, 'x') + packet, true},
-        {"version 1", "\x40" + fixed + packet, false},
-        {"sources past the end", "\x8F" + fixed + std::string(40, 'x'), false},
-        {"extension past the end", "\x90" + fixed + "\1", false},
-        {"long extension", "\x90" + fixed + std::string("\0\0\xFF\xFF", 4) + packet,
-         false},
-        {"padding past the end", "\xA0" + fixed + std::string(188, '\xFF'), false},
-        {"rubbish behind the header", "\x80" + fixed + std::string(376, 'x'), false},
-    };
-    for (const auto& [name, datagram, is_found] : cases) {
-        const auto found = find_packets(
-            reinterpret_cast<const std::uint8_t*>(datagram.data()), datagram.size());
-        EXPECT_EQ(found.has_value(), is_found) << name;
-        EXPECT_TRUE(!found || found->in_rtp) << name;
+    for (const char* line :
+         {"up{S} 0", "crc_errors_total{S,pid=\"0x0000\"} 1",
+          "crc_errors_total{S,pid=\"0x0100\"} 0", "faults_total{S,check=\"lost\"} 3",
+          "faults_total{S,check=\"malformed\"} 1",
+          "longest_interval_seconds{S,pid=\"0x0000\",table=\"PAT\"} 1.6"}) {
+        std::string expected = std::string("\nkestan_monitor_") + line + '\n';
+        expected.replace(expected.find("{S") + 1, 1, "stream=\"226.0.0.10:1234\"");
+        EXPECT_THAT(metrics, HasSubstr(expected));
     }
 }
 
-TEST(PacketRecorder, WritesPacketsWithoutTheirReedSolomonCode) {
-    std::string datagram;
-    for (const char content : {'a', 'b'})
-        datagram += '\x47' + std::string(187, content) + std::string(16, 'x');
-    const auto packets = find_packets(
-        reinterpret_cast<const std::uint8_t*>(datagram.data()), datagram.size());
-    ASSERT_TRUE(packets);
-    const std::string path = testing::TempDir() + "kestan_record.ts";
-    PacketRecorder recorder(path);
-    recorder.write(*packets);
-    recorder.flush();
-    std::ostringstream written;
-    written << std::ifstream(path, std::ios::binary).rdbuf();
-    EXPECT_EQ(written.str(),
-              '\x47' + std::string(187, 'a') + '\x47' + std::string(187, 'b'));
+TEST(MonitorReport, TellsPeopleWhatIsWrongWithAStream) {
+    const FaultyStream stream;
+    const std::string text = text_report(stream.report());
+    EXPECT_THAT(text, HasSubstr("\n  bit rate   6.8 kbit/s; at most "));
+    EXPECT_THAT(text, HasSubstr("; 1 malformed, 3 lost here\n"));
+    EXPECT_THAT(text,
+                HasSubstr("\n0x0000  PAT                            4     3.0   0   1"));
+    EXPECT_THAT(text, HasSubstr("\n0x0100  PMT 7 <A> & B "));
+    EXPECT_THAT(text, HasSubstr(" PID 0x0000: PAT: a section was away for 1600.0 ms, at "
+                                "most 500.0 ms are allowed (ETSI TR 101 290, 1.3.a)\n"));
 }
 
-TEST(SectionAssembler, EndsASectionBeforeThePointerField) {
+TEST(MonitorReport, DrawsAnyNameAndTheRateOfALongRun) {
+    const FaultyStream stream;
+    Plot plot(0);
+    for (int second = 0; second < 61; ++second) {
+        plot.add_interval(kPmtPid, {TableKind::kPmt, 7}, second * kNsPerSecond, kNsPerMs);
+        plot.add_packets(second * kNsPerSecond, 1);
+    }
+    const std::string svg = plot.svg(stream.report(), 61 * kNsPerSecond);
+    EXPECT_THAT(svg, HasSubstr(">&lt;A> &amp; B</text>"));
+    EXPECT_THAT(svg, Not(HasSubstr("<A>")));
+    EXPECT_THAT(svg, HasSubstr("kbit/s, over 200 ms each"));
+}
+
+TEST(TimeSeries, MergesItsBinsWhenTheyDoNotReachFarEnough) {
+    TimeSeries series;
+    for (int i = 0; i < 1300; ++i) series.add(i * 100 * kNsPerMs, i);
+    EXPECT_EQ(series.bin_width(), 400 * kNsPerMs);
+    ASSERT_EQ(series.bins().size(), 325u);
+    for (std::size_t i = 0; i < series.bins().size(); ++i) {
+        const auto first = static_cast<std::int64_t>(i * 4);
+        EXPECT_EQ(series.bins()[i].count, 4u);
+        EXPECT_EQ(series.bins()[i].least, first);
+        EXPECT_EQ(series.bins()[i].greatest, first + 3);
+    }
+    EXPECT_FALSE(series.has_all_points());
+}
+
+TEST(FaultLog, KeepsFirstAndLastTimesAndTheLastTenEvents) {
+    FaultLog log;
+    log.set_civil_minus_steady(kCivil);
+    const auto fault_on = [](int pid) {
+        return Fault{FaultKind::kContinuity, static_cast<std::uint16_t>(pid)};
+    };
+    for (int i = 0; i < 12; ++i) log.add(fault_on(i % 6), i, i % 5);
+    log.add({FaultKind::kLost}, 12, 0, 3);
+    EXPECT_EQ(log.total(), 15u);
+    EXPECT_EQ(log.total(FaultKind::kLost), 3u);
+    const FaultLog::Record& record = log.records().at(fault_on(4));
+    EXPECT_EQ(record.count, 2u);
+    EXPECT_EQ(record.first, kCivil + 4);
+    EXPECT_EQ(record.last, kCivil + 10);
+    EXPECT_EQ(record.worst, 4);
+    ASSERT_EQ(log.last_events().size(), 10u);
+    EXPECT_EQ(log.last_events().front().time, kCivil + 3);
+    EXPECT_EQ(log.last_events().back().time, kCivil + 12);
+}
+
+// Returns the PIDs that are on the screen.
+Lines shown_pids(TerminalView& view, const Report& report) {
+    Lines pids;
+    for (const std::string& line : view.lay_out(report, {20, 80}))
+        if (line.compare(0, 2, "0x") == 0) pids.push_back(line.substr(0, 6));
+    return pids;
+}
+
+TEST(TerminalView, ScrollsByPagesAndNotBehindTheEnd) {
     Stream stream;
-    std::string first = stream.packets(kLongSdt);
-    const std::string second = stream.packets(kSdt);
-    // The end of the first section, and the second one behind it, in one packet.
-    const std::string end = first.substr(kTsPacketSize + 4, 32);
-    const std::string section = second.substr(5, 15);
-    std::string both = first.substr(kTsPacketSize, 4) + '\x20' + end + section;
-    both[1] = static_cast<char>(both[1] | kPayloadUnitStart);
-    both.resize(kTsPacketSize, '\xFF');
-    std::vector<std::size_t> sizes;
-    SectionAssembler assembler([&](const Section& found, std::int64_t) {
-        if (found.is_valid()) sizes.push_back(found.size());
-    });
-    first.resize(kTsPacketSize);
-    for (const std::string& packet : {first, both})
-        assembler.push(reinterpret_cast<const std::uint8_t*>(packet.data()),
-                       Continuity::kInOrder);
-    EXPECT_THAT(sizes, ElementsAre(215u, 15u));
+    for (std::uint16_t pid = 0x0300; pid < 0x0340; ++pid)
+        stream.send(0, stream.packet(pid, ""));
+    TerminalView view(false);
+    const Lines first = shown_pids(view, stream.report());
+    view.on_key(Key::kPageDown);
+    const Lines second = shown_pids(view, stream.report());
+    EXPECT_EQ(second.size(), first.size());
+    EXPECT_EQ(std::stoi(second.front(), nullptr, 16),
+              std::stoi(first.back(), nullptr, 16) + 1);
+    view.on_key(Key::kPageUp);
+    EXPECT_EQ(shown_pids(view, stream.report()), first);
+    for (int i = 0; i < 20; ++i) view.on_key(Key::kPageDown);
+    EXPECT_EQ(shown_pids(view, stream.report()).back(), "0x033F");
+    EXPECT_EQ(shown_pids(view, stream.report()).size(), first.size());
+}
+
+TEST(PacketRecorder, Writes188BytesOfEachCodedPacket) {
+    std::string datagram;
+    std::string expected;
+    for (char content = 'a'; content < 'h'; ++content) {
+        const std::string packet = '\x47' + std::string(kTsPacketSize - 1, content);
+        expected += packet;
+        datagram += packet + std::string(kCodedPacketSize - kTsPacketSize, 'x');
+    }
+    const std::string path = memory_file("");
+    PacketRecorder recorder(path);
+    recorder.write(*find_packets(reinterpret_cast<const std::uint8_t*>(datagram.data()),
+                                 datagram.size()));
+    recorder.flush();
+    std::ifstream file(path, std::ios::binary);
+    const std::string written((std::istreambuf_iterator<char>(file)), {});
+    EXPECT_TRUE(written == expected);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "framework/table_converters.h"
 #include "tables/table_packets.h"
 #include "tests/support/random_tables.h"
+#include "thrift/table_fields.h"
 #include "tools/json/multiplex_file.h"
 #include "tools/rules/bit_rate.h"
 
@@ -202,13 +203,14 @@ TEST(BitRate, CountsThePacketsThatGoOut) {
         const CAT cat = random.cat(random.below(5000));
         const SDT sdt = random.sdt(random.below(20), 900);
         const PMT pmt = random.pmt(1, 1008 - random.below(2) * random.below(1000));
-        const auto expect_count = [](std::size_t packets, const auto& converted) {
-            EXPECT_EQ(packets * kTsPacketSize, table_packets(*converted, 0x100).size());
+        const auto expect_count = [](const SectionFill& fill, const auto& converted) {
+            EXPECT_EQ(fill.packets() * kTsPacketSize,
+                      table_packets(*converted, 0x100).size());
         };
-        expect_count(packet_count(pat), PatPtr(t2dPAT(pat)));
-        expect_count(packet_count(cat), CatPtr(t2dCAT(cat)));
-        expect_count(packet_count(sdt), SdtPtr(t2dSDT(sdt)));
-        expect_count(packet_count(pmt), PmtPtr(t2dPMT(pmt)));
+        expect_count(fill_sections(pat), PatPtr(t2dPAT(pat)));
+        expect_count(fill_sections(cat), CatPtr(t2dCAT(cat)));
+        expect_count(fill_sections(sdt), SdtPtr(t2dSDT(sdt)));
+        expect_count(fill_sections(pmt), PmtPtr(t2dPMT(pmt)));
     }
     EXPECT_EQ(needed_bit_rate(right_multiplex()).text(),
               "25.0 packets a second, 37.6 kbit/s");

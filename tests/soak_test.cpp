@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "dvb/nanoseconds.h"
-#include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "mux/muxer.h"
 #include "tests/support/fake_framework.h"
 #include "tests/support/handler_model.h"

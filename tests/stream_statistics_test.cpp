@@ -1,21 +1,85 @@
 #include "tools/kestan-monitor/measure/stream_statistics.h"
 
-#include <array>
+#include <arpa/inet.h>
+
 #include <functional>
 #include <random>
 
+#include <boost/crc.hpp>
 #include <gtest/gtest.h>
 
-#include "tests/support/monitored_stream.h"
+#include "dvb/nanoseconds.h"
+#include "tables/section_packetizer.h"
+#include "tools/json/number_text.h"
 #include "tools/kestan-monitor/measure/repetition.h"
+#include "tools/kestan-monitor/report/fault_text.h"
 #include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
+struct Section {
+    std::uint16_t pid;
+    std::string hex;  // but for section_length and CRC_32
+};
+
+const Section kPat{0x0000, "00 b000 0001 c1 0000 0007 e100"};
+const Section kCat{0x0001, "01 b000 ffff c1 0000 0904 0b00 e123"};
+const Section kSdt{0x0011, "42 f000 0001 c1 0000 0001 f0"};
+const Section kLongSdt{kSdt.pid, kSdt.hex + std::string(400, '0')};
+const Section kTdt{0x0014, "70 7000 c079 124559"};
+const Section kPmt{0x0100, "02 b000 0007 c1 0000 ffff f000"};
+const Section kOtherPmt{0x0310, "02 b000 0008 c1 0000 ffff f000"};
+
+// ISO/IEC 13818-1, annex A.
+constexpr auto crc_32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
+
+using Checks = std::map<std::string, int>;  // how often each has failed
+
+struct Stream {
+    // Returns the packets of a section with continuous counters.
+    std::string packets(const Section& section) {
+        std::string bytes = *from_hex(section.hex);
+        const bool is_long = (bytes[1] & 0x80) != 0;
+        bytes[2] = static_cast<char>(bytes.size() - 3 + (is_long ? 4 : 0));
+        const std::uint32_t crc = htonl(crc_32(bytes.data(), bytes.size()));
+        if (is_long) bytes.append(reinterpret_cast<const char*>(&crc), 4);
+        const SectionsPtr built(dvbpsi_NewPSISection(1024));
+        built->p_payload_end = std::copy(bytes.begin(), bytes.end(), built->p_data);
+        std::string packets = packetize_sections(built.get(), section.pid);
+        for (std::size_t at = 3; at < packets.size(); at += kTsPacketSize) {
+            packets[at] = static_cast<char>(0x10 | (counters[section.pid]++ & 0x0F));
+        }
+        return packets;
+    }
+
+    void send(std::int64_t time, const std::string& datagram) {
+        const auto* const data = reinterpret_cast<const std::uint8_t*>(datagram.data());
+        statistics.push(time, data, datagram.size());
+    }
+    void send(std::int64_t time, const Section& section) { send(time, packets(section)); }
+
+    // Returns the checks that have failed by `now`, on the section's PID or anywhere. A
+    // fault that lasts counts once.
+    Checks failing(std::int64_t now, const Section* on = nullptr) {
+        statistics.advance(now, 0);
+        Checks checks;
+        for (const auto& [fault, record] : statistics.faults().records()) {
+            if (on != nullptr && fault.pid != on->pid) continue;
+            const std::string check = check_name(fault.kind);
+            const bool lasts = fault.kind == FaultKind::kSilence || check == "repetition";
+            checks[check] = lasts ? 1 : checks[check] + static_cast<int>(record.count);
+        }
+        return checks;
+    }
+
+    StreamStatistics statistics{0};
+    std::map<int, int> counters;
+};
+
 // Returns the checks that fail when a section begins `pause` after the end of the
 // previous one. The packets of the first section are 10 ms apart, those of the second one
 // 30 ms.
-Checks failing_after(std::int64_t pause, const HexSection& section) {
+Checks failing_after(std::int64_t pause, const Section& section) {
     Stream stream;
     stream.send(0, kPat);  // announces the PMT
     std::int64_t now = 0;
@@ -31,7 +95,7 @@ Checks failing_after(std::int64_t pause, const HexSection& section) {
 }
 
 TEST(StreamStatistics, LimitsThePauseBetweenSectionsToTheNanosecond) {
-    const std::tuple<const char*, HexSection, std::int64_t, std::int64_t> cases[] = {
+    const std::tuple<const char*, Section, std::int64_t, std::int64_t> cases[] = {
         {"PAT", kPat, 0, 500 * kNsPerMs},
         {"PMT", kPmt, 0, 500 * kNsPerMs},
         {"SDT", kSdt, 25 * kNsPerMs, 2000 * kNsPerMs},
@@ -63,22 +127,21 @@ TEST(Repetition, MeasuresTheIntervalsOfEachSectionAndTheirDifferences) {
 }
 
 TEST(StreamStatistics, FollowsThePatInForce) {
-    const HexSection first{kPat.pid, "00 b000 0001 c1 0001 0007 e100"};
-    const HexSection second{kPat.pid, "00 b000 0001 c1 0101 0008 e100"};
-    const HexSection changed{kPat.pid, "00 b000 0002 c3 0000 0009 e100"};
+    const Section first{kPat.pid, "00 b000 0001 c1 0001 0007 e100"};
+    const Section second{kPat.pid, "00 b000 0001 c1 0101 0008 e100"};
+    const Section changed{kPat.pid, "00 b000 0002 c3 0000 0009 e100"};
     Stream stream;
-    stream.send(0, HexSection{kPat.pid, "00 b000 0002 c5 0000"});
+    stream.send(0, Section{kPat.pid, "00 b000 0002 c5 0000"});
     stream.send(0, kPmt);
     stream.send(0, first);
     stream.send(1, second);
-    stream.send(1,
-                HexSection{kPat.pid, "00 b000 0001 c1 0302 0008 e100"});  // of no table
+    stream.send(1, Section{kPat.pid, "00 b000 0001 c1 0302 0008 e100"});  // of no table
     stream.send(400 * kNsPerMs, first);
     EXPECT_EQ(stream.failing(500 * kNsPerMs + 1, &kPat), Checks());
     EXPECT_EQ(stream.failing(500 * kNsPerMs + 2, &kPat), (Checks{{"repetition", 1}}));
     const auto missing = stream.failing(500 * kNsPerMs + 2, &kPmt);
     EXPECT_EQ(missing, (Checks{{"repetition", 1}})) << "of service 8";
-    stream.send(500 * kNsPerMs, HexSection{kPat.pid, "00 b000 0002 c3 0000"});
+    stream.send(500 * kNsPerMs, Section{kPat.pid, "00 b000 0002 c3 0000"});
     EXPECT_EQ(stream.failing(800 * kNsPerMs, &kPat).size(), 1u)
         << "it has one section now";
     EXPECT_EQ(stream.failing(9 * kNsPerSecond, &kPmt), missing) << "it has no PMT now";
@@ -129,8 +192,8 @@ struct RightStream : Stream {
         return bytes;
     }
 
-    HexSection pat = kPat;
-    HexSection pmt = kPmt;
+    Section pat = kPat;
+    Section pmt = kPmt;
     int tdt = 10;
     int null_counter = 0;
     int video_counter = 0;
@@ -164,10 +227,10 @@ Edit add_video(int ahead, char flags, const std::string& content = "") {
 }
 // Sends these sections too, after an edit of their packets.
 Edit add(
-    const std::vector<HexSection>& sections,
+    const std::vector<Section>& sections,
     void (*edit)(std::string&) = [](std::string&) {}) {
     return once([=](auto& stream, auto& sent) {
-        for (const HexSection& section : sections)
+        for (const Section& section : sections)
             edit(sent.emplace_back(stream.packets(section)));
     });
 }
@@ -180,6 +243,9 @@ const Break kBreaks[] = {
     {"no packets",
      once([](auto&, auto& sent) { sent.push_back("no packets"); }),
      {{"malformed", 1}}},
+    {"rubbish as long as an RTP header before the packets",
+     once([](auto&, auto& sent) { sent[0].insert(0, 12, '@'); }),
+     {{"malformed", 1}, {"continuity", 3}}},
     {"RTP",
      [](auto&, int, auto& sent) {
          sent[0].insert(0, std::string("\xb1!", 2) + std::string(14, '\0') +
@@ -210,6 +276,9 @@ const Break kBreaks[] = {
          --stream.counters[kLongSdt.pid];
      }),
      {}},
+    {"packet with an error in the middle of a section",
+     add({kLongSdt}, [](auto& packets) { packets[kTsPacketSize + 1] |= '\x80'; }),
+     {{"transport_error", 1}}},
     {"packet repeated once", add({kSdt}, [](auto& packet) { packet += packet; }), {}},
     {"packet repeated twice",
      add({kSdt}, [](auto& packet) { packet += packet + packet; }),
@@ -250,6 +319,22 @@ const Break kBreaks[] = {
          stream.pat.hex[14] = step > 40 && step % 4 == 1 ? '3' : '1';
      },
      {{"pat_alternates", 13}}},
+    {"two PATs in one second, the second with a new service",
+     [](auto& stream, int step, auto& sent) {
+         if (step == 39) stream.pat.hex[14] = '3';
+         if (step == 41) stream.pat.hex = "00 b000 0001 c5 0000 0007 e100 0008 e310";
+         if (step >= 42 && step % 2 == 0) sent.push_back(stream.packets(kOtherPmt));
+     },
+     {}},
+    {"two PATs in one second, the second without a service",
+     [](auto& stream, int step, auto& sent) {
+         if (step == 1) stream.pat.hex = "00 b000 0001 c7 0000 0007 e100 0008 e310";
+         if (step == 39) stream.pat.hex[14] = '9';
+         if (step == 41) stream.pat.hex = "00 b000 0001 cb 0000 0007 e100";
+         if (step >= 2 && step <= 40 && step % 2 == 0)
+             sent.push_back(stream.packets(kOtherPmt));
+     },
+     {}},
     {"a PAT and one second later the one before",
      [](auto& stream, int step, auto&) {
          stream.pat.hex[14] = step > 30 && step <= 42 ? '3' : '1';
@@ -329,7 +414,7 @@ TEST(StreamStatistics, KeepsItsMemoryBoundedInAHostileStream) {
                           service, i % 3, i % 3);
         stream.send(
             now += 10 * kNsPerMs,
-            HexSection{static_cast<std::uint16_t>(i % 50 == 0 ? 0 : pid), hex.data()});
+            Section{static_cast<std::uint16_t>(i % 50 == 0 ? 0 : pid), hex.data()});
         stream.send(now, RightStream::packet(static_cast<int>(pid), i * 7));
     }
     std::size_t tables = 0;

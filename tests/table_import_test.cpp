@@ -6,7 +6,7 @@
 #include <boost/crc.hpp>
 #include <gtest/gtest.h>
 
-#include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "dvb/ts_packet.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/random_tables.h"

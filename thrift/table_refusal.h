@@ -17,13 +17,9 @@
 //
 // Kestan's converters and the control process use the same rules. Memory exhaustion
 // raises std::bad_alloc. The functions share nothing: any thread may call them.
-[[nodiscard]] std::optional<std::string> refusal_reason(
-    const orvel::thrift::dvb_tables::PAT& pat);
-[[nodiscard]] std::optional<std::string> refusal_reason(
-    const orvel::thrift::dvb_tables::CAT& cat);
-[[nodiscard]] std::optional<std::string> refusal_reason(
-    const orvel::thrift::dvb_tables::SDT& sdt);
-[[nodiscard]] std::optional<std::string> refusal_reason(
-    const orvel::thrift::dvb_tables::PMT& pmt);
+//
+// Table is PAT, CAT, SDT or PMT.
+template <typename Table>
+[[nodiscard]] std::optional<std::string> refusal_reason(const Table& table);
 
 #endif

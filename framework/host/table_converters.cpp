@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "framework/log.h"
 #include "thrift/table_refusal.h"
 

@@ -1,10 +1,10 @@
-# KESTAN_PACKAGE_VERSION: the version of the Debian package. If the tree has commits that are
-# younger than the number of this version, the last one's time and hash are a part of it, as in
+# KESTAN_PACKAGE_VERSION: the version of the Debian package. If there are commits after the one
+# that set this version's number, the last one's time and hash are a part of it, as in
 # 2.10.1+git20261125.143000.abcdef-1: each build replaces the one before. A tree without git
 # has none.
 
-# git_says(<variable> <argument>...): sets the variable to what git prints, empty if it fails. The tree
-# may belong to the user who called sudo.
+# git_says(<variable> <argument>...): sets the variable to what git prints, or to nothing if it
+# fails. The tree may belong to the user who called sudo.
 function(git_says variable)
     execute_process(
         COMMAND ${CMAKE_COMMAND} -E env TZ=UTC ${GIT_EXECUTABLE} -c safe.directory=* ${ARGN}

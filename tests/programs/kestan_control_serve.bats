@@ -74,7 +74,9 @@ connections_opened() { awk '/^Tcp: [0-9]/ { print $6 }' /proc/net/snmp; }
         serve tables.json
         prints serve "PMT of service 103"
     done
-    finds_nothing 1
+    # On a busy machine a table may be late, but no packet is missing and no PMT withdrawn.
+    finish monitor INT || true
+    reports '(.pids | length == 7) and all(.pids[]; .continuity_errors == 0)'
     logged 1 Clearing
     logged 0 "Clear PMT"
     finish serve
@@ -176,15 +178,14 @@ END
     serve tables.json
     prints serve "PMT of service 103"
     grep "0100007F:2531 " /proc/net/tcp  # no other host can send them
-    local answered=0 begin=$SECONDS times
-    for times in 1 500; do
-        for ((; times > 0; --times)); do
-            printf '\0\0\0\x20\x80\1\0\1\0\0\0\x13NotifyKestanStarted\0\0\0\1\0'
-        done >notifications
-        socat -u OPEN:notifications,rdonly TCP:127.0.0.1:9521
-        prints serve "kestan has started" $((++answered))
-        prints serve "PMT of service 103" $((answered + 1))
+    local begin=$SECONDS
+    for _ in {1..30}; do
+        printf '\0\0\0\x20\x80\1\0\1\0\0\0\x13NotifyKestanStarted\0\0\0\1\0' \
+            >/dev/tcp/127.0.0.1/9521
+        sleep 0.05
     done
+    prints serve "kestan has started" 2
+    prints serve "PMT of service 103" 3
     (($(grep -c "PMT of service 103" serve.out) <= SECONDS - begin + 3))
     logged 1 Clearing
 }

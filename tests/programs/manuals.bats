@@ -71,3 +71,12 @@ commands() { "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p'; }
         grep -qF -- "$text" "$BATS_TEST_TMPDIR/said" || { echo "$text" && false; }
     done <"$BATS_TEST_TMPDIR/texts"
 }
+
+@test "the schema and the manual of the file format describe the fields that the reader has" {
+    local -r source=$BATS_TEST_DIRNAME/../..
+    cp "$source"/{tools/json/multiplex.schema.json,packaging/man/kestan-multiplex.5.in} .
+    "$KESTAN_BIN"/../tools/json/write_format multiplex.schema.json kestan-multiplex.5.in
+    # Where they differ: build/tools/json/write_format with the paths of both files.
+    diff "$source"/tools/json/multiplex.schema.json multiplex.schema.json
+    diff "$source"/packaging/man/kestan-multiplex.5.in kestan-multiplex.5.in
+}

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "mux/muxer.h"
 
 using namespace orvel::thrift::dvb_tables;

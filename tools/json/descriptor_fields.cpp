@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <optional>
 
+#include "dvb/psi_si.h"
+
 namespace {
 
 constexpr unsigned kBitsOfByte = 8;
@@ -58,6 +60,11 @@ DescriptorField with(FieldNeed need, DescriptorField field) {
     return field;
 }
 
+DescriptorField with_note(const char* note, DescriptorField field) {
+    field.note = note;
+    return field;
+}
+
 // Makes a field that is there if its presence flag is 1.
 DescriptorField announced(const char* name) {
     return with(FieldNeed::kIfPresenceFlag, hex(name, kBitsOfByte));
@@ -75,17 +82,21 @@ std::vector<DescriptorForm> all_forms() {
          is_single,
          {character_code("format_identifier"), rest("additional_identification_info")}},
         {"ca",
-         0x09,
+         kCaTag,
          is_single,
          {hex("ca_system_id", 16), ones(3), hex("ca_pid", 13), rest("private_data")}},
         {"iso_639_language",
          0x0A,
          is_list,
          {language(), with(zero_if_absent, number("audio_type", 8))}},
-        {"maximum_bitrate", 0x0E, is_single, {ones(2), number("maximum_bitrate", 22)}},
+        {"maximum_bitrate",
+         0x0E,
+         is_single,
+         {ones(2),
+          with_note("in units of 50 bytes a second", number("maximum_bitrate", 22))}},
         // ETSI EN 300 468, 6.2
         {"service",
-         0x48,
+         kServiceTag,
          is_single,
          {number("service_type", 8), text("provider_name"), text("service_name")}},
         {"stream_identifier", 0x52, is_single, {number("component_tag", 8)}},
@@ -228,9 +239,20 @@ bool is_in_json(const DescriptorField& field) {
         case FieldKind::kPresence:
         case FieldKind::kIfMore:
             return false;
-        default:
-            return true;
+        case FieldKind::kNumber:
+        case FieldKind::kHexNumber:
+        case FieldKind::kCharacterCode:
+        case FieldKind::kFlag:
+        case FieldKind::kLanguage:
+        case FieldKind::kText:
+        case FieldKind::kRest:
+            break;
     }
+    return true;
+}
+
+std::string coding_field(const char* text_field) {
+    return text_field + std::string("_coding");
 }
 
 const std::vector<DescriptorForm>& descriptor_forms() {
@@ -248,17 +270,27 @@ const DescriptorForm* form_of_tag(std::int32_t tag) {
 SplitDescriptor split_descriptor(const DescriptorForm& form, std::string_view data) {
     SplitDescriptor split;
     BitReader reader(data);
-    do {
-        if (form.is_list && reader.bits_left() == 0) return split;
+    bool is_at_end = form.is_list && data.empty();
+    while (!is_at_end) {
         const std::size_t index = split.entries.size();
         const std::string overrun =
             take_entry(form, reader, split.entries.emplace_back());
-        if (overrun.empty()) continue;
-        const std::string place = form.is_list ? '[' + std::to_string(index) + ']' : "";
-        split.overrun = form.name + place + ": " + overrun;
-        return split;
-    } while (form.is_list);
+        if (!overrun.empty()) {
+            const std::string place =
+                form.is_list ? '[' + std::to_string(index) + ']' : "";
+            split.overrun = form.name + place + ": " + overrun;
+        }
+        is_at_end = !form.is_list || !overrun.empty() || reader.bits_left() == 0;
+    }
     return split;
+}
+
+std::optional<std::string_view> service_name_field(
+    const orvel::thrift::dvb_tables::Descriptor& descriptor) {
+    const SplitDescriptor split =
+        split_descriptor(*form_of_tag(kServiceTag), descriptor.data);
+    if (!split.overrun.empty()) return std::nullopt;
+    return split.entries.front().back().bytes;
 }
 
 std::string inner_overrun(const orvel::thrift::dvb_tables::Descriptor& descriptor) {

@@ -2,6 +2,7 @@
 #define KESTAN_TOOLS_JSON_DESCRIPTOR_FIELDS_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,7 +41,11 @@ struct DescriptorField {
     unsigned bits;  // of a field of fixed size, at most 32
     const char* name;
     FieldNeed need = FieldNeed::kRequired;
+    const char* note = "";  // what a value means, for people
 };
+
+// Returns the name of the field that says a text's coding.
+[[nodiscard]] std::string coding_field(const char* text_field);
 
 // Returns whether the field has a value in JSON. Reserved bits, kPresence and kIfMore
 // have none: they follow from other fields.
@@ -78,6 +83,11 @@ struct SplitDescriptor {
 // `data` must outlive the result.
 [[nodiscard]] SplitDescriptor split_descriptor(const DescriptorForm& form,
                                                std::string_view data);
+
+// Returns the service_name of a service descriptor as it is coded. Returns nullopt if the
+// descriptor's fields overrun it. REQUIRES: its tag is kServiceTag.
+[[nodiscard]] std::optional<std::string_view> service_name_field(
+    const orvel::thrift::dvb_tables::Descriptor& descriptor);
 
 // Says which inner length or field runs past the end of the descriptor, as in "service:
 // provider_name takes 9 bytes, 5 are left". Returns an empty text if none does or if the

@@ -45,7 +45,8 @@ public:
     void put(std::uint32_t value, unsigned bits) {
         for (; bits != 0; --bits) {
             pending_ = pending_ << 1 | (value >> (bits - 1) & 1U);
-            if (++pending_bits_ % 8 == 0) data_ += static_cast<char>(pending_);
+            ++pending_bits_;
+            if (pending_bits_ % 8 == 0) data_ += static_cast<char>(pending_);
         }
     }
 
@@ -68,19 +69,14 @@ std::uint32_t character_code_from_json(const JsonNode& node) {
 
 std::string character_code_text(std::uint32_t code) {
     std::string text;
-    for (unsigned shift = 32; shift != 0;)
-        text += static_cast<char>(code >> (shift -= 8));
+    for (const unsigned shift : {24U, 16U, 8U, 0U})
+        text += static_cast<char>(code >> shift);
     return is_character_code(text) ? text : hex_number(code, 8);
 }
 
 std::string language_from_json(const JsonNode& node) {
     if (!is_language(node.text())) node.mistake("a code of three letters, as in \"eng\"");
     return node.text();
-}
-
-// Returns the name of the field that says a text's coding.
-std::string coding_field(const char* text_field) {
-    return text_field + std::string("_coding");
 }
 
 const DvbCoding& coding_from_json(const JsonNode& node) {
@@ -200,10 +196,15 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
         case FieldKind::kRest:
             to = to_hex(value.bytes);
             return true;
-        default:
-            to = value.number;
-            return true;
+        case FieldKind::kNumber:
+        case FieldKind::kZeros:
+        case FieldKind::kOnes:
+        case FieldKind::kPresence:
+        case FieldKind::kIfMore:
+            break;
     }
+    to = value.number;
+    return true;
 }
 
 std::optional<ordered_json> entry_to_json(const std::vector<FieldValue>& entry) {

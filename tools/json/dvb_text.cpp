@@ -91,12 +91,13 @@ std::optional<std::string> convert_around(std::string_view known_from,
 // Replaces the control characters U+0080 to U+009F by U+E080 to U+E09F, or the other way
 // round; `from` and `to` are all bytes of the UTF-8 but the last.
 std::string with_controls(std::string_view from, std::string_view to, std::string text) {
-    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos;) {
+    std::size_t at = text.find(from);
+    while (at != std::string::npos) {
         const std::size_t last = at + from.size();
         const bool is_control =
             last < text.size() && static_cast<std::uint8_t>(text[last]) < 0xA0;
         if (is_control) text.replace(at, from.size(), to);
-        at += is_control ? to.size() : 1;
+        at = text.find(from, at + (is_control ? to.size() : 1));
     }
     return text;
 }

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "thrift/table_fields.h"
 #include "tools/json/json_node.h"
 #include "tools/model/multiplex.h"
 
@@ -21,9 +22,13 @@
 //                            "descriptors": [...]}]}]
 //   }
 //
-// The names, ranges and defaults are those of dvb_tables.thrift; every table and every
-// list may be left out, but not all tables. Descriptors are as in descriptor_json.h. A
-// field "$schema" at the top is for editors; multiplex.schema.json is the schema.
+// thrift/table_fields.h has the names, ranges and defaults; every table and every list
+// may be left out, but not all tables. Descriptors are as in descriptor_json.h. A field
+// "$schema" at the top is for editors; multiplex.schema.json is the schema.
+
+// What a PMT has in JSON alone, before its other fields: the PID that carries it.
+constexpr orvel::thrift::dvb_tables::NumberField kPmtPidField =
+    orvel::thrift::dvb_tables::pid_field("pid", "the PID of the PMT");
 
 // Reads the tables. Raises JsonMistake.
 [[nodiscard]] Multiplex multiplex_from_json(const JsonNode& root);

@@ -35,8 +35,9 @@ std::string time_of_day() {
 }
 
 std::size_t table_count(const Multiplex& tables) {
-    return tables.pmts.size() + (tables.pat ? 1 : 0) + (tables.cat ? 1 : 0) +
-           (tables.sdt ? 1 : 0);
+    std::size_t count = 0;
+    for_each_table(tables, [&](TablePlace, const auto&) { ++count; });
+    return count;
 }
 
 JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {

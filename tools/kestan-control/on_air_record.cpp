@@ -12,21 +12,22 @@ using nlohmann::ordered_json;
 namespace {
 
 ordered_json to_json(const OnAir& on_air) {
-    ordered_json services = ordered_json::array();
+    ordered_json to;
+    for_each_single_table([&](TableKind kind, auto /*member*/) {
+        to[table_info(kind).key] = on_air.has(kind);
+    });
+    ordered_json& services = to["services"] = ordered_json::array();
     for (const auto& [service, pids] : on_air.pids_of) {
         services.push_back({{"service_id", service}, {"pids", pids}});
     }
-    return {{"pat", on_air.pat},
-            {"cat", on_air.cat},
-            {"sdt", on_air.sdt},
-            {"services", services}};
+    return to;
 }
 
 OnAir from_json(const json& from) {
     OnAir on_air;
-    from.at("pat").get_to(on_air.pat);
-    from.at("cat").get_to(on_air.cat);
-    from.at("sdt").get_to(on_air.sdt);
+    for_each_single_table([&](TableKind kind, auto /*member*/) {
+        if (from.at(table_info(kind).key).get<bool>()) on_air.singles.insert(kind);
+    });
     for (const json& service : from.at("services")) {
         service.at("pids").get_to(on_air.pids_of[service.at("service_id")]);
     }
@@ -40,19 +41,17 @@ void warn(const std::string& what, const char* effect) {
 
 }  // namespace
 
-OnAir::OnAir(const Multiplex& tables)
-    : pat(tables.pat.has_value()),
-      cat(tables.cat.has_value()),
-      sdt(tables.sdt.has_value()) {
+OnAir::OnAir(const Multiplex& tables) {
+    for_each_single_table([&](TableKind kind, auto member) {
+        if (tables.*member) singles.insert(kind);
+    });
     for (const PmtOnPid& pmt : tables.pmts) {
         pids_of[pmt.pmt.program_number].insert(pmt.pid);
     }
 }
 
 void OnAir::add(const OnAir& other) {
-    pat = pat || other.pat;
-    cat = cat || other.cat;
-    sdt = sdt || other.sdt;
+    singles.insert(other.singles.begin(), other.singles.end());
     for (const auto& [service, pids] : other.pids_of) {
         pids_of[service].insert(pids.begin(), pids.end());
     }

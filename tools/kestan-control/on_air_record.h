@@ -12,20 +12,19 @@
 // Which tables Kestan can have from this program, without their content. After a push
 // that broke off, a table may be missing, and a service may be on one of several PIDs.
 struct OnAir {
-    bool pat = false;
-    bool cat = false;
-    bool sdt = false;
+    std::set<TableKind> singles;                              // but PMTs
     std::map<std::int32_t, std::set<std::uint16_t>> pids_of;  // by service
 
     OnAir() = default;
     explicit OnAir(const Multiplex& tables);
 
+    [[nodiscard]] bool has(TableKind single) const { return singles.count(single) != 0; }
+
     // Adds what `other` has.
     void add(const OnAir& other);
 
     bool operator==(const OnAir& other) const {
-        return pat == other.pat && cat == other.cat && sdt == other.sdt &&
-               pids_of == other.pids_of;
+        return singles == other.singles && pids_of == other.pids_of;
     }
 };
 

@@ -60,12 +60,12 @@ public:
 
     // Withdraws what the tables lack, and a PMT that can be on another PID than there.
     void withdraw_all_but(const Multiplex& tables) {
-        // A PAT or an SDT cannot be withdrawn alone.
-        const bool loses_pat = on_air_.pat && !tables.pat;
-        const bool loses_sdt = on_air_.sdt && !tables.sdt;
-        if (loses_pat || loses_sdt) return clear();
-        if (on_air_.cat && !tables.cat) clear_cat();
         const OnAir wanted(tables);
+        for (const TableKind kind : on_air_.singles) {
+            // Only a CAT can be withdrawn alone.
+            if (kind != TableKind::kCat && !wanted.has(kind)) return clear();
+        }
+        if (on_air_.has(TableKind::kCat) && !tables.cat) clear_cat();
         const auto pids_of = on_air_.pids_of;
         for (const auto& [service, pids] : pids_of) {
             const auto found = wanted.pids_of.find(service);
@@ -150,7 +150,7 @@ private:
 
     void clear_cat() {
         kestan_.call("ClearCAT", [](Service& service) { service.ClearCAT(); });
-        on_air_.cat = false;
+        on_air_.singles.erase(TableKind::kCat);
         played_.cat.reset();
         report_ << "CAT: withdrawn" << std::endl;
     }

@@ -12,12 +12,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Returns the names of the PAT, CAT and SDT that `tables` has.
+// Returns the names of the tables that a multiplex has only once and `tables` has.
 std::vector<std::string> single_tables_of(const Multiplex& tables) {
     std::vector<std::string> names;
-    if (tables.pat) names.emplace_back("pat");
-    if (tables.cat) names.emplace_back("cat");
-    if (tables.sdt) names.emplace_back("sdt");
+    for_each_single_table([&](TableKind kind, auto member) {
+        if (tables.*member) names.emplace_back(table_info(kind).key);
+    });
     return names;
 }
 
@@ -30,14 +30,6 @@ std::vector<std::string> json_files_in(const std::string& directory) {
     }
     std::sort(paths.begin(), paths.end());
     return paths;
-}
-
-template <typename Table>
-void join(const std::optional<Table>& from, std::optional<Table>& to,
-          const std::string& path, std::string& to_path) {
-    if (!from) return;
-    to = from;
-    to_path = path;
 }
 
 }  // namespace
@@ -111,9 +103,11 @@ ReadFiles TableFiles::read() const {
 
 JoinedFiles::JoinedFiles(const std::vector<TableFile>& files) {
     for (const TableFile& file : files) {
-        join(file.tables.pat, tables_.pat, file.path, pat_path_);
-        join(file.tables.cat, tables_.cat, file.path, cat_path_);
-        join(file.tables.sdt, tables_.sdt, file.path, sdt_path_);
+        for_each_single_table([&](TableKind kind, auto member) {
+            if (!(file.tables.*member)) return;
+            tables_.*member = file.tables.*member;
+            single_paths_[static_cast<std::size_t>(kind)] = file.path;
+        });
         for (std::size_t i = 0; i < file.tables.pmts.size(); ++i) {
             tables_.pmts.push_back(file.tables.pmts[i]);
             pmts_.push_back({file.path, i});
@@ -122,18 +116,8 @@ JoinedFiles::JoinedFiles(const std::vector<TableFile>& files) {
 }
 
 const std::string& JoinedFiles::path_of(TablePlace table) const {
-    switch (table.kind) {
-        case TableKind::kPat:
-            return pat_path_;
-        case TableKind::kCat:
-            return cat_path_;
-        case TableKind::kSdt:
-            return sdt_path_;
-        case TableKind::kPmt:
-        case TableKind::kTdt:
-            break;
-    }
-    return pmts_[table.pmt].path;
+    if (table.kind == TableKind::kPmt) return pmts_[table.pmt].path;
+    return single_paths_[static_cast<std::size_t>(table.kind)];
 }
 
 FileFinding JoinedFiles::in_file(const Finding& finding) const {

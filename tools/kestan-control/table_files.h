@@ -1,6 +1,7 @@
 #ifndef KESTAN_TOOLS_KESTAN_CONTROL_TABLE_FILES_H
 #define KESTAN_TOOLS_KESTAN_CONTROL_TABLE_FILES_H
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -78,10 +79,8 @@ private:
     };
 
     Multiplex tables_;
-    std::string pat_path_;
-    std::string cat_path_;
-    std::string sdt_path_;
-    std::vector<PmtOrigin> pmts_;  // as tables_.pmts
+    std::array<std::string, kTables.size()> single_paths_;  // by TableKind
+    std::vector<PmtOrigin> pmts_;                           // as tables_.pmts
 };
 
 #endif

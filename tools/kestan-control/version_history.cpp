@@ -32,8 +32,11 @@ PmtOnPid* pmt_of(std::vector<PmtOnPid>& pmts, std::int32_t service) {
 
 // Returns whether `other` has each table that `tables` has.
 bool has_all_of(const Multiplex& tables, Multiplex& other) {
-    return (!tables.pat || other.pat) && (!tables.cat || other.cat) &&
-           (!tables.sdt || other.sdt) &&
+    bool has_all = true;
+    for_each_single_table([&](TableKind, auto member) {
+        if (tables.*member && !(other.*member)) has_all = false;
+    });
+    return has_all &&
            std::all_of(tables.pmts.begin(), tables.pmts.end(), [&](const PmtOnPid& pmt) {
                return pmt_of(other.pmts, pmt.pmt.program_number) != nullptr;
            });
@@ -68,14 +71,12 @@ std::vector<UnchangedVersion> VersionHistory::take(Multiplex& tables, bool raise
         const auto unchanged = take_table(place, raises, table, written, sent);
         if (unchanged) all_unchanged.push_back(*unchanged);
     };
-    const auto take_single = [&](TableKind kind, auto& table, auto& written, auto& sent) {
+    for_each_single_table([&](TableKind kind, auto member) {
+        auto& table = tables.*member;
         if (!table) return;
-        if (!written) written = sent = table;
-        take_one({kind, 0}, *table, *written, *sent);
-    };
-    take_single(TableKind::kPat, tables.pat, written_.pat, sent_.pat);
-    take_single(TableKind::kCat, tables.cat, written_.cat, sent_.cat);
-    take_single(TableKind::kSdt, tables.sdt, written_.sdt, sent_.sdt);
+        if (!(written_.*member)) written_.*member = sent_.*member = table;
+        take_one({kind, 0}, *table, *(written_.*member), *(sent_.*member));
+    });
     for (std::size_t i = 0; i < tables.pmts.size(); ++i) {
         PmtOnPid& pmt = tables.pmts[i];
         const std::int32_t service = pmt.pmt.program_number;

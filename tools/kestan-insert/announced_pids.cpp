@@ -8,8 +8,7 @@ namespace {
 
 constexpr std::uint16_t kFirstStreamPid = 0x0020;
 
-// ISO/IEC 13818-1, 2.4.4.3, 2.4.4.8 and 2.6.16
-constexpr std::ptrdiff_t kPatProgramSize = 4;
+// ISO/IEC 13818-1, 2.4.4.8 and 2.6.16
 constexpr std::ptrdiff_t kPmtFixedSize = 4;  // PCR_PID, program_info_length
 constexpr std::uint8_t kCaDescriptorTag = 0x09;
 constexpr std::size_t kCaFixedSize = 4;  // CA_system_id, CA_PID
@@ -80,9 +79,10 @@ void read_pmt(Part body, const OnPid& on_pid) {
 
 }  // namespace
 
-void PatRecord::push(const Section& section) {
-    if (!is_in_force(section, kPatTableId)) return;
-    if (version_ != section.version()) *this = {};
+bool PatRecord::push(const Section& section) {
+    if (!is_in_force(section, kPatTableId)) return false;
+    const bool is_new = version_ != section.version();
+    if (is_new) *this = {};
     version_ = section.version();
     std::memcpy(&crcs_[section.number()].emplace(),
                 section.begin() + section.size() - kCrc32Size, kCrc32Size);
@@ -92,6 +92,7 @@ void PatRecord::push(const Section& section) {
         const std::uint16_t pid = pid_at(program + 2);
         if (!announces_network && is_stream_pid(pid)) pmt_pids_.set(pid);
     }
+    return is_new;
 }
 
 bool PatRecord::contradicts(const PatRecord& other) const {

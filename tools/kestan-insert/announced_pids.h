@@ -18,8 +18,8 @@
 // The last version of the PAT of one stream. One thread.
 class PatRecord {
 public:
-    // Takes a section of PID 0.
-    void push(const Section& section);
+    // Takes a section of PID 0. Returns whether it is the first one of a version.
+    bool push(const Section& section);
 
     // Returns whether the PAT names `pid` as that of a program's PMT.
     [[nodiscard]] bool announces(std::uint16_t pid) const { return pmt_pids_[pid]; }

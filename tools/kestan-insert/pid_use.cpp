@@ -47,7 +47,7 @@ void PidUse::learn(const std::uint8_t* packet) {
 }
 
 void PidUse::take_pat(PatRecord& pat, const Section& section) {
-    pat.push(section);
+    if (!pat.push(section)) return;
     for (auto at = on_air_.begin(); at != on_air_.end();) {
         at = is_read_on_air(at->first) ? std::next(at) : on_air_.erase(at);
     }

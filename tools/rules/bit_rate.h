@@ -6,13 +6,6 @@
 
 #include "tools/model/multiplex.h"
 
-// Returns the number of transport packets in which Kestan plays a table. Each section
-// begins a new packet, and stuffing fills the last packet of each.
-[[nodiscard]] std::size_t packet_count(const orvel::thrift::dvb_tables::PAT& pat);
-[[nodiscard]] std::size_t packet_count(const orvel::thrift::dvb_tables::CAT& cat);
-[[nodiscard]] std::size_t packet_count(const orvel::thrift::dvb_tables::SDT& sdt);
-[[nodiscard]] std::size_t packet_count(const orvel::thrift::dvb_tables::PMT& pmt);
-
 // The mean rate of what Kestan sends: each table once per repetition period, and the TDT.
 struct BitRate {
     std::size_t packets_per_second = 0;

@@ -4,9 +4,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "dvb/psi_si.h"
 #include "thrift/dvb_tables_types.h"
-
-constexpr std::int32_t kCaDescriptorTag = 0x09;
 
 // The fixed part of a CA descriptor (ISO/IEC 13818-1, 2.6.16).
 struct CaDescriptor {
@@ -17,7 +16,7 @@ struct CaDescriptor {
 // Returns nullopt if the descriptor is another one or is too short.
 [[nodiscard]] inline std::optional<CaDescriptor> ca_descriptor(
     const orvel::thrift::dvb_tables::Descriptor& descriptor) {
-    if (descriptor.tag != kCaDescriptorTag || descriptor.data.size() < 4) {
+    if (descriptor.tag != kCaTag || descriptor.data.size() < 4) {
         return std::nullopt;
     }
     const auto byte = [&](std::size_t at) {

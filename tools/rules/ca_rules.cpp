@@ -3,9 +3,11 @@
 
 #include "tools/json/number_text.h"
 #include "tools/rules/ca_descriptor.h"
-#include "tools/rules/rule_functions.h"
+#include "tools/rules/rule.h"
 
 using namespace orvel::thrift::dvb_tables;
+
+namespace {
 
 void check_ca_system_not_in_cat(const TableIndex& tables, RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
@@ -40,7 +42,7 @@ void check_free_ca_mode_differs(const TableIndex& tables, RuleReport& report) {
         bool has_ca = false;
         tables.for_each_descriptor_of_pmt(
             *pmt, [&](TablePlace, const std::string&, const Descriptor& descriptor) {
-                if (descriptor.tag == kCaDescriptorTag) has_ca = true;
+                if (descriptor.tag == kCaTag) has_ca = true;
             });
         if (has_ca == service.free_ca_mode) continue;
         report.add(kInSdt, element("services", i) + ".free_ca_mode",
@@ -51,4 +53,15 @@ void check_free_ca_mode_differs(const TableIndex& tables, RuleReport& report) {
                                 service_text(service.service_id) +
                                 " has no CA descriptor: receivers list it as scrambled");
     }
+}
+
+}  // namespace
+
+std::vector<Rule> ca_rules() {
+    return {
+        {"ca_system_not_in_cat", Severity::kWarning, "ISO/IEC 13818-1, 2.6.16",
+         check_ca_system_not_in_cat},
+        {"free_ca_mode_differs", Severity::kWarning, "ETSI EN 300 468, 5.2.3",
+         check_free_ca_mode_differs},
+    };
 }

@@ -3,7 +3,7 @@
 
 #include "dvb/psi_si.h"
 #include "tools/json/number_text.h"
-#include "tools/rules/rule_functions.h"
+#include "tools/rules/rule.h"
 
 using namespace orvel::thrift::dvb_tables;
 
@@ -26,11 +26,9 @@ std::string reserved_use(std::int32_t pid) {
 std::string reserved_text(std::int32_t pid, const std::string& use) {
     return "PID " + pid_text(pid) + " is reserved for " + use +
            (pid == kNullPid ? ": receivers discard the PMT"
-                           : ": receivers find no PMT there, and take its sections for "
-                             "broken ones of that kind");
+                            : ": receivers find no PMT there, and take its sections for "
+                              "broken ones of that kind");
 }
-
-}  // namespace
 
 void check_pmt_on_reserved_pid(const TableIndex& tables, RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
@@ -139,4 +137,26 @@ void check_network_pid_missing(const TableIndex& tables, RuleReport& report) {
     report.add(kInPat, "programs",
                "no program_number 0 announces a network PID: receivers take PID 0x0010, "
                "which DVB gives to the NIT");
+}
+
+}  // namespace
+
+std::vector<Rule> pid_rules() {
+    return {
+        {"pmt_on_reserved_pid", Severity::kError,
+         "ISO/IEC 13818-1, table 2-3; ETSI EN 300 468, table 1",
+         check_pmt_on_reserved_pid},
+        {"pmt_on_stream_pid", Severity::kError, "ISO/IEC 13818-1, 2.4.4",
+         check_pmt_on_stream_pid},
+        {"pmt_not_where_announced", Severity::kError, "ISO/IEC 13818-1, 2.4.4.5",
+         check_pmt_not_where_announced},
+        {"elementary_pid_twice", Severity::kError, "ISO/IEC 13818-1, 2.4.4.9",
+         check_elementary_pid_twice},
+        {"pcr_pid_without_stream", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.9",
+         check_pcr_pid_without_stream},
+        {"stream_type_differs", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.9",
+         check_stream_type_differs},
+        {"network_pid_missing", Severity::kInformation, "ISO/IEC 13818-1, 2.4.4.5",
+         check_network_pid_missing},
+    };
 }

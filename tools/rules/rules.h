@@ -1,22 +1,11 @@
 #ifndef KESTAN_TOOLS_RULES_RULES_H
 #define KESTAN_TOOLS_RULES_RULES_H
 
-#include <string_view>
 #include <vector>
 
 #include "tools/model/multiplex.h"
 #include "tools/rules/finding.h"
-#include "tools/rules/rule_report.h"
-#include "tools/rules/table_index.h"
-
-// A rule that the tables of a multiplex must keep.
-struct Rule {
-    std::string_view name;
-    Severity severity;
-    std::string_view clause;  // of the standard that asks for it
-    // Reports each place that breaks the rule.
-    void (*check)(const TableIndex& tables, RuleReport& report);
-};
+#include "tools/rules/rule.h"
 
 // Returns all rules, errors first. No two have the same name.
 [[nodiscard]] const std::vector<Rule>& all_rules();

@@ -1,25 +1,14 @@
 #include <cstdint>
 #include <set>
 
+#include "dvb/psi_si.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/json/number_text.h"
-#include "tools/rules/rule_functions.h"
+#include "tools/rules/rule.h"
 
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
-
-constexpr std::int32_t kServiceDescriptorTag = 0x48;
-
-// Returns true for a name that overruns its descriptor: another rule reports that.
-bool has_service_name(const Descriptor& descriptor) {
-    if (descriptor.tag != kServiceDescriptorTag) return false;
-    const SplitDescriptor split =
-        split_descriptor(*form_of_tag(kServiceDescriptorTag), descriptor.data);
-    return !split.overrun.empty() || !split.entries[0].back().bytes.empty();
-}
-
-}  // namespace
 
 void check_service_with_two_pmts(const TableIndex& tables, RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
@@ -119,16 +108,41 @@ void check_service_without_name(const TableIndex& tables, RuleReport& report) {
     const std::vector<SDTService>& services = tables.tables().sdt->services;
     for (std::size_t i = 0; i < services.size(); ++i) {
         bool has_descriptor = false;
-        bool has_name = false;
+        bool is_named_or_broken = false;  // another rule reports a broken descriptor
         for (const Descriptor& descriptor : services[i].descriptors) {
-            if (descriptor.tag == kServiceDescriptorTag) has_descriptor = true;
-            if (has_service_name(descriptor)) has_name = true;
+            if (descriptor.tag != kServiceTag) continue;
+            has_descriptor = true;
+            if (service_name_field(descriptor) != "") is_named_or_broken = true;
         }
-        if (has_name) continue;
+        if (is_named_or_broken) continue;
         report.add(
             kInSdt, element("services", i),
             service_text(services[i].service_id) +
                 (has_descriptor ? " has an empty name" : " has no service descriptor") +
                 ": receivers list it without a name, or not at all");
     }
+}
+
+}  // namespace
+
+std::vector<Rule> service_rules() {
+    return {
+        {"service_with_two_pmts", Severity::kError, "ISO/IEC 13818-1, 2.4.4.8",
+         check_service_with_two_pmts},
+        {"program_twice_in_pat", Severity::kError, "ISO/IEC 13818-1, 2.4.4.5",
+         check_program_twice_in_pat},
+        {"service_twice_in_sdt", Severity::kError, "ETSI EN 300 468, 5.2.3",
+         check_service_twice_in_sdt},
+        {"pmt_of_program_0", Severity::kError, "ISO/IEC 13818-1, 2.4.4.5",
+         check_pmt_of_program_0},
+        {"pat_missing", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4", check_pat_missing},
+        {"service_without_pmt", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.5",
+         check_service_without_pmt},
+        {"pmt_not_in_pat", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.5",
+         check_pmt_not_in_pat},
+        {"sdt_service_not_in_pat", Severity::kWarning, "ETSI EN 300 468, 5.2.3",
+         check_sdt_service_not_in_pat},
+        {"service_without_name", Severity::kWarning, "ETSI TS 101 211, 4.2",
+         check_service_without_name},
+    };
 }

@@ -21,7 +21,7 @@ void visit_descriptors(TablePlace table, const std::string& owner,
 }  // namespace
 
 std::string element(const char* list, std::size_t index) {
-    return list + ('[' + std::to_string(index)) + ']';
+    return std::string(list) + '[' + std::to_string(index) + ']';
 }
 
 std::string service_text(std::int32_t service_id) {

@@ -5,9 +5,11 @@
 #include "dvb/psi_si.h"
 #include "thrift/table_refusal.h"
 #include "tools/json/descriptor_fields.h"
-#include "tools/rules/rule_functions.h"
+#include "tools/rules/rule.h"
 
 using namespace orvel::thrift::dvb_tables;
+
+namespace {
 
 void check_version_above_31(const TableIndex& tables, RuleReport& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
@@ -57,4 +59,21 @@ void check_descriptor_overrun(const TableIndex& tables, RuleReport& report) {
         report.add(place, field,
                    overrun + ": receivers ignore the descriptor, or read past its end");
     });
+}
+
+}  // namespace
+
+std::vector<Rule> table_rules() {
+    return {
+        {"table_refused", Severity::kError,
+         "ISO/IEC 13818-1, 2.4.4; ETSI EN 300 468, 5.1.1", check_table_refused},
+        {"descriptor_overrun", Severity::kError,
+         "ISO/IEC 13818-1, 2.6; ETSI EN 300 468, 6.2", check_descriptor_overrun},
+        {"transport_stream_id_differs", Severity::kWarning, "ETSI EN 300 468, 5.2.3",
+         check_transport_stream_id_differs},
+        {"not_in_force", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.5",
+         check_not_in_force},
+        {"version_above_31", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.5",
+         check_version_above_31},
+    };
 }

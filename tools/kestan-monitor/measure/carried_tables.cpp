@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr std::uint8_t kServiceDescriptorTag = 0x48;
-
 // Removes the control codes of DVB, U+E080 to U+E09F.
 std::string without_controls(const std::string& text) {
     std::string plain;
@@ -21,13 +19,11 @@ std::string without_controls(const std::string& text) {
 }
 
 std::string name_of(const orvel::thrift::dvb_tables::Descriptor& service) {
-    const SplitDescriptor split =
-        split_descriptor(*form_of_tag(kServiceDescriptorTag), service.data);
-    if (!split.overrun.empty()) return "";
-    const std::string field(split.entries[0].back().bytes);
-    if (const auto text = decode_dvb_text(field)) return without_controls(text->text);
+    const auto field = service_name_field(service);
+    if (!field) return "";
+    if (const auto text = decode_dvb_text(*field)) return without_controls(text->text);
     std::string ascii;  // of another coding, what all have in common
-    for (const char byte : field) {
+    for (const char byte : *field) {
         if (byte >= ' ' && byte < 0x7F) ascii += byte;
     }
     return ascii;
@@ -52,7 +48,7 @@ std::map<std::uint16_t, std::string> service_names(const Multiplex& tables) {
     if (!tables.sdt) return names;
     for (const auto& service : tables.sdt->services) {
         for (const auto& descriptor : service.descriptors) {
-            if (descriptor.tag == kServiceDescriptorTag)
+            if (descriptor.tag == kServiceTag)
                 names[static_cast<std::uint16_t>(service.service_id)] =
                     name_of(descriptor);
         }

@@ -1,0 +1,221 @@
+#ifndef KESTAN_THRIFT_TABLE_FIELDS_H
+#define KESTAN_THRIFT_TABLE_FIELDS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "dvb/psi_si.h"
+#include "dvb/section_limits.h"
+#include "dvb/table_kind.h"
+#include "thrift/dvb_tables_types.h"
+
+// The fields of the structures in dvb_tables.thrift: one description, from which their
+// ranges are checked, their JSON is read and written, and the format is documented.
+//
+// TableFields<Structure>::visit(visitor) describes the fields in their order, by calls of
+//
+//     visitor.number(&Structure::member, NumberField)
+//     visitor.flag(&Structure::member, name, value if it is left out)
+//     visitor.list(&Structure::member, name)
+//     visitor.bytes(&Structure::member, name, greatest size)
+//
+// TableFields<Structure>::header_size is the size of the structure on air without the
+// elements of its lists, in bytes; that of a table is the size of a section's header. A
+// table has its TableKind as `kind`.
+namespace orvel::thrift::dvb_tables {
+
+struct NumberField {
+    const char* name;
+    unsigned bits;
+    const char* note = "";  // what a value means, for people
+    std::int32_t lowest = 0;
+    bool is_hex = false;       // as people write it
+    bool is_optional = false;  // 0 if it is left out
+
+    [[nodiscard]] constexpr std::int32_t highest() const { return (1 << bits) - 1; }
+};
+
+constexpr NumberField pid_field(const char* name, const char* note = "",
+                                std::int32_t lowest = 0) {
+    return {name, kPidBits, note, lowest, /*is_hex=*/true};
+}
+
+template <typename Structure>
+struct TableFields;
+
+template <typename Table, typename Visitor>
+void visit_version(Visitor&& visitor) {
+    visitor.number(&Table::version_number,
+                   {"version_number", 8, "32 to 255 are carried as 0"});
+    visitor.flag(&Table::current_next_indicator, "current_next_indicator", true);
+}
+
+template <>
+struct TableFields<Descriptor> {
+    static constexpr std::size_t header_size = kDescriptorHeaderSize;
+
+    template <typename Visitor>
+    static void visit(Visitor&& visitor) {
+        visitor.number(&Descriptor::tag, {"tag", 8, "", 0, /*is_hex=*/true});
+        visitor.bytes(&Descriptor::data, "data", kMaxDescriptorData);
+    }
+};
+
+template <>
+struct TableFields<PATProgram> {
+    static constexpr std::size_t header_size = kPatProgramSize;
+
+    template <typename Visitor>
+    static void visit(Visitor&& visitor) {
+        visitor.number(&PATProgram::program_number,
+                       {"program_number", 16, "0 announces the network PID"});
+        visitor.number(&PATProgram::pid, pid_field("pid", "", 1));
+    }
+};
+
+template <>
+struct TableFields<PAT> {
+    static constexpr TableKind kind = TableKind::kPat;
+    static constexpr std::size_t header_size = table_info(kind).header_size;
+
+    template <typename Visitor>
+    static void visit(Visitor&& visitor) {
+        visitor.number(&PAT::transport_stream_id, {"transport_stream_id", 16});
+        visit_version<PAT>(visitor);
+        visitor.list(&PAT::programs, "programs");
+    }
+};
+
+template <>
+struct TableFields<CAT> {
+    static constexpr TableKind kind = TableKind::kCat;
+    static constexpr std::size_t header_size = table_info(kind).header_size;
+
+    template <typename Visitor>
+    static void visit(Visitor&& visitor) {
+        visit_version<CAT>(visitor);
+        visitor.list(&CAT::descriptors, "descriptors");
+    }
+};
+
+template <>
+struct TableFields<SDTService> {
+    static constexpr std::size_t header_size = kSdtServiceHeaderSize;
+
+    template <typename Visitor>
+    static void visit(Visitor&& visitor) {
+        using S = SDTService;
+        visitor.number(&S::service_id, {"service_id", 16});
+        visitor.flag(&S::eit_schedule_flag, "eit_schedule_flag", false);
+        visitor.flag(&S::eit_present_following_flag, "eit_present_following_flag", false);
+        visitor.number(&S::running_status,
+                       {"running_status", 3, "4 is running", 0, /*is_hex=*/false,
+                        /*is_optional=*/true});
+        visitor.flag(&S::free_ca_mode, "free_ca_mode", false);
+        visitor.list(&S::descriptors, "descriptors");
+    }
+};
+
+template <>
+struct TableFields<SDT> {
+    static constexpr TableKind kind = TableKind::kSdt;
+    static constexpr std::size_t header_size = table_info(kind).header_size;
+
+    template <typename Visitor>
+    static void visit(Visitor&& visitor) {
+        visitor.number(&SDT::transport_stream_id, {"transport_stream_id", 16});
+        visitor.number(&SDT::original_network_id, {"original_network_id", 16});
+        visit_version<SDT>(visitor);
+        visitor.list(&SDT::services, "services");
+    }
+};
+
+template <>
+struct TableFields<PMTStream> {
+    static constexpr std::size_t header_size = kPmtStreamHeaderSize;
+
+    template <typename Visitor>
+    static void visit(Visitor&& visitor) {
+        visitor.number(&PMTStream::stream_type,
+                       {"stream_type", 8, "", 0, /*is_hex=*/true});
+        visitor.number(&PMTStream::elementary_pid, pid_field("elementary_pid"));
+        visitor.list(&PMTStream::descriptors, "descriptors");
+    }
+};
+
+template <>
+struct TableFields<PMT> {
+    static constexpr TableKind kind = TableKind::kPmt;
+    static constexpr std::size_t header_size = table_info(kind).header_size;
+
+    template <typename Visitor>
+    static void visit(Visitor&& visitor) {
+        visitor.number(&PMT::program_number,
+                       {"program_number", 16, "the service_id of its service"});
+        visit_version<PMT>(visitor);
+        visitor.number(&PMT::pcr_pid,
+                       pid_field("pcr_pid", "0x1FFF if the program has no PCR"));
+        visitor.list(&PMT::descriptors, "descriptors");
+        visitor.list(&PMT::streams, "streams");
+    }
+};
+
+// Returns the size of a structure on air, with all elements of its lists.
+template <typename Structure>
+[[nodiscard]] std::size_t size_of(const Structure& structure);
+
+// A visitor that adds up sizes.
+template <typename Structure>
+struct SizeOfLists {
+    const Structure& structure;
+    std::size_t size = 0;
+
+    void number(std::int32_t Structure::*, const NumberField&) {}
+    void flag(bool Structure::*, const char*, bool) {}
+    void bytes(std::string Structure::*member, const char*, std::size_t) {
+        size += (structure.*member).size();
+    }
+    template <typename Element>
+    void list(std::vector<Element> Structure::*member, const char*) {
+        for (const Element& element : structure.*member) size += size_of(element);
+    }
+};
+
+template <typename Structure>
+std::size_t size_of(const Structure& structure) {
+    SizeOfLists<Structure> lists{structure};
+    TableFields<Structure>::visit(lists);
+    return TableFields<Structure>::header_size + lists.size;
+}
+
+// Returns the sections that Kestan makes of a table.
+[[nodiscard]] inline SectionFill fill_sections(const PAT& pat) {
+    SectionFill fill(TableFields<PAT>::header_size,
+                     kPatProgramsPerSection * kPatProgramSize);
+    for (const PATProgram& program : pat.programs) fill.add(size_of(program));
+    return fill;
+}
+
+[[nodiscard]] inline SectionFill fill_sections(const CAT& cat) {
+    SectionFill fill(TableFields<CAT>::header_size);
+    for (const Descriptor& descriptor : cat.descriptors) fill.add(size_of(descriptor));
+    return fill;
+}
+
+[[nodiscard]] inline SectionFill fill_sections(const SDT& sdt) {
+    SectionFill fill(TableFields<SDT>::header_size);
+    for (const SDTService& service : sdt.services) fill.add(size_of(service));
+    return fill;
+}
+
+// A PMT has one section (ISO/IEC 13818-1, 2.4.4.9), whether it fits or not.
+[[nodiscard]] inline SectionFill fill_sections(const PMT& pmt) {
+    SectionFill fill(TableFields<PMT>::header_size);
+    fill.add(size_of(pmt) - TableFields<PMT>::header_size);
+    return fill;
+}
+
+}  // namespace orvel::thrift::dvb_tables
+
+#endif

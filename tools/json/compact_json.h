@@ -1,0 +1,15 @@
+#ifndef KESTAN_TOOLS_JSON_COMPACT_JSON_H
+#define KESTAN_TOOLS_JSON_COMPACT_JSON_H
+
+#include <cstddef>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+// Writes JSON for people: an object or array that fits into the rest of its line stands
+// on it, and another one has a line per element. The text is ASCII and ends without a
+// line break.
+[[nodiscard]] std::string compact_json(const nlohmann::ordered_json& value,
+                                       std::size_t width);
+
+#endif

@@ -1,0 +1,382 @@
+// write_format SCHEMA MANUAL: writes the JSON Schema of the file format, and replaces the
+// two tables of its manual, from the descriptions of the fields that the reader and the
+// writer use too.
+
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "tools/json/compact_json.h"
+#include "tools/json/descriptor_fields.h"
+#include "tools/json/dvb_text.h"
+#include "tools/json/multiplex_json.h"
+#include "tools/json/number_text.h"
+
+using nlohmann::ordered_json;
+using namespace orvel::thrift::dvb_tables;
+using namespace std::string_literals;
+
+namespace {
+
+constexpr std::size_t kSchemaWidth = 100;
+constexpr unsigned kBitsOfByte = 8;
+constexpr unsigned kBitsOfHexDigit = 4;
+
+ordered_json reference(const std::string& name) {
+    return {{"$ref", "#/$defs/" + name}};
+}
+
+ordered_json requiring(const std::string& name) {
+    return {{"required", ordered_json::array({name})}};
+}
+
+ordered_json with_note(const std::string& note, const ordered_json& schema) {
+    ordered_json noted = ordered_json::object();
+    if (!note.empty()) noted["description"] = note;
+    noted.update(schema);
+    return noted;
+}
+
+ordered_json object_of(const ordered_json& properties, const ordered_json& required) {
+    ordered_json schema{{"type", "object"}, {"properties", properties}};
+    if (!required.empty()) schema["required"] = required;
+    schema["additionalProperties"] = false;
+    return schema;
+}
+
+std::string times(const std::string& digit, std::size_t least, std::size_t most) {
+    if (most == 1) return digit;
+    const std::string from = least == most ? "" : std::to_string(least) + ",";
+    return digit + '{' + from + std::to_string(most) + '}';
+}
+
+std::string digit_up_to(char lowest, char highest) {
+    if (lowest == highest) return {lowest};
+    return "["s + lowest + '-' + highest + ']';
+}
+
+// Returns a pattern of the decimal numbers from 0 to `highest`.
+std::string decimal_pattern(std::uint32_t highest) {
+    const std::string digits = std::to_string(highest);
+    std::string pattern;
+    if (digits.size() > 1) pattern = times("[0-9]", 1, digits.size() - 1) + '|';
+    for (std::size_t i = 0; i < digits.size(); ++i) {
+        // As the highest one up to digit i, which is smaller.
+        const char lowest = i == 0 && digits.size() > 1 ? '1' : '0';
+        if (digits[i] <= lowest) continue;
+        pattern += digits.substr(0, i);
+        pattern += digit_up_to(lowest, static_cast<char>(digits[i] - 1));
+        const std::size_t rest = digits.size() - i - 1;
+        if (rest > 0) pattern += times("[0-9]", rest, rest);
+        pattern += '|';
+    }
+    return pattern + digits;
+}
+
+std::string hex_pattern(unsigned bits) {
+    const unsigned whole = bits / kBitsOfHexDigit;
+    const unsigned rest = bits % kBitsOfHexDigit;
+    const std::string digits = whole == 0 ? "" : times("[0-9a-fA-F]", 1, whole);
+    if (rest == 0) return digits;
+    const std::string first = digit_up_to('0', static_cast<char>('0' + (1U << rest) - 1));
+    return first + (whole == 0 ? "" : "?") + digits;
+}
+
+ordered_json number_schema(unsigned bits, std::int32_t lowest) {
+    const std::uint32_t highest = ~0U >> (32 - bits);
+    const std::string pattern =
+        "^(0[xX]0*(" + hex_pattern(bits) + ")|0*(" + decimal_pattern(highest) + "))$";
+    return {{"anyOf",
+             {{{"type", "integer"}, {"minimum", lowest}, {"maximum", highest}},
+              {{"type", "string"}, {"pattern", pattern}}}}};
+}
+
+ordered_json bytes_schema(std::size_t most) {
+    return {{"type", "string"},
+            {"pattern", "^( *[0-9a-fA-F]{2}){0," + std::to_string(most) + "} *$"}};
+}
+
+// Makes the schema, and remembers which widths of numbers it has.
+class Schema {
+public:
+    ordered_json number(unsigned bits, std::int32_t lowest = 0) {
+        if (bits == kPidBits) return reference(lowest == 0 ? "pid" : "pat_pid");
+        widths_.insert(bits);
+        return reference("u" + std::to_string(bits));
+    }
+
+    template <typename Structure>
+    ordered_json structure(ordered_json properties = ordered_json::object(),
+                           ordered_json required = ordered_json::array());
+
+    ordered_json multiplex();
+
+private:
+    ordered_json field(const DescriptorForm& form, const DescriptorField& field);
+    ordered_json descriptor_named(const DescriptorForm& form);
+    ordered_json descriptor();
+    ordered_json definitions();
+
+    std::set<unsigned> widths_;
+};
+
+// A visitor that describes the fields.
+struct FieldSchemas {
+    Schema& schema;
+    ordered_json properties;
+    ordered_json required;
+
+    template <typename Member>
+    void number(Member, const NumberField& field) {
+        properties[field.name] =
+            with_note(field.note, schema.number(field.bits, field.lowest));
+        if (!field.is_optional) required.push_back(field.name);
+    }
+    template <typename Member>
+    void flag(Member, const char* name, bool if_absent) {
+        properties[name] = {{"type", "boolean"}, {"default", if_absent}};
+    }
+    template <typename Structure, typename Element>
+    void list(std::vector<Element> Structure::*, const char* name) {
+        if constexpr (std::is_same_v<Element, Descriptor>) {
+            properties[name] = reference("descriptors");
+        } else {
+            properties[name] = {{"type", "array"},
+                                {"items", schema.structure<Element>()}};
+        }
+    }
+};
+
+template <typename Structure>
+ordered_json Schema::structure(ordered_json properties, ordered_json required) {
+    FieldSchemas fields{*this, std::move(properties), std::move(required)};
+    TableFields<Structure>::visit(fields);
+    return object_of(fields.properties, fields.required);
+}
+
+// Returns the bits that every entry has.
+unsigned least_bits(const DescriptorForm& form) {
+    unsigned bits = 0;
+    for (const DescriptorField& field : form.fields) {
+        if (field.need != FieldNeed::kIfPresenceFlag) bits += field.bits;
+    }
+    return bits;
+}
+
+ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& field) {
+    switch (field.kind) {
+        case FieldKind::kCharacterCode:
+            return {
+                {"anyOf",
+                 {{{"type", "string"}, {"pattern", "^[ -~]{4}$"}}, number(field.bits)}}};
+        case FieldKind::kFlag:
+            return {{"type", "boolean"}};
+        case FieldKind::kLanguage:
+            return reference("language");
+        case FieldKind::kText:
+            return reference("text");
+        case FieldKind::kRest:
+            return bytes_schema(kMaxDescriptorData - least_bits(form) / kBitsOfByte);
+        case FieldKind::kNumber:
+        case FieldKind::kHexNumber:
+        case FieldKind::kZeros:
+        case FieldKind::kOnes:
+        case FieldKind::kPresence:
+        case FieldKind::kIfMore:
+            break;
+    }
+    return number(field.bits);
+}
+
+ordered_json Schema::descriptor_named(const DescriptorForm& form) {
+    ordered_json properties = ordered_json::object();
+    ordered_json required = ordered_json::array();
+    for (const DescriptorField& part : form.fields) {
+        if (!is_in_json(part)) continue;
+        properties[part.name] = with_note(part.note, field(form, part));
+        if (part.kind == FieldKind::kText)
+            properties[coding_field(part.name)] = reference("coding");
+        if (part.need == FieldNeed::kRequired) required.push_back(part.name);
+    }
+    const ordered_json entry = object_of(properties, required);
+    if (!form.is_list) return entry;
+    return {{"type", "array"},
+            {"maxItems", kMaxDescriptorData * kBitsOfByte / least_bits(form)},
+            {"items", entry}};
+}
+
+ordered_json Schema::descriptor() {
+    ordered_json properties{
+        {"tag",
+         with_note("descriptor_tag of a descriptor without a name here", number(8))},
+        {"data",
+         with_note("what follows descriptor_length", bytes_schema(kMaxDescriptorData))}};
+    for (const DescriptorForm& form : descriptor_forms()) {
+        properties[form.name] = descriptor_named(form);
+    }
+    ordered_json schema = with_note("raw with tag and data, or one name with its fields",
+                                    object_of(properties, {}));
+    schema["oneOf"] = {{{"required", {"tag", "data"}}, {"maxProperties", 2}},
+                       {{"minProperties", 1},
+                        {"maxProperties", 1},
+                        {"properties", {{"tag", false}, {"data", false}}}}};
+    return schema;
+}
+
+ordered_json Schema::definitions() {
+    const ordered_json any_descriptor = descriptor();
+    ordered_json definitions;
+    for (const unsigned bits : widths_) {
+        definitions["u" + std::to_string(bits)] = number_schema(bits, 0);
+    }
+    definitions["pid"] = number_schema(kPidBits, 0);
+    definitions["pat_pid"] = number_schema(kPidBits, 1);
+    definitions["pat_pid"]["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
+    definitions["language"] =
+        with_note("ISO 639-2", {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
+    // The shortest descriptor with a text has three other bytes.
+    definitions["text"] = {{"type", "string"},
+                           {"maxLength", kMaxDescriptorData - 3},
+                           {"pattern", "^[^\0-\x1F\x7F-\xC2\x9F]*$"s}};
+    ordered_json codings;
+    for (const DvbCoding& coding : dvb_codings()) codings.push_back(coding.name);
+    definitions["coding"] = with_note(
+        "the default table of ETSI EN 300 468, annex A, if it is left out and "
+        "the table has all characters, else UTF-8",
+        {{"enum", codings}});
+    definitions["descriptor"] = any_descriptor;
+    definitions["descriptors"] = {{"type", "array"}, {"items", reference("descriptor")}};
+    return definitions;
+}
+
+ordered_json Schema::multiplex() {
+    ordered_json properties{{"$schema", {{"type", "string"}}}};
+    ordered_json any_of;
+    for_each_single_table([&](TableKind kind, auto member) {
+        using Table = typename std::decay_t<decltype(Multiplex{}.*member)>::value_type;
+        const std::string key = table_info(kind).key;
+        properties[key] = structure<Table>();
+        any_of.push_back(requiring(key));
+    });
+    const std::string pmts = table_info(TableKind::kPmt).key;
+    FieldSchemas pid{*this, {}, {}};
+    pid.number(&PmtOnPid::pid, kPmtPidField);
+    properties[pmts] = {{"type", "array"},
+                        {"uniqueItems", true},
+                        {"items", structure<PMT>(pid.properties, pid.required)}};
+    ordered_json has_pmts = requiring(pmts);
+    has_pmts["properties"][pmts]["minItems"] = 1;
+    any_of.push_back(has_pmts);
+    ordered_json schema{{"$schema", "https://json-schema.org/draft/2020-12/schema"},
+                        {"title", "Kestan multiplex"},
+                        {"description",
+                         "The tables of a DVB multiplex, as kestan-control reads and "
+                         "writes them. Numbers "
+                         "are decimal or strings such as \"0x0100\"."}};
+    schema.update(object_of(properties, {}));
+    schema["anyOf"] = any_of;
+    schema["$defs"] = definitions();
+    return schema;
+}
+
+// A visitor that writes the manual's table of fields: a row for each field, then the rows
+// of the structures in its lists.
+struct FieldRows {
+    std::string place;
+    std::string rows = "";
+    std::string inner_rows = "";
+
+    void row(const char* name, const std::string& value) {
+        rows += std::exchange(place, "") + '|' + name + '|' + value + '\n';
+    }
+    template <typename Member>
+    void number(Member, const NumberField& field) {
+        const std::int32_t highest = field.highest();
+        const bool is_hex = field.bits > kBitsOfByte;
+        row(field.name, std::to_string(field.lowest) + " to " +
+                            (is_hex ? hex_number(highest, 4) : std::to_string(highest)) +
+                            (field.is_optional ? ", default 0" : "") +
+                            (*field.note == '\0' ? "" : "; "s + field.note));
+    }
+    template <typename Member>
+    void flag(Member, const char* name, bool if_absent) {
+        row(name, if_absent ? "default true" : "default false");
+    }
+    template <typename Structure, typename Element>
+    void list(std::vector<Element> Structure::*, const char* name) {
+        if constexpr (std::is_same_v<Element, Descriptor>) {
+            row(name, "list: see DESCRIPTORS");
+        } else {
+            row(name, "list");
+            FieldRows inner{name + "[]"s};
+            TableFields<Element>::visit(inner);
+            inner_rows += inner.rows + inner.inner_rows;
+        }
+    }
+};
+
+std::string manual_fields() {
+    std::string text = ".TS\ntab(|);\nl l l.\n\\fBin\\fR|\\fBfield\\fR|\\fBvalue\\fR\n";
+    for_each_single_table([&](TableKind kind, auto member) {
+        using Table = typename std::decay_t<decltype(Multiplex{}.*member)>::value_type;
+        FieldRows table{table_info(kind).key};
+        TableFields<Table>::visit(table);
+        text += table.rows + table.inner_rows;
+    });
+    FieldRows pmt{table_info(TableKind::kPmt).key + "[]"s};
+    pmt.number(&PmtOnPid::pid, kPmtPidField);
+    TableFields<PMT>::visit(pmt);
+    return text + pmt.rows + pmt.inner_rows + ".TE\n";
+}
+
+std::string manual_descriptors() {
+    std::string text = ".TS\ntab(|);\nl l lx.\n\\fBtag\\fR|\\fBname\\fR|\\fBfields\\fR\n";
+    for (const DescriptorForm& form : descriptor_forms()) {
+        std::string fields;
+        for (const DescriptorField& field : form.fields) {
+            if (!is_in_json(field)) continue;
+            fields += (fields.empty() ? "\\%" : ",\n\\%") + std::string(field.name);
+            if (field.need != FieldNeed::kRequired) fields += '?';
+            if (*field.note != '\0') fields += " ("s + field.note + ')';
+        }
+        text += hex_number(form.tag, 2) + "|\\%" + form.name +
+                (form.is_list ? "[]" : "") + "|T{\n" + fields + "\nT}\n";
+    }
+    return text + ".TE\n";
+}
+
+std::string content_of(const char* path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Replaces the first table at `from` or after. Returns the end of the new one.
+std::size_t replace_table(std::string& manual, std::size_t from,
+                          const std::string& table) {
+    const std::size_t start = manual.find(".TS\n", from);
+    const std::size_t end = manual.find(".TE\n", start);
+    if (end == std::string::npos)
+        throw std::runtime_error("the manual has no such table");
+    manual.replace(start, end + 4 - start, table);
+    return start + table.size();
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    if (argc != 3) {
+        std::cerr << "usage: write_format SCHEMA MANUAL\n";
+        return 2;
+    }
+    std::string manual = content_of(argv[2]);
+    const std::size_t end = replace_table(manual, 0, manual_fields());
+    replace_table(manual, end, manual_descriptors());
+    std::ofstream(argv[1]) << compact_json(Schema().multiplex(), kSchemaWidth) << '\n';
+    std::ofstream(argv[2]) << manual;
+}
