@@ -377,6 +377,8 @@ int main(int argc, char* argv[]) {
     std::string manual = content_of(argv[2]);
     const std::size_t end = replace_table(manual, 0, manual_fields());
     replace_table(manual, end, manual_descriptors());
-    std::ofstream(argv[1]) << compact_json(Schema().multiplex(), kSchemaWidth) << '\n';
+    std::ofstream(argv[1]) << compact_json(Schema().multiplex(), kSchemaWidth,
+                                           JsonCharacters::kAscii)
+                           << '\n';
     std::ofstream(argv[2]) << manual;
 }

@@ -8,6 +8,7 @@
 #include <thrift/TOutput.h>
 
 #include "dvb/psi_si.h"
+#include "tools/json/compact_json.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
 #include "tools/kestan-control/check.h"
@@ -136,7 +137,9 @@ int import(const std::string& path) {
         std::cerr << path << ": no complete table: capture at least one second\n";
         return kFailed;
     }
-    std::cout << multiplex_to_json(found).dump(2) << std::endl;
+    constexpr std::size_t width = 120;
+    std::cout << compact_json(multiplex_to_json(found), width, JsonCharacters::kUtf8)
+              << std::endl;
     if (std::cout) return is_whole ? kDone : kFailed;
     std::cerr << "cannot write the JSON: is the disk full?\n";
     return kFailed;
