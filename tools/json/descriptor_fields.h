@@ -33,12 +33,13 @@ enum class FieldNeed : std::uint8_t {
     kRequired,
     kZeroIfAbsent,    // may be left out of the JSON, which then means 0
     kAbsentIfZero,    // may be left out, which means 0; never written when it is 0
+    kAbsentIfOnes,    // may be left out: all bits are 1; never written when they are
     kIfPresenceFlag,  // there if its kPresence bit is 1
 };
 
 struct DescriptorField {
     FieldKind kind;
-    unsigned bits;  // of a field of fixed size, at most 32
+    unsigned bits;  // of a field of fixed size, at most 62
     const char* name;
     FieldNeed need = FieldNeed::kRequired;
     const char* note = "";  // what a value means, for people
@@ -68,7 +69,7 @@ struct DescriptorForm {
 // points into the descriptor's data; `number` is the value of all other kinds.
 struct FieldValue {
     const DescriptorField* field;
-    std::uint32_t number;
+    std::uint64_t number;
     std::string_view bytes;
 };
 

@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t kLanguageSize = 3;
 constexpr std::size_t kCharacterCodeSize = 4;
+constexpr std::uint64_t kAllOnes = ~std::uint64_t{0};
 
 bool is_ascii_letter(char byte) {
     return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
@@ -42,7 +43,7 @@ class BitWriter {
 public:
     explicit BitWriter(std::string& data) : data_(data) {}
 
-    void put(std::uint32_t value, unsigned bits) {
+    void put(std::uint64_t value, unsigned bits) {
         for (; bits != 0; --bits) {
             pending_ = pending_ << 1 | (value >> (bits - 1) & 1U);
             ++pending_bits_;
@@ -55,23 +56,24 @@ public:
 
 private:
     std::string& data_;
-    std::uint32_t pending_ = 0;  // the last bits, of which the last byte may be partial
+    std::uint64_t pending_ = 0;  // the last bits, of which the last byte may be partial
     unsigned pending_bits_ = 0;
 };
 
-std::uint32_t character_code_from_json(const JsonNode& node) {
+std::uint64_t character_code_from_json(const JsonNode& node) {
     if (!node.is_text() || !is_character_code(node.text())) return node.unsigned_of(32);
-    std::uint32_t code = 0;
+    std::uint64_t code = 0;
     for (const char byte : node.text())
         code = code << 8 | static_cast<std::uint8_t>(byte);
     return code;
 }
 
-std::string character_code_text(std::uint32_t code) {
+std::string character_code_text(std::uint64_t code) {
     std::string text;
     for (const unsigned shift : {24U, 16U, 8U, 0U})
         text += static_cast<char>(code >> shift);
-    return is_character_code(text) ? text : hex_number(code, 8);
+    return is_character_code(text) ? text
+                                   : hex_number(static_cast<std::int64_t>(code), 8);
 }
 
 std::string language_from_json(const JsonNode& node) {
@@ -124,7 +126,7 @@ void write_field(const DescriptorField& field, const JsonNode& node, BitWriter& 
         case FieldKind::kZeros:
             return to.put(0, field.bits);
         case FieldKind::kOnes:
-            return to.put(~0U, field.bits);
+            return to.put(kAllOnes, field.bits);
         case FieldKind::kPresence:
             return to.put(node.has(field.name) ? 1 : 0, field.bits);
         case FieldKind::kIfMore:
@@ -147,7 +149,7 @@ void entry_from_json(const DescriptorForm& form, const JsonNode& node, BitWriter
         if (field->need == FieldNeed::kRequired || node.has(field->name)) {
             write_field(*field, node, to);
         } else if (field->need != FieldNeed::kIfPresenceFlag) {
-            to.put(0, field->bits);
+            to.put(field->need == FieldNeed::kAbsentIfOnes ? kAllOnes : 0, field->bits);
         }
     }
 }
@@ -173,7 +175,8 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
     ordered_json& to = entry[value.field->name];
     switch (value.field->kind) {
         case FieldKind::kHexNumber:
-            to = hex_number(value.number, static_cast<int>(value.field->bits + 3) / 4);
+            to = hex_number(static_cast<std::int64_t>(value.number),
+                            static_cast<int>(value.field->bits + 3) / 4);
             return true;
         case FieldKind::kCharacterCode:
             to = character_code_text(value.number);
@@ -207,12 +210,20 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
     return true;
 }
 
+// Returns whether the field has the value that leaving it out means, and JSON has it
+// without the field.
+bool is_left_out(const FieldValue& value) {
+    if (value.field->need == FieldNeed::kAbsentIfOnes) {
+        return value.number == (std::uint64_t{1} << value.field->bits) - 1;
+    }
+    return value.field->need == FieldNeed::kAbsentIfZero && value.number == 0 &&
+           value.bytes.empty();
+}
+
 std::optional<ordered_json> entry_to_json(const std::vector<FieldValue>& entry) {
     ordered_json to = ordered_json::object();
     for (const FieldValue& value : entry) {
-        const bool is_zero = value.number == 0 && value.bytes.empty();
-        const bool is_omitted = value.field->need == FieldNeed::kAbsentIfZero && is_zero;
-        if (!is_in_json(*value.field) || is_omitted) continue;
+        if (!is_in_json(*value.field) || is_left_out(value)) continue;
         if (!add_field(value, to)) return std::nullopt;
     }
     return to;

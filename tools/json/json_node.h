@@ -47,9 +47,9 @@ public:
         return static_cast<std::int32_t>(in_range(lowest, highest));
     }
 
-    // Returns the value of an unsigned field with this number of bits, at most 32.
-    [[nodiscard]] std::uint32_t unsigned_of(unsigned bits) const {
-        return static_cast<std::uint32_t>(in_range(0, (std::int64_t{1} << bits) - 1));
+    // Returns the value of an unsigned field with this number of bits, at most 62.
+    [[nodiscard]] std::uint64_t unsigned_of(unsigned bits) const {
+        return static_cast<std::uint64_t>(in_range(0, (std::int64_t{1} << bits) - 1));
     }
 
     // Returns the value of an unsigned field with at most 31 bits, in the type that

@@ -62,7 +62,7 @@ std::string digit_up_to(char lowest, char highest) {
 }
 
 // Returns a pattern of the decimal numbers from 0 to `highest`.
-std::string decimal_pattern(std::uint32_t highest) {
+std::string decimal_pattern(std::uint64_t highest) {
     const std::string digits = std::to_string(highest);
     std::string pattern;
     if (digits.size() > 1) pattern = times("[0-9]", 1, digits.size() - 1) + '|';
@@ -89,7 +89,7 @@ std::string hex_pattern(unsigned bits) {
 }
 
 ordered_json number_schema(unsigned bits, std::int32_t lowest) {
-    const std::uint32_t highest = ~0U >> (32 - bits);
+    const std::uint64_t highest = (std::uint64_t{1} << bits) - 1;
     const std::string pattern =
         "^(0[xX]0*(" + hex_pattern(bits) + ")|0*(" + decimal_pattern(highest) + "))$";
     return {{"anyOf",
@@ -165,6 +165,7 @@ unsigned least_bits(const DescriptorForm& form) {
     unsigned bits = 0;
     for (const DescriptorField& field : form.fields) {
         if (field.need != FieldNeed::kIfPresenceFlag) bits += field.bits;
+        if (field.kind == FieldKind::kText) bits += kBitsOfByte;  // its length
     }
     return bits;
 }
