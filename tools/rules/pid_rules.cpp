@@ -9,19 +9,7 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-// The last PID that ISO/IEC 13818-1, table 2-3, and ETSI EN 300 468, table 1, reserve for
-// tables with a fixed PID.
-constexpr std::int32_t kLastReservedPid = 0x001F;
-
-// Returns what a PID is reserved for, or an empty text if it is free.
-std::string reserved_use(std::int32_t pid) {
-    const TableInfo* const table = table_on(static_cast<std::uint16_t>(pid));
-    if (table != nullptr) return std::string("the ") + table->name;
-    if (pid == kNullPid) return "null packets";
-    if (pid < 0x0010) return "other tables of MPEG-2 systems";
-    if (pid <= kLastReservedPid) return "service information";
-    return "";
-}
+constexpr std::int32_t kNitPid = 0x0010;  // ETSI EN 300 468, table 1
 
 std::string reserved_text(std::int32_t pid, const std::string& use) {
     return "PID " + pid_text(pid) + " is reserved for " + use +
@@ -72,6 +60,23 @@ void check_pmt_not_where_announced(const TableIndex& tables, RuleReport& report)
                        service_text(on_pid.pmt.program_number) + " on PID " +
                        pid_text(*announced) +
                        ": receivers wait there for a PMT that never comes");
+    }
+}
+
+void check_stream_on_reserved_pid(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        const std::vector<PMTStream>& streams = multiplex.pmts[i].pmt.streams;
+        for (std::size_t j = 0; j < streams.size(); ++j) {
+            const std::int32_t pid = streams[j].elementary_pid;
+            // PMTs name the null packets' PID for a stream that is off air.
+            if (pid == kNullPid) continue;
+            const std::string use = reserved_use(pid);
+            if (use.empty()) continue;
+            report.add(in_pmt(i), element("streams", j) + ".elementary_pid",
+                       "PID " + pid_text(pid) + " is reserved for " + use +
+                           ": receivers take the stream's packets for sections");
+        }
     }
 }
 
@@ -132,6 +137,19 @@ void check_stream_type_differs(const TableIndex& tables, RuleReport& report) {
     }
 }
 
+void check_network_pid_differs(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    if (!multiplex.pat) return;
+    for (std::size_t i = 0; i < multiplex.pat->programs.size(); ++i) {
+        const PATProgram& program = multiplex.pat->programs[i];
+        if (program.program_number != 0 || program.pid == kNitPid) continue;
+        report.add(kInPat, element("programs", i) + ".pid",
+                   "the network PID is " + pid_text(program.pid) +
+                       ", and DVB gives PID 0x0010 to the NIT: receivers look for it in "
+                       "one of two places");
+    }
+}
+
 void check_network_pid_missing(const TableIndex& tables, RuleReport& report) {
     if (!tables.tables().pat || !tables.tables().sdt || tables.announced_pid(0)) return;
     report.add(kInPat, "programs",
@@ -150,12 +168,17 @@ std::vector<Rule> pid_rules() {
          check_pmt_on_stream_pid},
         {"pmt_not_where_announced", Severity::kError, "ISO/IEC 13818-1, 2.4.4.5",
          check_pmt_not_where_announced},
+        {"stream_on_reserved_pid", Severity::kError,
+         "ISO/IEC 13818-1, table 2-3; ETSI EN 300 468, table 1",
+         check_stream_on_reserved_pid},
         {"elementary_pid_twice", Severity::kError, "ISO/IEC 13818-1, 2.4.4.9",
          check_elementary_pid_twice},
         {"pcr_pid_without_stream", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.9",
          check_pcr_pid_without_stream},
         {"stream_type_differs", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.9",
          check_stream_type_differs},
+        {"network_pid_differs", Severity::kWarning, "ETSI EN 300 468, table 1",
+         check_network_pid_differs, RuleScope::kFileTables},
         {"network_pid_missing", Severity::kInformation, "ISO/IEC 13818-1, 2.4.4.5",
          check_network_pid_missing},
     };

@@ -29,6 +29,12 @@ private:
     std::vector<Finding>& findings_;
 };
 
+// Whose tables a rule is for.
+enum class RuleScope {
+    kAllTables,   // of files and of streams
+    kFileTables,  // of files that Kestan is to send: in a foreign stream it is no fault
+};
+
 // A rule that the tables of a multiplex must keep.
 struct Rule {
     std::string_view name;
@@ -36,6 +42,7 @@ struct Rule {
     std::string_view clause;  // of the standard that asks for it
     // Reports each place that breaks the rule.
     void (*check)(const TableIndex& tables, RuleReport& report);
+    RuleScope scope = RuleScope::kAllTables;
 };
 
 // Each file of rules gives the list of its own.

@@ -15,17 +15,12 @@ std::vector<Rule> sorted_rules() {
     return rules;
 }
 
-}  // namespace
-
-const std::vector<Rule>& all_rules() {
-    static const std::vector<Rule> rules = sorted_rules();
-    return rules;
-}
-
-std::vector<Finding> check_tables(const Multiplex& multiplex) {
+// Checks with the rules for all tables, and with those of `scope`.
+std::vector<Finding> check_by(RuleScope scope, const Multiplex& multiplex) {
     const TableIndex tables(multiplex);
     std::vector<Finding> findings;
     for (const Rule& rule : all_rules()) {
+        if (rule.scope != RuleScope::kAllTables && rule.scope != scope) continue;
         Finding pattern;
         pattern.severity = rule.severity;
         pattern.rule = rule.name;
@@ -34,6 +29,21 @@ std::vector<Finding> check_tables(const Multiplex& multiplex) {
         rule.check(tables, report);
     }
     return findings;
+}
+
+}  // namespace
+
+const std::vector<Rule>& all_rules() {
+    static const std::vector<Rule> rules = sorted_rules();
+    return rules;
+}
+
+std::vector<Finding> check_tables(const Multiplex& multiplex) {
+    return check_by(RuleScope::kAllTables, multiplex);
+}
+
+std::vector<Finding> check_file_tables(const Multiplex& multiplex) {
+    return check_by(RuleScope::kFileTables, multiplex);
 }
 
 bool has_errors(const std::vector<Finding>& findings) {

@@ -10,11 +10,13 @@
 // Returns all rules, errors first. No two have the same name.
 [[nodiscard]] const std::vector<Rule>& all_rules();
 
-// Returns each place where the tables break a rule, in the order of the rules. The tables
-// may come from a file or from the wire. Any of them may be missing: a rule that needs a
-// missing table reports nothing, unless it is the rule about its absence. Any thread may
-// call it.
+// Returns each place where the tables of a stream break a rule, in the order of the
+// rules. Any table may be missing: a rule that needs a missing table reports nothing,
+// unless it is the rule about its absence. Any thread may call it.
 [[nodiscard]] std::vector<Finding> check_tables(const Multiplex& multiplex);
+
+// As check_tables, for tables that Kestan is to send: with the rules for files alone.
+[[nodiscard]] std::vector<Finding> check_file_tables(const Multiplex& multiplex);
 
 [[nodiscard]] bool has_errors(const std::vector<Finding>& findings);
 

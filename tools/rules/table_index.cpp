@@ -10,6 +10,9 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
+// The last PID of those that are reserved for tables with a fixed PID.
+constexpr std::int32_t kLastReservedPid = 0x001F;
+
 void visit_descriptors(TablePlace table, const std::string& owner,
                        const std::vector<Descriptor>& descriptors,
                        const TableIndex::Visit& visit) {
@@ -27,6 +30,15 @@ std::string element(const char* list, std::size_t index) {
 std::string service_text(std::int32_t service_id) {
     return "service " + std::to_string(service_id) + " (" + hex_number(service_id, 4) +
            ')';
+}
+
+std::string reserved_use(std::int32_t pid) {
+    const TableInfo* const table = table_on(static_cast<std::uint16_t>(pid));
+    if (table != nullptr) return std::string("the ") + table->name;
+    if (pid == kNullPid) return "null packets";
+    if (pid < 0x0010) return "other tables of MPEG-2 systems";
+    if (pid <= kLastReservedPid) return "service information";
+    return "";
 }
 
 TableIndex::TableIndex(const Multiplex& multiplex) : tables_(multiplex) {

@@ -25,6 +25,10 @@ constexpr TablePlace kInSdt{TableKind::kSdt, 0};
 // Returns a text such as "service 101 (0x0065)".
 [[nodiscard]] std::string service_text(std::int32_t service_id);
 
+// Returns what a PID is reserved for (ISO/IEC 13818-1, table 2-3; ETSI EN 300 468, table
+// 1), such as "the SDT" or "null packets". Returns an empty text if it is free.
+[[nodiscard]] std::string reserved_use(std::int32_t pid);
+
 // The tables of a multiplex, with what several rules look up in them. The multiplex must
 // outlive the index.
 class TableIndex {

@@ -1,8 +1,12 @@
+#include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "dvb/psi_si.h"
+#include "thrift/table_fields.h"
 #include "thrift/table_refusal.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/rules/rule.h"
@@ -61,6 +65,51 @@ void check_descriptor_overrun(const TableIndex& tables, RuleReport& report) {
     });
 }
 
+// Returns whether a descriptor says what a stream of private data carries.
+bool says_what_is_carried(const Descriptor& descriptor) {
+    constexpr std::int32_t first_private_tag = 0x80;
+    // ISO/IEC 13818-1, 2.6: registration, metadata, extension. ETSI EN 300 468, 6.1: VBI
+    // data and teletext, teletext, subtitling, data_broadcast and its ID, AC-3, enhanced
+    // AC-3, DTS, AAC, extension.
+    static const std::set<std::int32_t> tags{0x05, 0x26, 0x3F, 0x45, 0x46, 0x56, 0x59,
+                                             0x64, 0x66, 0x6A, 0x7A, 0x7B, 0x7C, 0x7F};
+    return descriptor.tag >= first_private_tag || tags.count(descriptor.tag) != 0;
+}
+
+void check_private_stream_unknown(const TableIndex& tables, RuleReport& report) {
+    constexpr std::int32_t private_pes = 0x06;  // ISO/IEC 13818-1, table 2-34
+    const Multiplex& multiplex = tables.tables();
+    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
+        const std::vector<PMTStream>& streams = multiplex.pmts[i].pmt.streams;
+        for (std::size_t j = 0; j < streams.size(); ++j) {
+            const std::vector<Descriptor>& descriptors = streams[j].descriptors;
+            if (streams[j].stream_type != private_pes ||
+                std::any_of(descriptors.begin(), descriptors.end(),
+                            says_what_is_carried)) {
+                continue;
+            }
+            report.add(in_pmt(i), element("streams", j),
+                       "stream_type 0x06 is private data, and no descriptor says which: "
+                       "receivers do not play the stream");
+        }
+    }
+}
+
+void check_sdt_sections_too_close(const TableIndex& tables, RuleReport& report) {
+    const Multiplex& multiplex = tables.tables();
+    if (!multiplex.sdt) return;
+    constexpr auto first_too_many = static_cast<std::size_t>(
+        table_info(TableKind::kSdt).period_ns / kLeastSectionGapNs);
+    const SectionFill fill = fill_sections(*multiplex.sdt);
+    if (fill.sections() < 2 || fill.packets() < first_too_many) return;
+    report.add(kInSdt, "",
+               "the SDT has " + std::to_string(fill.packets()) + " packets in " +
+                   std::to_string(fill.sections()) + " sections, and from " +
+                   std::to_string(first_too_many) +
+                   " on its sections come less than 25 ms apart: slow receivers miss "
+                   "some");
+}
+
 }  // namespace
 
 std::vector<Rule> table_rules() {
@@ -69,6 +118,10 @@ std::vector<Rule> table_rules() {
          "ISO/IEC 13818-1, 2.4.4; ETSI EN 300 468, 5.1.1", check_table_refused},
         {"descriptor_overrun", Severity::kError,
          "ISO/IEC 13818-1, 2.6; ETSI EN 300 468, 6.2", check_descriptor_overrun},
+        {"private_stream_unknown", Severity::kWarning, "ISO/IEC 13818-1, table 2-34",
+         check_private_stream_unknown, RuleScope::kFileTables},
+        {"sdt_sections_too_close", Severity::kWarning, "ETSI EN 300 468, 5.1.4",
+         check_sdt_sections_too_close, RuleScope::kFileTables},
         {"transport_stream_id_differs", Severity::kWarning, "ETSI EN 300 468, 5.2.3",
          check_transport_stream_id_differs},
         {"not_in_force", Severity::kWarning, "ISO/IEC 13818-1, 2.4.4.5",
