@@ -138,6 +138,36 @@ TEST(MultiplexFile, ReportsTheFieldItsValueAndWhatWasExpected) {
     EXPECT_THROW((void)read_multiplex_file(testing::TempDir()), FileMistake);
 }
 
+TEST(MultiplexFile, DoubtsNumbersThatMayBeMeantOtherwise) {
+    const std::string teletext =
+        R"({"cat": {"version_number": 0, "descriptors": [{"teletext":
+        [{"language": "eng", "teletext_type": 1, "teletext_magazine_number": 1,
+          "teletext_page_number": )";
+    const std::string page = "cat.descriptors[0].teletext[0].teletext_page_number: ";
+    const std::string version = R"({"cat": {"version_number": )";
+    const std::pair<std::string, std::string> cases[] = {
+        {version + R"("010"}})",
+         R"(cat.version_number: found "010", write 10 or "0x0010")"},
+        {version + R"("0"}})", ""},
+        {version + R"("0x010"}})", ""},
+        {teletext + R"("0x88"}]}]}})", ""},
+        {teletext + "9}]}]}}", ""},
+        {teletext + "88}]}]}}", page + R"(found 88, write "0x58")"},
+        {teletext + R"("0x8A"}]}]}})",
+         page + R"(found "0x8A", write two decimal digits, as in "0x88")"},
+        {teletext + R"("0xA8"}]}]}})",
+         page + R"(found "0xA8", write two decimal digits, as in "0x88")"},
+    };
+    for (const auto& [content, expected] : cases) {
+        std::vector<std::string> doubts;
+        (void)read_multiplex_file(memory_file(content), FileKind::kRegularOrPipe,
+                                  &doubts);
+        EXPECT_EQ(doubts, expected.empty() ? std::vector<std::string>{}
+                                           : std::vector<std::string>{expected})
+            << content;
+    }
+}
+
 // Returns copies of the document, each with a change at one place. The fields in
 // `only_removed` get no other values.
 std::vector<json> variants_of(const json& document,

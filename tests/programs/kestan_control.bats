@@ -74,6 +74,19 @@ END
     kestan-control check - < <(sleep 0.1; cat "$small")
 }
 
+@test "a leading zero is a mistake for check and push, and a warning for serve" {
+    jq '(.pat.programs[0], .pmts[0]).pid = "0256"' "$small" >zero.json
+    for command in check push; do
+        fails 1 'error: zero.json: pmts[0].pid: found "0256", write 256 or "0x0256"' \
+            $command zero.json
+    done
+    play
+    start serve kestan-control serve zero.json
+    wait_until grep 'warning: zero.json: pmts\[0\].pid: found "0256"' serve.err
+    wait_until grep "PMT of service 103" serve.out
+    on_air <(jq $own "$small")
+}
+
 @test "push moves a service that it knows on another PID" {
     play
     jq '(.pat.programs[0], .pmts[0]).pid = "0x00AA" | .pat.version_number = 2' "$small" >moved.json

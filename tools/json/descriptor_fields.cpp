@@ -19,6 +19,11 @@ DescriptorField hex(const char* name, unsigned bits) {
     return {FieldKind::kHexNumber, bits, name};
 }
 
+DescriptorField bcd(const char* name) {
+    return {FieldKind::kBcdNumber, kBitsOfByte, name, FieldNeed::kRequired,
+            "BCD: \"0x88\" is 88"};
+}
+
 DescriptorField character_code(const char* name) {
     return {FieldKind::kCharacterCode, 32, name};
 }
@@ -186,7 +191,7 @@ std::vector<DescriptorForm> all_forms() {
          0x46,
          is_list,
          {language(), number("teletext_type", 5), number("teletext_magazine_number", 3),
-          hex("teletext_page_number", 8)}},
+          bcd("teletext_page_number")}},
         {"service",
          kServiceTag,
          is_single,
@@ -208,7 +213,7 @@ std::vector<DescriptorForm> all_forms() {
          0x56,
          is_list,
          {language(), number("teletext_type", 5), number("teletext_magazine_number", 3),
-          hex("teletext_page_number", 8)}},
+          bcd("teletext_page_number")}},
         {"subtitling",
          0x59,
          is_list,
@@ -380,6 +385,7 @@ bool is_in_json(const DescriptorField& field) {
             return false;
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
+        case FieldKind::kBcdNumber:
         case FieldKind::kCharacterCode:
         case FieldKind::kFlag:
         case FieldKind::kLanguage:

@@ -18,6 +18,7 @@
 enum class FieldKind : std::uint8_t {
     kNumber,         // unsigned
     kHexNumber,      // unsigned, written in hexadecimal
+    kBcdNumber,      // two decimal digits in 8 bits, written in hexadecimal
     kCharacterCode,  // 32 bits: four characters where all are printable ASCII
     kFlag,           // one bit
     kLanguage,       // three ASCII letters (ISO 639-2)

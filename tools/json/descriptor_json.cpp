@@ -110,6 +110,8 @@ void write_field(const DescriptorField& field, const JsonNode& node, BitWriter& 
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
             return to.put(node[field.name].unsigned_of(field.bits), field.bits);
+        case FieldKind::kBcdNumber:
+            return to.put(node[field.name].bcd(), field.bits);
         case FieldKind::kCharacterCode:
             return to.put(character_code_from_json(node[field.name]), field.bits);
         case FieldKind::kFlag:
@@ -175,6 +177,7 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
     ordered_json& to = entry[value.field->name];
     switch (value.field->kind) {
         case FieldKind::kHexNumber:
+        case FieldKind::kBcdNumber:
             to = hex_number(static_cast<std::int64_t>(value.number),
                             static_cast<int>(value.field->bits + 3) / 4);
             return true;
@@ -250,7 +253,11 @@ std::optional<ordered_json> named_to_json(const Descriptor& descriptor) {
     if (!fields) return std::nullopt;
     try {
         const nlohmann::json document = *fields;
-        if (named_from_json(*form, JsonNode(document)) != descriptor) return std::nullopt;
+        std::vector<std::string> doubts;
+        const JsonNode node(document, &doubts);
+        if (named_from_json(*form, node) != descriptor || !doubts.empty()) {
+            return std::nullopt;
+        }
     } catch (const JsonMistake&) {
         return std::nullopt;  // a text that can be read but not written in its coding
     }

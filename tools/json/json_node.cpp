@@ -33,6 +33,12 @@ std::optional<std::int64_t> integer(const json& value) {
     return std::nullopt;
 }
 
+// Returns whether a decimal number begins with a zero that is not all of it.
+bool has_leading_zero(const std::string& text) {
+    const bool is_hex = text.size() > 1 && (text[1] == 'x' || text[1] == 'X');
+    return text.size() > 1 && text.front() == '0' && !is_hex;
+}
+
 std::string list(const std::vector<std::string_view>& names) {
     std::string text;
     for (const std::string_view name : names) {
@@ -49,6 +55,12 @@ void JsonNode::mistake(const std::string& expected) const {
                       ", expected " + expected);
 }
 
+void JsonNode::doubt(const std::string& advice) const {
+    if (doubts_ == nullptr) return;
+    doubts_->push_back((path_.empty() ? "" : path_ + ": ") + "found " + quote(*value_) +
+                       ", " + advice);
+}
+
 void JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
     if (!value_->is_object()) mistake("an object with the fields " + list(names));
     for (const auto& field : value_->items()) {
@@ -63,7 +75,7 @@ JsonNode JsonNode::operator[](const char* name) const {
     const auto field = value_->find(name);
     if (field == value_->end())
         throw JsonMistake(path + ": missing, expected this field");
-    return {*field, path};
+    return {*field, path, doubts_};
 }
 
 std::vector<JsonNode> JsonNode::elements() const {
@@ -71,7 +83,8 @@ std::vector<JsonNode> JsonNode::elements() const {
     std::vector<JsonNode> nodes;
     nodes.reserve(value_->size());
     for (const json& element : *value_) {
-        nodes.push_back({element, path_ + '[' + std::to_string(nodes.size()) + ']'});
+        nodes.push_back(
+            {element, path_ + '[' + std::to_string(nodes.size()) + ']', doubts_});
     }
     return nodes;
 }
@@ -87,7 +100,23 @@ std::int64_t JsonNode::in_range(std::int64_t lowest, std::int64_t highest) const
         mistake("a number from " + std::to_string(lowest) + " to " +
                 std::to_string(highest) + ", decimal or as in \"0x1F\"");
     }
+    if (value_->is_string() && has_leading_zero(value_->get_ref<const std::string&>())) {
+        const std::string digits = std::to_string(*value);
+        doubt("write " + digits + " or \"0x" +
+              std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits + '"');
+    }
     return *value;
+}
+
+std::uint64_t JsonNode::bcd() const {
+    constexpr std::uint64_t base = 10;
+    const std::uint64_t value = unsigned_of(8);
+    if (value / 16 >= base || value % 16 >= base) {
+        doubt("write two decimal digits, as in \"0x88\"");
+    } else if (value >= base && value_->is_number()) {
+        doubt("write " + quote(hex_number(static_cast<std::int64_t>(value), 2)));
+    }
+    return value;
 }
 
 bool JsonNode::boolean() const {

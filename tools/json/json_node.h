@@ -22,10 +22,15 @@ public:
 // Reads what people write: numbers are decimal or strings such as "0x0100", bytes are
 // hexadecimal digits. Each function raises JsonMistake if the value is not what it asks
 // for. The document must outlive its nodes.
+//
+// A doubt is a number that can be read but may be meant otherwise, as "0100".
 class JsonNode {
 public:
-    // Makes the node of the document's root.
-    explicit JsonNode(const nlohmann::json& root) : value_(&root) {}
+    // Makes the node of the document's root. Its nodes append their doubts to `doubts`,
+    // which must outlive them, unless it is null.
+    explicit JsonNode(const nlohmann::json& root,
+                      std::vector<std::string>* doubts = nullptr)
+        : value_(&root), doubts_(doubts) {}
 
     // Raises a mistake if this is no object or has a field that is not in the list: a
     // misspelt name must not look like a field that was left out.
@@ -58,6 +63,10 @@ public:
         return static_cast<std::int32_t>(unsigned_of(bits));
     }
 
+    // Returns the value of a field of 8 bits that has two decimal digits. Doubts whether
+    // 88 means "0x88", and a digit above 9.
+    [[nodiscard]] std::uint64_t bcd() const;
+
     [[nodiscard]] bool boolean() const;
     [[nodiscard]] bool is_text() const { return value_->is_string(); }
     [[nodiscard]] std::string text() const;
@@ -68,13 +77,17 @@ public:
     [[noreturn]] void mistake(const std::string& expected) const;
 
 private:
-    JsonNode(const nlohmann::json& value, std::string path)
-        : value_(&value), path_(std::move(path)) {}
+    void doubt(const std::string& advice) const;
+
+    JsonNode(const nlohmann::json& value, std::string path,
+             std::vector<std::string>* doubts)
+        : value_(&value), path_(std::move(path)), doubts_(doubts) {}
 
     [[nodiscard]] std::int64_t in_range(std::int64_t lowest, std::int64_t highest) const;
 
     const nlohmann::json* value_;
     std::string path_;
+    std::vector<std::string>* doubts_;
 };
 
 #endif

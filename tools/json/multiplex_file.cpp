@@ -88,14 +88,15 @@ std::string without_prefix(const std::string& what) {
 
 }  // namespace
 
-Multiplex read_multiplex_file(const std::string& path, FileKind kind) {
+Multiplex read_multiplex_file(const std::string& path, FileKind kind,
+                              std::vector<std::string>* doubts) {
     const std::string text = read_whole(path, kind);
     try {
         auto repeated = std::make_shared<RepeatedFields>();
         const json document = json::parse(
             text, [repeated](auto&&... parsed) { return (*repeated)(parsed...); },
             /*allow_exceptions=*/true, /*ignore_comments=*/true);
-        return multiplex_from_json(JsonNode(document));
+        return multiplex_from_json(JsonNode(document, doubts));
     } catch (const JsonMistake& mistake) {
         throw FileMistake(path, mistake.what());
     } catch (const json::exception& error) {

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "tools/json/text_file.h"
 #include "tools/model/multiplex.h"
@@ -22,8 +23,10 @@ private:
 
 // Reads the tables of a JSON file (see multiplex_json.h; // and /* */ comments are
 // allowed). "-" is standard input: it is read once, and later calls use its text again.
-// See text_file.h for `kind` and for the largest file. Raises FileMistake.
+// See text_file.h for `kind` and for the largest file. Appends the doubts (see
+// json_node.h), unless `doubts` is null. Raises FileMistake.
 [[nodiscard]] Multiplex read_multiplex_file(const std::string& path,
-                                            FileKind kind = FileKind::kRegularOrPipe);
+                                            FileKind kind = FileKind::kRegularOrPipe,
+                                            std::vector<std::string>* doubts = nullptr);
 
 #endif

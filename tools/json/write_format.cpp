@@ -186,6 +186,7 @@ ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& fi
             return bytes_schema(kMaxDescriptorData - least_bits(form) / kBitsOfByte);
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
+        case FieldKind::kBcdNumber:
         case FieldKind::kZeros:
         case FieldKind::kOnes:
         case FieldKind::kPresence:

@@ -22,6 +22,12 @@ std::vector<FileFinding> only_errors(std::vector<FileFinding> findings) {
     return findings;
 }
 
+std::vector<FileFinding> with(std::vector<FileFinding> first,
+                              const std::vector<FileFinding>& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
 std::set<std::string> paths_with_errors(const std::vector<FileFinding>& findings) {
     std::set<std::string> paths;
     for (const FileFinding& finding : only_errors(findings)) paths.insert(finding.path);
@@ -72,12 +78,12 @@ std::string bit_rate_line(const Multiplex& tables) {
 
 bool report_check(const TableFiles& files, const CheckSettings& settings,
                   std::ostream& report) {
-    ReadFiles read = files.read();
+    ReadFiles read = files.read(settings.of_doubts);
     std::vector<FileFinding> findings = std::move(read.mistakes);
     // Tables that could not be read would count as missing, and their bit rate as 0.
     const bool is_whole = findings.empty();
     const JoinedFiles joined(read.files);
-    if (is_whole) findings = check_files(joined, settings);
+    if (is_whole) findings = with(read.doubts, check_files(joined, settings));
     print_findings(report, findings, /*with_information=*/true);
     if (is_whole) report << bit_rate_line(joined.tables()) << '\n';
     report.flush();
@@ -88,11 +94,12 @@ bool report_check(const TableFiles& files, const CheckSettings& settings,
 std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
                                           const CheckSettings& settings,
                                           std::ostream& errors) {
-    const ReadFiles read = files.read();
+    const ReadFiles read = files.read(settings.of_doubts);
     print_findings(errors, read.mistakes, /*with_information=*/false);
     if (!read.mistakes.empty()) return std::nullopt;
     JoinedFiles joined(read.files);
-    const std::vector<FileFinding> findings = check_files(joined, settings);
+    const std::vector<FileFinding> findings =
+        with(read.doubts, check_files(joined, settings));
     print_findings(errors, findings, /*with_information=*/false);
     if (has_errors(findings) && !settings.is_forced) return std::nullopt;
     return joined;
@@ -101,8 +108,8 @@ std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
 std::optional<JoinedFiles> valid_tables_to_send(const TableFiles& files,
                                                 const CheckSettings& settings,
                                                 std::ostream& errors) {
-    ReadFiles read = files.read();
-    print_findings(errors, read.mistakes, /*with_information=*/false);
+    ReadFiles read = files.read(settings.of_doubts);
+    print_findings(errors, with(read.mistakes, read.doubts), /*with_information=*/false);
     std::set<std::string> left_out = paths_with_errors(read.mistakes);
     while (!read.files.empty()) {
         JoinedFiles joined(read.files);

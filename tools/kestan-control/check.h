@@ -10,7 +10,10 @@
 
 // Settings of the check that precedes sending.
 struct CheckSettings {
-    bool is_forced = false;                    // send in spite of errors
+    bool is_forced = false;  // send in spite of errors
+    // Of a number that may be meant otherwise, as "0100". serve only warns: a file that
+    // an earlier version has sent stays on air.
+    Severity of_doubts = Severity::kError;
     std::optional<std::int64_t> bitrate_kbps;  // that the tables have to fit in
 };
 

@@ -80,9 +80,11 @@ int check(const Settings& settings) {
 }
 
 void serve(const Settings& settings) {
+    CheckSettings check = settings.check;
+    check.of_doubts = Severity::kWarning;
     try {
-        ControlProcess(settings.address, settings.files, settings.check,
-                       settings.raises_versions, settings.clears)
+        ControlProcess(settings.address, settings.files, check, settings.raises_versions,
+                       settings.clears)
             .run();
     } catch (const std::exception& error) {
         notify_service_manager(std::string("STATUS=has failed: ") + error.what());

@@ -73,16 +73,20 @@ std::vector<TableFiles::NamedFile> TableFiles::expand(
     return files;
 }
 
-ReadFiles TableFiles::read() const {
+ReadFiles TableFiles::read(Severity of_doubts) const {
     ReadFiles read;
     std::set<std::string> seen;  // names of single tables
     for (const auto& [path, kind] : expand(read.mistakes)) {
         TableFile file{path, {}};
+        std::vector<std::string> doubts;
         try {
-            file.tables = read_multiplex_file(path, kind);
+            file.tables = read_multiplex_file(path, kind, &doubts);
         } catch (const FileMistake& mistake) {
             read.mistakes.push_back({Severity::kError, path, mistake.text()});
             continue;
+        }
+        for (std::string& doubt : doubts) {
+            read.doubts.push_back({of_doubts, path, std::move(doubt)});
         }
         const std::vector<std::string> names = single_tables_of(file.tables);
         const auto repeated =

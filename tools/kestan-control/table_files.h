@@ -33,6 +33,7 @@ struct FileFinding {
 struct ReadFiles {
     std::vector<TableFile> files;
     std::vector<FileFinding> mistakes;
+    std::vector<FileFinding> doubts;  // numbers that may be meant otherwise
 };
 
 // The files and directories that a command line names. A directory stands for the files
@@ -44,9 +45,10 @@ public:
     TableFiles(std::vector<std::string> paths, FileKind kind)
         : paths_(std::move(paths)), kind_(kind) {}
 
-    // Reads all of them. A PAT, CAT or SDT that an earlier file has too is a mistake in
-    // the later file. Directories that have no file at all are mistakes.
-    [[nodiscard]] ReadFiles read() const;
+    // Reads all of them. Doubts have the severity `of_doubts`. A PAT, CAT or SDT that an
+    // earlier file has too is a mistake in the later file. Directories that have no file
+    // at all are mistakes.
+    [[nodiscard]] ReadFiles read(Severity of_doubts) const;
 
 private:
     struct NamedFile {
