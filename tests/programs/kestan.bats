@@ -172,13 +172,15 @@ has_bit_rate() {
         [ "$(grep -c "$error.*INJECTED" trace)" -eq 2 ]
         stop kestan
     done
-    start serve "${injected[@]}" "inject=accept,accept4:error=EMFILE:when=1..2" \
+    : >serve.err
+    JOURNAL_STREAM=$(stat -c %d:%i serve.err) \
+        start serve "${injected[@]}" "inject=accept,accept4:error=EMFILE:when=1..2" \
         kestan-control serve "$small"
     listens serve 9521
     daemon=(kestan)
     play
     wait_until grep -q "kestan has started" serve.out
-    grep "warning: start notification: cannot accept connections (" serve.err
+    grep "^<4>warning: start notification: cannot accept connections (" serve.err
 }
 
 @test "plays on without descriptors, and serves as soon as there are some" {

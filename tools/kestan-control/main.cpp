@@ -50,7 +50,7 @@ int push(const Settings& settings) {
     const TableFiles files(settings.files, FileKind::kRegularOrPipe);
     const auto joined = tables_to_send(files, settings.check, std::cerr);
     if (!joined) {
-        std::cerr << "nothing is sent\n";
+        complain(Severity::kError, "nothing is sent");
         return kFailed;
     }
     ControlConnection kestan(settings.address);
@@ -66,8 +66,8 @@ int push(const Settings& settings) {
     const std::vector<std::string> rejected =
         sender.send(kestan, tables, settings.stops_all);
     for (const std::string& what : rejected) {
-        std::cerr << "kestan rejected the " << what
-                  << ": its log says why; what it played before stays\n";
+        complain(Severity::kError, "kestan rejected the " + what +
+                                       ": its log says why; what it played before stays");
     }
     std::cout << bit_rate_line(tables) << std::endl;
     return rejected.empty() ? kDone : kFailed;
