@@ -15,7 +15,7 @@
 
 namespace {
 
-// People and service managers can count on two seconds.
+// The manual promises two seconds.
 constexpr std::chrono::milliseconds kGrace{1500};
 
 sigset_t set_of(std::initializer_list<int> signals) {

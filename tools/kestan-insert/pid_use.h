@@ -18,11 +18,11 @@ constexpr std::int64_t kSilenceNs = 5 * kNsPerSecond;
 // Learns from the packets of INPUT and TABLES what each PID is used for, and so which
 // packets of INPUT are slots.
 //
-// A slot is
+// These are slots:
 // - a null packet;
 // - a packet on a PID that is Kestan's: TABLES has carried a packet on it within 5 s;
 // - while Kestan plays a PAT, a packet on a PMT PID of INPUT's PAT.
-// Never a slot is
+// These are never slots:
 // - a packet with a PCR;
 // - a packet on a PID that the user keeps;
 // - a packet on the PID of a stream: either stream has carried a PCR or the start of a
