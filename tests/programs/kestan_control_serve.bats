@@ -146,6 +146,7 @@ END
     local begin=$SECONDS
     finish serve  # after 1.5 s, not after the 60 s of --timeout
     ((SECONDS - begin < 10))
+    told "STATUS=has ended before its work was done"
 }
 
 @test "sends a rejected table again, and does not record it" {
