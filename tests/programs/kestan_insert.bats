@@ -32,8 +32,8 @@ with open(sys.argv[1], "rb") as stream, open(1, "wb", 0) as out:
 END
 }
 
-# left_alone <file>: fails unless its packets are the encoder's in their places, but for
-# slots, and nothing of the encoder's own tables is left.
+# left_alone <file>: fails unless all packets but the slots are the encoder's, in their places, and
+# nothing of the encoder's own tables is left.
 left_alone() {
     /usr/bin/python3 - "$encoder" "$1" <<'END'
 import sys
