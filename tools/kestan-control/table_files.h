@@ -45,7 +45,7 @@ public:
         : paths_(std::move(paths)), kind_(kind) {}
 
     // Reads all of them. A PAT, CAT or SDT that an earlier file has too is a mistake in
-    // the later file. Directories that have no file at all are mistakes.
+    // the later file. So is a directory without a file: its tables may be on air.
     [[nodiscard]] ReadFiles read() const;
 
 private:
