@@ -15,12 +15,6 @@ namespace {
 
 constexpr std::size_t kLongHeaderSize = 8;  // ISO/IEC 13818-1, 2.4.4.11
 
-// Returns where the payload begins; an adaptation field can reach the packet's end.
-std::size_t payload_offset(const std::uint8_t* packet) {
-    constexpr std::size_t header_size = 4;
-    return header_size + (has_adaptation_field(packet) ? 1 + packet[4] : 0);
-}
-
 }  // namespace
 
 // The bytes of a packet that have not been added to a section.
