@@ -88,3 +88,8 @@ void SectionAssembler::add(Bytes& bytes, std::int64_t now) {
     if (!section) return;
     on_section_(*Section::find(section.get(), kMaxPrivateSectionSize), begun_);
 }
+
+void PidSections::push(const std::uint8_t* packet, std::int64_t now) {
+    if (has_transport_error(packet)) return;
+    assembler_.push(packet, continuity_.push(packet), now);
+}
