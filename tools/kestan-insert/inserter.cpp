@@ -39,14 +39,18 @@ std::optional<DatagramPackets> Inserter::find(std::int64_t now, Source& source,
                                               const std::uint8_t* datagram,
                                               std::size_t size) {
     if (source.is_silence_said) say_(fmt::format("{} comes", source.name));
-    source.is_silent = source.is_silence_said = false;
+    source.is_silent = false;
+    source.is_silence_said = false;
     source.last = now;
     ++source.record.datagrams;
     const auto packets = find_packets(datagram, size);
     if (packets) {
         source.record.packets += packets->count;
         source.record.in_rtp = packets->in_rtp;
-    } else if (source.record.malformed++ == 0) {
+        return packets;
+    }
+    ++source.record.malformed;
+    if (source.record.malformed == 1) {
         say_(fmt::format("a datagram of {} is not made of whole transport packets",
                          source.name));
     }
