@@ -150,9 +150,9 @@ TEST(TimeSeries, MergesItsBinsWhenTheyDoNotReachFarEnough) {
     ASSERT_EQ(series.bins().size(), 325u);
     for (std::size_t i = 0; i < series.bins().size(); ++i) {
         const auto first = static_cast<std::int64_t>(i * 4);
-        EXPECT_EQ(series.bins()[i].count, 4u);
-        EXPECT_EQ(series.bins()[i].least, first);
-        EXPECT_EQ(series.bins()[i].greatest, first + 3);
+        ASSERT_EQ(series.bins()[i].count, 4u);
+        ASSERT_EQ(series.bins()[i].least, first);
+        ASSERT_EQ(series.bins()[i].greatest, first + 3);
     }
     EXPECT_FALSE(series.has_all_points());
 }

@@ -276,9 +276,6 @@ const Break kBreaks[] = {
          --stream.counters[kLongSdt.pid];
      }),
      {}},
-    {"packet with an error in the middle of a section",
-     add({kLongSdt}, [](auto& packets) { packets[kTsPacketSize + 1] |= '\x80'; }),
-     {{"transport_error", 1}}},
     {"packet repeated once", add({kSdt}, [](auto& packet) { packet += packet; }), {}},
     {"packet repeated twice",
      add({kSdt}, [](auto& packet) { packet += packet + packet; }),
