@@ -85,7 +85,9 @@ void Insertion::wait(std::int64_t timeout_ns) {
 
 void Insertion::pass(std::uint8_t* datagram, std::size_t size) {
     const auto packets = inserter_.fill(steady_now_ns(), datagram, size);
-    if (output_.send(datagram, size, packets) || unsent_++ != 0) return;
+    if (output_.send(datagram, size, packets)) return;
+    ++unsent_;
+    if (unsent_ > 1) return;
     say(fmt::format("cannot send to {}: {}; going on", options_.output,
                     std::strerror(errno)));
 }
