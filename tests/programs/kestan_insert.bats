@@ -140,6 +140,7 @@ frames() {
 2|two addresses|127.0.0.1:6000 127.0.0.1:6000 127.0.0.1:6001
 2|not an IPv4 address with a port|127.0.0.1:6000 - 127.0.0.1:6001
 2|not a PID of 0 to 0x1FFE|- 127.0.0.1:5432 - --keep 0x1FFF
+2|not in range 1 to 255|127.0.0.1:6000 127.0.0.1:5432 127.0.0.1:6001 --ttl 0
 2|OUTPUT|127.0.0.1:6000 127.0.0.1:5432
 2|"ip link" lists|127.0.0.1:6000 127.0.0.1:5432 127.0.0.1:6001 --output-interface nowhere0
 1|INPUT      no datagram|127.0.0.1:6000 127.0.0.1:5432 127.0.0.1:6001 -d 0.2 --keep 18 --keep 0x14

@@ -56,8 +56,8 @@ void Insertion::run(const volatile std::sig_atomic_t& stop_requested) {
     std::int64_t now = began_;
     std::int64_t next_second = now + kNsPerSecond;
     const std::int64_t end =
-        options_.duration_s > 0
-            ? now + static_cast<std::int64_t>(options_.duration_s * kNsPerSecond)
+        options_.duration_s
+            ? now + static_cast<std::int64_t>(*options_.duration_s * kNsPerSecond)
             : std::numeric_limits<std::int64_t>::max();
     while (stop_requested == 0 && !input_.is_over() && now < end) {
         wait(std::min(next_second, end) - now);
