@@ -16,8 +16,8 @@
 // process is of no use, and the service manager starts it again.
 int StartMuxServer(int port);
 
-// The thread's body: serves until Thrift's server ends, which nothing here makes it do,
-// then frees everything. Returns 0. A connection that cannot be accepted is logged once
+// The thread's body: serves until Thrift's server ends, then frees everything. Nothing
+// here ends that server. Returns 0. A connection that cannot be accepted is logged once
 // and tried again (see thrift/retrying_server_socket.h).
 int MuxServerThread(int port);
 

@@ -1,9 +1,9 @@
 // Sends datagrams of both streams through kestan-insert's core. What leaves must be what
-// came in, but for packets that became null packets or those of TABLES.
+// came in, except for packets that became null packets or those of TABLES.
 //
-// Each datagram has a header of four bytes: its stream and what it lacks, the time since
-// the last one in 20 ms, how many times its bytes follow one another, and their number in
-// fours.
+// Each datagram has a header of four bytes: its stream and what it lacks; the time since
+// the last one, in units of 20 ms; how many times its bytes are repeated; and the number
+// of its bytes, divided by four.
 
 #include <bitstream/mpeg/psi/psi.h>
 
@@ -38,7 +38,7 @@ void repair(std::uint8_t* packet) {
         psi_set_crc(section);
 }
 
-// A packet but for its continuity_counter, which an insertion sets.
+// Returns the packet without its continuity_counter, which an insertion sets.
 std::string without_counter(const std::uint8_t* packet) {
     std::string bytes(packet, packet + kTsPacketSize);
     bytes[3] = static_cast<char>(packet[3] & ~kContinuityMask);

@@ -202,8 +202,8 @@ TEST_F(InserterTest, RemovesTheEncodersPmtsWhileKestanPlaysAPat) {
         ElementsAre(pat_packet(2, 7, {program(1, 0x0400)}), others[0], others[1], next,
                     null_packet(), null_packet()));
     EXPECT_EQ(record().pids.at(kPmtPid).replaced, 1);
-    // A new PAT announces other PIDs.
-    const Packet new_pat = pat_packet(1, 3, {program(1, 0x0300)});
+    // A new PAT announces other PIDs, even if it has the version of the last one.
+    const Packet new_pat = pat_packet(1, 1, {program(1, 0x0300)});
     EXPECT_THAT(pass(4, {new_pat, their_pmt, next}),
                 ElementsAre(null_packet(), their_pmt, null_packet()));
 }
@@ -305,9 +305,9 @@ TEST_F(InserterTest, DropsTheWholeQueueWithoutRoom) {
     EXPECT_EQ(record().dropped.no_room, 3);
     EXPECT_EQ(record().pids.at(kPatPid).dropped, 3);
 
-    for (int i = 1; i < 8192; ++i) push_tables(3002, {packet(kPatPid, 4 + i, "f")});
+    for (int i = 1; i < 8191; ++i) push_tables(3002, {packet(kPatPid, 4 + i, "f")});
     EXPECT_EQ(record().dropped.no_room, 3);
-    push_tables(3003, {packet(kPatPid, 4, "g")});
+    push_tables(3003, {packet(kPatPid, 3, "g"), packet(kPatPid, 4, "h")});
     EXPECT_EQ(record().dropped.no_room, 3 + 8192);
     EXPECT_EQ(record().lost, 0);
 }

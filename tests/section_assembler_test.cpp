@@ -77,20 +77,20 @@ TEST(SectionAssembler, FindsEachSectionWhosePacketsHaveAllComeWithItsTime) {
     }
     Packer packer;
     packer.pack(sections);
-    // Without a loss, and without each of the packets.
+    // Without a loss, and with each of the packets lost or damaged.
     for (std::size_t lost = 0; lost <= packer.packets.size(); ++lost) {
         std::vector<Packed> found;
-        SectionAssembler assembler([&](const Section& section, std::int64_t begun) {
+        PidSections assembled([&](const Section& section, std::int64_t begun) {
             EXPECT_TRUE(section.is_valid());
             const auto first = static_cast<std::size_t>(begun);
             found.push_back({std::string(section.bytes()), first, 0});
         });
-        ContinuityCheck continuity;
         for (std::size_t i = 0; i < packer.packets.size(); ++i) {
-            if (i == lost) continue;
-            const auto* const packet =
-                reinterpret_cast<const std::uint8_t*>(packer.packets[i].data());
-            assembler.push(packet, continuity.push(packet), static_cast<std::int64_t>(i));
+            std::string packet = packer.packets[i];
+            if (i == lost) packet[1] = static_cast<char>(packet[1] | 0x80);
+            if (i == lost && lost % 2 == 0) continue;
+            assembled.push(reinterpret_cast<const std::uint8_t*>(packet.data()),
+                           static_cast<std::int64_t>(i));
         }
         std::vector<Packed> expected = packer.packed;
         expected.erase(std::remove_if(expected.begin(), expected.end(),

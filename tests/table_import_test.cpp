@@ -38,7 +38,7 @@ std::string packets_of(const Sections& sections, std::uint16_t pid) {
     return packets;
 }
 
-// Returns the section with another table_id and the right CRC_32 for it.
+// Returns the section with another table_id and a valid CRC_32.
 std::string with_table_id(std::string section, std::uint8_t table_id) {
     section[0] = static_cast<char>(table_id);
     const std::uint32_t crc = crc_32(section.data(), section.size() - 4);

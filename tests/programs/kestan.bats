@@ -57,12 +57,12 @@ clone,clone3:error=EAGAIN|${to_here[*]}|Can't launch Mux server. EXCEPTION: Reso
 END
 }
 
-# Any change of the usage text changes its checksum.
 @test "prints version and usage" {
     run -0 --separate-stderr kestan -s abc -t 255 -v -O nonsense
     [[ $output == $'\nVersion: 2.10.1+d20260615' && -z $stderr ]]
     run -0 --separate-stderr kestan -v -h -t 0
-    [[ $(cksum <<<"$output") == "511980599 1181" && -z $stderr ]]
+    diff "$BATS_TEST_DIRNAME/../data/usage.txt" - <<<"$output"
+    [ -z "$stderr" ]
 }
 
 @test "resolves the destination and reaches it and a group with the TTL" {
@@ -172,13 +172,15 @@ has_bit_rate() {
         [ "$(grep -c "$error.*INJECTED" trace)" -eq 2 ]
         stop kestan
     done
-    start serve "${injected[@]}" "inject=accept,accept4:error=EMFILE:when=1..2" \
+    : >serve.err
+    JOURNAL_STREAM=$(stat -c %d:%i serve.err) \
+        start serve "${injected[@]}" "inject=accept,accept4:error=EMFILE:when=1..2" \
         kestan-control serve "$small"
     listens serve 9521
     daemon=(kestan)
     play
     wait_until grep -q "kestan has started" serve.out
-    grep "warning: start notification: cannot accept connections (" serve.err
+    grep "^<4>warning: start notification: cannot accept connections (" serve.err
 }
 
 @test "plays on without descriptors, and serves as soon as there are some" {

@@ -125,7 +125,8 @@ still version 1: receivers ignore the change"* ]]
     local stream
     stream=$(stat -c %d:%i journal)
     JOURNAL_STREAM=$stream kestan-control push bad.json 2>journal || [ $? -eq 1 ]
-    for line in "<3>error: bad.json: pmts\[0\].pid" "<4>warning: bad.json: cat.version_number"; do
+    for line in "<3>error: bad.json: pmts\[0\].pid" "<4>warning: bad.json: cat.version_number" \
+        "<3>nothing is sent"; do
         grep "^$line" journal
     done
     JOURNAL_STREAM=$stream run -1 kestan-control check bad.json

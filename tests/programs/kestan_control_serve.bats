@@ -146,6 +146,7 @@ END
     local begin=$SECONDS
     finish serve  # after 1.5 s, not after the 60 s of --timeout
     ((SECONDS - begin < 10))
+    told "STATUS=has ended before its work was done"
 }
 
 @test "sends a rejected table again, and does not record it" {
@@ -192,16 +193,18 @@ END
 
 @test "serves the files of a directory, those with mistakes left out at the start" {
     mkdir tables
-    jq '{pat, pmts}' "$small" >tables/a.json
+    jq '{pat, pmts: .pmts[:2]}' "$small" >tables/a.json
     jq '{sdt} | .sdt.services += .sdt.services' "$small" >tables/b.json
     echo '{' >tables/c.json
     mkfifo tables/d.json
     cp tables/a.json tables/.hidden.json
     ln -s ../c.json tables/e.json
-    jq '{cat}' "$small" >c.json
+    jq '{pmts: .pmts[2:]}' "$small" >c.json
     local opened
     opened=$(connections_opened)
-    serve tables
+    mkdir more
+    jq '{cat}' "$small" >more/f.json
+    serve tables more
     says serve "error: tables/c.json: not JSON"
     says serve "error: tables/b.json: sdt.services\[3\].service_id: .* twice"
     says serve "tables/b.json: left out because of its errors"

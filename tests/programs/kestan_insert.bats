@@ -32,8 +32,8 @@ with open(sys.argv[1], "rb") as stream, open(1, "wb", 0) as out:
 END
 }
 
-# left_alone <file>: fails unless its packets are the encoder's in their places, but for
-# slots, and nothing of the encoder's own tables is left.
+# left_alone <file>: fails unless all packets but the slots are the encoder's, in their places, and
+# nothing of the encoder's own tables is left.
 left_alone() {
     /usr/bin/python3 - "$encoder" "$1" <<'END'
 import sys
@@ -140,6 +140,7 @@ frames() {
 2|two addresses|127.0.0.1:6000 127.0.0.1:6000 127.0.0.1:6001
 2|not an IPv4 address with a port|127.0.0.1:6000 - 127.0.0.1:6001
 2|not a PID of 0 to 0x1FFE|- 127.0.0.1:5432 - --keep 0x1FFF
+2|not in range 1 to 255|127.0.0.1:6000 127.0.0.1:5432 127.0.0.1:6001 --ttl 0
 2|OUTPUT|127.0.0.1:6000 127.0.0.1:5432
 2|"ip link" lists|127.0.0.1:6000 127.0.0.1:5432 127.0.0.1:6001 --output-interface nowhere0
 1|INPUT      no datagram|127.0.0.1:6000 127.0.0.1:5432 127.0.0.1:6001 -d 0.2 --keep 18 --keep 0x14

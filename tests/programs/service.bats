@@ -86,7 +86,7 @@ loads() {
 @test "has units that start the installed programs, which systemd understands, exposed less than 2.5" {
     command -v systemd-analyze || skip "systemd-analyze is not installed"
     cmake --install "$KESTAN_BIN/.." --prefix "$PWD" >install.out
-    for program in kestan kestan-insert; do
+    for program in kestan kestan-control kestan-insert; do
         local unit=$PWD/lib/systemd/system/$program@.service
         grep "^ExecStart=$PWD/bin/$program " "$unit"
         run -0 systemd-analyze verify --man=no "$unit"

@@ -6,15 +6,10 @@
 
 #include <nlohmann/json.hpp>
 
-enum class JsonCharacters {
-    kAscii,  // other characters are escaped: \u20ac
-    kUtf8,
-};
-
 // Writes JSON for people: an object or array that fits into the rest of its line stands
 // on it, and another one has a line per element. `width` is in bytes. The text ends
 // without a line break.
 [[nodiscard]] std::string compact_json(const nlohmann::ordered_json& value,
-                                       std::size_t width, JsonCharacters characters);
+                                       std::size_t width);
 
 #endif

@@ -5,14 +5,12 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-#include "tools/json/compact_json.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/json/dvb_text.h"
 #include "tools/json/multiplex_json.h"
@@ -24,7 +22,7 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr std::size_t kSchemaWidth = 100;
+constexpr std::size_t kWidth = 90;  // of a line of the schema, without its indent
 constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kBitsOfHexDigit = 4;
 
@@ -92,9 +90,12 @@ ordered_json number_schema(unsigned bits, std::int32_t lowest) {
     const std::uint64_t highest = (std::uint64_t{1} << bits) - 1;
     const std::string pattern =
         "^(0[xX]0*(" + hex_pattern(bits) + ")|0*(" + decimal_pattern(highest) + "))$";
-    return {{"anyOf",
-             {{{"type", "integer"}, {"minimum", lowest}, {"maximum", highest}},
-              {{"type", "string"}, {"pattern", pattern}}}}};
+    ordered_json schema{
+        {"anyOf",
+         {{{"type", "integer"}, {"minimum", lowest}, {"maximum", highest}},
+          {{"type", "string"}, {"pattern", pattern}}}}};
+    if (lowest == 1) schema["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
+    return schema;
 }
 
 ordered_json bytes_schema(std::size_t most) {
@@ -102,13 +103,16 @@ ordered_json bytes_schema(std::size_t most) {
             {"pattern", "^( *[0-9a-fA-F]{2}){0," + std::to_string(most) + "} *$"}};
 }
 
-// Makes the schema, and remembers which widths of numbers it has.
+// Makes the schema. Its definitions come as they are needed.
 class Schema {
 public:
+    // REQUIRES: `lowest` is 0 or 1.
     ordered_json number(unsigned bits, std::int32_t lowest = 0) {
-        if (bits == kPidBits) return reference(lowest == 0 ? "pid" : "pat_pid");
-        widths_.insert(bits);
-        return reference("u" + std::to_string(bits));
+        const bool is_pid = bits == kPidBits;
+        const std::string name = is_pid ? "pid" : "u" + std::to_string(bits);
+        const std::string key = lowest == 0 ? name : name + "_from_1";
+        definitions_[key] = number_schema(bits, lowest);
+        return reference(key);
     }
 
     template <typename Structure>
@@ -121,9 +125,9 @@ private:
     ordered_json field(const DescriptorForm& form, const DescriptorField& field);
     ordered_json descriptor_named(const DescriptorForm& form);
     ordered_json descriptor();
-    ordered_json definitions();
+    void define_descriptors();
 
-    std::set<unsigned> widths_;
+    ordered_json definitions_;
 };
 
 // A visitor that describes the fields.
@@ -231,30 +235,21 @@ ordered_json Schema::descriptor() {
     return schema;
 }
 
-ordered_json Schema::definitions() {
-    const ordered_json any_descriptor = descriptor();
-    ordered_json definitions;
-    for (const unsigned bits : widths_) {
-        definitions["u" + std::to_string(bits)] = number_schema(bits, 0);
-    }
-    definitions["pid"] = number_schema(kPidBits, 0);
-    definitions["pat_pid"] = number_schema(kPidBits, 1);
-    definitions["pat_pid"]["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
-    definitions["language"] =
+void Schema::define_descriptors() {
+    definitions_["language"] =
         with_note("ISO 639-2", {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
     // The shortest descriptor with a text has three other bytes.
-    definitions["text"] = {{"type", "string"},
-                           {"maxLength", kMaxDescriptorData - 3},
-                           {"pattern", "^[^\0-\x1F\x7F-\xC2\x9F]*$"s}};
+    definitions_["text"] = {{"type", "string"},
+                            {"maxLength", kMaxDescriptorData - 3},
+                            {"pattern", "^[^\0-\x1F\x7F-\xC2\x9F]*$"s}};
     ordered_json codings;
     for (const DvbCoding& coding : dvb_codings()) codings.push_back(coding.name);
-    definitions["coding"] = with_note(
+    definitions_["coding"] = with_note(
         "the default table of ETSI EN 300 468, annex A, if it is left out and "
         "the table has all characters, else UTF-8",
         {{"enum", codings}});
-    definitions["descriptor"] = any_descriptor;
-    definitions["descriptors"] = {{"type", "array"}, {"items", reference("descriptor")}};
-    return definitions;
+    definitions_["descriptor"] = descriptor();
+    definitions_["descriptors"] = {{"type", "array"}, {"items", reference("descriptor")}};
 }
 
 ordered_json Schema::multiplex() {
@@ -283,7 +278,8 @@ ordered_json Schema::multiplex() {
                          "are decimal or strings such as \"0x0100\"."}};
     schema.update(object_of(properties, {}));
     schema["anyOf"] = any_of;
-    schema["$defs"] = definitions();
+    define_descriptors();
+    schema["$defs"] = definitions_;
     return schema;
 }
 
@@ -353,6 +349,19 @@ std::string manual_descriptors() {
     return text + ".TE\n";
 }
 
+// Writes JSON as ASCII: what is short on one line, and else a line for each part.
+std::string laid_out(const ordered_json& value, const std::string& line_break = "\n") {
+    std::string line = value.dump(-1, ' ', /*ensure_ascii=*/true);
+    if (line.size() <= kWidth || !value.is_structured()) return line;
+    std::string parts;
+    for (const auto& [key, part] : value.items()) {
+        parts += (parts.empty() ? "" : ",") + line_break + "  ";
+        if (value.is_object()) parts += ordered_json(key).dump() + ": ";
+        parts += laid_out(part, line_break + "  ");
+    }
+    return line.front() + parts + line_break + line.back();
+}
+
 std::string content_of(const char* path) {
     std::ifstream file(path);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -379,8 +388,6 @@ int main(int argc, char* argv[]) {
     std::string manual = content_of(argv[2]);
     const std::size_t end = replace_table(manual, 0, manual_fields());
     replace_table(manual, end, manual_descriptors());
-    std::ofstream(argv[1]) << compact_json(Schema().multiplex(), kSchemaWidth,
-                                           JsonCharacters::kAscii)
-                           << '\n';
+    std::ofstream(argv[1]) << laid_out(Schema().multiplex()) << '\n';
     std::ofstream(argv[2]) << manual;
 }

@@ -25,7 +25,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// No program listens on the port, as long as Kestan starts.
+// No program listens on the port, as is normal while Kestan starts.
 class NothingListens : public ControlError {
 public:
     using ControlError::ControlError;

@@ -35,5 +35,5 @@ std::string level_prefix(const std::ostream& to, Severity severity) {
 }
 
 void complain(Severity severity, const std::string& line) {
-    std::cerr << level_prefix(std::cerr, severity) << line << std::endl;
+    std::cerr << level_prefix(std::cerr, severity) + line + '\n';
 }

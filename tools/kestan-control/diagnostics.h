@@ -10,7 +10,7 @@
 // as in sd-daemon(3) if the stream is the journal's, or else an empty text.
 [[nodiscard]] std::string level_prefix(const std::ostream& to, Severity severity);
 
-// Writes a line to standard error.
+// Writes a line to standard error, in one piece: any thread may call this.
 void complain(Severity severity, const std::string& line);
 
 #endif

@@ -51,7 +51,7 @@ int push(const Settings& settings) {
     const TableFiles files(settings.files, FileKind::kRegularOrPipe);
     const auto joined = tables_to_send(files, settings.check, std::cerr);
     if (!joined) {
-        std::cerr << "nothing is sent\n";
+        complain(Severity::kError, "nothing is sent");
         return kFailed;
     }
     ControlConnection kestan(settings.address);
@@ -67,8 +67,8 @@ int push(const Settings& settings) {
     const std::vector<std::string> rejected =
         sender.send(kestan, tables, settings.stops_all);
     for (const std::string& what : rejected) {
-        std::cerr << "kestan rejected the " << what
-                  << ": its log says why; what it played before stays\n";
+        complain(Severity::kError, "kestan rejected the " + what +
+                                       ": its log says why; what it played before stays");
     }
     std::cout << bit_rate_line(tables) << std::endl;
     return rejected.empty() ? kDone : kFailed;
@@ -140,8 +140,7 @@ int import(const std::string& path) {
         return kFailed;
     }
     constexpr std::size_t width = 120;
-    std::cout << compact_json(multiplex_to_json(found), width, JsonCharacters::kUtf8)
-              << std::endl;
+    std::cout << compact_json(multiplex_to_json(found), width) << std::endl;
     if (std::cout) return is_whole ? kDone : kFailed;
     std::cerr << "cannot write the JSON: is the disk full?\n";
     return kFailed;

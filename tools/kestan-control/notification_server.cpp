@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <exception>
 #include <future>
-#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -17,6 +16,7 @@
 
 #include "thrift/cm_MuxNotifySrv.h"
 #include "thrift/retrying_server_socket.h"
+#include "tools/kestan-control/diagnostics.h"
 
 namespace {
 
@@ -73,7 +73,7 @@ NotificationServer::NotificationServer(int port)
     if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
     const auto socket = std::make_shared<RetryingServerSocket>(
         kLoopback, port, [](const std::string& line) {
-            std::cerr << "warning: start notification: " + line + '\n' << std::flush;
+            complain(Severity::kWarning, "warning: start notification: " + line);
         });
     socket->setRecvTimeout(kClientTimeoutMs);
     socket->setSendTimeout(kClientTimeoutMs);

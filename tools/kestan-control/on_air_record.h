@@ -12,7 +12,7 @@
 // Which tables Kestan can have from this program, without their content. After a push
 // that broke off, a table may be missing, and a service may be on one of several PIDs.
 struct OnAir {
-    std::set<TableKind> singles;                              // but PMTs
+    std::set<TableKind> singles;                              // all tables but PMTs
     std::map<std::int32_t, std::set<std::uint16_t>> pids_of;  // by service
 
     OnAir() = default;

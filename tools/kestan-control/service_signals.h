@@ -7,8 +7,8 @@
 //
 // The process ends in time also if it hangs in a call or reads from a disk that does not
 // answer: a thread ends it with status 0 if this object still exists 1.5 s after SIGINT
-// or SIGTERM. So it is the first object that such a process makes, and the last one that
-// it destroys.
+// or SIGTERM, and tells the service manager so. So it is the first object that such a
+// process makes, and the last one that it destroys.
 class ServiceSignals {
 public:
     // Blocks the signals in this thread and in those that it starts later.

@@ -47,7 +47,7 @@ void write_all(int fd, std::string_view text) {
     }
 }
 
-// A new file next to the one that it replaces. It is removed if it does not get there.
+// A new file next to the one that it replaces. It is removed if it replaces nothing.
 class Replacement {
 public:
     explicit Replacement(const std::string& path)
@@ -61,7 +61,8 @@ public:
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
 
-    // The text is on the disk before the name is: a loss of power leaves one of both.
+    // The text is on the disk before the name is: a loss of power leaves the old file or
+    // the new one.
     void commit(std::string_view text) {
         write_all(fd_, text);
         if (fsync(fd_) != 0) fail();

@@ -48,7 +48,6 @@ bool has_errors(const std::vector<FileFinding>& findings) {
 std::vector<TableFiles::NamedFile> TableFiles::expand(
     std::vector<FileFinding>& mistakes) const {
     std::vector<NamedFile> files;
-    std::vector<FileFinding> empty;  // directories
     for (const std::string& path : paths_) {
         std::error_code error;
         if (!fs::is_directory(path, error)) {
@@ -61,15 +60,14 @@ std::vector<TableFiles::NamedFile> TableFiles::expand(
                 files.push_back({file, FileKind::kRegular});
             }
             if (in_it.empty()) {
-                empty.push_back({Severity::kError, path,
-                                 "no file in this directory is named *.json"});
+                mistakes.push_back({Severity::kError, path,
+                                    "no file in this directory is named *.json"});
             }
         } catch (const fs::filesystem_error& failure) {
             mistakes.push_back(
                 {Severity::kError, path, "cannot be read: " + failure.code().message()});
         }
     }
-    if (files.empty()) mistakes.insert(mistakes.end(), empty.begin(), empty.end());
     return files;
 }
 

@@ -46,8 +46,8 @@ public:
         : paths_(std::move(paths)), kind_(kind) {}
 
     // Reads all of them. Doubts have the severity `of_doubts`. A PAT, CAT or SDT that an
-    // earlier file has too is a mistake in the later file. Directories that have no file
-    // at all are mistakes.
+    // earlier file has too is a mistake in the later file. So is a directory without a
+    // file: its tables may be on air.
     [[nodiscard]] ReadFiles read(Severity of_doubts) const;
 
 private:

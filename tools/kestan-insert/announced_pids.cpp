@@ -10,8 +10,7 @@ constexpr std::uint16_t kFirstStreamPid = 0x0020;
 
 // ISO/IEC 13818-1, 2.4.4.8 and 2.6.16
 constexpr std::ptrdiff_t kPmtFixedSize = 4;  // PCR_PID, program_info_length
-constexpr std::uint8_t kCaDescriptorTag = 0x09;
-constexpr std::size_t kCaFixedSize = 4;  // CA_system_id, CA_PID
+constexpr std::size_t kCaFixedSize = 4;      // CA_system_id, CA_PID
 
 using OnPid = std::function<void(std::uint16_t)>;
 
@@ -61,7 +60,7 @@ void read_ca_pids(Part descriptors, const OnPid& on_pid) {
     while (descriptors.left() >= kDescriptorHeaderSize) {
         const Part header = descriptors.take(kDescriptorHeaderSize);
         const Part data = descriptors.take(header.first[1]);
-        if (header.first[0] == kCaDescriptorTag && data.left() >= kCaFixedSize)
+        if (header.first[0] == kCaTag && data.left() >= kCaFixedSize)
             name(pid_at(data.first + 2), on_pid);
     }
 }
@@ -81,11 +80,13 @@ void read_pmt(Part body, const OnPid& on_pid) {
 
 bool PatRecord::push(const Section& section) {
     if (!is_in_force(section, kPatTableId)) return false;
-    const bool is_new = version_ != section.version();
+    std::uint32_t crc = 0;
+    std::memcpy(&crc, section.begin() + section.size() - kCrc32Size, kCrc32Size);
+    const std::optional<std::uint32_t> before = crcs_[section.number()];
+    const bool is_new = version_ != section.version() || (before && before != crc);
     if (is_new) *this = {};
     version_ = section.version();
-    std::memcpy(&crcs_[section.number()].emplace(),
-                section.begin() + section.size() - kCrc32Size, kCrc32Size);
+    crcs_[section.number()] = crc;
     for (Part body = body_of(section); body.left() >= kPatProgramSize;) {
         const std::uint8_t* const program = body.take(kPatProgramSize).first;
         const bool announces_network = program[0] == 0 && program[1] == 0;

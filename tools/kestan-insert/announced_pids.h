@@ -18,7 +18,8 @@
 // The last version of the PAT of one stream. One thread.
 class PatRecord {
 public:
-    // Takes a section of PID 0. Returns whether it is the first one of a version.
+    // Takes a section of PID 0. Returns whether it is the first one of a new PAT. An
+    // encoder that starts again can send another PAT with the version of the last one.
     bool push(const Section& section);
 
     // Returns whether the PAT names `pid` as that of a program's PMT.

@@ -18,7 +18,7 @@ void make_null_packet(std::uint8_t* packet) {
     packet[1] = static_cast<std::uint8_t>(kNullPid >> 8);
     packet[2] = static_cast<std::uint8_t>(kNullPid & 0xFF);
     packet[3] = kHasPayload;
-    std::fill_n(packet + 4, kTsPacketSize - 4, kStuffingByte);
+    std::fill_n(packet + kTsHeaderSize, kTsPacketSize - kTsHeaderSize, kStuffingByte);
 }
 
 std::uint8_t next_counter(std::uint8_t counter, const std::uint8_t* packet) {
@@ -39,14 +39,18 @@ std::optional<DatagramPackets> Inserter::find(std::int64_t now, Source& source,
                                               const std::uint8_t* datagram,
                                               std::size_t size) {
     if (source.is_silence_said) say_(fmt::format("{} comes", source.name));
-    source.is_silent = source.is_silence_said = false;
+    source.is_silent = false;
+    source.is_silence_said = false;
     source.last = now;
     ++source.record.datagrams;
     const auto packets = find_packets(datagram, size);
     if (packets) {
         source.record.packets += packets->count;
         source.record.in_rtp = packets->in_rtp;
-    } else if (source.record.malformed++ == 0) {
+        return packets;
+    }
+    ++source.record.malformed;
+    if (source.record.malformed == 1) {
         say_(fmt::format("a datagram of {} is not made of whole transport packets",
                          source.name));
     }
@@ -55,7 +59,6 @@ std::optional<DatagramPackets> Inserter::find(std::int64_t now, Source& source,
 
 void Inserter::push_tables(std::int64_t now, const std::uint8_t* datagram,
                            std::size_t size) {
-    drop_old_queue(now);
     const auto packets = find(now, tables_, datagram, size);
     if (!packets) ++record_.dropped.malformed;
     for (std::size_t i = 0; packets && i < packets->count; ++i) {
@@ -70,6 +73,7 @@ void Inserter::push_tables(std::int64_t now, const std::uint8_t* datagram,
 }
 
 void Inserter::push_table_packet(std::int64_t now, const std::uint8_t* packet) {
+    drop_old_queue(now);
     const std::uint16_t pid = pid_of(packet);
     if (packet[0] != kSyncByte || has_transport_error(packet)) {
         ++record_.dropped.damaged;

@@ -56,8 +56,8 @@ void Insertion::run(const volatile std::sig_atomic_t& stop_requested) {
     std::int64_t now = began_;
     std::int64_t next_second = now + kNsPerSecond;
     const std::int64_t end =
-        options_.duration_s > 0
-            ? now + static_cast<std::int64_t>(options_.duration_s * kNsPerSecond)
+        options_.duration_s
+            ? now + static_cast<std::int64_t>(*options_.duration_s * kNsPerSecond)
             : std::numeric_limits<std::int64_t>::max();
     while (stop_requested == 0 && !input_.is_over() && now < end) {
         wait(std::min(next_second, end) - now);
@@ -85,7 +85,9 @@ void Insertion::wait(std::int64_t timeout_ns) {
 
 void Insertion::pass(std::uint8_t* datagram, std::size_t size) {
     const auto packets = inserter_.fill(steady_now_ns(), datagram, size);
-    if (output_.send(datagram, size, packets) || unsent_++ != 0) return;
+    if (output_.send(datagram, size, packets)) return;
+    ++unsent_;
+    if (unsent_ > 1) return;
     say(fmt::format("cannot send to {}: {}; going on", options_.output,
                     std::strerror(errno)));
 }

@@ -46,7 +46,7 @@ void add_options(CLI::App& app, Options& options) {
     app.add_option("--output-interface", options.output_interface,
                    "Network interface through which OUTPUT leaves");
     app.add_option("--ttl", options.ttl, "Time to live of OUTPUT (default: 1)")
-        ->check(CLI::Range(0, kMaxTtl));
+        ->check(CLI::Range(1, kMaxTtl));
     app.add_option("-d,--duration", options.duration_s,
                    "Seconds to run (default: no end)")
         ->check(CLI::Range(kShortestRunS, kLongestRunS));

@@ -2,6 +2,7 @@
 #define KESTAN_TOOLS_KESTAN_INSERT_OPTIONS_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,7 @@ struct Options {
     std::string tables_interface;
     std::string output_interface;
     int ttl = 1;
-    double duration_s = 0;  // 0: no end
+    std::optional<double> duration_s;  // nullopt: no end
     bool json = false;
     std::vector<std::uint16_t> kept;  // PIDs
 };

@@ -13,16 +13,11 @@ constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::min() / 2;
 
 }  // namespace
 
-void PidUse::SectionReader::push(const std::uint8_t* packet, std::int64_t now) {
-    if (!has_transport_error(packet))
-        assembler.push(packet, continuity.push(packet), now);
-}
-
 PidUse::PidUse(const std::set<std::uint16_t>& kept)
     : pids_(kMaxPid + 1, Pid{kNever, kNever}),
-      input_pat_reader_(
+      input_pat_sections_(
           [this](const auto& section, auto) { take_pat(input_pat_, section); }),
-      tables_pat_reader_(
+      tables_pat_sections_(
           [this](const auto& section, auto) { take_pat(tables_pat_, section); }) {
     for (const std::uint16_t pid : kept) pids_[pid].is_kept = true;
 }
@@ -31,12 +26,12 @@ void PidUse::note_tables(std::int64_t now, const std::uint8_t* packet) {
     const std::uint16_t pid = pid_of(packet);
     learn(packet);
     pids_[pid].table_time = now;
-    if (pid == kPatPid) tables_pat_reader_.push(packet, now);
+    if (pid == kPatPid) tables_pat_sections_.push(packet, now);
 }
 
 void PidUse::note_input(const std::uint8_t* packet) {
     learn(packet);
-    if (pid_of(packet) == kPatPid) input_pat_reader_.push(packet, 0);
+    if (pid_of(packet) == kPatPid) input_pat_sections_.push(packet, 0);
 }
 
 // The PID of a damaged packet may be wrong, and what has been learnt stays.

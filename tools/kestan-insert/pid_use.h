@@ -4,12 +4,10 @@
 #include <cstdint>
 #include <map>
 #include <set>
-#include <utility>
 #include <vector>
 
 #include "dvb/nanoseconds.h"
 #include "tools/kestan-insert/announced_pids.h"
-#include "tools/receive/continuity_check.h"
 #include "tools/receive/section_assembler.h"
 
 // What has not come for this long is gone: a source, Kestan's use of a PID, a PMT on air.
@@ -18,11 +16,11 @@ constexpr std::int64_t kSilenceNs = 5 * kNsPerSecond;
 // Learns from the packets of INPUT and TABLES what each PID is used for, and so which
 // packets of INPUT are slots.
 //
-// A slot is
+// These are slots:
 // - a null packet;
 // - a packet on a PID that is Kestan's: TABLES has carried a packet on it within 5 s;
 // - while Kestan plays a PAT, a packet on a PMT PID of INPUT's PAT.
-// Never a slot is
+// These are never slots:
 // - a packet with a PCR;
 // - a packet on a PID that the user keeps;
 // - a packet on the PID of a stream: either stream has carried a PCR or the start of a
@@ -65,17 +63,6 @@ private:
         bool carries_stream = false;  // a PCR or the start of a PES packet has come
     };
 
-    // Puts the sections of one PID together.
-    struct SectionReader {
-        explicit SectionReader(SectionAssembler::Callback take)
-            : assembler(std::move(take)) {}
-
-        void push(const std::uint8_t* packet, std::int64_t now);
-
-        ContinuityCheck continuity;
-        SectionAssembler assembler;
-    };
-
     [[nodiscard]] bool is_kestans(std::int64_t now, std::uint16_t pid) const;
     [[nodiscard]] bool is_read_on_air(std::uint16_t pid) const;
     void learn(const std::uint8_t* packet);
@@ -84,9 +71,9 @@ private:
     std::vector<Pid> pids_;
     PatRecord input_pat_;
     PatRecord tables_pat_;
-    SectionReader input_pat_reader_;
-    SectionReader tables_pat_reader_;
-    std::map<std::uint16_t, SectionReader> on_air_;  // the CAT and the PMTs, by PID
+    PidSections input_pat_sections_;
+    PidSections tables_pat_sections_;
+    std::map<std::uint16_t, PidSections> on_air_;  // the CAT and the PMTs, by PID
 };
 
 #endif

@@ -67,8 +67,7 @@ std::string text_report(const Report& report) {
         record.inserted, mean_wait_ms(record), longest_wait_ms(record));
     text += fmt::format(
         "  dropped    {} packets without room, {} on PIDs of streams, {} null packets, "
-        "{} "
-        "damaged; {} kept out\n",
+        "{} damaged; {} kept out\n",
         dropped.no_room, dropped.stream_pid, dropped.null_packet, dropped.damaged,
         record.kept_out);
     text += fmt::format("  lost       {} packets that are missing in TABLES\n\n",
@@ -114,15 +113,15 @@ std::string json_report(const Report& report) {
 }
 
 std::string progress_line(const Report& before, const Report& now) {
-    const InsertionRecord &from = before.record, &to = now.record;
+    const InsertionRecord& from = before.record;
+    const InsertionRecord& to = now.record;
     const double seconds = std::max(now.duration_s - before.duration_s, 1e-3);
     const auto rate = [&](std::uint64_t earlier, std::uint64_t later) {
         return static_cast<double>(later - earlier) / seconds;
     };
     return fmt::format(
         "{:7.0f} s  INPUT {:.0f} packets/s, {:.0f} inserted/s, {:.0f} null packets/s "
-        "left; "
-        "{} dropped, {} lost\n",
+        "left; {} dropped, {} lost\n",
         now.duration_s, rate(from.input.packets, to.input.packets),
         rate(from.inserted, to.inserted),
         rate(from.null_packets_left, to.null_packets_left), to.dropped.total(), to.lost);

@@ -17,6 +17,12 @@
     return (packet[3] & kHasAdaptation) != 0;
 }
 
+// Returns where the payload begins, which can be beyond the packet's end.
+// REQUIRES: has_payload().
+[[nodiscard]] inline std::size_t payload_offset(const std::uint8_t* packet) {
+    return kTsHeaderSize + (has_adaptation_field(packet) ? 1U + packet[4] : 0U);
+}
+
 // Returns the PCR_flag.
 [[nodiscard]] inline bool has_pcr(const std::uint8_t* packet) {
     return has_adaptation_field(packet) && packet[4] != 0 && (packet[5] & 0x10) != 0;
@@ -26,7 +32,7 @@
 // looks like that: reserved bits after its table_id are 1.
 [[nodiscard]] inline bool starts_pes_packet(const std::uint8_t* packet) {
     if ((packet[1] & kPayloadUnitStart) == 0 || !has_payload(packet)) return false;
-    const std::size_t at = has_adaptation_field(packet) ? 5U + packet[4] : 4U;
+    const std::size_t at = payload_offset(packet);
     return at + 3 <= kTsPacketSize && packet[at] == 0 && packet[at + 1] == 0 &&
            packet[at + 2] == 1;
 }

@@ -19,7 +19,7 @@ public:
                                                      std::size_t left);
 
     // Returns whether it is a short section, or a long one that is long enough and has
-    // the right CRC_32.
+    // a valid CRC_32.
     [[nodiscard]] bool is_valid() const;
 
     [[nodiscard]] bool is_long() const { return (bytes_[1] & 0x80) != 0; }

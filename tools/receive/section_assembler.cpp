@@ -15,12 +15,6 @@ namespace {
 
 constexpr std::size_t kLongHeaderSize = 8;  // ISO/IEC 13818-1, 2.4.4.11
 
-// Returns where the payload begins; an adaptation field can reach the packet's end.
-std::size_t payload_offset(const std::uint8_t* packet) {
-    constexpr std::size_t header_size = 4;
-    return header_size + (has_adaptation_field(packet) ? 1 + packet[4] : 0);
-}
-
 }  // namespace
 
 // The bytes of a packet that have not been added to a section.
@@ -93,4 +87,9 @@ void SectionAssembler::add(Bytes& bytes, std::int64_t now) {
         &std::free);
     if (!section) return;
     on_section_(*Section::find(section.get(), kMaxPrivateSectionSize), begun_);
+}
+
+void PidSections::push(const std::uint8_t* packet, std::int64_t now) {
+    if (has_transport_error(packet)) return;
+    assembler_.push(packet, continuity_.push(packet), now);
 }

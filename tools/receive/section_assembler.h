@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <utility>
 
 #include "tools/receive/continuity_check.h"
 #include "tools/receive/section.h"
@@ -39,6 +40,21 @@ private:
     std::uint8_t* in_progress_ = nullptr;  // biTStream's; null if there is none
     std::uint16_t received_ = 0;           // bytes of it
     std::int64_t begun_ = 0;
+};
+
+// Puts the sections of one PID together, for a program that does not count the breaks of
+// continuity itself. Skips packets with a transport error. One thread.
+class PidSections {
+public:
+    explicit PidSections(SectionAssembler::Callback on_section)
+        : assembler_(std::move(on_section)) {}
+
+    // As SectionAssembler::push.
+    void push(const std::uint8_t* packet, std::int64_t now = 0);
+
+private:
+    ContinuityCheck continuity_;
+    SectionAssembler assembler_;
 };
 
 #endif

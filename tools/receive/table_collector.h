@@ -37,7 +37,7 @@ private:
 
     void follow_pat();
 
-    Multiplex found_;  // but for its PMTs
+    Multiplex found_;  // without its PMTs
     SectionSet pat_;
     SectionSet cat_;
     std::map<std::uint16_t, SectionSet> sdts_;  // by transport_stream_id

@@ -82,8 +82,8 @@ PMT to_thrift(const dvbpsi_pmt_t& from) {
     return to;
 }
 
-// Returns a copy of the section as libdvbpsi's own assembly would make it, but for its
-// number among those of its table.
+// Returns a copy of the section as libdvbpsi's own assembly would make it. Only its
+// number among those of its table is given.
 SectionsPtr to_dvbpsi(const Section& from, std::size_t number, std::size_t last_number) {
     SectionsPtr to(dvbpsi_NewPSISection(kMaxSectionSize));
     if (!to) throw std::bad_alloc();

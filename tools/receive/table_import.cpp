@@ -13,7 +13,6 @@
 #include "dvb/psi_si.h"
 #include "dvb/section_limits.h"
 #include "dvb/ts_packet.h"
-#include "tools/receive/continuity_check.h"
 #include "tools/receive/section_assembler.h"
 #include "tools/receive/table_collector.h"
 #include "tools/receive/ts_file.h"
@@ -79,25 +78,16 @@ void import_sections(const Bytes& bytes, TableImport& import) {
     import.tables = collector.tables();
 }
 
-// The sections of one PID.
-struct PidSections {
-    PidSections(std::uint16_t pid, TableCollector& to)
-        : assembler([pid, &to](const Section& section, std::int64_t /*begun*/) {
-              to.push(pid, section);
-          }) {}
-
-    ContinuityCheck continuity;
-    SectionAssembler assembler;
-};
-
 void import_packets(TsFile& file, TableImport& import) {
     TableCollector collector;
     std::map<std::uint16_t, PidSections> pids;
     while (const std::uint8_t* const packet = file.next()) {
         const std::uint16_t pid = pid_of(packet);
         if (!collector.follows(pid)) continue;
-        PidSections& sections = pids.try_emplace(pid, pid, collector).first->second;
-        sections.assembler.push(packet, sections.continuity.push(packet));
+        const auto take = [pid, &collector](const Section& section, auto) {
+            collector.push(pid, section);
+        };
+        pids.try_emplace(pid, take).first->second.push(packet);
     }
     import.tables = collector.tables();
     import.packets = file.packets();

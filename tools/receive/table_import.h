@@ -10,7 +10,7 @@
 //
 // The file is a transport stream (see ts_file.h), or binary sections back to back as
 // table compilers write them. It has sections if it begins with a long one (ISO/IEC
-// 13818-1, 2.4.4.11) whose CRC_32 is right.
+// 13818-1, 2.4.4.11) whose CRC_32 is valid.
 struct TableImport {
     Multiplex tables;
     std::uint64_t packets = 0;   // of a transport stream
