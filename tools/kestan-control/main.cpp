@@ -139,7 +139,7 @@ int import(const std::string& path) {
         std::cerr << path << ": no complete table: capture at least one second\n";
         return kFailed;
     }
-    constexpr std::size_t width = 120;
+    constexpr std::size_t width = 200;  // holds a stream with its descriptors
     std::cout << compact_json(multiplex_to_json(found), width) << std::endl;
     if (std::cout) return is_whole ? kDone : kFailed;
     std::cerr << "cannot write the JSON: is the disk full?\n";
