@@ -12,6 +12,7 @@
 #include "dvb/psi_si.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/sections.h"
+#include "tools/json/shown_text.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
 #include "tools/kestan-monitor/measure/time_series.h"
 #include "tools/kestan-monitor/report/json_report.h"
@@ -73,7 +74,7 @@ struct FaultyStream : Stream {
         sdt.services.emplace_back().service_id = 7;
         Descriptor& name = sdt.services[0].descriptors.emplace_back();
         name.tag = 0x48;
-        name.data = std::string("\x01\x00\x07<A> & B", 10);
+        name.data = std::string("\x01\x00\x0B\x15<A>\xE2\x80\xAE & B", 14);
         for (auto* table : {&pat.current_next_indicator, &pmt.current_next_indicator,
                             &sdt.current_next_indicator})
             *table = true;
@@ -201,6 +202,21 @@ TEST(TerminalView, ScrollsByPagesAndNotBehindTheEnd) {
     for (int i = 0; i < 20; ++i) view.on_key(Key::kPageDown);
     EXPECT_EQ(shown_pids(view, stream.report()).back(), "0x033F");
     EXPECT_EQ(shown_pids(view, stream.report()).size(), first.size());
+}
+
+TEST(ShownText, KeepsTextFromActingOnItsNeighbours) {
+    const std::string marks = "\u0301\u0301\u0301\u0301";
+    const std::pair<std::string, std::string> cases[] = {
+        {"Zoë 東京 \U0001F4FA", "Zoë 東京 \U0001F4FA"},
+        {"a\u202Eb\u2066c\u2069", "abc"},
+        {"a\uFFFEb\uFFFF", "a\uFFFDb\uFFFD"},
+        {"\x1B[31m\u009B", "\uFFFD[31m\uFFFD"},
+        {"e" + marks + marks + "e" + marks, "e" + marks + "e" + marks},
+        {"\xC3(\xED\xA0\x80\xF0\x9F", "\uFFFD(\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
+    };
+    for (const auto& [text, shown] : cases) EXPECT_EQ(shown_text(text), shown);
+    EXPECT_EQ(shown_path("/tmp/Zoë"), "/tmp/Zoë");
+    EXPECT_EQ(shown_path("a\nb"), "\"a\\x0ab\"");
 }
 
 TEST(PacketRecorder, Writes188BytesOfEachCodedPacket) {
