@@ -84,12 +84,13 @@ on_screen() { wait_until on_screen_now "$1"; }
     [[ $output == *"is the disk full?" ]]
     [ -x "$(command -v promtool)" ] || skip "no promtool (package prometheus)"
     promtool check metrics <metrics.prom
+    promtool test rules "$BATS_TEST_DIRNAME/../data/kestan.rules_test.yml"
 }
 
 @test "measures on when its files can no longer be written" {
     play_small
     mkdir there
-    start monitor bash -c 'ulimit -f 8; exec kestan-monitor "$@"' - 127.0.0.1:5432 \
+    start monitor bash -c 'ulimit -f 16; exec kestan-monitor "$@"' - 127.0.0.1:5432 \
         --record record.ts --metrics there/metrics.prom --plot there/plot.svg
     wait_until [ -s there/metrics.prom ]
     mv there gone
@@ -104,7 +105,7 @@ on_screen() { wait_until on_screen_now "$1"; }
     grep 'verdict    Nothing is outside the limits' monitor.out
     grep ': there/plot.svg: cannot be written' monitor.err
     [ "$(wc -l <monitor.err)" -eq 3 ]
-    [ "$(stat -c %s record.ts)" -eq $((8192 / 188 * 188)) ]
+    [ "$(stat -c %s record.ts)" -eq $((16384 / 188 * 188)) ]
 
     mkdir $'new\nline'
     run -2 bash -c 'ulimit -f 0; kestan-monitor "$@" 2>&1 | cat; exit "${PIPESTATUS[0]}"' - \
