@@ -12,6 +12,7 @@
 #include "dvb/psi_si.h"
 #include "tests/support/memory_file.h"
 #include "tests/support/sections.h"
+#include "tools/json/shown_text.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
 #include "tools/kestan-monitor/measure/time_series.h"
 #include "tools/kestan-monitor/report/json_report.h"
@@ -73,7 +74,7 @@ struct FaultyStream : Stream {
         sdt.services.emplace_back().service_id = 7;
         Descriptor& name = sdt.services[0].descriptors.emplace_back();
         name.tag = 0x48;
-        name.data = std::string("\x01\x00\x07<A> & B", 10);
+        name.data = std::string("\x01\x00\x0B\x15<A>\xE2\x80\xAE & B", 14);
         for (auto* table : {&pat.current_next_indicator, &pmt.current_next_indicator,
                             &sdt.current_next_indicator})
             *table = true;
@@ -111,11 +112,27 @@ TEST(MonitorReport, TellsProgramsWhatIsWrongWithAStream) {
          {"up{S} 0", "crc_errors_total{S,pid=\"0x0000\"} 1",
           "crc_errors_total{S,pid=\"0x0100\"} 0", "faults_total{S,check=\"lost\"} 3",
           "faults_total{S,check=\"malformed\"} 1",
+          "table_age_seconds{S,pid=\"0x0000\",table=\"PAT\"} 1.6",
+          "repetition_faults_total{S,pid=\"0x0000\",table=\"PAT\"} 1",
           "longest_interval_seconds{S,pid=\"0x0000\",table=\"PAT\"} 1.6"}) {
         std::string expected = std::string("\nkestan_monitor_") + line + '\n';
         expected.replace(expected.find("{S") + 1, 1, "stream=\"226.0.0.10:1234\"");
         EXPECT_THAT(metrics, HasSubstr(expected));
     }
+}
+
+TEST(MonitorReport, GivesNoAgeOfAPmtThatThePatDoesNotAnnounce) {
+    PMT pmt;
+    pmt.program_number = 7;
+    pmt.pcr_pid = kMaxPid;
+    pmt.current_next_indicator = true;
+    Stream stream;
+    stream.send(0, stream.packet(kPmtPid, sections_of(pmt)[0]));
+    stream.statistics.finish(kNsPerSecond, 0);
+    const std::string metrics = metrics_text(stream.report());
+    const std::string labels = "_seconds{stream=\"226.0.0.10:1234\",pid=\"0x0100\"";
+    EXPECT_THAT(metrics, HasSubstr("longest_interval" + labels));
+    EXPECT_THAT(metrics, Not(HasSubstr("table_age" + labels)));
 }
 
 TEST(MonitorReport, TellsPeopleWhatIsWrongWithAStream) {
@@ -161,7 +178,7 @@ TEST(FaultLog, KeepsFirstAndLastTimesAndTheLastTenEvents) {
     FaultLog log;
     log.set_civil_minus_steady(kCivil);
     const auto fault_on = [](int pid) {
-        return Fault{FaultKind::kContinuity, static_cast<std::uint16_t>(pid)};
+        return Fault{FaultKind::kCrc, static_cast<std::uint16_t>(pid)};
     };
     for (int i = 0; i < 12; ++i) log.add(fault_on(i % 6), i, i % 5);
     log.add({FaultKind::kLost}, 12, 0, 3);
@@ -201,6 +218,39 @@ TEST(TerminalView, ScrollsByPagesAndNotBehindTheEnd) {
     for (int i = 0; i < 20; ++i) view.on_key(Key::kPageDown);
     EXPECT_EQ(shown_pids(view, stream.report()).back(), "0x033F");
     EXPECT_EQ(shown_pids(view, stream.report()).size(), first.size());
+}
+
+TEST(MonitorReport, MakesOneEventOfTheContinuityErrorsOfOneGap) {
+    FaultLog faults;
+    const auto lose = [&](std::int64_t ms, std::uint16_t pids) {
+        for (std::uint16_t pid = 1; pid <= pids; ++pid)
+            faults.add({FaultKind::kContinuity, pid}, ms * kNsPerMs, 0, 3);
+    };
+    lose(0, 40);
+    faults.add({FaultKind::kSyncByte}, 500 * kNsPerMs);
+    lose(900, 40);
+    lose(1900, 1);
+    const Lines lines = event_lines(faults);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_THAT(lines[0], HasSubstr("  PID 0x0001: continuity errors (ETSI"));
+    EXPECT_THAT(lines[1], HasSubstr("  continuity: 40 PIDs, 240 errors (ETSI"));
+    EXPECT_THAT(lines[2], HasSubstr("sync byte"));
+    EXPECT_EQ(faults.count({FaultKind::kContinuity, 40}), 6u);
+}
+
+TEST(ShownText, KeepsTextFromActingOnItsNeighbours) {
+    const std::string marks = "\u0301\u0301\u0301\u0301";
+    const std::pair<std::string, std::string> cases[] = {
+        {"Zoë 東京 \U0001F4FA", "Zoë 東京 \U0001F4FA"},
+        {"a\u202Eb\u2066c\u2069", "abc"},
+        {"a\uFFFEb\uFFFF", "a\uFFFDb\uFFFD"},
+        {"\x1B[31m\u009B", "\uFFFD[31m\uFFFD"},
+        {"e" + marks + marks + "e" + marks, "e" + marks + "e" + marks},
+        {"\xC3(\xED\xA0\x80\xF0\x9F", "\uFFFD(\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
+    };
+    for (const auto& [text, shown] : cases) EXPECT_EQ(shown_text(text), shown);
+    EXPECT_EQ(shown_path("/tmp/Zoë"), "/tmp/Zoë");
+    EXPECT_EQ(shown_path("a\nb"), "\"a\\x0ab\"");
 }
 
 TEST(PacketRecorder, Writes188BytesOfEachCodedPacket) {

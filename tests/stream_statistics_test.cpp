@@ -176,7 +176,7 @@ struct RightStream : Stream {
         std::string datagram = packet(0x1FFF, null_counter += 5);
         datagram += packet(0x0200, video_counter++);
         if (step % 2 == 0) datagram += packets(pat) + packets(pmt);
-        if (step % 5 == 1) datagram += packets(kCat) + packets(kSdt);
+        if (step % 5 == 1) datagram += packets(cat) + packets(kSdt);
         char hex[] = "70 7000 c079 124500";
         std::snprintf(hex + 17, 3, "%02d", step / 10 + tdt);
         if (step % 10 == 3) datagram += packets({kTdt.pid, hex});
@@ -194,6 +194,7 @@ struct RightStream : Stream {
 
     Section pat = kPat;
     Section pmt = kPmt;
+    Section cat = kCat;
     int tdt = 10;
     int null_counter = 0;
     int video_counter = 0;
@@ -217,6 +218,20 @@ Edit flip(std::size_t packet, std::size_t byte, int bits) {
     return once([=](auto&, auto& sent) {
         sent[0][packet * kTsPacketSize + byte] ^= static_cast<char>(bits);
     });
+}
+// Puts each datagram behind an RTP header with an extension and padding. The number's
+// bits above the sixteenth are the source.
+Edit rtp(int (*number_of)(int step)) {
+    return [=](auto&, int step, auto& sent) {
+        const int number = number_of(step);
+        std::string header = std::string("\xb1!", 2) + std::string(14, '\0') +
+                             std::string("\0\0\0\1", 4) + "abcd";
+        header[2] = static_cast<char>(number >> 8);
+        header[3] = static_cast<char>(number);
+        header[11] = static_cast<char>(number >> 16);
+        sent[0].insert(0, header);
+        sent[0] += std::string("\0\0\3", 3);
+    };
 }
 // Sends one more video packet, its counter `ahead` of the last one's.
 Edit add_video(int ahead, char flags, const std::string& content = "") {
@@ -246,12 +261,21 @@ const Break kBreaks[] = {
     {"rubbish as long as an RTP header before the packets",
      once([](auto&, auto& sent) { sent[0].insert(0, 12, '@'); }),
      {{"malformed", 1}, {"continuity", 3}}},
-    {"RTP",
-     [](auto&, int, auto& sent) {
-         sent[0].insert(0, std::string("\xb1!", 2) + std::string(14, '\0') +
-                               std::string("\0\0\0\1", 4) + "abcd");
-         sent[0] += std::string("\0\0\3", 3);
-     },
+    {"RTP", rtp([](int step) { return step; }), {}},
+    {"RTP datagrams lost",
+     rtp([](int step) { return step < 40 ? step : step + 3; }),
+     {{"rtp_sequence", 3}}},
+    {"RTP datagram repeated",
+     rtp([](int step) { return step < 40 ? step : step - 1; }),
+     {{"rtp_sequence", 1}}},
+    {"RTP datagrams swapped",
+     rtp([](int step) { return step == 40 || step == 41 ? 81 - step : step; }),
+     {{"rtp_sequence", 1}}},
+    {"RTP numbers jump back",
+     rtp([](int step) { return step < 40 ? step + 60000 : step - 40; }),
+     {{"rtp_sequence", 1}}},
+    {"RTP of another source",
+     rtp([](int step) { return step < 40 ? step : step + 0x10064; }),
      {}},
     {"204-byte packets",
      once([](auto&, auto& sent) {
@@ -344,6 +368,21 @@ const Break kBreaks[] = {
          if (step == 40) stream.pmt.hex = "02 b000 0007 c7 0000 e200 f000";
      },
      {{"consistency", 1}}},
+    {"PCR on a PID without a stream",
+     [](auto& stream, int step, auto& sent) {
+         if (step == 40) stream.pmt.hex = "02 b000 0007 c3 0000 e200 f000";
+         sent.push_back(stream.packet(0x0200, stream.video_counter - 1, 0x20));
+         sent.back().replace(4, 2, "\x07\x10");
+     },
+     {}},
+    {"scrambled stream without a CAT",
+     [](auto& stream, int step, auto& sent) {
+         stream.pmt.hex = "02 b000 0007 c3 0000 ffff f000 1b e200 f000";
+         sent[0][kTsPacketSize + 3] |= '\x80';
+         if (step == 40) stream.cat.hex[14] = '0';
+         if (step == 63) stream.cat.hex[14] = '1';
+     },
+     {{"cat_missing", 1}}},
     {"TDT that stands still",
      [](auto& stream, int step, auto&) { stream.tdt -= step > 40 && step % 10 == 0; },
      {{"tdt_stands_still", 1}}},

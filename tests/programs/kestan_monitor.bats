@@ -84,6 +84,34 @@ on_screen() { wait_until on_screen_now "$1"; }
     [[ $output == *"is the disk full?" ]]
     [ -x "$(command -v promtool)" ] || skip "no promtool (package prometheus)"
     promtool check metrics <metrics.prom
+    promtool test rules "$BATS_TEST_DIRNAME/../data/kestan.rules_test.yml"
+}
+
+@test "measures on when its files can no longer be written" {
+    play_small
+    mkdir there
+    start monitor bash -c 'ulimit -f 16; exec kestan-monitor "$@"' - 127.0.0.1:5432 \
+        --record record.ts --metrics there/metrics.prom --plot there/plot.svg
+    wait_until [ -s there/metrics.prom ]
+    mv there gone
+    says monitor ': there/metrics.prom: cannot be written: No such file or directory; this is'
+    says monitor ': record.ts: cannot be written: File too large; the recording has ended$'
+    mkdir there
+    wait_until [ -s there/metrics.prom ]
+    mv there gone/again
+    local status=0
+    finish monitor INT || status=$?
+    [ "$status" -eq 2 ]
+    grep 'verdict    Nothing is outside the limits' monitor.out
+    grep ': there/plot.svg: cannot be written' monitor.err
+    [ "$(wc -l <monitor.err)" -eq 3 ]
+    [ "$(stat -c %s record.ts)" -eq $((16384 / 188 * 188)) ]
+
+    mkdir $'new\nline'
+    run -2 bash -c 'ulimit -f 0; kestan-monitor "$@" 2>&1 | cat; exit "${PIPESTATUS[0]}"' - \
+        127.0.0.1:5432 -d 0.2 --metrics $'new\nline/metrics.prom'
+    [[ $output == *': "new\x0aline/metrics.prom": cannot be written: File too large' ]]
+    [ -z "$(ls $'new\nline')" ]
 }
 
 # measure_under <strace's change of the kernel's answer>: a monitor that takes no difference

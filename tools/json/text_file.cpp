@@ -7,8 +7,11 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -74,7 +77,62 @@ void expect(FileKind kind, const std::string& path, mode_t mode) {
     throw std::runtime_error("neither a regular file nor a pipe");
 }
 
+// A new file next to the one that it replaces. It is removed if it does not get there.
+class Replacement {
+public:
+    // mkostemp(3) opens only a file that is new, and follows no link.
+    explicit Replacement(const std::string& path)
+        : path_(path), next_(path + ".XXXXXX"), fd_(mkostemp(next_.data(), O_CLOEXEC)) {
+        if (fd_ < 0) fail();
+    }
+    ~Replacement() {
+        if (fd_ >= 0) close(fd_);
+        if (!is_done_) unlink(next_.c_str());
+    }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+
+    void write_all(std::string_view text) const {
+        while (!text.empty()) {
+            const ssize_t written = write(fd_, text.data(), text.size());
+            if (written < 0 && errno != EINTR) fail();
+            if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
+        }
+    }
+
+    void let_all_read() const {
+        const mode_t mask = umask(0);
+        umask(mask);
+        if (fchmod(fd_, 0666 & ~mask) != 0) fail();
+    }
+
+    void reach_the_disk() const {
+        if (fsync(fd_) != 0) fail();
+    }
+
+    // Some file systems report a full disk only when the file is closed.
+    void commit() {
+        if (close(std::exchange(fd_, -1)) != 0) fail();
+        if (std::rename(next_.c_str(), path_.c_str()) != 0) fail();
+        is_done_ = true;
+    }
+
+private:
+    std::string path_;
+    std::string next_;
+    int fd_;
+    bool is_done_ = false;
+};
+
 }  // namespace
+
+void replace_text_file(const std::string& path, std::string_view text, FileUse use) {
+    Replacement file(path);
+    file.write_all(text);
+    if (use == FileUse::kReport) file.let_all_read();
+    if (use == FileUse::kState) file.reach_the_disk();
+    file.commit();
+}
 
 std::string read_text_file(const std::string& path, FileKind kind) {
     const OpenFile file(path);

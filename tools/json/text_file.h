@@ -2,6 +2,7 @@
 #define KESTAN_TOOLS_JSON_TEXT_FILE_H
 
 #include <string>
+#include <string_view>
 
 // What a path may name. A link counts as what it leads to.
 enum class FileKind {
@@ -15,5 +16,17 @@ enum class FileKind {
 // std::system_error if the system refuses, or else std::runtime_error; what() is the
 // reason alone, such as "No such file or directory".
 [[nodiscard]] std::string read_text_file(const std::string& path, FileKind kind);
+
+// Who reads a file that is written, and what a loss of power may do to it.
+enum class FileUse {
+    kState,   // its owner alone; the old or the new text is there after a loss of power
+    kReport,  // all that the umask lets; the file may be empty after a loss of power
+};
+
+// Replaces the file `path` with `text` in one step: a reader sees the old text or the new
+// one. The text is first written to a new file in the same folder, whose name ends with
+// six letters and digits. That one is removed if this fails, which throws
+// std::system_error; the message of its code is the reason.
+void replace_text_file(const std::string& path, std::string_view text, FileUse use);
 
 #endif

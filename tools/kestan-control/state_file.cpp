@@ -1,14 +1,10 @@
 #include "tools/kestan-control/state_file.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
 
 #include "tools/json/text_file.h"
@@ -34,48 +30,6 @@ std::string state_directory() {
     const std::string home = environment("HOME");
     return home.empty() ? "" : home + "/.local/state/kestan-control";
 }
-
-[[noreturn]] void fail() {
-    throw std::system_error(errno, std::generic_category());
-}
-
-void write_all(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(fd, text.data(), text.size());
-        if (written < 0 && errno != EINTR) fail();
-        if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
-    }
-}
-
-// A new file next to the one that it replaces. It is removed if it replaces nothing.
-class Replacement {
-public:
-    explicit Replacement(const std::string& path)
-        : path_(path), next_(path + ".XXXXXX"), fd_(mkostemp(next_.data(), O_CLOEXEC)) {
-        if (fd_ < 0) fail();
-    }
-    ~Replacement() {
-        close(fd_);
-        if (!is_done_) unlink(next_.c_str());
-    }
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
-
-    // The text is on the disk before the name is: a loss of power leaves the old file or
-    // the new one.
-    void commit(std::string_view text) {
-        write_all(fd_, text);
-        if (fsync(fd_) != 0) fail();
-        if (std::rename(next_.c_str(), path_.c_str()) != 0) fail();
-        is_done_ = true;
-    }
-
-private:
-    std::string path_;
-    std::string next_;
-    int fd_;
-    bool is_done_ = false;
-};
 
 // Returns nullopt if there is no file.
 std::optional<std::string> read_if_present(const std::string& path) {
@@ -121,7 +75,7 @@ void StateFile::save(const nlohmann::ordered_json& content) {
     kept_.clear();
     try {
         fs::create_directories(fs::path(path_).parent_path());
-        Replacement(path_).commit(text);
+        replace_text_file(path_, text, FileUse::kState);
     } catch (const std::system_error& error) {
         throw std::runtime_error(path_ +
                                  ": cannot be written: " + error.code().message());

@@ -29,6 +29,9 @@ void handle_signals() {
     }
     action.sa_handler = [](int) {};  // a resized terminal is drawn again at once
     sigaction(SIGWINCH, &action, nullptr);
+    action.sa_handler =
+        SIG_IGN;  // a file that grows too large is an error like any other
+    sigaction(SIGXFSZ, &action, nullptr);
 }
 
 int run(const Options& options) {
@@ -39,6 +42,7 @@ int run(const Options& options) {
     std::cout << (options.json ? json_report(report) : text_report(report)) << std::flush;
     if (!std::cout)
         throw std::runtime_error("cannot write the report: is the disk full?");
+    if (monitor.has_lost_output()) return kCannotRun;
     const bool in_order = report.stream.faults().total() == 0;
     return options.check && !in_order ? kOutsideLimits : kInOrder;
 }

@@ -1,9 +1,15 @@
 #include "tools/kestan-monitor/monitor.h"
 
 #include <algorithm>
+#include <iostream>
 #include <limits>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
 
 #include "dvb/civil_clock.h"
+#include "tools/json/shown_text.h"
+#include "tools/json/text_file.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
 #include "tools/kestan-monitor/report/metrics.h"
 
@@ -13,6 +19,10 @@ std::int64_t to_ns(double seconds) {
     return static_cast<std::int64_t>(seconds * static_cast<double>(kNsPerSecond));
 }
 
+std::string unwritten_text(const std::string& path, const std::system_error& error) {
+    return shown_path(path) + ": cannot be written: " + error.code().message();
+}
+
 }  // namespace
 
 Monitor::Monitor(const Options& options)
@@ -20,9 +30,20 @@ Monitor::Monitor(const Options& options)
       receiver_(parse_endpoint(options.address), options.interface),
       stream_(steady_now_ns()) {
     read_clock();
-    if (!options_.record.empty()) recorder_.emplace(options_.record);
     if (!options_.plot.empty()) start_plot();
-    write_files();
+    open_files();
+}
+
+// A mistake in a path ends the program before it measures.
+void Monitor::open_files() {
+    const std::string* path = &options_.record;
+    try {
+        if (!path->empty()) recorder_.emplace(*path);
+        path = &options_.metrics;
+        if (!path->empty()) write_metrics();
+    } catch (const std::system_error& error) {
+        throw std::runtime_error(unwritten_text(*path, error));
+    }
 }
 
 void Monitor::start_plot() {
@@ -50,11 +71,16 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
         every_second(complete_until);
     }
     screen_.reset();
+    say_complaints();
     read_clock();
     stream_.finish(complete_until, receiver_.lost());
     service_names_ = service_names(stream_.tables());
     write_files();
-    if (plot_) replace_file(options_.plot, plot_->svg(report(), complete_until));
+    if (!plot_) return;
+    try_to_write(options_.plot, "", [&] {
+        replace_text_file(options_.plot, plot_->svg(report(), complete_until),
+                          FileUse::kReport);
+    });
 }
 
 std::int64_t Monitor::receive(std::int64_t timeout) {
@@ -85,9 +111,38 @@ void Monitor::every_second(std::int64_t complete_until) {
 }
 
 void Monitor::write_files() {
-    if (recorder_) recorder_->flush();
-    if (!options_.metrics.empty())
-        replace_file(options_.metrics, metrics_text(report_of_last_second()));
+    if (recorder_ && !try_to_write(options_.record, "; the recording has ended",
+                                   [this] { recorder_->flush(); })) {
+        recorder_.reset();
+    }
+    if (options_.metrics.empty()) return;
+    try_to_write(options_.metrics, "; this is tried again each second",
+                 [this] { write_metrics(); });
+}
+
+void Monitor::write_metrics() const {
+    replace_text_file(options_.metrics, metrics_text(report_of_last_second()),
+                      FileUse::kReport);
+}
+
+// Returns whether write() was able to write the file. If not, says so the first time.
+template <typename Write>
+bool Monitor::try_to_write(const std::string& path, const char* consequence,
+                           const Write& write) {
+    try {
+        write();
+        return true;
+    } catch (const std::system_error& error) {
+        if (unwritten_.insert(path).second)
+            complaints_ +=
+                "kestan-monitor: " + unwritten_text(path, error) + consequence + '\n';
+        if (!screen_) say_complaints();
+        return false;
+    }
+}
+
+void Monitor::say_complaints() {
+    std::cerr << std::exchange(complaints_, "");
 }
 
 void Monitor::read_clock() {

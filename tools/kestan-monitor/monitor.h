@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "tools/kestan-monitor/measure/bit_rates.h"
 #include "tools/kestan-monitor/measure/stream_statistics.h"
 #include "tools/kestan-monitor/options.h"
-#include "tools/kestan-monitor/report/output_file.h"
 #include "tools/kestan-monitor/report/plot.h"
 #include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/screen/terminal.h"
@@ -26,8 +26,12 @@ public:
     explicit Monitor(const Options& options);
 
     // Runs for the duration of the options, or until `stop_requested` is not 0 or the
-    // user ends it. Throws std::runtime_error.
+    // user ends it. A file that cannot be written does not end the run: standard error
+    // says so once. Throws std::runtime_error.
     void run(const volatile std::sig_atomic_t& stop_requested);
+
+    // Returns whether a file could not be written, be it for a second only.
+    [[nodiscard]] bool has_lost_output() const { return !unwritten_.empty(); }
 
     // Returns the report of the whole run. REQUIRES: run() has returned.
     [[nodiscard]] Report report() const;
@@ -49,6 +53,12 @@ private:
     void read_clock();
     void advance(std::int64_t complete_until);
     void write_files();
+    void open_files();
+    void write_metrics() const;
+    template <typename Write>
+    bool try_to_write(const std::string& path, const char* consequence,
+                      const Write& write);
+    void say_complaints();
     void draw();
 
     Options options_;
@@ -61,6 +71,8 @@ private:
     std::optional<PacketRecorder> recorder_;
     std::optional<Plot> plot_;
     std::optional<Screen> screen_;
+    std::set<std::string> unwritten_;  // files that could not be written
+    std::string complaints_;           // to be said when there is no display
 };
 
 #endif

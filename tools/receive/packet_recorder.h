@@ -1,26 +1,35 @@
 #ifndef KESTAN_TOOLS_RECEIVE_PACKET_RECORDER_H
 #define KESTAN_TOOLS_RECEIVE_PACKET_RECORDER_H
 
-#include <fstream>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "tools/receive/datagram_packets.h"
 
-// Writes transport packets to a file as they come, 188 bytes each. One thread.
+// Writes transport packets to a file as they come, 188 bytes each. If the file cannot
+// take more, it ends with a whole packet, and all later packets are left out. One thread.
 class PacketRecorder {
 public:
-    // Replaces the file. Throws std::runtime_error if it cannot be written.
+    // Replaces the file. Throws std::system_error if it cannot be opened.
     explicit PacketRecorder(const std::string& path);
+    ~PacketRecorder();
+    PacketRecorder(const PacketRecorder&) = delete;
+    PacketRecorder& operator=(const PacketRecorder&) = delete;
 
     void write(const DatagramPackets& packets);
 
-    // Writes all packets so far to the file. Throws std::runtime_error if any of them
-    // could not be written.
+    // Writes all packets so far to the file. Throws std::system_error, now and at each
+    // later call, if any of them could not be written.
     void flush();
 
 private:
-    std::string path_;
-    std::ofstream file_;
+    void write_out();
+
+    int fd_;
+    std::vector<std::uint8_t> waiting_;
+    std::uint64_t bytes_ = 0;  // in the file
+    int error_ = 0;            // errno of the write that failed
 };
 
 #endif

@@ -3,6 +3,7 @@
 #include "dvb/psi_si.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/json/dvb_text.h"
+#include "tools/json/shown_text.h"
 #include "tools/receive/table_collector.h"
 
 namespace {
@@ -21,7 +22,8 @@ std::string without_controls(const std::string& text) {
 std::string name_of(const orvel::thrift::dvb_tables::Descriptor& service) {
     const auto field = service_name_field(service);
     if (!field) return "";
-    if (const auto text = decode_dvb_text(*field)) return without_controls(text->text);
+    if (const auto text = decode_dvb_text(*field))
+        return shown_text(without_controls(text->text));
     std::string ascii;  // of another coding, what all have in common
     for (const char byte : *field) {
         if (byte >= ' ' && byte < 0x7F) ascii += byte;

@@ -24,6 +24,12 @@ Fault fault_of(const Finding& finding, const Multiplex& tables) {
     return fault;
 }
 
+// Returns the PCR PID if the finding is that no stream of the PMT has it.
+std::optional<std::uint16_t> pcr_pid_of(const Finding& finding, const Multiplex& tables) {
+    if (finding.rule != "pcr_pid_without_stream") return std::nullopt;
+    return static_cast<std::uint16_t>(tables.pmts.at(finding.table.pmt).pmt.pcr_pid);
+}
+
 }  // namespace
 
 void ConsistencyCheck::replace(const Multiplex& tables, std::int64_t now) {
@@ -33,17 +39,21 @@ void ConsistencyCheck::replace(const Multiplex& tables, std::int64_t now) {
         if (found.size() == kMaxContradictions) break;
         Fault fault = fault_of(finding, tables);
         const auto before = contradictions_.find(fault);
-        found.emplace(std::move(fault), before == contradictions_.end()
-                                            ? Contradiction{now}
-                                            : before->second);
+        found.emplace(std::move(fault),
+                      before == contradictions_.end()
+                          ? Contradiction{now, pcr_pid_of(finding, tables)}
+                          : before->second);
     }
     contradictions_.swap(found);
 }
 
-void ConsistencyCheck::advance(std::int64_t now) {
+void ConsistencyCheck::advance(std::int64_t now, const LastPcr& last_pcr) {
     for (auto& [fault, contradiction] : contradictions_) {
         if (now - contradiction.since <= *table_info(TableKind::kSdt).repetition_limit_ns)
             continue;
+        const auto pcr =
+            contradiction.pcr_pid ? last_pcr(*contradiction.pcr_pid) : std::nullopt;
+        if (pcr && *pcr >= contradiction.since) continue;
         if (!std::exchange(contradiction.is_logged, true))
             faults_.add(fault, contradiction.since);
     }

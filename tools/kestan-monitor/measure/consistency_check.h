@@ -2,7 +2,9 @@
 #define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_CONSISTENCY_CHECK_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <optional>
 
 #include "tools/kestan-monitor/measure/fault_log.h"
 #include "tools/model/multiplex.h"
@@ -20,12 +22,14 @@ public:
     void replace(const Multiplex& tables, std::int64_t now);
 
     // Logs each contradiction that has lasted for long enough by `now`. Logs it once
-    // while it lasts.
-    void advance(std::int64_t now);
+    // while it lasts. A PCR PID without a stream is none while a PCR comes there.
+    using LastPcr = std::function<std::optional<std::int64_t>(std::uint16_t pid)>;
+    void advance(std::int64_t now, const LastPcr& last_pcr);
 
 private:
     struct Contradiction {
         std::int64_t since;
+        std::optional<std::uint16_t> pcr_pid;  // that is a PID without a stream
         bool is_logged = false;
     };
 

@@ -32,6 +32,8 @@ enum class FaultKind : std::uint8_t {
     kTdtStandsStill,
     kTdtGoesBack,
     kTdtOffset,    // from this host's clock
+    kCatMissing,   // while streams are scrambled
+    kRtpSequence,  // a datagram that is lost, repeated or swapped
     kConsistency,  // tables that break a rule
 };
 constexpr std::size_t kFaultKinds = static_cast<std::size_t>(FaultKind::kConsistency) + 1;

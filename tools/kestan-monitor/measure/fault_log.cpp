@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
+
+#include "dvb/nanoseconds.h"
 
 namespace {
 
@@ -17,9 +20,7 @@ void FaultLog::add(const Fault& fault, std::int64_t time, std::int64_t value,
     const std::int64_t civil = to_civil(time);
     total_ += count;
     totals_.at(static_cast<std::size_t>(fault.kind)) += count;
-    events_.push_back({civil, fault, value});
-    if (events_.size() > kEvents) events_.pop_front();
-
+    add_event(fault, civil, value, count);
     auto found = records_.find(fault);
     if (found == records_.end()) {
         if (records_.size() == kMaxFaults) return;
@@ -29,6 +30,27 @@ void FaultLog::add(const Fault& fault, std::int64_t time, std::int64_t value,
     record.count += count;
     record.last = civil;
     if (is_worse(value, record.worst, fault.kind)) record.worst = value;
+}
+
+void FaultLog::add_event(const Fault& fault, std::int64_t civil, std::int64_t value,
+                         std::uint64_t count) {
+    Event event{civil, fault, value};
+    if (fault.kind == FaultKind::kContinuity) {
+        const auto of_same_gap =
+            std::find_if(events_.begin(), events_.end(), [&](const Event& other) {
+                return other.fault.kind == fault.kind &&
+                       civil - other.time < kNsPerSecond;
+            });
+        event.errors = count;
+        if (of_same_gap != events_.end()) {
+            event.errors += of_same_gap->errors;
+            event.pids = std::move(of_same_gap->pids);
+            events_.erase(of_same_gap);
+        }
+        if (fault.pid) event.pids.insert(*fault.pid);
+    }
+    events_.push_back(std::move(event));
+    if (events_.size() > kEvents) events_.pop_front();
 }
 
 void FaultLog::extend(const Fault& fault, std::int64_t value) {

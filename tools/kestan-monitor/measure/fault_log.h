@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <set>
 
 #include "tools/kestan-monitor/measure/fault.h"
 
@@ -31,6 +32,11 @@ public:
         std::int64_t time;
         Fault fault;
         std::int64_t value;
+
+        // Of continuity errors that come with less than a second between them: they are
+        // one event.
+        std::uint64_t errors = 1;
+        std::set<std::uint16_t> pids = {};
     };
 
     // Sets the number that converts a time of the steady clock to the civil time.
@@ -58,6 +64,9 @@ public:
     [[nodiscard]] const std::deque<Event>& last_events() const { return events_; }
 
 private:
+    void add_event(const Fault& fault, std::int64_t civil, std::int64_t value,
+                   std::uint64_t count);
+
     std::int64_t civil_minus_steady_ = 0;
     std::uint64_t total_ = 0;
     std::array<std::uint64_t, kFaultKinds> totals_{};

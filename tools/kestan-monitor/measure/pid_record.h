@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 
 #include "tools/kestan-monitor/measure/table_record.h"
 
@@ -14,6 +15,7 @@ struct PidRecord {
 
     std::uint16_t number;
     std::uint64_t packets = 0;
+    std::optional<std::int64_t> last_pcr;  // when, on the steady clock
     std::map<TableKey, TableRecord> tables;
 };
 

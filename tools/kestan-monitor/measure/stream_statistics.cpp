@@ -130,7 +130,7 @@ std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
                                                       std::size_t size) {
     now_ = std::max(now_, arrival);
     check_silence(now_);
-    is_silent_ = false;
+    if (std::exchange(is_silent_, false)) cat_check_.restart();
     last_arrival_ = now_;
     if (!start_) begin(now_);
     ++datagrams_;
@@ -140,6 +140,7 @@ std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
         return found;
     }
     if (found->stride == kCodedPacketSize) faults_.add({FaultKind::kCodedPackets}, now_);
+    if (found->in_rtp) rtp_sequence_.add(datagram, now_);
     if (found->in_rtp) is_rtp_ = true;
     packets_ += found->count;
     sizes_.add(static_cast<std::int64_t>(found->count));
@@ -188,11 +189,21 @@ void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
             if (key.kind != TableKind::kPmt || !pat_changed_) table.advance(now_);
         }
     }
-    if (std::exchange(has_new_tables_, false)) {
-        tables_ = carried_tables(pids_);
-        consistency_.replace(tables_, now_);
+    if (std::exchange(has_new_tables_, false)) replace_tables();
+    consistency_.advance(now_, [this](std::uint16_t pid) {
+        const auto found = pids_.find(pid);
+        return found == pids_.end() ? std::nullopt : found->second.last_pcr;
+    });
+}
+
+void StreamStatistics::replace_tables() {
+    tables_ = carried_tables(pids_);
+    consistency_.replace(tables_, now_);
+    streams_.clear();
+    for (const PmtOnPid& pmt : tables_.pmts) {
+        for (const auto& stream : pmt.pmt.streams)
+            streams_.insert(static_cast<std::uint16_t>(stream.elementary_pid));
     }
-    consistency_.advance(now_);
 }
 
 void StreamStatistics::finish(std::int64_t now, std::uint64_t lost) {
@@ -211,6 +222,7 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
     const bool has_error = has_transport_error(packet);
     if (has_error) faults_.add(pid.record.fault(FaultKind::kTransportError), now_);
     if (pid.record.number == kNullPid) return;
+    if (!has_error && has_pcr(packet)) pid.record.last_pcr = now_;
     const Continuity continuity = pid.continuity.push(packet);
     if (continuity == Continuity::kBroken)
         faults_.add(pid.record.fault(FaultKind::kContinuity), now_);
@@ -218,6 +230,8 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
     if (has_error || is_scrambled(packet)) {
         if (!has_error && pid.has_to_carry_tables)
             faults_.add(pid.record.fault(FaultKind::kScrambled), now_);
+        if (!has_error && streams_.count(pid.record.number) != 0)
+            cat_check_.add_scrambled(now_);
         if (pid.assembler) pid.assembler->discard();
         return;
     }
@@ -247,6 +261,7 @@ void StreamStatistics::on_section(Pid& pid, const Section& section, std::int64_t
     if (arrival.interval && on_interval_ && !is_stray)
         on_interval_(pid.record.number, key, now_, *arrival.interval);
     if (arrival.is_changed) has_new_tables_ = true;
+    if (*kind == TableKind::kCat) cat_check_.restart();
     if (*kind == TableKind::kTdt) tdt_check_.add(table->place(), *table->utc(), now_);
     if (*kind != TableKind::kPat) return;
     pat_alternation_.add(table->fault(FaultKind::kPatAlternates), section.extension(),

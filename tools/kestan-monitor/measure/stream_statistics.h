@@ -9,11 +9,13 @@
 #include <set>
 #include <utility>
 
+#include "tools/kestan-monitor/measure/cat_check.h"
 #include "tools/kestan-monitor/measure/consistency_check.h"
 #include "tools/kestan-monitor/measure/fault_log.h"
 #include "tools/kestan-monitor/measure/pat_alternation.h"
 #include "tools/kestan-monitor/measure/peak_rate.h"
 #include "tools/kestan-monitor/measure/pid_record.h"
+#include "tools/kestan-monitor/measure/rtp_sequence_check.h"
 #include "tools/kestan-monitor/measure/spread.h"
 #include "tools/kestan-monitor/measure/tdt_check.h"
 #include "tools/receive/continuity_check.h"
@@ -74,6 +76,8 @@ public:
     // Returns whether datagrams have come, and the last one not too long ago.
     [[nodiscard]] bool is_up() const { return start_.has_value() && !is_silent_; }
 
+    [[nodiscard]] std::int64_t now() const { return now_; }
+
     // Returns the time from the first datagram to the last advance().
     [[nodiscard]] std::int64_t duration() const { return start_ ? now_ - *start_ : 0; }
     [[nodiscard]] std::uint64_t datagrams() const { return datagrams_; }
@@ -109,6 +113,7 @@ private:
     void assemble_sections(Pid& pid);
     TableRecord* find_or_add(PidRecord& pid, const TableKey& key);
     void push_packet(const std::uint8_t* packet);
+    void replace_tables();
     void on_section(Pid& pid, const Section& section, std::int64_t begun);
     void check_announcement(Pid& pid);
     void follow_pat();
@@ -131,6 +136,9 @@ private:
     TdtCheck tdt_check_{faults_};
     PatAlternation pat_alternation_{faults_};
     ConsistencyCheck consistency_{faults_};
+    CatCheck cat_check_{faults_};
+    RtpSequenceCheck rtp_sequence_{faults_};
+    std::set<std::uint16_t> streams_;  // PIDs of the PMTs' streams
     OnInterval on_interval_;
     std::map<std::uint16_t, PidRecord> pids_;
     std::map<std::uint16_t, Pid> followed_;

@@ -38,6 +38,9 @@ public:
     }
     [[nodiscard]] const Repetition& repetition() const { return repetition_; }
 
+    // Returns when the last section was whole; nullopt if none has come.
+    [[nodiscard]] std::optional<std::int64_t> last_section() const { return last_end_; }
+
     // Returns whether the PAT announces the PMT at present. REQUIRES: the table is a PMT.
     [[nodiscard]] bool is_announced() const { return repetition_.expected(); }
 

@@ -44,6 +44,10 @@ constexpr Properties kProperties[] = {
     {"tdt_goes_back", "the time goes back by {}", "ETSI EN 300 468, 5.2.5"},
     {"tdt_offset", "the time is {} away from this host's clock",
      "ETSI EN 300 468, 5.2.5"},
+    {"cat_missing", "streams are scrambled, and no CAT came for {}",
+     "ETSI TR 101 290, 2.6"},
+    {"rtp_sequence", "datagrams lost, repeated or swapped, as their RTP numbers show",
+     "RFC 3550, 5.1"},
     {"consistency", "", ""},
 };
 static_assert(std::size(kProperties) == kFaultKinds);

@@ -38,14 +38,14 @@ public:
     }
 
     void for_each_table(
-        const std::function<void(const std::string& labels, const Repetition&)>& visit) {
+        const std::function<void(const std::string& labels, const TableRecord&)>& visit) {
         for (const auto& [number, pid] : report_.stream.pids()) {
             for (const auto& [key, table] : pid.tables) {
                 std::string labels =
                     pid_label(pid) + ",table=\"" + table_info(key.kind).name + '"';
                 if (key.kind == TableKind::kPmt)
                     labels += ",service_id=\"" + std::to_string(key.service_id) + '"';
-                visit(labels, table.repetition());
+                visit(labels, table);
             }
         }
     }
@@ -108,17 +108,36 @@ void add_pids(const Report& report, MetricsText& metrics) {
     count(FaultKind::kCrc);
 }
 
-void add_tables(MetricsText& metrics) {
+// A service that has ended must not look like a table that is away.
+bool is_on_air(const TableRecord& table) {
+    return table.place().table->kind != TableKind::kPmt || table.is_announced();
+}
+
+void add_tables(const Report& report, MetricsText& metrics) {
     metrics.family("last_interval_seconds", "gauge",
                    "Time between the last two sections of one number.");
-    metrics.for_each_table([&](const std::string& labels, const Repetition& repetition) {
+    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
+        const Repetition& repetition = table.repetition();
         if (repetition.intervals().count > 0)
             metrics.sample(labels, to_seconds(repetition.last_interval()));
     });
     metrics.family("longest_interval_seconds", "gauge",
                    "Longest time without a section of one number.");
-    metrics.for_each_table([&](const std::string& labels, const Repetition& repetition) {
-        metrics.sample(labels, to_seconds(repetition.longest()));
+    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
+        metrics.sample(labels, to_seconds(table.repetition().longest()));
+    });
+    metrics.family("table_age_seconds", "gauge", "Time since the last whole section.");
+    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
+        const auto last = table.last_section();
+        if (last && is_on_air(table))
+            metrics.sample(labels, to_seconds(report.stream.now() - *last));
+    });
+    metrics.family("repetition_faults_total", "counter",
+                   "Times that a section was away for too long.");
+    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
+        const FaultLog& faults = report.stream.faults();
+        metrics.sample(labels, faults.count(table.fault(FaultKind::kAbsence)) +
+                                   faults.count(table.fault(FaultKind::kRepetition)));
     });
 }
 
@@ -128,6 +147,6 @@ std::string metrics_text(const Report& report) {
     MetricsText metrics(report);
     add_stream(report, metrics);
     add_pids(report, metrics);
-    add_tables(metrics);
+    add_tables(report, metrics);
     return std::move(metrics).finished();
 }

@@ -68,6 +68,12 @@ std::string with_clause(const Fault& fault, std::int64_t value) {
     return describe(fault, value) + (from.empty() ? "" : " (" + from + ")");
 }
 
+std::string event_text(const FaultLog::Event& event) {
+    if (event.pids.size() <= 1) return with_clause(event.fault, event.value);
+    return fmt::format("{}: {} PIDs, {} errors ({})", check_name(event.fault.kind),
+                       event.pids.size(), event.errors, clause(event.fault));
+}
+
 }  // namespace
 
 std::size_t name_width(const Report& report, std::size_t greatest) {
@@ -154,8 +160,7 @@ Lines event_lines(const FaultLog& faults) {
     Lines lines;
     const auto& events = faults.last_events();
     for (auto event = events.rbegin(); event != events.rend(); ++event)
-        lines.push_back("  " + time_of_day(event->time) + "  " +
-                        with_clause(event->fault, event->value));
+        lines.push_back("  " + time_of_day(event->time) + "  " + event_text(*event));
     return lines;
 }
 
