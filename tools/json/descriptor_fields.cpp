@@ -423,7 +423,8 @@ SplitDescriptor split_descriptor(const DescriptorForm& form, std::string_view da
         if (!overrun.empty()) {
             const std::string place =
                 form.is_list ? '[' + std::to_string(index) + ']' : "";
-            split.overrun = form.name + place + ": " + overrun;
+            split.overrun = form.name;
+            split.overrun += place + ": " + overrun;
         }
         is_at_end = !form.is_list || !overrun.empty() || reader.bits_left() == 0;
     }
