@@ -80,7 +80,7 @@ std::string decimal_pattern(std::uint64_t highest) {
 std::string hex_pattern(unsigned bits) {
     const unsigned whole = bits / kBitsOfHexDigit;
     const unsigned rest = bits % kBitsOfHexDigit;
-    const std::string digits = whole == 0 ? "" : times("[0-9a-fA-F]", 1, whole);
+    std::string digits = whole == 0 ? "" : times("[0-9a-fA-F]", 1, whole);
     if (rest == 0) return digits;
     const std::string first = digit_up_to('0', static_cast<char>('0' + (1U << rest) - 1));
     return first + (whole == 0 ? "" : "?") + digits;
@@ -210,7 +210,7 @@ ordered_json Schema::descriptor_named(const DescriptorForm& form) {
             properties[coding_field(part.name)] = reference("coding");
         if (part.need == FieldNeed::kRequired) required.push_back(part.name);
     }
-    const ordered_json entry = object_of(properties, required);
+    ordered_json entry = object_of(properties, required);
     if (!form.is_list) return entry;
     return {{"type", "array"},
             {"maxItems", kMaxDescriptorData * kBitsOfByte / least_bits(form)},
@@ -287,8 +287,8 @@ ordered_json Schema::multiplex() {
 // of the structures in its lists.
 struct FieldRows {
     std::string place;
-    std::string rows = "";
-    std::string inner_rows = "";
+    std::string rows{};
+    std::string inner_rows{};
 
     void row(const char* name, const std::string& value) {
         rows += std::exchange(place, "") + '|' + name + '|' + value + '\n';
