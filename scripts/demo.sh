@@ -24,7 +24,7 @@ play() {
     start build/bin/kestan -c -l 6 -O "$destination/$port"
     daemon=$!
     meanwhile wait_for_port 9501
-    start build/bin/kestan-control serve "$tables"
+    start "${stateless[@]}" build/bin/kestan-control serve "$tables"
 
     echo "== What is on the wire"
     meanwhile build/bin/kestan-monitor "$destination:$port" --duration 10 \

@@ -47,6 +47,9 @@ wait_for_port() { # <port>
     return 1
 }
 
+# With this before it, kestan-control leaves no record in the user's home.
+stateless=(env -u STATE_DIRECTORY -u XDG_STATE_HOME -u HOME)
+
 # play_out <tables.json> <seconds>: plays the tables for that time. kestan-monitor checks that
 # all of them come and have no error. It does not check times: an emulator or a busy machine is
 # late. The arrays kestan, kestan_control and kestan_monitor are command lines; an emulator or
@@ -57,7 +60,7 @@ play_out() (
     start "${kestan[@]}" -c -b 10000 -O "${stream/:/\/}"
     pid=$!
     meanwhile wait_for_port 9501
-    pushed=$("${kestan_control[@]}" push "$tables" | grep -c ': version ')
+    pushed=$("${stateless[@]}" "${kestan_control[@]}" push "$tables" | grep -c ': version ')
     if declare -F while_playing >/dev/null; then
         (sleep $((seconds / 2)) && while_playing "$pid") &
     fi
