@@ -30,7 +30,7 @@ public:
     // says so once. Throws std::runtime_error.
     void run(const volatile std::sig_atomic_t& stop_requested);
 
-    // Returns whether a file could not be written, be it for a second only.
+    // Returns whether a file could not be written at any time, even if it could later.
     [[nodiscard]] bool has_lost_output() const { return !unwritten_.empty(); }
 
     // Returns the report of the whole run. REQUIRES: run() has returned.

@@ -25,7 +25,7 @@ public:
         faults_.extend(fault, wait);
     }
 
-    // Waits anew: a CAT has come, or the stream comes again.
+    // Starts to wait again: a CAT has come, or the stream has come back.
     void restart() {
         waiting_since_.reset();
         is_logged_ = false;

@@ -10,9 +10,10 @@
 // Finds datagrams of an RTP stream that are lost, come again or change places (RFC 3550,
 // 5.1).
 //
-// A datagram that comes late was counted as a lost one, and is no second fault. A new
-// source begins anew; so does a second datagram in a row that is far behind, for which
-// the sender has restarted (RFC 3550, A.1). Memory is bounded. One thread.
+// A datagram that comes late was counted as a lost one, and is no second fault. The count
+// starts again with a new source. It also starts again with the second datagram in a row
+// that is far behind: then the sender has restarted (RFC 3550, A.1). Memory is bounded.
+// One thread.
 class RtpSequenceCheck {
 public:
     explicit RtpSequenceCheck(FaultLog& faults) : faults_(faults) {}
