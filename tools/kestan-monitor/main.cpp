@@ -29,9 +29,8 @@ void handle_signals() {
     }
     action.sa_handler = [](int) {};  // a resized terminal is drawn again at once
     sigaction(SIGWINCH, &action, nullptr);
-    action.sa_handler =
-        SIG_IGN;  // a file that grows too large is an error like any other
-    sigaction(SIGXFSZ, &action, nullptr);
+    // A file that grows too large is an error of write().
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int run(const Options& options) {
