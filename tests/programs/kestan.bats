@@ -231,7 +231,7 @@ memory() { awk "/$1/ { print \$2 }" "/proc/${pid[kestan]}/status"; }
 # must have these bytes, and the memory must be given back.
 answers() {
     for ((i = 0; i < $2; ++i)); do cat "$1"; done |
-        socat -t 30 - TCP:127.0.0.1:9501 | xxd -p -c 0 >replies
+        socat -t 30 - TCP:127.0.0.1:9501 | od -An -v -tx1 | tr -d ' \n' >replies
     echo "$1: peak $(memory VmHWM) kB, then $(memory VmRSS) kB"
     [ "$(grep -o "$3" replies | wc -l)" -eq "$2" ]
     [ "$KESTAN_SANITIZE" ] || wait_until eval '(($(memory VmRSS) < 12000))'
