@@ -70,7 +70,6 @@ END
     hears_ttl 9 UDP-RECVFROM:5432
     stop kestan
     play -t7 -Ilo -O "226.0.0.10/5432 ethInt"
-    says kestan "INFORMATION kestan: Forced output address.$"
     says kestan "Out Address:226.0.0.10/5432 TTL 7 lo$"
     says kestan "Interface Address: 127.0.0.1$"
     hears_ttl 7 UDP-RECVFROM:5432,ip-add-membership=226.0.0.10:127.0.0.1
