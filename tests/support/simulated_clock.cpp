@@ -25,23 +25,17 @@ timespec to_timespec(std::int64_t ns) {
 
 }  // namespace
 
-namespace simulated_clock {
-
-std::function<void()> on_sleep;
-
-std::int64_t now_ns() {
+std::int64_t simulated_clock::now_ns() {
     return clock_ns;
 }
 
-void advance(std::int64_t ns) {
+void simulated_clock::advance(std::int64_t ns) {
     clock_ns += ns;
 }
 
-void interrupt_next_sleep_after(std::int64_t ns) {
+void simulated_clock::interrupt_next_sleep_after(std::int64_t ns) {
     interruption_ns = ns;
 }
-
-}  // namespace simulated_clock
 
 #ifdef __USE_TIME_BITS64
 // On a 32-bit target the names below stand for functions of 64-bit time. A library that
