@@ -8,9 +8,9 @@
 #include <optional>
 #include <utility>
 
-namespace {
+#include "dvb/nanoseconds.h"
 
-constexpr std::int64_t kNsPerSecond = 1000000000;
+namespace {
 
 // Starts one hour after the start of the machine, and not at a whole millisecond.
 std::int64_t clock_ns = 3600 * kNsPerSecond + 7;
