@@ -35,7 +35,7 @@ struct Model {
         if (ring.empty() || slot < next_time) return "-";
         next_time += interval();
         Turn& head = ring.front();
-        const std::string name = head.name + std::to_string(head.index++);
+        std::string name = head.name + std::to_string(head.index++);
         const std::size_t at = head.index * kTsPacketSize;
         const bool is_end = at == head.packets.size();
         if (is_end) {
