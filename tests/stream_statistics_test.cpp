@@ -131,7 +131,7 @@ TEST(StreamStatistics, FollowsThePatInForce) {
     const Section second{kPat.pid, "00 b000 0001 c1 0101 0008 e100"};
     const Section changed{kPat.pid, "00 b000 0002 c3 0000 0009 e100"};
     Stream stream;
-    stream.send(0, Section{kPat.pid, "00 b000 0002 c5 0000"});
+    stream.send(0, Section{kPat.pid, "00 b000 0002 c5 0001"});
     stream.send(0, kPmt);
     stream.send(0, first);
     stream.send(1, second);
@@ -145,7 +145,7 @@ TEST(StreamStatistics, FollowsThePatInForce) {
     EXPECT_EQ(stream.failing(800 * kNsPerMs, &kPat).size(), 1u)
         << "it has one section now";
     EXPECT_EQ(stream.failing(9 * kNsPerSecond, &kPmt), missing) << "it has no PMT now";
-    stream.send(9 * kNsPerSecond, changed);
+    stream.send(10 * kNsPerSecond, changed);
     const auto& pmts = stream.statistics.pids().at(kPmt.pid).tables;
     ASSERT_EQ(pmts.size(), 2u);
     EXPECT_FALSE(pmts.at({TableKind::kPmt, 7}).is_announced());
