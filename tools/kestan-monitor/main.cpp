@@ -42,7 +42,7 @@ int run(const Options& options) {
     if (!std::cout)
         throw std::runtime_error("cannot write the report: is the disk full?");
     if (monitor.has_lost_output()) return kCannotRun;
-    const bool in_order = report.stream.faults().total() == 0;
+    const bool in_order = report.stream.faults().is_in_order();
     return options.check && !in_order ? kOutsideLimits : kInOrder;
 }
 

@@ -30,6 +30,7 @@ Monitor::Monitor(const Options& options)
       receiver_(parse_endpoint(options.address), options.interface),
       stream_(steady_now_ns()) {
     read_clock();
+    stream_.accept(options_.accepted);
     if (!options_.plot.empty()) start_plot();
     open_files();
 }

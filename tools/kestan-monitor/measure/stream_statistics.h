@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include "tools/kestan-monitor/measure/cat_check.h"
 #include "tools/kestan-monitor/measure/consistency_check.h"
@@ -48,6 +49,9 @@ public:
     // value means that they are not compared.
     void set_civil_clock(std::int64_t civil_minus_steady,
                          std::optional<std::int64_t> tolerance);
+
+    // Does not count these faults as such. REQUIRES: push() has not been called.
+    void accept(std::vector<AcceptedFault> faults) { faults_.accept(std::move(faults)); }
 
     // Called with each interval from a section to the next one with its number, except
     // those of PMTs that the PAT does not announce.

@@ -21,7 +21,7 @@ constexpr std::size_t kColumnsWidth = kPidWidth + kCountsWidth + kTableWidth;
 [[nodiscard]] std::size_t name_width(const Report& report, std::size_t greatest);
 constexpr std::size_t kGreatestNameWidth = 40;
 
-// Returns "Nothing is outside the limits." or the number of faults.
+// Returns "Nothing is outside the limits.", or the numbers of faults and accepted ones.
 [[nodiscard]] std::string verdict(const FaultLog& faults);
 
 // Returns the lines to show before the first datagram, and at the end if none came.
