@@ -16,10 +16,19 @@ constexpr const char* kFooter =
     "it is refreshed once a second until then: arrows, Page keys, j and k scroll, q "
     "ends.\n\n"
     "Exit status: 0; 1 when --check finds something outside the limits or nothing was\n"
-    "received; 2 when it cannot receive, cannot write a file, or the command line is "
-    "wrong.";
+    "received; 2 when it cannot receive, cannot read or write a file, or the command "
+    "line is wrong.";
 
-void add_accepted(CLI::App& app, Options& options) {
+void add_expectations(CLI::App& app, Options& options) {
+    CLI::Option* const expected =
+        app.add_option("--expect", options.expected,
+                       "JSON file of tables, directory of those, or -: check that these "
+                       "tables are on air, and no others; SIGHUP reads them again. "
+                       "Repeatable");
+    expected->allow_extra_args(false);
+    app.add_flag("--any-version", options.any_version,
+                 "Do not compare the version_numbers of these tables")
+        ->needs(expected);
     app.add_option_function<std::vector<std::string>>(
            "--accept",
            [&options](const std::vector<std::string>& texts) {
@@ -50,7 +59,7 @@ void add_options(CLI::App& app, Options& options) {
     app.add_flag("--json", options.json, "Report in JSON, at the end");
     app.add_flag("--check", options.check,
                  "Exit status 1 for a stream outside the limits");
-    add_accepted(app, options);
+    add_expectations(app, options);
     app.add_option("--clock-tolerance", options.clock_tolerance_s,
                    "Seconds that the TDT may differ from this host's clock, if that one "
                    "is synchronised; 0: any (default: 60)")

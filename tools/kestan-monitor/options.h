@@ -19,6 +19,8 @@ struct Options {
     bool json = false;
     bool check = false;
     std::vector<AcceptedFault> accepted;
+    std::vector<std::string> expected;  // files and directories of tables
+    bool any_version = false;           // of these tables may be on air
     std::string metrics;                // files to write; empty: none
     std::string plot;
     std::string record;

@@ -90,6 +90,8 @@ std::string json_report(const Report& report) {
         {"bit_rate", report.rates.stream},
         {"peak_bit_rate", stream.peak_bit_rate()},
         {"peak_window_ms", to_ms(kPeakWindowNs)}};
+    if (const auto differences = stream.expected_differences())
+        json["expected_differences"] = *differences;
     json["pids"] = ordered_json::array();
     for (const auto& [number, pid] : stream.pids()) {
         if (pid.packets > 0 || !pid.tables.empty())

@@ -90,6 +90,11 @@ void add_stream(const Report& report, MetricsText& metrics) {
                    "Those of faults_total that are known, by check.");
     metrics.add_by_check(
         [&](FaultKind kind) { return stream.faults().total_accepted(kind); });
+    const auto differences = stream.expected_differences();
+    if (!differences) return;
+    metrics.family("expected_differences", "gauge",
+                   "Differences from the files that are not accepted.");
+    metrics.sample("", std::uint64_t{*differences});
 }
 
 void add_pids(const Report& report, MetricsText& metrics) {

@@ -129,6 +129,8 @@ Lines stream_lines(const Report& report, const std::string& verdict) {
                     stream.faults().count({FaultKind::kMalformed}),
                     stream.lost_datagrams()),
     };
+    if (const auto differences = stream.expected_differences())
+        lines.push_back(fmt::format("  files      differences: {}", *differences));
     lines.emplace_back();
     return lines;
 }
