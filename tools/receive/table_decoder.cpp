@@ -139,6 +139,15 @@ bool has_room_for_program_info(const Section& pmt) {
            fixed_fields + ((body[2] & 0x0FU) << 8 | body[3]) <= pmt.body_size();
 }
 
+// libdvbpsi does not hand over a PAT without programs.
+PAT pat_without_programs(const Section& section) {
+    PAT pat;
+    pat.transport_stream_id = section.extension();
+    pat.version_number = section.version();
+    pat.current_next_indicator = section.is_current();
+    return pat;
+}
+
 }  // namespace
 
 // Each section is decoded as a table of its own: libdvbpsi walks the programs of a table
@@ -151,6 +160,7 @@ std::optional<PAT> decode_pat(const SectionSet& table) {
         decode<dvbpsi_pat_detach>({section}, [&](dvbpsi_t* handle) {
             return dvbpsi_pat_attach(handle, &store<PatPtr, PAT>, &part);
         });
+        if (section.body_size() == 0) part = pat_without_programs(section);
         if (!part) return std::nullopt;
         if (!pat) {
             pat.swap(part);
