@@ -98,7 +98,7 @@ private:
 
     std::set<std::string> tables_;
     std::map<std::uint16_t, int> counters_;
-    Inserter inserter_{{0x0012}, 0, [](const std::string&) {}};
+    Inserter inserter_{{0x0012}, 0, [](auto, const std::string&) {}};
 };
 
 }  // namespace

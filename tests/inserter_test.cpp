@@ -129,7 +129,8 @@ protected:
     [[nodiscard]] const InsertionRecord& record() const { return inserter_.record(); }
 
     std::vector<std::string> said_;
-    Inserter inserter_{{0x0012}, 0, [this](const auto& text) { said_.push_back(text); }};
+    Inserter inserter_{
+        {0x0012}, 0, [this](auto, const auto& text) { said_.push_back(text); }};
 };
 
 TEST_F(InserterTest, FillsSlotsInOrderAndChangesNothingElse) {

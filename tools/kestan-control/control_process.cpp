@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "thrift/instance_ports.h"
-#include "tools/kestan-control/diagnostics.h"
+#include "tools/service/diagnostics.h"
 #include "tools/service/service_manager.h"
 
 namespace {

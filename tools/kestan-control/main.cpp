@@ -14,12 +14,13 @@
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
-#include "tools/kestan-control/diagnostics.h"
 #include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
 #include "tools/kestan-control/table_files.h"
 #include "tools/receive/table_import.h"
+#include "tools/service/diagnostics.h"
+#include "tools/service/program.h"
 #include "tools/service/service_manager.h"
 
 // kestan-control: a control process in one command. Exit status 0 when all was done, 1
@@ -30,7 +31,6 @@ namespace {
 
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
-constexpr int kUsageError = 2;
 
 using Service = ControlConnection::Service;
 
@@ -176,19 +176,11 @@ void add_options(CLI::App& app, Settings& settings) {
     app.fallthrough();
 }
 
-void call(Settings& settings, const char* method, void (Service::*function)()) {
+template <typename Call>
+void call(const Settings& settings, const char* method, Call make_call) {
     ControlConnection kestan(settings.address);
     kestan.wait_for_turn();
-    kestan.call(method, [&](Service& service) { (service.*function)(); });
-}
-
-void stop_pmt(const Settings& settings) {
-    ControlConnection kestan(settings.address);
-    kestan.wait_for_turn();
-    kestan.call("StopPMT", [&](Service& service) {
-        service.StopPMT(static_cast<std::int16_t>(settings.service_id),
-                        static_cast<std::int16_t>(settings.pid));
-    });
+    kestan.call(method, make_call);
 }
 
 // Adds the options of the commands that read tables.
@@ -249,10 +241,11 @@ void add_table_commands(CLI::App& app, Settings& settings) {
 void add_commands(CLI::App& app, Settings& settings) {
     add_table_commands(app, settings);
     app.add_subcommand("clear", "Withdraw every table")->callback([&] {
-        call(settings, "ClearAllTables", &Service::ClearAllTables);
+        call(settings, "ClearAllTables",
+             [](Service& kestan) { kestan.ClearAllTables(); });
     });
     app.add_subcommand("clear-cat", "Withdraw the CAT")->callback([&] {
-        call(settings, "ClearCAT", &Service::ClearCAT);
+        call(settings, "ClearCAT", [](Service& kestan) { kestan.ClearCAT(); });
     });
 
     CLI::App* const stop =
@@ -263,12 +256,16 @@ void add_commands(CLI::App& app, Settings& settings) {
     stop->add_option("PID", settings.pid, "The PID that carries the PMT")
         ->required()
         ->transform(number_up_to(kMaxPid));
-    stop->callback([&] { stop_pmt(settings); });
+    stop->callback([&] {
+        call(settings, "StopPMT", [&](Service& kestan) {
+            kestan.StopPMT(static_cast<std::int16_t>(settings.service_id),
+                           static_cast<std::int16_t>(settings.pid));
+        });
+    });
 
     CLI::App* const import_command =
         app.add_subcommand("import",
-                           "Write the JSON of the PAT, CAT, SDT actual and PMTs in a "
-                           "transport-stream file or "
+                           "Write the JSON of the tables in a transport-stream file or "
                            "a file of sections");
     import_command
         ->add_option("CAPTURE", settings.capture, "The file; - is standard input")
@@ -276,29 +273,15 @@ void add_commands(CLI::App& app, Settings& settings) {
     import_command->callback([&] { settings.status = import(settings.capture); });
 }
 
-int run(int argc, char** argv) {
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Discards Thrift's messages: each failure is reported.
+    apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
     CLI::App app("Drives kestan, the PSI/SI muxer, as its control process.",
                  "kestan-control");
     Settings settings;
     add_options(app, settings);
     add_commands(app, settings);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kUsageError;
-    }
-    return settings.status;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    // Discards Thrift's messages: each failure is reported below.
-    apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
-    try {
-        return run(argc, argv);
-    } catch (const std::exception& error) {
-        complain(Severity::kError, std::string("kestan-control: ") + error.what());
-        return kFailed;
-    }
+    return run_program(app, argc, argv, kFailed, [&] { return settings.status; });
 }

@@ -38,7 +38,8 @@ Inserter::Inserter(const std::set<std::uint16_t>& kept, std::int64_t now, Say sa
 std::optional<DatagramPackets> Inserter::find(std::int64_t now, Source& source,
                                               const std::uint8_t* datagram,
                                               std::size_t size) {
-    if (source.is_silence_said) say_(fmt::format("{} comes", source.name));
+    if (source.is_silence_said)
+        say_(Severity::kInformation, fmt::format("{} comes", source.name));
     source.is_silent = false;
     source.is_silence_said = false;
     source.last = now;
@@ -50,10 +51,8 @@ std::optional<DatagramPackets> Inserter::find(std::int64_t now, Source& source,
         return packets;
     }
     ++source.record.malformed;
-    if (source.record.malformed == 1) {
-        say_(fmt::format("a datagram of {} is not made of whole transport packets",
-                         source.name));
-    }
+    warn_once(fmt::format("a datagram of {} is not made of whole transport packets",
+                          source.name));
     return packets;
 }
 
@@ -65,10 +64,10 @@ void Inserter::push_tables(std::int64_t now, const std::uint8_t* datagram,
         push_table_packet(now, packets->packet(i));
     }
     if (pid_use_.do_pats_contradict()) {
-        say_once(pats_said_,
-                 "the PATs of INPUT and TABLES differ and have the same version_number: "
-                 "receivers that are tuned ignore the new one; raise the version_number "
-                 "of Kestan's tables");
+        warn_once(
+            "the PATs of INPUT and TABLES differ and have the same version_number: "
+            "receivers that are tuned ignore the new one; raise the version_number "
+            "of Kestan's tables");
     }
 }
 
@@ -79,8 +78,7 @@ void Inserter::push_table_packet(std::int64_t now, const std::uint8_t* packet) {
         ++record_.dropped.damaged;
     } else if (pid == kNullPid) {
         ++record_.dropped.null_packet;
-        say_once(null_packets_said_,
-                 "TABLES has null packets, which are dropped: is it Kestan's stream?");
+        warn_once("TABLES has null packets, which are dropped: is it Kestan's stream?");
     } else if (pid_use_.is_kept(pid)) {
         ++record_.kept_out;
     } else {
@@ -115,13 +113,10 @@ bool Inserter::may_insert(std::int64_t now, std::uint16_t pid) {
     if (!pid_use_.is_stream(now, pid)) return true;
     ++record_.dropped.stream_pid;
     ++record_.pids[pid].dropped;
-    if (!stream_pids_said_[pid]) {
-        stream_pids_said_.set(pid);
-        say_(fmt::format(
-            "PID 0x{:04X} is that of a stream of INPUT: TABLES' packets on it "
-            "are dropped; give Kestan's table another PID",
-            pid));
-    }
+    warn_once(
+        fmt::format("PID 0x{:04X} is that of a stream of INPUT: TABLES' packets on it "
+                    "are dropped; give Kestan's table another PID",
+                    pid));
     return false;
 }
 
@@ -200,11 +195,12 @@ void Inserter::advance(std::int64_t now) {
     const auto ms = static_cast<std::uint64_t>(
         std::max<std::int64_t>((now - second_began_) / kNsPerMs, 1));
     if (dropped_ != 0) {
-        say_(fmt::format(
-            "no room: {} packets of TABLES dropped; INPUT has {} null packets a "
-            "second (with the tables that Kestan replaces), TABLES needs {}: "
-            "raise the bit rate of INPUT",
-            dropped_, slots_ * 1000 / ms, table_packets_ * 1000 / ms));
+        say_(Severity::kWarning,
+             fmt::format(
+                 "no room: {} packets of TABLES dropped; INPUT has {} null packets a "
+                 "second (with the tables that Kestan replaces), TABLES needs {}: "
+                 "raise the bit rate of INPUT",
+                 dropped_, slots_ * 1000 / ms, table_packets_ * 1000 / ms));
     }
     second_began_ = now;
     slots_ = table_packets_ = dropped_ = 0;
@@ -216,10 +212,10 @@ void Inserter::notice_silence(std::int64_t now, Source& source) {
     if (source.is_silence_said || now - source.last < kSilenceNs) return;
     if (source.record.datagrams != 0) ++source.record.silences;
     source.is_silent = source.is_silence_said = true;
-    say_(fmt::format("nothing has come from {} for 5 s: {}", source.name,
-                     source.consequence));
+    say_(Severity::kWarning, fmt::format("nothing has come from {} for 5 s: {}",
+                                         source.name, source.consequence));
 }
 
-void Inserter::say_once(bool& is_said, const std::string& message) {
-    if (!std::exchange(is_said, true)) say_(message);
+void Inserter::warn_once(const std::string& message) {
+    if (said_.insert(message).second) say_(Severity::kWarning, message);
 }

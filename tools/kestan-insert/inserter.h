@@ -2,7 +2,6 @@
 #define KESTAN_TOOLS_KESTAN_INSERT_INSERTER_H
 
 #include <array>
-#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -17,6 +16,7 @@
 #include "dvb/ts_packet.h"
 #include "tools/kestan-insert/insertion_record.h"
 #include "tools/kestan-insert/pid_use.h"
+#include "tools/model/severity.h"
 #include "tools/receive/continuity_check.h"
 #include "tools/receive/datagram_packets.h"
 #include "tools/receive/rtp_order.h"
@@ -33,7 +33,7 @@
 class Inserter {
 public:
     // Takes a message for the user, of one line.
-    using Say = std::function<void(const std::string& message)>;
+    using Say = std::function<void(Severity, const std::string& message)>;
 
     // INPUT's packets on the PIDs of `kept` pass, and TABLES' are dropped. REQUIRES: none
     // is that of null packets.
@@ -88,7 +88,7 @@ private:
     std::optional<TablePacket> next_table_packet(std::int64_t now);
     void insert(std::int64_t now, const TablePacket& from, std::uint8_t* packet);
     void notice_silence(std::int64_t now, Source& source);
-    void say_once(bool& is_said, const std::string& message);
+    void warn_once(const std::string& message);
 
     Say say_;
     PidUse pid_use_;
@@ -106,9 +106,7 @@ private:
     std::uint64_t table_packets_ = 0;
     std::uint64_t dropped_ = 0;  // without room
 
-    std::bitset<kMaxPid + 1> stream_pids_said_;
-    bool null_packets_said_ = false;
-    bool pats_said_ = false;
+    std::set<std::string> said_;  // what is to be said only once
 };
 
 #endif

@@ -10,8 +10,9 @@ struct StreamRecord {
     std::uint64_t datagrams = 0;
     std::uint64_t malformed = 0;  // of them: not made of whole transport packets
     std::uint64_t packets = 0;
-    std::uint64_t silences = 0;  // of 5 s or more
-    bool in_rtp = false;         // the last datagram
+    std::uint64_t silences = 0;   // of 5 s or more
+    std::uint64_t lost_here = 0;  // datagrams that the kernel dropped
+    bool in_rtp = false;          // the last datagram
 };
 
 struct PidRecord {
@@ -35,6 +36,7 @@ struct DropRecord {
 };
 
 struct InsertionRecord {
+    std::int64_t duration = 0;
     StreamRecord input;
     StreamRecord tables;
     std::map<std::uint16_t, PidRecord> pids;
@@ -45,6 +47,13 @@ struct InsertionRecord {
     DropRecord dropped;
     std::uint64_t kept_out = 0;  // packets of TABLES on PIDs that are kept: as asked
     std::uint64_t lost = 0;      // packets that are missing in TABLES
+    std::uint64_t unsent = 0;    // datagrams that could not be sent
+
+    // Returns whether both streams came and nothing was dropped or lost.
+    [[nodiscard]] bool is_in_order() const {
+        return input.datagrams != 0 && tables.datagrams != 0 && dropped.total() == 0 &&
+               lost == 0 && input.lost_here == 0 && tables.lost_here == 0 && unsent == 0;
+    }
 };
 
 #endif
