@@ -34,12 +34,6 @@ std::string time_of_day() {
     return std::strftime(text, sizeof text, "%H:%M:%S", &local) == 0 ? "" : text;
 }
 
-std::size_t table_count(const Multiplex& tables) {
-    std::size_t count = 0;
-    for_each_table(tables, [&](TablePlace, const auto&) { ++count; });
-    return count;
-}
-
 JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {
     const auto valid = valid_tables_to_send(files, check, std::cerr);
     if (!valid) throw std::runtime_error("no file can be served");

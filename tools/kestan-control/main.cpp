@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <iostream>
 #include <string>
 #include <utility>
@@ -97,10 +96,11 @@ void serve(const Settings& settings) {
 bool report_import(const std::string& path, const TableImport& file) {
     const Multiplex& found = file.tables;
     const char* const unit = file.sections != 0 ? "section" : "packet";
-    std::cerr << path << ": " << file.packets + file.sections << ' ' << unit
-              << "s: " << (found.pat ? "" : "no ") << "PAT, " << (found.cat ? "" : "no ")
-              << "CAT, " << (found.sdt ? "" : "no ") << "SDT actual, "
-              << found.pmts.size() << " PMTs\n";
+    std::cerr << path << ": " << file.packets + file.sections << ' ' << unit << "s: ";
+    for_each_single_table([&](TableKind kind, auto member) {
+        std::cerr << (found.*member ? "" : "no ") << table_info(kind).full_name << ", ";
+    });
+    std::cerr << found.pmts.size() << " PMTs\n";
     if (file.is_cut) std::cerr << path << ": ends in the middle of a " << unit << '\n';
     if (file.stray_bytes != 0) {
         std::cerr << path << ": passed over " << file.stray_bytes
@@ -113,11 +113,8 @@ bool report_import(const std::string& path, const TableImport& file) {
     if (!found.pat) return true;
     bool is_whole = true;
     for (const auto& program : found.pat->programs) {
-        const auto is_its = [&](const PmtOnPid& pmt) {
-            return pmt.pmt.program_number == program.program_number;
-        };
         if (program.program_number == 0) continue;  // announces the network PID
-        if (std::any_of(found.pmts.begin(), found.pmts.end(), is_its)) continue;
+        if (find_pmt(found.pmts, program.program_number) != nullptr) continue;
         std::cerr << path << ": the PAT has service " << program.program_number
                   << ", but its PMT on PID " << pid_text(program.pid)
                   << " is not in the capture: make a longer one\n";
@@ -135,7 +132,7 @@ int import(const std::string& path) {
     }
     const Multiplex& found = file.tables;
     const bool is_whole = report_import(path, file);
-    if (!found.pat && !found.cat && !found.sdt) {
+    if (table_count(found) == 0) {
         std::cerr << path << ": no complete table: capture at least one second\n";
         return kFailed;
     }

@@ -286,8 +286,8 @@ void StreamStatistics::check_announcement(Pid& pid) {
 void StreamStatistics::follow_pat() {
     if (!pat_changed_) return;
     if (pat_followed_ && now_ - *pat_followed_ < kLeastFollowIntervalNs) return;
-    const auto pat =
-        decode_pat(pids_.at(kPatPid).tables.at({TableKind::kPat}).contents());
+    const auto pat = decode_table<orvel::thrift::dvb_tables::PAT>(
+        pids_.at(kPatPid).tables.at({TableKind::kPat}).contents());
     if (!pat) return;
     pat_followed_ = now_;
     announced_.clear();
