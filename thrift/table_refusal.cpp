@@ -22,6 +22,10 @@ std::string out_of_range(const NumberField& field, std::int32_t value) {
            " fit";
 }
 
+std::string too_long(const char* name, std::size_t size, std::size_t most) {
+    return too_much(std::string(name) + " takes", size, "bytes", most);
+}
+
 std::string too_much(const std::string& what, std::size_t amount, const char* unit,
                      std::size_t most) {
     return what + " " + grouped(amount) + " " + unit + ", " + grouped(most) + " fit";

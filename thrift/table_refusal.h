@@ -25,12 +25,15 @@
 template <typename Table>
 [[nodiscard]] std::optional<std::string> refusal_reason(const Table& table);
 
-// The parts of refusal_reason.
+// The parts of refusal_reason. The texts are apart from the checks, which run for each
+// field of a table.
 namespace orvel::thrift::dvb_tables::refusal {
 
 using Fault = std::optional<std::string>;
 
 [[nodiscard]] std::string out_of_range(const NumberField& field, std::int32_t value);
+
+[[nodiscard]] std::string too_long(const char* name, std::size_t size, std::size_t most);
 
 // `what` includes its verb, such as "services take".
 [[nodiscard]] std::string too_much(const std::string& what, std::size_t amount,
@@ -63,8 +66,7 @@ struct ListNames : IgnoringVisitor {
 };
 
 template <typename Structure>
-Fault lists_take(std::size_t amount, const char* unit, std::size_t most) {
-    if (amount <= most) return std::nullopt;
+std::string lists_take(std::size_t amount, const char* unit, std::size_t most) {
     ListNames lists;
     TableFields<Structure>::visit(lists);
     return too_much(lists.names + " take", amount, unit, most);
@@ -74,12 +76,12 @@ Fault lists_take(std::size_t amount, const char* unit, std::size_t most) {
 template <typename Table>
 Fault excess(const Table& table) {
     using Fields = TableFields<Table>;
+    constexpr bool has_one_section = Fields::most_sections == 1;
     const SectionFill fill = fill_sections(table);
-    if constexpr (Fields::most_sections == 1) {
-        return lists_take<Table>(fill.used(), "bytes", Fields::capacity);
-    } else {
-        return lists_take<Table>(fill.sections(), "sections", Fields::most_sections);
-    }
+    const std::size_t amount = has_one_section ? fill.used() : fill.sections();
+    const std::size_t most = has_one_section ? Fields::capacity : Fields::most_sections;
+    if (amount <= most) return std::nullopt;
+    return lists_take<Table>(amount, has_one_section ? "bytes" : "sections", most);
 }
 [[nodiscard]] Fault excess(const PAT& pat);
 
@@ -87,8 +89,10 @@ Fault excess(const Table& table) {
 template <typename Table, typename Entry>
 Fault excess_of_entry(const Entry& entry) {
     constexpr std::size_t header_size = TableFields<Entry>::header_size;
-    return lists_take<Entry>(size_of(entry) - header_size, "bytes",
-                             TableFields<Table>::capacity - header_size);
+    constexpr std::size_t most = TableFields<Table>::capacity - header_size;
+    const std::size_t size = size_of(entry) - header_size;
+    if (size <= most) return std::nullopt;
+    return lists_take<Entry>(size, "bytes", most);
 }
 
 // Finds the first fault of the fields. `HasEntries` is whether the structure is a table
@@ -113,7 +117,7 @@ struct RangeCheck {
     void bytes(std::string Structure::*member, const char* name, std::size_t most) {
         const std::size_t size = (structure.*member).size();
         if (fault || size <= most) return;
-        fault = too_much(name + std::string(" takes"), size, "bytes", most);
+        fault = too_long(name, size, most);
     }
 
     template <typename Element>
