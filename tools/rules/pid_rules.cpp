@@ -10,8 +10,6 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-constexpr std::int32_t kNitPid = 0x0010;  // ETSI EN 300 468, table 1
-
 std::string reserved_text(std::int32_t pid, const std::string& use) {
     return "PID " + pid_text(pid) + " is reserved for " + use +
            (pid == kNullPid ? ": receivers discard the PMT"
