@@ -108,52 +108,44 @@ void store(void* found, Decoded* decoded) {
     *static_cast<std::optional<Table>*>(found) = to_thrift(*decoded);
 }
 
-// Decoder<Table> says how to attach libdvbpsi's decoder of a table to a handle, which
-// then stores the table in `found`, and how to detach it. `id` is the
-// table_id_extension.
+// A decoder of libdvbpsi: how to attach it to a handle, and how to detach it. It stores
+// the table in `found`. `id` is the table_id_extension.
+template <typename Table, auto Attach, auto Detach, auto Delete>
+struct PsiDecoder {
+    static bool attach(dvbpsi_t* handle, std::uint16_t /*id*/, void* found) {
+        return Attach(handle, &store<Table, Delete>, found);
+    }
+    static constexpr auto detach = Detach;
+};
+
+// One for tables of service information, which is one of a demultiplexer's.
+template <typename Table, std::uint8_t TableId, auto Attach, auto Delete>
+struct SiDecoder {
+    static bool attach(dvbpsi_t* handle, std::uint16_t id, void* found) {
+        const auto ignore = [](dvbpsi_t*, std::uint8_t, std::uint16_t, void*) {};
+        return dvbpsi_AttachDemux(handle, ignore, nullptr) &&
+               Attach(handle, TableId, id, &store<Table, Delete>, found);
+    }
+    static constexpr auto detach = dvbpsi_DetachDemux;
+};
+
 template <typename Table>
 struct Decoder;
-
 template <>
-struct Decoder<PAT> {
-    static bool attach(dvbpsi_t* handle, std::uint16_t /*id*/, void* found) {
-        return dvbpsi_pat_attach(handle, &store<PAT, dvbpsi_pat_delete>, found);
-    }
-    static constexpr auto detach = dvbpsi_pat_detach;
-};
-
+struct Decoder<PAT>
+    : PsiDecoder<PAT, dvbpsi_pat_attach, dvbpsi_pat_detach, dvbpsi_pat_delete> {};
 template <>
-struct Decoder<CAT> {
-    static bool attach(dvbpsi_t* handle, std::uint16_t /*id*/, void* found) {
-        return dvbpsi_cat_attach(handle, &store<CAT, dvbpsi_cat_delete>, found);
-    }
-    static constexpr auto detach = dvbpsi_cat_detach;
-};
-
+struct Decoder<CAT>
+    : PsiDecoder<CAT, dvbpsi_cat_attach, dvbpsi_cat_detach, dvbpsi_cat_delete> {};
+template <>
+struct Decoder<SDT>
+    : SiDecoder<SDT, kSdtActualTableId, dvbpsi_sdt_attach, dvbpsi_sdt_delete> {};
 template <>
 struct Decoder<PMT> {
     static bool attach(dvbpsi_t* handle, std::uint16_t id, void* found) {
         return dvbpsi_pmt_attach(handle, id, &store<PMT, dvbpsi_pmt_delete>, found);
     }
     static constexpr auto detach = dvbpsi_pmt_detach;
-};
-
-// A table of service information, whose decoder is one of a demultiplexer's.
-struct SiDecoder {
-    static bool attach_demultiplexer(dvbpsi_t* handle) {
-        const auto ignore = [](dvbpsi_t*, std::uint8_t, std::uint16_t, void*) {};
-        return dvbpsi_AttachDemux(handle, ignore, nullptr);
-    }
-    static constexpr auto detach = dvbpsi_DetachDemux;
-};
-
-template <>
-struct Decoder<SDT> : SiDecoder {
-    static bool attach(dvbpsi_t* handle, std::uint16_t id, void* found) {
-        return attach_demultiplexer(handle) &&
-               dvbpsi_sdt_attach(handle, kSdtActualTableId, id,
-                                 &store<SDT, dvbpsi_sdt_delete>, found);
-    }
 };
 
 template <typename Table>
