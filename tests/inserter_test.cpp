@@ -178,9 +178,9 @@ TEST_F(InserterTest, TakesAPidFromTheEncoderUntilKestanIsSilentForFiveSeconds) {
     inserter_.advance(7001 * kMs);
     EXPECT_THAT(said_, ElementsAre("nothing has come from TABLES for 5 s: the tables of "
                                    "INPUT pass"));
-    EXPECT_TRUE(inserter_.awaits_tables());
+    EXPECT_TRUE(record().tables.is_silent);
     push_tables(8000, {packet(kTotPid, 0, "ours")});
-    EXPECT_FALSE(inserter_.awaits_tables());
+    EXPECT_FALSE(record().tables.is_silent);
     EXPECT_EQ(said_.size(), 2);
     EXPECT_EQ(record().tables.silences, 1);
 }

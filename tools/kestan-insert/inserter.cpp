@@ -28,37 +28,34 @@ std::uint8_t next_counter(std::uint8_t counter, const std::uint8_t* packet) {
 }  // namespace
 
 Inserter::Inserter(const std::set<std::uint16_t>& kept, std::int64_t now, Say say)
-    : say_(std::move(say)),
-      pid_use_(kept),
-      input_{"INPUT", "nothing leaves", record_.input, now},
-      tables_{"TABLES", "the tables of INPUT pass", record_.tables, now},
-      left_(kMaxPid + 1),
-      second_began_(now) {}
+    : say_(std::move(say)), pid_use_(kept), left_(kMaxPid + 1), second_began_(now) {
+    record_.input.last = record_.tables.last = now;
+}
 
-std::optional<DatagramPackets> Inserter::find(std::int64_t now, Source& source,
+std::optional<DatagramPackets> Inserter::find(std::int64_t now, StreamRecord& stream,
                                               const std::uint8_t* datagram,
                                               std::size_t size) {
-    if (source.is_silence_said)
-        say_(Severity::kInformation, fmt::format("{} comes", source.name));
-    source.is_silent = false;
-    source.is_silence_said = false;
-    source.last = now;
-    ++source.record.datagrams;
+    if (stream.is_silence_said)
+        say_(Severity::kInformation, fmt::format("{} comes", stream.name));
+    stream.is_silent = false;
+    stream.is_silence_said = false;
+    stream.last = now;
+    ++stream.datagrams;
     const auto packets = find_packets(datagram, size);
     if (packets) {
-        source.record.packets += packets->count;
-        source.record.in_rtp = packets->in_rtp;
+        stream.packets += packets->count;
+        stream.in_rtp = packets->in_rtp;
         return packets;
     }
-    ++source.record.malformed;
+    ++stream.malformed;
     warn_once(fmt::format("a datagram of {} is not made of whole transport packets",
-                          source.name));
+                          stream.name));
     return packets;
 }
 
 void Inserter::push_tables(std::int64_t now, const std::uint8_t* datagram,
                            std::size_t size) {
-    const auto packets = find(now, tables_, datagram, size);
+    const auto packets = find(now, record_.tables, datagram, size);
     if (!packets) ++record_.dropped.malformed;
     for (std::size_t i = 0; packets && i < packets->count; ++i) {
         push_table_packet(now, packets->packet(i));
@@ -85,7 +82,7 @@ void Inserter::push_table_packet(std::int64_t now, const std::uint8_t* packet) {
         pid_use_.note_tables(now, packet);
         if (is_repeat(packet) || !may_insert(now, pid)) return;
         ++table_packets_;
-        if (awaits_input()) return;
+        if (record_.input.is_silent) return;
         TablePacket& added = queue_.emplace_back();
         added.arrival = now;
         std::copy_n(packet, kTsPacketSize, added.bytes.begin());
@@ -135,7 +132,7 @@ void Inserter::drop_old_queue(std::int64_t now) {
 std::optional<DatagramPackets> Inserter::fill(std::int64_t now, std::uint8_t* datagram,
                                               std::size_t size) {
     drop_old_queue(now);
-    const auto packets = find(now, input_, datagram, size);
+    const auto packets = find(now, record_.input, datagram, size);
     if (!packets) return packets;
     const bool is_late = packets->in_rtp && rtp_order_.is_late(datagram);
     for (std::size_t i = 0; i < packets->count; ++i) {
@@ -161,25 +158,18 @@ void Inserter::fill_slot(std::int64_t now, std::uint8_t* packet, bool is_late) {
     const std::uint16_t pid = pid_of(packet);
     ++slots_;
     if (pid != kNullPid) ++record_.pids[pid].replaced;
-    const auto next = is_late ? std::nullopt : next_table_packet(now);
-    if (next) {
-        insert(now, *next, packet);
-    } else if (pid != kNullPid) {
-        make_null_packet(packet);
-    }
+    const bool is_inserted = !is_late && insert_next(now, packet);
+    if (!is_inserted && pid != kNullPid) make_null_packet(packet);
 }
 
-std::optional<Inserter::TablePacket> Inserter::next_table_packet(std::int64_t now) {
-    while (!queue_.empty()) {
-        const TablePacket next = queue_.front();
+// Replaces `packet` by the next packet of TABLES. Returns false if there is none.
+bool Inserter::insert_next(std::int64_t now, std::uint8_t* packet) {
+    while (!queue_.empty() && !may_insert(now, pid_of(queue_.front().bytes.data())))
         queue_.pop_front();
-        if (may_insert(now, pid_of(next.bytes.data()))) return next;
-    }
-    return std::nullopt;
-}
-
-void Inserter::insert(std::int64_t now, const TablePacket& from, std::uint8_t* packet) {
-    std::copy(from.bytes.begin(), from.bytes.end(), packet);
+    if (queue_.empty()) return false;
+    const std::int64_t wait = now - queue_.front().arrival;
+    std::copy_n(queue_.front().bytes.begin(), kTsPacketSize, packet);
+    queue_.pop_front();
     const std::uint16_t pid = pid_of(packet);
     if (left_[pid]) {
         packet[3] = static_cast<std::uint8_t>((packet[3] & ~kContinuityMask) |
@@ -187,8 +177,9 @@ void Inserter::insert(std::int64_t now, const TablePacket& from, std::uint8_t* p
     }
     ++record_.inserted;
     ++record_.pids[pid].inserted;
-    record_.all_waits += now - from.arrival;
-    record_.longest_wait = std::max(record_.longest_wait, now - from.arrival);
+    record_.all_waits += wait;
+    record_.longest_wait = std::max(record_.longest_wait, wait);
+    return true;
 }
 
 void Inserter::advance(std::int64_t now) {
@@ -204,16 +195,16 @@ void Inserter::advance(std::int64_t now) {
     }
     second_began_ = now;
     slots_ = table_packets_ = dropped_ = 0;
-    notice_silence(now, input_);
-    notice_silence(now, tables_);
+    notice_silence(now, record_.input);
+    notice_silence(now, record_.tables);
 }
 
-void Inserter::notice_silence(std::int64_t now, Source& source) {
-    if (source.is_silence_said || now - source.last < kSilenceNs) return;
-    if (source.record.datagrams != 0) ++source.record.silences;
-    source.is_silent = source.is_silence_said = true;
+void Inserter::notice_silence(std::int64_t now, StreamRecord& stream) {
+    if (stream.is_silence_said || now - stream.last < kSilenceNs) return;
+    if (stream.datagrams != 0) ++stream.silences;
+    stream.is_silent = stream.is_silence_said = true;
     say_(Severity::kWarning, fmt::format("nothing has come from {} for 5 s: {}",
-                                         source.name, source.consequence));
+                                         stream.name, stream.consequence));
 }
 
 void Inserter::warn_once(const std::string& message) {

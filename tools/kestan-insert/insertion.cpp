@@ -123,8 +123,10 @@ void Insertion::show_progress() {
 
 void Insertion::tell_service_manager() {
     std::string status = "inserting";
-    if (inserter_.awaits_tables()) status = "waiting for TABLES at " + options_.tables;
-    if (inserter_.awaits_input()) status = "waiting for INPUT at " + options_.input;
+    if (inserter_.record().tables.is_silent)
+        status = "waiting for TABLES at " + options_.tables;
+    if (inserter_.record().input.is_silent)
+        status = "waiting for INPUT at " + options_.input;
     if (status == status_) return;
     status_ = status;
     notify_service_manager("STATUS=" + status);

@@ -7,6 +7,11 @@
 // What an insertion has done so far. Times are nanoseconds.
 
 struct StreamRecord {
+    const char* name;
+    const char* consequence;  // of a silence
+    std::int64_t last = 0;    // arrival, or the beginning of the run
+    bool is_silent = true;    // or has not come yet
+    bool is_silence_said = false;
     std::uint64_t datagrams = 0;
     std::uint64_t malformed = 0;  // of them: not made of whole transport packets
     std::uint64_t packets = 0;
@@ -37,8 +42,8 @@ struct DropRecord {
 
 struct InsertionRecord {
     std::int64_t duration = 0;
-    StreamRecord input;
-    StreamRecord tables;
+    StreamRecord input{"INPUT", "nothing leaves"};
+    StreamRecord tables{"TABLES", "the tables of INPUT pass"};
     std::map<std::uint16_t, PidRecord> pids;
     std::uint64_t inserted = 0;
     std::uint64_t null_packets_left = 0;

@@ -29,12 +29,12 @@ double null_packets_per_second(const InsertionRecord& record) {
     return static_cast<double>(record.null_packets_left) / to_seconds(record.duration);
 }
 
-std::string stream_line(const char* name, const StreamRecord& stream) {
+std::string stream_line(const StreamRecord& stream) {
     if (stream.datagrams == 0)
-        return fmt::format("  {:<10} no datagram has been received\n", name);
+        return fmt::format("  {:<10} no datagram has been received\n", stream.name);
     return fmt::format(
         "  {:<10} {} datagrams{}, {} packets; {} malformed, {} lost here, {} silences\n",
-        name, stream.datagrams, stream.in_rtp ? " in RTP" : "", stream.packets,
+        stream.name, stream.datagrams, stream.in_rtp ? " in RTP" : "", stream.packets,
         stream.malformed, stream.lost_here, stream.silences);
 }
 
@@ -53,8 +53,8 @@ std::string text_report(const InsertionRecord& record) {
     const DropRecord& dropped = record.dropped;
     std::string text =
         fmt::format("kestan-insert, {:.1f} s\n\n", to_seconds(record.duration));
-    text += stream_line("INPUT", record.input);
-    text += stream_line("TABLES", record.tables);
+    text += stream_line(record.input);
+    text += stream_line(record.tables);
     text += fmt::format(
         "  OUTPUT     {} datagrams could not be sent; {:.1f} null packets/s left\n",
         record.unsent, null_packets_per_second(record));
