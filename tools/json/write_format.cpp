@@ -23,7 +23,7 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr std::size_t kWidth = 120;  // of the schema's lines
+constexpr std::size_t kWidth = 160;  // of the schema's lines
 constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kBitsOfHexDigit = 4;
 
