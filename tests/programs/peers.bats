@@ -38,8 +38,8 @@ END
     daemon=(strace -Dqqfo calls -e trace=setsockopt kestan)
     play
     kestan-control clear-cat
-    for option in "SO_KEEPALIVE, [1]" "TCP_KEEPIDLE, [60]" "TCP_KEEPINTVL, [10]" \
-        "TCP_KEEPCNT, [3]" "TCP_USER_TIMEOUT, [90000]"; do
-        grep -F "$option" calls
+    for option in SO_KEEPALIVE=1 TCP_KEEPIDLE=60 TCP_KEEPINTVL=10 TCP_KEEPCNT=3 \
+        TCP_USER_TIMEOUT=90000; do
+        grep -F "${option/=/, [}]" calls
     done
 }
