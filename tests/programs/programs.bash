@@ -11,7 +11,7 @@ schema=$BATS_TEST_DIRNAME/../../tools/kestan-monitor/report/kestan-monitor.schem
 
 setup() {
     cd "$BATS_TEST_TMPDIR" || return
-    unset STATE_DIRECTORY
+    unset STATE_DIRECTORY TMUX
     export XDG_STATE_HOME=$PWD/state
 }
 
@@ -19,7 +19,7 @@ teardown() {
     local crashed=
     [ -z "${pid[kestan]:-}" ] || crash kestan || crashed=yes
     for name in "${!pid[@]}"; do finish "$name" KILL; done 2>/dev/null || true
-    TMUX_TMPDIR=$PWD tmux kill-server 2>/dev/null || true
+    env -u TMUX TMUX_TMPDIR="$PWD" tmux kill-server 2>/dev/null || true
     [[ $BATS_TEST_COMPLETED && ! $crashed ]] || tail -n 20 ./*.err 2>/dev/null || true
     if grep -sE 'Sanitizer|runtime error:' ./*.err || [ "$crashed" ]; then return 1; fi
 }
