@@ -2,8 +2,8 @@
 #define KESTAN_DVB_LIBDVBPSI_H
 
 // The door to libdvbpsi. Include this header instead of libdvbpsi's own headers: those
-// can be included only once and do not include what they need. It also gives owners to
-// libdvbpsi's objects.
+// can be included only once and do not include what they need. It has all tables of PSI
+// and SI, played or not, and owners for libdvbpsi's objects.
 
 #include <sys/types.h>
 
@@ -19,6 +19,10 @@
 #include <dvbpsi/cat.h>
 #include <dvbpsi/pmt.h>
 #include <dvbpsi/sdt.h>
+#include <dvbpsi/nit.h>
+#include <dvbpsi/bat.h>
+#include <dvbpsi/eit.h>
+#include <dvbpsi/tot.h>
 // clang-format on
 
 template <auto Delete>
@@ -29,14 +33,13 @@ struct DvbpsiDeleter {
     }
 };
 
-using DvbpsiPtr = std::unique_ptr<dvbpsi_t, DvbpsiDeleter<dvbpsi_delete>>;
-using PatPtr = std::unique_ptr<dvbpsi_pat_t, DvbpsiDeleter<dvbpsi_pat_delete>>;
-using CatPtr = std::unique_ptr<dvbpsi_cat_t, DvbpsiDeleter<dvbpsi_cat_delete>>;
-using SdtPtr = std::unique_ptr<dvbpsi_sdt_t, DvbpsiDeleter<dvbpsi_sdt_delete>>;
-using PmtPtr = std::unique_ptr<dvbpsi_pmt_t, DvbpsiDeleter<dvbpsi_pmt_delete>>;
+// Owns an Object of libdvbpsi that the function Delete frees.
+template <typename Object, auto Delete>
+using DvbpsiOwner = std::unique_ptr<Object, DvbpsiDeleter<Delete>>;
+
+using DvbpsiPtr = DvbpsiOwner<dvbpsi_t, dvbpsi_delete>;
 
 // A chain of sections. The pointer is the first section and owns the whole chain.
-using SectionsPtr =
-    std::unique_ptr<dvbpsi_psi_section_t, DvbpsiDeleter<dvbpsi_DeletePSISections>>;
+using SectionsPtr = DvbpsiOwner<dvbpsi_psi_section_t, dvbpsi_DeletePSISections>;
 
 #endif

@@ -11,6 +11,9 @@
 constexpr unsigned kPidBits = 13;  // ISO/IEC 13818-1, 2.4.3.2
 constexpr std::uint16_t kMaxPid = (1U << kPidBits) - 1;
 
+// PIDs below are reserved for tables (ETSI EN 300 468, table 1).
+constexpr std::uint16_t kFirstStreamPid = 0x0020;
+
 constexpr std::uint16_t kNullPid = kMaxPid;   // of null packets
 constexpr std::uint16_t kNoPcrPid = kMaxPid;  // PCR_PID of a program without a PCR
 

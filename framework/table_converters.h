@@ -19,4 +19,10 @@ namespace orvel::thrift::dvb_tables {
 
 }  // namespace orvel::thrift::dvb_tables
 
+// Owners for what the converters return.
+using PatPtr = DvbpsiOwner<dvbpsi_pat_t, dvbpsi_pat_delete>;
+using CatPtr = DvbpsiOwner<dvbpsi_cat_t, dvbpsi_cat_delete>;
+using SdtPtr = DvbpsiOwner<dvbpsi_sdt_t, dvbpsi_sdt_delete>;
+using PmtPtr = DvbpsiOwner<dvbpsi_pmt_t, dvbpsi_pmt_delete>;
+
 #endif

@@ -87,7 +87,7 @@ struct Check {
 
     std::set<std::string> tables;  // packets without counters
     std::map<std::uint16_t, std::optional<int>> counters;
-    Inserter inserter{{0x0012}, 0, [](const std::string&) {}};
+    Inserter inserter{{0x0012}, 0, [](auto, const std::string&) {}};
 };
 
 }  // namespace

@@ -22,7 +22,8 @@
 //
 // TableFields<Structure>::header_size is the size of the structure on air without the
 // elements of its lists, in bytes; that of a table is the size of a section's header. A
-// table has its TableKind as `kind`.
+// table has the members of SectionLimits too. If a multiplex has it only once, it also
+// has send(service, table), the call that has it played, and the name of that method.
 namespace orvel::thrift::dvb_tables {
 
 struct NumberField {
@@ -43,6 +44,15 @@ constexpr NumberField pid_field(const char* name, const char* note = "",
 
 template <typename Structure>
 struct TableFields;
+
+// What the sections of a table can carry. A table that has other limits hides these.
+template <TableKind Kind>
+struct SectionLimits {
+    static constexpr TableKind kind = Kind;
+    static constexpr std::size_t header_size = table_info(Kind).header_size;
+    static constexpr std::size_t capacity = section_capacity(header_size);  // bytes
+    static constexpr std::size_t most_sections = kMaxSections;
+};
 
 template <typename Table, typename Visitor>
 void visit_version(Visitor&& visitor) {
@@ -75,9 +85,12 @@ struct TableFields<PATProgram> {
 };
 
 template <>
-struct TableFields<PAT> {
-    static constexpr TableKind kind = TableKind::kPat;
-    static constexpr std::size_t header_size = table_info(kind).header_size;
+struct TableFields<PAT> : SectionLimits<TableKind::kPat> {
+    static constexpr std::size_t capacity = kPatProgramsPerSection * kPatProgramSize;
+    static constexpr const char* method = "NewPAT";
+    static constexpr auto send = [](auto& service, const PAT& pat) {
+        return service.NewPAT(pat);
+    };
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -88,9 +101,11 @@ struct TableFields<PAT> {
 };
 
 template <>
-struct TableFields<CAT> {
-    static constexpr TableKind kind = TableKind::kCat;
-    static constexpr std::size_t header_size = table_info(kind).header_size;
+struct TableFields<CAT> : SectionLimits<TableKind::kCat> {
+    static constexpr const char* method = "NewCAT";
+    static constexpr auto send = [](auto& service, const CAT& cat) {
+        return service.NewCAT(cat);
+    };
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -118,9 +133,11 @@ struct TableFields<SDTService> {
 };
 
 template <>
-struct TableFields<SDT> {
-    static constexpr TableKind kind = TableKind::kSdt;
-    static constexpr std::size_t header_size = table_info(kind).header_size;
+struct TableFields<SDT> : SectionLimits<TableKind::kSdt> {
+    static constexpr const char* method = "NewSDTActual";
+    static constexpr auto send = [](auto& service, const SDT& sdt) {
+        return service.NewSDTActual(sdt);
+    };
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -145,9 +162,8 @@ struct TableFields<PMTStream> {
 };
 
 template <>
-struct TableFields<PMT> {
-    static constexpr TableKind kind = TableKind::kPmt;
-    static constexpr std::size_t header_size = table_info(kind).header_size;
+struct TableFields<PMT> : SectionLimits<TableKind::kPmt> {
+    static constexpr std::size_t most_sections = 1;  // ISO/IEC 13818-1, 2.4.4.9
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -161,58 +177,60 @@ struct TableFields<PMT> {
     }
 };
 
+// Ignores all fields: the base of visitors that need some kinds of field.
+struct IgnoringVisitor {
+    template <typename Member>
+    void number(Member, const NumberField&) {}
+    template <typename Member>
+    void flag(Member, const char*, bool) {}
+    template <typename Member>
+    void bytes(Member, const char*, std::size_t) {}
+    template <typename Member>
+    void list(Member, const char*) {}
+};
+
 // Returns the size of a structure on air, with all elements of its lists.
 template <typename Structure>
 [[nodiscard]] std::size_t size_of(const Structure& structure);
 
-// A visitor that adds up sizes.
-template <typename Structure>
-struct SizeOfLists {
+// A visitor that calls add(size) for each element of the lists and for bytes.
+template <typename Structure, typename Add>
+struct SizesOfParts : IgnoringVisitor {
     const Structure& structure;
-    std::size_t size = 0;
+    Add add;
 
-    void number(std::int32_t Structure::*, const NumberField&) {}
-    void flag(bool Structure::*, const char*, bool) {}
     void bytes(std::string Structure::*member, const char*, std::size_t) {
-        size += (structure.*member).size();
+        add((structure.*member).size());
     }
     template <typename Element>
     void list(std::vector<Element> Structure::*member, const char*) {
-        for (const Element& element : structure.*member) size += size_of(element);
+        for (const Element& element : structure.*member) add(size_of(element));
     }
 };
 
+template <typename Structure, typename Add>
+void for_each_part_size(const Structure& structure, Add add) {
+    TableFields<Structure>::visit(SizesOfParts<Structure, Add>{{}, structure, add});
+}
+
 template <typename Structure>
 std::size_t size_of(const Structure& structure) {
-    SizeOfLists<Structure> lists{structure};
-    TableFields<Structure>::visit(lists);
-    return TableFields<Structure>::header_size + lists.size;
+    std::size_t size = TableFields<Structure>::header_size;
+    for_each_part_size(structure, [&](std::size_t part) { size += part; });
+    return size;
 }
 
-// Returns the sections that Kestan makes of a table.
-[[nodiscard]] inline SectionFill fill_sections(const PAT& pat) {
-    SectionFill fill(TableFields<PAT>::header_size,
-                     kPatProgramsPerSection * kPatProgramSize);
-    for (const PATProgram& program : pat.programs) fill.add(size_of(program));
-    return fill;
-}
-
-[[nodiscard]] inline SectionFill fill_sections(const CAT& cat) {
-    SectionFill fill(TableFields<CAT>::header_size);
-    for (const Descriptor& descriptor : cat.descriptors) fill.add(size_of(descriptor));
-    return fill;
-}
-
-[[nodiscard]] inline SectionFill fill_sections(const SDT& sdt) {
-    SectionFill fill(TableFields<SDT>::header_size);
-    for (const SDTService& service : sdt.services) fill.add(size_of(service));
-    return fill;
-}
-
-// A PMT has one section (ISO/IEC 13818-1, 2.4.4.9), whether it fits or not.
-[[nodiscard]] inline SectionFill fill_sections(const PMT& pmt) {
-    SectionFill fill(TableFields<PMT>::header_size);
-    fill.add(size_of(pmt) - TableFields<PMT>::header_size);
+// Returns the sections that Kestan makes of a table. If it can have only one, all is in
+// that one, whether it fits or not.
+template <typename Table>
+[[nodiscard]] SectionFill fill_sections(const Table& table) {
+    using Fields = TableFields<Table>;
+    SectionFill fill(Fields::header_size, Fields::capacity);
+    if constexpr (Fields::most_sections == 1) {
+        fill.add(size_of(table) - Fields::header_size);
+    } else {
+        for_each_part_size(table, [&](std::size_t size) { fill.add(size); });
+    }
     return fill;
 }
 

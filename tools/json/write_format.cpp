@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/json/compact_json.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/json/dvb_text.h"
 #include "tools/json/multiplex_json.h"
@@ -22,16 +23,12 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr std::size_t kWidth = 90;  // of a line of the schema, without its indent
+constexpr std::size_t kWidth = 160;  // of the schema's lines
 constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kBitsOfHexDigit = 4;
 
 ordered_json reference(const std::string& name) {
     return {{"$ref", "#/$defs/" + name}};
-}
-
-ordered_json requiring(const std::string& name) {
-    return {{"required", ordered_json::array({name})}};
 }
 
 ordered_json with_note(const std::string& note, const ordered_json& schema) {
@@ -42,9 +39,9 @@ ordered_json with_note(const std::string& note, const ordered_json& schema) {
 }
 
 ordered_json object_of(const ordered_json& properties, const ordered_json& required) {
-    ordered_json schema{{"type", "object"}, {"properties", properties}};
+    ordered_json schema{{"type", "object"}, {"additionalProperties", false}};
     if (!required.empty()) schema["required"] = required;
-    schema["additionalProperties"] = false;
+    schema["properties"] = properties;
     return schema;
 }
 
@@ -90,10 +87,10 @@ ordered_json number_schema(unsigned bits, std::int32_t lowest) {
     const std::uint64_t highest = (std::uint64_t{1} << bits) - 1;
     const std::string pattern =
         "^(0[xX]0*(" + hex_pattern(bits) + ")|0*(" + decimal_pattern(highest) + "))$";
-    ordered_json schema{
-        {"anyOf",
-         {{{"type", "integer"}, {"minimum", lowest}, {"maximum", highest}},
-          {{"type", "string"}, {"pattern", pattern}}}}};
+    ordered_json schema{{"type", ordered_json::array({"integer", "string"})},
+                        {"minimum", lowest},
+                        {"maximum", highest},
+                        {"pattern", pattern}};
     if (lowest == 1) schema["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
     return schema;
 }
@@ -101,6 +98,23 @@ ordered_json number_schema(unsigned bits, std::int32_t lowest) {
 ordered_json bytes_schema(std::size_t most) {
     return {{"type", "string"},
             {"pattern", "^( *[0-9a-fA-F]{2}){0," + std::to_string(most) + "} *$"}};
+}
+
+// Calls visit(kind, table) with an empty table of each kind that a multiplex has.
+template <typename Visit>
+void for_each_table_type(Visit visit) {
+    for_each_single_table([&](TableKind kind, auto member) {
+        visit(kind, (Multiplex().*member).emplace());
+    });
+    visit(TableKind::kPmt, PMT());
+}
+
+// Visits the fields that a structure has in JSON.
+template <typename Structure, typename Visitor>
+void visit_fields(Visitor& visitor) {
+    if constexpr (std::is_same_v<Structure, PMT>)
+        visitor.number(&PmtOnPid::pid, kPmtPidField);
+    TableFields<Structure>::visit(visitor);
 }
 
 // Makes the schema. Its definitions come as they are needed.
@@ -116,8 +130,7 @@ public:
     }
 
     template <typename Structure>
-    ordered_json structure(ordered_json properties = ordered_json::object(),
-                           ordered_json required = ordered_json::array());
+    ordered_json structure();
 
     ordered_json multiplex();
 
@@ -133,8 +146,8 @@ private:
 // A visitor that describes the fields.
 struct FieldSchemas {
     Schema& schema;
-    ordered_json properties;
-    ordered_json required;
+    ordered_json properties{};
+    ordered_json required{};
 
     template <typename Member>
     void number(Member, const NumberField& field) {
@@ -158,9 +171,9 @@ struct FieldSchemas {
 };
 
 template <typename Structure>
-ordered_json Schema::structure(ordered_json properties, ordered_json required) {
-    FieldSchemas fields{*this, std::move(properties), std::move(required)};
-    TableFields<Structure>::visit(fields);
+ordered_json Schema::structure() {
+    FieldSchemas fields{*this};
+    visit_fields<Structure>(fields);
     return object_of(fields.properties, fields.required);
 }
 
@@ -241,7 +254,7 @@ void Schema::define_descriptors() {
     // The shortest descriptor with a text has three other bytes.
     definitions_["text"] = {{"type", "string"},
                             {"maxLength", kMaxDescriptorData - 3},
-                            {"pattern", "^[^\0-\x1F\x7F-\xC2\x9F]*$"s}};
+                            {"pattern", R"(^[^\u0000-\u001F\u007F-\u009F]*$)"}};
     ordered_json codings;
     for (const DvbCoding& coding : dvb_codings()) codings.push_back(coding.name);
     definitions_["coding"] = with_note(
@@ -255,27 +268,23 @@ void Schema::define_descriptors() {
 ordered_json Schema::multiplex() {
     ordered_json properties{{"$schema", {{"type", "string"}}}};
     ordered_json any_of;
-    for_each_single_table([&](TableKind kind, auto member) {
-        using Table = typename std::decay_t<decltype(Multiplex{}.*member)>::value_type;
+    for_each_table_type([&](TableKind kind, auto table) {
         const std::string key = table_info(kind).key;
-        properties[key] = structure<Table>();
-        any_of.push_back(requiring(key));
+        ordered_json required{{"required", ordered_json::array({key})}};
+        properties[key] = structure<decltype(table)>();
+        if (kind == TableKind::kPmt) {
+            properties[key] = {
+                {"type", "array"}, {"uniqueItems", true}, {"items", properties[key]}};
+            required["properties"][key]["minItems"] = 1;
+        }
+        any_of.push_back(required);
     });
-    const std::string pmts = table_info(TableKind::kPmt).key;
-    FieldSchemas pid{*this, {}, {}};
-    pid.number(&PmtOnPid::pid, kPmtPidField);
-    properties[pmts] = {{"type", "array"},
-                        {"uniqueItems", true},
-                        {"items", structure<PMT>(pid.properties, pid.required)}};
-    ordered_json has_pmts = requiring(pmts);
-    has_pmts["properties"][pmts]["minItems"] = 1;
-    any_of.push_back(has_pmts);
-    ordered_json schema{{"$schema", "https://json-schema.org/draft/2020-12/schema"},
-                        {"title", "Kestan multiplex"},
-                        {"description",
-                         "The tables of a DVB multiplex, as kestan-control reads and "
-                         "writes them. Numbers "
-                         "are decimal or strings such as \"0x0100\"."}};
+    ordered_json schema{
+        {"$schema", "https://json-schema.org/draft/2020-12/schema"},
+        {"title", "Kestan multiplex"},
+        {"description",
+         "The tables of a DVB multiplex, as kestan-control reads and "
+         "writes them. Numbers are decimal or strings such as \"0x0100\"."}};
     schema.update(object_of(properties, {}));
     schema["anyOf"] = any_of;
     define_descriptors();
@@ -313,7 +322,7 @@ struct FieldRows {
         } else {
             row(name, "list");
             FieldRows inner{name + "[]"s};
-            TableFields<Element>::visit(inner);
+            visit_fields<Element>(inner);
             inner_rows += inner.rows + inner.inner_rows;
         }
     }
@@ -321,16 +330,12 @@ struct FieldRows {
 
 std::string manual_fields() {
     std::string text = ".TS\ntab(|);\nl l l.\n\\fBin\\fR|\\fBfield\\fR|\\fBvalue\\fR\n";
-    for_each_single_table([&](TableKind kind, auto member) {
-        using Table = typename std::decay_t<decltype(Multiplex{}.*member)>::value_type;
-        FieldRows table{table_info(kind).key};
-        TableFields<Table>::visit(table);
-        text += table.rows + table.inner_rows;
+    for_each_table_type([&](TableKind kind, auto table) {
+        FieldRows rows{table_info(kind).key + (kind == TableKind::kPmt ? "[]"s : "")};
+        visit_fields<decltype(table)>(rows);
+        text += rows.rows + rows.inner_rows;
     });
-    FieldRows pmt{table_info(TableKind::kPmt).key + "[]"s};
-    pmt.number(&PmtOnPid::pid, kPmtPidField);
-    TableFields<PMT>::visit(pmt);
-    return text + pmt.rows + pmt.inner_rows + ".TE\n";
+    return text + ".TE\n";
 }
 
 std::string manual_descriptors() {
@@ -347,19 +352,6 @@ std::string manual_descriptors() {
                 (form.is_list ? "[]" : "") + "|T{\n" + fields + "\nT}\n";
     }
     return text + ".TE\n";
-}
-
-// Writes JSON as ASCII: what is short on one line, and else a line for each part.
-std::string laid_out(const ordered_json& value, const std::string& line_break = "\n") {
-    std::string line = value.dump(-1, ' ', /*ensure_ascii=*/true);
-    if (line.size() <= kWidth || !value.is_structured()) return line;
-    std::string parts;
-    for (const auto& [key, part] : value.items()) {
-        parts += (parts.empty() ? "" : ",") + line_break + "  ";
-        if (value.is_object()) parts += ordered_json(key).dump() + ": ";
-        parts += laid_out(part, line_break + "  ");
-    }
-    return line.front() + parts + line_break + line.back();
 }
 
 std::string content_of(const char* path) {
@@ -388,6 +380,6 @@ int main(int argc, char* argv[]) {
     std::string manual = content_of(argv[2]);
     const std::size_t end = replace_table(manual, 0, manual_fields());
     replace_table(manual, end, manual_descriptors());
-    std::ofstream(argv[1]) << laid_out(Schema().multiplex()) << '\n';
+    std::ofstream(argv[1]) << compact_json(Schema().multiplex(), kWidth) << '\n';
     std::ofstream(argv[2]) << manual;
 }

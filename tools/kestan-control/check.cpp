@@ -6,9 +6,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tools/kestan-control/diagnostics.h"
 #include "tools/rules/bit_rate.h"
 #include "tools/rules/rules.h"
+#include "tools/service/diagnostics.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "thrift/instance_ports.h"
-#include "tools/kestan-control/diagnostics.h"
+#include "tools/service/diagnostics.h"
 #include "tools/service/service_manager.h"
 
 namespace {
@@ -32,12 +32,6 @@ std::string time_of_day() {
     localtime_r(&now, &local);
     char text[sizeof "23:59:59"];
     return std::strftime(text, sizeof text, "%H:%M:%S", &local) == 0 ? "" : text;
-}
-
-std::size_t table_count(const Multiplex& tables) {
-    std::size_t count = 0;
-    for_each_table(tables, [&](TablePlace, const auto&) { ++count; });
-    return count;
 }
 
 JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {

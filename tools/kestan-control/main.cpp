@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <iostream>
 #include <string>
 #include <utility>
@@ -15,11 +14,12 @@
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
-#include "tools/kestan-control/diagnostics.h"
 #include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
 #include "tools/receive/table_import.h"
+#include "tools/service/diagnostics.h"
+#include "tools/service/program.h"
 #include "tools/service/service_manager.h"
 
 // kestan-control: a control process in one command. Exit status 0 when all was done, 1
@@ -30,7 +30,6 @@ namespace {
 
 constexpr int kDone = 0;
 constexpr int kFailed = 1;
-constexpr int kUsageError = 2;
 
 using Service = ControlConnection::Service;
 
@@ -97,10 +96,11 @@ void serve(const Settings& settings) {
 bool report_import(const std::string& path, const TableImport& file) {
     const Multiplex& found = file.tables;
     const char* const unit = file.sections != 0 ? "section" : "packet";
-    std::cerr << path << ": " << file.packets + file.sections << ' ' << unit
-              << "s: " << (found.pat ? "" : "no ") << "PAT, " << (found.cat ? "" : "no ")
-              << "CAT, " << (found.sdt ? "" : "no ") << "SDT actual, "
-              << found.pmts.size() << " PMTs\n";
+    std::cerr << path << ": " << file.packets + file.sections << ' ' << unit << "s: ";
+    for_each_single_table([&](TableKind kind, auto member) {
+        std::cerr << (found.*member ? "" : "no ") << table_info(kind).full_name << ", ";
+    });
+    std::cerr << found.pmts.size() << " PMTs\n";
     if (file.is_cut) std::cerr << path << ": ends in the middle of a " << unit << '\n';
     if (file.stray_bytes != 0) {
         std::cerr << path << ": passed over " << file.stray_bytes
@@ -113,11 +113,8 @@ bool report_import(const std::string& path, const TableImport& file) {
     if (!found.pat) return true;
     bool is_whole = true;
     for (const auto& program : found.pat->programs) {
-        const auto is_its = [&](const PmtOnPid& pmt) {
-            return pmt.pmt.program_number == program.program_number;
-        };
         if (program.program_number == 0) continue;  // announces the network PID
-        if (std::any_of(found.pmts.begin(), found.pmts.end(), is_its)) continue;
+        if (find_pmt(found.pmts, program.program_number) != nullptr) continue;
         std::cerr << path << ": the PAT has service " << program.program_number
                   << ", but its PMT on PID " << pid_text(program.pid)
                   << " is not in the capture: make a longer one\n";
@@ -135,7 +132,7 @@ int import(const std::string& path) {
     }
     const Multiplex& found = file.tables;
     const bool is_whole = report_import(path, file);
-    if (!found.pat && !found.cat && !found.sdt) {
+    if (table_count(found) == 0) {
         std::cerr << path << ": no complete table: capture at least one second\n";
         return kFailed;
     }
@@ -176,19 +173,11 @@ void add_options(CLI::App& app, Settings& settings) {
     app.fallthrough();
 }
 
-void call(Settings& settings, const char* method, void (Service::*function)()) {
+template <typename Call>
+void call(const Settings& settings, const char* method, Call make_call) {
     ControlConnection kestan(settings.address);
     kestan.wait_for_turn();
-    kestan.call(method, [&](Service& service) { (service.*function)(); });
-}
-
-void stop_pmt(const Settings& settings) {
-    ControlConnection kestan(settings.address);
-    kestan.wait_for_turn();
-    kestan.call("StopPMT", [&](Service& service) {
-        service.StopPMT(static_cast<std::int16_t>(settings.service_id),
-                        static_cast<std::int16_t>(settings.pid));
-    });
+    kestan.call(method, make_call);
 }
 
 // Adds the options of the commands that read tables.
@@ -249,10 +238,11 @@ void add_table_commands(CLI::App& app, Settings& settings) {
 void add_commands(CLI::App& app, Settings& settings) {
     add_table_commands(app, settings);
     app.add_subcommand("clear", "Withdraw every table")->callback([&] {
-        call(settings, "ClearAllTables", &Service::ClearAllTables);
+        call(settings, "ClearAllTables",
+             [](Service& kestan) { kestan.ClearAllTables(); });
     });
     app.add_subcommand("clear-cat", "Withdraw the CAT")->callback([&] {
-        call(settings, "ClearCAT", &Service::ClearCAT);
+        call(settings, "ClearCAT", [](Service& kestan) { kestan.ClearCAT(); });
     });
 
     CLI::App* const stop =
@@ -263,12 +253,16 @@ void add_commands(CLI::App& app, Settings& settings) {
     stop->add_option("PID", settings.pid, "The PID that carries the PMT")
         ->required()
         ->transform(number_up_to(kMaxPid));
-    stop->callback([&] { stop_pmt(settings); });
+    stop->callback([&] {
+        call(settings, "StopPMT", [&](Service& kestan) {
+            kestan.StopPMT(static_cast<std::int16_t>(settings.service_id),
+                           static_cast<std::int16_t>(settings.pid));
+        });
+    });
 
     CLI::App* const import_command =
         app.add_subcommand("import",
-                           "Write the JSON of the PAT, CAT, SDT actual and PMTs in a "
-                           "transport-stream file or "
+                           "Write the JSON of the tables in a transport-stream file or "
                            "a file of sections");
     import_command
         ->add_option("CAPTURE", settings.capture, "The file; - is standard input")
@@ -276,29 +270,15 @@ void add_commands(CLI::App& app, Settings& settings) {
     import_command->callback([&] { settings.status = import(settings.capture); });
 }
 
-int run(int argc, char** argv) {
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Discards Thrift's messages: each failure is reported.
+    apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
     CLI::App app("Drives kestan, the PSI/SI muxer, as its control process.",
                  "kestan-control");
     Settings settings;
     add_options(app, settings);
     add_commands(app, settings);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kUsageError;
-    }
-    return settings.status;
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    // Discards Thrift's messages: each failure is reported below.
-    apache::thrift::GlobalOutput.setOutputFunction([](const char*) {});
-    try {
-        return run(argc, argv);
-    } catch (const std::exception& error) {
-        complain(Severity::kError, std::string("kestan-control: ") + error.what());
-        return kFailed;
-    }
+    return run_program(app, argc, argv, kFailed, [&] { return settings.status; });
 }

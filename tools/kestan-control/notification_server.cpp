@@ -16,7 +16,7 @@
 
 #include "thrift/cm_MuxNotifySrv.h"
 #include "thrift/retrying_server_socket.h"
-#include "tools/kestan-control/diagnostics.h"
+#include "tools/service/diagnostics.h"
 
 namespace {
 
@@ -72,9 +72,8 @@ NotificationServer::NotificationServer(int port)
     : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
     const auto socket = std::make_shared<RetryingServerSocket>(
-        kLoopback, port, [](const std::string& line) {
-            complain(Severity::kWarning, "warning: start notification: " + line);
-        });
+        kLoopback, port,
+        [](const std::string& line) { warn("start notification: " + line); });
     socket->setRecvTimeout(kClientTimeoutMs);
     socket->setSendTimeout(kClientTimeoutMs);
     server_ = std::make_unique<TThreadedServer>(

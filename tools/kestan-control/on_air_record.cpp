@@ -3,8 +3,7 @@
 #include <exception>
 #include <string>
 
-#include "tools/kestan-control/diagnostics.h"
-#include "tools/rules/finding.h"
+#include "tools/service/diagnostics.h"
 
 using nlohmann::json;
 using nlohmann::ordered_json;
@@ -34,11 +33,6 @@ OnAir from_json(const json& from) {
     return on_air;
 }
 
-void warn(const std::string& what, const char* effect) {
-    complain(Severity::kWarning,
-             std::string(name_of(Severity::kWarning)) + ": " + what + ": " + effect);
-}
-
 }  // namespace
 
 OnAir::OnAir(const Multiplex& tables) {
@@ -61,7 +55,7 @@ std::optional<OnAir> OnAirRecord::load() {
     try {
         return file_.load(from_json);
     } catch (const std::exception& error) {
-        warn(error.what(), effect_);
+        warn(std::string(error.what()) + ": " + effect_);
         return std::nullopt;
     }
 }
@@ -74,6 +68,7 @@ void OnAirRecord::save(const OnAir& on_air) {
         const bool is_removed = file_.remove();
         if (has_failed_) return;
         has_failed_ = true;
-        warn(error.what(), is_removed ? effect_ : "remove it: it is out of date");
+        warn(std::string(error.what()) + ": " +
+             (is_removed ? effect_ : "remove it: it is out of date"));
     }
 }

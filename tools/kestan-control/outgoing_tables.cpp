@@ -5,14 +5,9 @@
 #include <string>
 
 #include "tools/kestan-control/check.h"
-#include "tools/kestan-control/diagnostics.h"
+#include "tools/service/diagnostics.h"
 
 namespace {
-
-void warn(const std::string& what, const char* effect) {
-    complain(Severity::kWarning,
-             std::string(name_of(Severity::kWarning)) + ": " + what + ": " + effect);
-}
 
 // `raises` is whether the version has been raised.
 Finding finding_of(const UnchangedVersion& unchanged, bool raises) {
@@ -36,14 +31,15 @@ Finding finding_of(const UnchangedVersion& unchanged, bool raises) {
 OutgoingTables::OutgoingTables(const ControlAddress& address, bool raises)
     : file_("versions", address), raises_(raises) {
     if (raises && !file_.keeps()) {
-        warn("no directory to keep the versions in",
-             "set XDG_STATE_HOME, or changes may go out under their old version");
+        warn(
+            "no directory to keep the versions in: set XDG_STATE_HOME, or changes may go "
+            "out under their old version");
     }
     try {
         history_ = file_.load(VersionHistory::from_json).value_or(VersionHistory());
     } catch (const std::exception& error) {
-        warn(error.what(),
-             "the first change of a table may go out under its old version");
+        warn(std::string(error.what()) +
+             ": the first change of a table may go out under its old version");
     }
 }
 
@@ -59,7 +55,8 @@ Multiplex OutgoingTables::take(const JoinedFiles& files) {
     try {
         file_.save(history_.to_json());
     } catch (const std::exception& error) {
-        warn(error.what(), "after a restart, a change may go out under its old version");
+        warn(std::string(error.what()) +
+             ": after a restart, a change may go out under its old version");
     }
     return tables;
 }

@@ -1,11 +1,14 @@
 #include "tools/kestan-control/push.h"
 
-#include <algorithm>
 #include <optional>
 #include <ostream>
+#include <type_traits>
 #include <utility>
 
+#include "thrift/table_fields.h"
 #include "tools/json/number_text.h"
+
+using orvel::thrift::dvb_tables::TableFields;
 
 namespace {
 
@@ -31,6 +34,17 @@ std::string pmt_text(std::int32_t service, std::int32_t pid) {
 // Ids and PIDs travel as i16 and carry their 16 bits.
 std::int16_t as_i16(std::int32_t id) {
     return static_cast<std::int16_t>(id);
+}
+
+// Returns the transport stream that a table is of, if it says so.
+template <typename Table>
+auto stream_text(const Table& table, int /*preferred*/)
+    -> decltype(id_text(table.transport_stream_id)) {
+    return " of transport stream " + id_text(table.transport_stream_id);
+}
+template <typename Table>
+std::string stream_text(const Table& /*table*/, long /*otherwise*/) {
+    return "";
 }
 
 std::string result_text(std::int32_t version, std::int32_t result) {
@@ -99,37 +113,33 @@ public:
         return true;
     }
 
-    // Sends the PAT, CAT and SDT that differ from the played ones.
+    // Sends the tables, without the PMTs, that differ from the played ones.
     void send_single_tables(const Multiplex& tables) {
-        if (tables.pat) {
-            send_table(
-                "PAT of transport stream " + id_text(tables.pat->transport_stream_id),
-                tables.pat, played_.pat, "NewPAT", &Service::NewPAT);
-        }
-        if (tables.cat) {
-            send_table("CAT", tables.cat, played_.cat, "NewCAT", &Service::NewCAT);
-        }
-        if (tables.sdt) {
-            send_table(
-                "SDT of transport stream " + id_text(tables.sdt->transport_stream_id),
-                tables.sdt, played_.sdt, "NewSDTActual", &Service::NewSDTActual);
-        }
+        for_each_single_table([&](TableKind kind, auto member) {
+            const auto& table = tables.*member;
+            if (!table || table == played_.*member) return;
+            using Fields = TableFields<std::decay_t<decltype(*table)>>;
+            const bool is_accepted =
+                call(table_info(kind).name + stream_text(*table, 0),
+                     table->version_number, Fields::method,
+                     [&](Service& service) { return Fields::send(service, *table); });
+            if (is_accepted) played_.*member = table;
+        });
     }
 
     // Sends the PMT if it differs from the played one. `note` follows "accepted".
     void send_pmt(const PmtOnPid& pmt, const char* note = "") {
-        const auto played = played_pmt(pmt.pmt.program_number);
-        const bool is_played = played != played_.pmts.end();
-        if (is_played && *played == pmt) return;
+        PmtOnPid* const played = find_pmt(played_.pmts, pmt.pmt.program_number);
+        if (played != nullptr && *played == pmt) return;
         const bool is_accepted = call(
             pmt_text(pmt.pmt.program_number, pmt.pid), pmt.pmt.version_number, "NewPMT",
             [&](Service& service) { return service.NewPMT(pmt.pmt, as_i16(pmt.pid)); },
             note);
         if (!is_accepted) return;
-        if (is_played) {
-            *played = pmt;
-        } else {
+        if (played == nullptr) {
             played_.pmts.push_back(pmt);
+        } else {
+            *played = pmt;
         }
     }
 
@@ -142,12 +152,6 @@ public:
     [[nodiscard]] const std::vector<std::string>& rejected() const { return rejected_; }
 
 private:
-    std::vector<PmtOnPid>::iterator played_pmt(std::int32_t service) {
-        return std::find_if(
-            played_.pmts.begin(), played_.pmts.end(),
-            [&](const PmtOnPid& pmt) { return pmt.pmt.program_number == service; });
-    }
-
     void clear_cat() {
         kestan_.call("ClearCAT", [](Service& service) { service.ClearCAT(); });
         on_air_.singles.erase(TableKind::kCat);
@@ -164,19 +168,9 @@ private:
             kestan.StopPMT(as_i16(service), as_i16(pid));
         });
         on_air_.pids_of.erase(service);
-        const auto played = played_pmt(service);
-        if (played != played_.pmts.end()) played_.pmts.erase(played);
-    }
-
-    template <typename Table>
-    void send_table(const std::string& what, const std::optional<Table>& table,
-                    std::optional<Table>& played, const char* method,
-                    std::int32_t (Service::*function)(const Table&)) {
-        if (table == played) return;
-        const bool is_accepted =
-            call(what, table->version_number, method,
-                 [&](Service& service) { return (service.*function)(*table); });
-        if (is_accepted) played = table;
+        const PmtOnPid* const played = find_pmt(played_.pmts, service);
+        if (played != nullptr)
+            played_.pmts.erase(played_.pmts.begin() + (played - played_.pmts.data()));
     }
 
     // Returns whether Kestan accepts the table.

@@ -4,13 +4,14 @@
 #include <optional>
 #include <stdexcept>
 
+#include "dvb/psi_si.h"
 #include "tools/json/multiplex_json.h"
 
 using nlohmann::json;
 
 namespace {
 
-constexpr std::int32_t kVersions = 32;  // ISO/IEC 13818-1, 2.4.4.5: 5 bits
+constexpr std::int32_t kVersions = kMaxVersionNumber + 1;
 
 // Returns the version that Kestan plays.
 std::int32_t played_version(std::int32_t version) {
@@ -23,22 +24,15 @@ bool has_same_content(Table one, const Table& other) {
     return one == other;
 }
 
-PmtOnPid* pmt_of(std::vector<PmtOnPid>& pmts, std::int32_t service) {
-    const auto found = std::find_if(pmts.begin(), pmts.end(), [&](const PmtOnPid& pmt) {
-        return pmt.pmt.program_number == service;
-    });
-    return found == pmts.end() ? nullptr : &*found;
-}
-
 // Returns whether `other` has each table that `tables` has.
-bool has_all_of(const Multiplex& tables, Multiplex& other) {
+bool has_all_of(const Multiplex& tables, const Multiplex& other) {
     bool has_all = true;
     for_each_single_table([&](TableKind, auto member) {
         if (tables.*member && !(other.*member)) has_all = false;
     });
     return has_all &&
            std::all_of(tables.pmts.begin(), tables.pmts.end(), [&](const PmtOnPid& pmt) {
-               return pmt_of(other.pmts, pmt.pmt.program_number) != nullptr;
+               return find_pmt(other.pmts, pmt.pmt.program_number) != nullptr;
            });
 }
 
@@ -80,12 +74,12 @@ std::vector<UnchangedVersion> VersionHistory::take(Multiplex& tables, bool raise
     for (std::size_t i = 0; i < tables.pmts.size(); ++i) {
         PmtOnPid& pmt = tables.pmts[i];
         const std::int32_t service = pmt.pmt.program_number;
-        if (pmt_of(written_.pmts, service) == nullptr) {
+        if (find_pmt(written_.pmts, service) == nullptr) {
             written_.pmts.push_back(pmt);
             sent_.pmts.push_back(pmt);
         }
-        take_one({TableKind::kPmt, i}, pmt.pmt, pmt_of(written_.pmts, service)->pmt,
-                 pmt_of(sent_.pmts, service)->pmt);
+        take_one({TableKind::kPmt, i}, pmt.pmt, find_pmt(written_.pmts, service)->pmt,
+                 find_pmt(sent_.pmts, service)->pmt);
     }
     return all_unchanged;
 }

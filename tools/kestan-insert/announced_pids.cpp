@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr std::uint16_t kFirstStreamPid = 0x0020;
-
 // ISO/IEC 13818-1, 2.4.4.8 and 2.6.16
 constexpr std::ptrdiff_t kPmtFixedSize = 4;  // PCR_PID, program_info_length
 constexpr std::size_t kCaFixedSize = 4;      // CA_system_id, CA_PID

@@ -28,47 +28,43 @@ std::uint8_t next_counter(std::uint8_t counter, const std::uint8_t* packet) {
 }  // namespace
 
 Inserter::Inserter(const std::set<std::uint16_t>& kept, std::int64_t now, Say say)
-    : say_(std::move(say)),
-      pid_use_(kept),
-      input_{"INPUT", "nothing leaves", record_.input, now},
-      tables_{"TABLES", "the tables of INPUT pass", record_.tables, now},
-      left_(kMaxPid + 1),
-      second_began_(now) {}
+    : say_(std::move(say)), pid_use_(kept), left_(kMaxPid + 1), second_began_(now) {
+    record_.input.last = record_.tables.last = now;
+}
 
-std::optional<DatagramPackets> Inserter::find(std::int64_t now, Source& source,
+std::optional<DatagramPackets> Inserter::find(std::int64_t now, StreamRecord& stream,
                                               const std::uint8_t* datagram,
                                               std::size_t size) {
-    if (source.is_silence_said) say_(fmt::format("{} comes", source.name));
-    source.is_silent = false;
-    source.is_silence_said = false;
-    source.last = now;
-    ++source.record.datagrams;
+    if (stream.is_silence_said)
+        say_(Severity::kInformation, fmt::format("{} comes", stream.name));
+    stream.is_silent = false;
+    stream.is_silence_said = false;
+    stream.last = now;
+    ++stream.datagrams;
     const auto packets = find_packets(datagram, size);
     if (packets) {
-        source.record.packets += packets->count;
-        source.record.in_rtp = packets->in_rtp;
+        stream.packets += packets->count;
+        stream.in_rtp = packets->in_rtp;
         return packets;
     }
-    ++source.record.malformed;
-    if (source.record.malformed == 1) {
-        say_(fmt::format("a datagram of {} is not made of whole transport packets",
-                         source.name));
-    }
+    ++stream.malformed;
+    warn_once(fmt::format("a datagram of {} is not made of whole transport packets",
+                          stream.name));
     return packets;
 }
 
 void Inserter::push_tables(std::int64_t now, const std::uint8_t* datagram,
                            std::size_t size) {
-    const auto packets = find(now, tables_, datagram, size);
+    const auto packets = find(now, record_.tables, datagram, size);
     if (!packets) ++record_.dropped.malformed;
     for (std::size_t i = 0; packets && i < packets->count; ++i) {
         push_table_packet(now, packets->packet(i));
     }
     if (pid_use_.do_pats_contradict()) {
-        say_once(pats_said_,
-                 "the PATs of INPUT and TABLES differ and have the same version_number: "
-                 "receivers that are tuned ignore the new one; raise the version_number "
-                 "of Kestan's tables");
+        warn_once(
+            "the PATs of INPUT and TABLES differ and have the same version_number: "
+            "receivers that are tuned ignore the new one; raise the version_number "
+            "of Kestan's tables");
     }
 }
 
@@ -79,15 +75,14 @@ void Inserter::push_table_packet(std::int64_t now, const std::uint8_t* packet) {
         ++record_.dropped.damaged;
     } else if (pid == kNullPid) {
         ++record_.dropped.null_packet;
-        say_once(null_packets_said_,
-                 "TABLES has null packets, which are dropped: is it Kestan's stream?");
+        warn_once("TABLES has null packets, which are dropped: is it Kestan's stream?");
     } else if (pid_use_.is_kept(pid)) {
         ++record_.kept_out;
     } else {
         pid_use_.note_tables(now, packet);
         if (is_repeat(packet) || !may_insert(now, pid)) return;
         ++table_packets_;
-        if (awaits_input()) return;
+        if (record_.input.is_silent) return;
         TablePacket& added = queue_.emplace_back();
         added.arrival = now;
         std::copy_n(packet, kTsPacketSize, added.bytes.begin());
@@ -115,13 +110,10 @@ bool Inserter::may_insert(std::int64_t now, std::uint16_t pid) {
     if (!pid_use_.is_stream(now, pid)) return true;
     ++record_.dropped.stream_pid;
     ++record_.pids[pid].dropped;
-    if (!stream_pids_said_[pid]) {
-        stream_pids_said_.set(pid);
-        say_(fmt::format(
-            "PID 0x{:04X} is that of a stream of INPUT: TABLES' packets on it "
-            "are dropped; give Kestan's table another PID",
-            pid));
-    }
+    warn_once(
+        fmt::format("PID 0x{:04X} is that of a stream of INPUT: TABLES' packets on it "
+                    "are dropped; give Kestan's table another PID",
+                    pid));
     return false;
 }
 
@@ -140,7 +132,7 @@ void Inserter::drop_old_queue(std::int64_t now) {
 std::optional<DatagramPackets> Inserter::fill(std::int64_t now, std::uint8_t* datagram,
                                               std::size_t size) {
     drop_old_queue(now);
-    const auto packets = find(now, input_, datagram, size);
+    const auto packets = find(now, record_.input, datagram, size);
     if (!packets) return packets;
     const bool is_late = packets->in_rtp && rtp_order_.is_late(datagram);
     for (std::size_t i = 0; i < packets->count; ++i) {
@@ -166,25 +158,18 @@ void Inserter::fill_slot(std::int64_t now, std::uint8_t* packet, bool is_late) {
     const std::uint16_t pid = pid_of(packet);
     ++slots_;
     if (pid != kNullPid) ++record_.pids[pid].replaced;
-    const auto next = is_late ? std::nullopt : next_table_packet(now);
-    if (next) {
-        insert(now, *next, packet);
-    } else if (pid != kNullPid) {
-        make_null_packet(packet);
-    }
+    const bool is_inserted = !is_late && insert_next(now, packet);
+    if (!is_inserted && pid != kNullPid) make_null_packet(packet);
 }
 
-std::optional<Inserter::TablePacket> Inserter::next_table_packet(std::int64_t now) {
-    while (!queue_.empty()) {
-        const TablePacket next = queue_.front();
+// Replaces `packet` by the next packet of TABLES. Returns false if there is none.
+bool Inserter::insert_next(std::int64_t now, std::uint8_t* packet) {
+    while (!queue_.empty() && !may_insert(now, pid_of(queue_.front().bytes.data())))
         queue_.pop_front();
-        if (may_insert(now, pid_of(next.bytes.data()))) return next;
-    }
-    return std::nullopt;
-}
-
-void Inserter::insert(std::int64_t now, const TablePacket& from, std::uint8_t* packet) {
-    std::copy(from.bytes.begin(), from.bytes.end(), packet);
+    if (queue_.empty()) return false;
+    const std::int64_t wait = now - queue_.front().arrival;
+    std::copy_n(queue_.front().bytes.begin(), kTsPacketSize, packet);
+    queue_.pop_front();
     const std::uint16_t pid = pid_of(packet);
     if (left_[pid]) {
         packet[3] = static_cast<std::uint8_t>((packet[3] & ~kContinuityMask) |
@@ -192,34 +177,36 @@ void Inserter::insert(std::int64_t now, const TablePacket& from, std::uint8_t* p
     }
     ++record_.inserted;
     ++record_.pids[pid].inserted;
-    record_.all_waits += now - from.arrival;
-    record_.longest_wait = std::max(record_.longest_wait, now - from.arrival);
+    record_.all_waits += wait;
+    record_.longest_wait = std::max(record_.longest_wait, wait);
+    return true;
 }
 
 void Inserter::advance(std::int64_t now) {
     const auto ms = static_cast<std::uint64_t>(
         std::max<std::int64_t>((now - second_began_) / kNsPerMs, 1));
     if (dropped_ != 0) {
-        say_(fmt::format(
-            "no room: {} packets of TABLES dropped; INPUT has {} null packets a "
-            "second (with the tables that Kestan replaces), TABLES needs {}: "
-            "raise the bit rate of INPUT",
-            dropped_, slots_ * 1000 / ms, table_packets_ * 1000 / ms));
+        say_(Severity::kWarning,
+             fmt::format(
+                 "no room: {} packets of TABLES dropped; INPUT has {} null packets a "
+                 "second (with the tables that Kestan replaces), TABLES needs {}: "
+                 "raise the bit rate of INPUT",
+                 dropped_, slots_ * 1000 / ms, table_packets_ * 1000 / ms));
     }
     second_began_ = now;
     slots_ = table_packets_ = dropped_ = 0;
-    notice_silence(now, input_);
-    notice_silence(now, tables_);
+    notice_silence(now, record_.input);
+    notice_silence(now, record_.tables);
 }
 
-void Inserter::notice_silence(std::int64_t now, Source& source) {
-    if (source.is_silence_said || now - source.last < kSilenceNs) return;
-    if (source.record.datagrams != 0) ++source.record.silences;
-    source.is_silent = source.is_silence_said = true;
-    say_(fmt::format("nothing has come from {} for 5 s: {}", source.name,
-                     source.consequence));
+void Inserter::notice_silence(std::int64_t now, StreamRecord& stream) {
+    if (stream.is_silence_said || now - stream.last < kSilenceNs) return;
+    if (stream.datagrams != 0) ++stream.silences;
+    stream.is_silent = stream.is_silence_said = true;
+    say_(Severity::kWarning, fmt::format("nothing has come from {} for 5 s: {}",
+                                         stream.name, stream.consequence));
 }
 
-void Inserter::say_once(bool& is_said, const std::string& message) {
-    if (!std::exchange(is_said, true)) say_(message);
+void Inserter::warn_once(const std::string& message) {
+    if (said_.insert(message).second) say_(Severity::kWarning, message);
 }

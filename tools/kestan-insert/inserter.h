@@ -2,7 +2,6 @@
 #define KESTAN_TOOLS_KESTAN_INSERT_INSERTER_H
 
 #include <array>
-#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -17,6 +16,7 @@
 #include "dvb/ts_packet.h"
 #include "tools/kestan-insert/insertion_record.h"
 #include "tools/kestan-insert/pid_use.h"
+#include "tools/model/severity.h"
 #include "tools/receive/continuity_check.h"
 #include "tools/receive/datagram_packets.h"
 #include "tools/receive/rtp_order.h"
@@ -33,7 +33,7 @@
 class Inserter {
 public:
     // Takes a message for the user, of one line.
-    using Say = std::function<void(const std::string& message)>;
+    using Say = std::function<void(Severity, const std::string& message)>;
 
     // INPUT's packets on the PIDs of `kept` pass, and TABLES' are dropped. REQUIRES: none
     // is that of null packets.
@@ -50,22 +50,9 @@ public:
     // Notices silences, and says whether there was room. Call it once a second.
     void advance(std::int64_t now);
 
-    // Returns whether the stream is silent or has not come yet.
-    [[nodiscard]] bool awaits_input() const { return input_.is_silent; }
-    [[nodiscard]] bool awaits_tables() const { return tables_.is_silent; }
-
     [[nodiscard]] const InsertionRecord& record() const { return record_; }
 
 private:
-    struct Source {
-        const char* name;
-        const char* consequence;  // of a silence
-        StreamRecord& record;
-        std::int64_t last;  // arrival, or the beginning of the run
-        bool is_silent = true;
-        bool is_silence_said = false;
-    };
-
     // What is known of a PID of TABLES, to find repeats and losses.
     struct TablePid {
         ContinuityCheck continuity;
@@ -77,7 +64,7 @@ private:
         std::array<std::uint8_t, kTsPacketSize> bytes;
     };
 
-    std::optional<DatagramPackets> find(std::int64_t now, Source& source,
+    std::optional<DatagramPackets> find(std::int64_t now, StreamRecord& stream,
                                         const std::uint8_t* datagram, std::size_t size);
     void push_table_packet(std::int64_t now, const std::uint8_t* packet);
     bool is_repeat(const std::uint8_t* packet);
@@ -85,16 +72,13 @@ private:
     void drop_old_queue(std::int64_t now);
     void take_packet(std::int64_t now, std::uint8_t* packet, bool is_late);
     void fill_slot(std::int64_t now, std::uint8_t* packet, bool is_late);
-    std::optional<TablePacket> next_table_packet(std::int64_t now);
-    void insert(std::int64_t now, const TablePacket& from, std::uint8_t* packet);
-    void notice_silence(std::int64_t now, Source& source);
-    void say_once(bool& is_said, const std::string& message);
+    bool insert_next(std::int64_t now, std::uint8_t* packet);
+    void notice_silence(std::int64_t now, StreamRecord& stream);
+    void warn_once(const std::string& message);
 
     Say say_;
     PidUse pid_use_;
     InsertionRecord record_;
-    Source input_;
-    Source tables_;
     RtpOrder rtp_order_;
     std::map<std::uint16_t, TablePid> table_pids_;
     std::deque<TablePacket> queue_;
@@ -106,9 +90,7 @@ private:
     std::uint64_t table_packets_ = 0;
     std::uint64_t dropped_ = 0;  // without room
 
-    std::bitset<kMaxPid + 1> stream_pids_said_;
-    bool null_packets_said_ = false;
-    bool pats_said_ = false;
+    std::set<std::string> said_;  // what is to be said only once
 };
 
 #endif

@@ -10,17 +10,19 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <limits>
 #include <set>
 #include <stdexcept>
 
 #include "dvb/nanoseconds.h"
+#include "tools/kestan-insert/report.h"
+#include "tools/service/diagnostics.h"
+#include "tools/service/program.h"
 #include "tools/service/service_manager.h"
 
 namespace {
 
-void say(const std::string& message) {
-    std::cerr << "kestan-insert: " + message + '\n';
+void say(Severity severity, const std::string& message) {
+    complain(severity, "kestan-insert: " + message);
 }
 
 bool are_equal(const std::string& one, const std::string& other) {
@@ -56,10 +58,7 @@ void Insertion::run(const volatile std::sig_atomic_t& stop_requested) {
     tell_service_manager();
     std::int64_t now = began_;
     std::int64_t next_second = now + kNsPerSecond;
-    const std::int64_t end =
-        options_.duration_s
-            ? now + static_cast<std::int64_t>(*options_.duration_s * kNsPerSecond)
-            : std::numeric_limits<std::int64_t>::max();
+    const std::int64_t end = end_of_run(now, options_.duration_s);
     while (stop_requested == 0 && !input_.is_over() && now < end) {
         wait(std::min(next_second, end) - now);
         now = steady_now_ns();
@@ -90,8 +89,8 @@ void Insertion::pass(std::int64_t now, std::uint8_t* datagram, std::size_t size)
     if (output_.send(datagram, size, packets)) return;
     ++unsent_;
     if (unsent_ > 1) return;
-    say(fmt::format("cannot send to {}: {}; going on", options_.output,
-                    std::strerror(errno)));
+    say(Severity::kError, fmt::format("cannot send to {}: {}; going on", options_.output,
+                                      std::strerror(errno)));
 }
 
 void Insertion::every_second(std::int64_t now) {
@@ -104,10 +103,11 @@ void Insertion::every_second(std::int64_t now) {
 void Insertion::say_losses() {
     const std::uint64_t lost = input_.lost() + std::uint64_t{tables_.lost()};
     if (lost != losses_said_) {
-        say(fmt::format(
-            "receive buffer full: {} datagrams of INPUT and {} of TABLES lost "
-            "so far; raise the sysctl net.core.rmem_max",
-            input_.lost(), tables_.lost()));
+        say(Severity::kWarning,
+            fmt::format(
+                "receive buffer full: {} datagrams of INPUT and {} of TABLES lost "
+                "so far; raise the sysctl net.core.rmem_max",
+                input_.lost(), tables_.lost()));
     }
     losses_said_ = lost;
 }
@@ -115,7 +115,7 @@ void Insertion::say_losses() {
 void Insertion::show_progress() {
     const bool is_piped = options_.output == kPipe;
     if (isatty(is_piped ? STDERR_FILENO : STDOUT_FILENO) == 0) return;
-    const Report now = report();
+    const InsertionRecord now = record();
     (is_piped ? std::cerr : std::cout)
         << progress_line(second_before_, now) << std::flush;
     second_before_ = now;
@@ -123,20 +123,20 @@ void Insertion::show_progress() {
 
 void Insertion::tell_service_manager() {
     std::string status = "inserting";
-    if (inserter_.awaits_tables()) status = "waiting for TABLES at " + options_.tables;
-    if (inserter_.awaits_input()) status = "waiting for INPUT at " + options_.input;
+    if (inserter_.record().tables.is_silent)
+        status = "waiting for TABLES at " + options_.tables;
+    if (inserter_.record().input.is_silent)
+        status = "waiting for INPUT at " + options_.input;
     if (status == status_) return;
     status_ = status;
     notify_service_manager("STATUS=" + status);
 }
 
-Report Insertion::report() const {
-    Report report;
-    report.duration_s =
-        static_cast<double>(steady_now_ns() - began_) / static_cast<double>(kNsPerSecond);
-    report.record = inserter_.record();
-    report.input_lost_here = input_.lost();
-    report.tables_lost_here = tables_.lost();
-    report.unsent = unsent_;
-    return report;
+InsertionRecord Insertion::record() const {
+    InsertionRecord record = inserter_.record();
+    record.duration = steady_now_ns() - began_;
+    record.input.lost_here = input_.lost();
+    record.tables.lost_here = tables_.lost();
+    record.unsent = unsent_;
+    return record;
 }

@@ -8,9 +8,9 @@
 
 #include "tools/kestan-insert/input.h"
 #include "tools/kestan-insert/inserter.h"
+#include "tools/kestan-insert/insertion_record.h"
 #include "tools/kestan-insert/options.h"
 #include "tools/kestan-insert/output.h"
-#include "tools/kestan-insert/report.h"
 #include "tools/receive/udp_receiver.h"
 
 // One run of the program: waits for both streams and sends each datagram of INPUT on as
@@ -24,8 +24,8 @@ public:
     // standard input ends. Throws std::system_error if a stream fails.
     void run(const volatile std::sig_atomic_t& stop_requested);
 
-    // Returns the report of the run so far.
-    [[nodiscard]] Report report() const;
+    // Returns the record of the run so far.
+    [[nodiscard]] InsertionRecord record() const;
 
 private:
     void wait(std::int64_t timeout_ns);
@@ -43,8 +43,8 @@ private:
     Inserter inserter_;
     std::uint64_t unsent_ = 0;
     std::uint64_t losses_said_ = 0;
-    std::string status_;    // as the service manager has it
-    Report second_before_;  // of the line of progress
+    std::string status_;             // as the service manager has it
+    InsertionRecord second_before_;  // of the line of progress
 };
 
 #endif

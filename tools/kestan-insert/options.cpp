@@ -4,11 +4,10 @@
 
 #include "dvb/psi_si.h"
 #include "tools/json/number_text.h"
+#include "tools/service/program.h"
 
 namespace {
 
-constexpr double kShortestRunS = 0.1;
-constexpr double kLongestRunS = 1e8;
 constexpr int kMaxTtl = 255;
 
 constexpr const char* kFooter =
@@ -47,9 +46,7 @@ void add_options(CLI::App& app, Options& options) {
                    "Network interface through which OUTPUT leaves");
     app.add_option("--ttl", options.ttl, "Time to live of OUTPUT (default: 1)")
         ->check(CLI::Range(1, kMaxTtl));
-    app.add_option("-d,--duration", options.duration_s,
-                   "Seconds to run (default: no end)")
-        ->check(CLI::Range(kShortestRunS, kLongestRunS));
+    add_duration(app, options.duration_s, "Seconds to run (default: no end)");
     app.add_flag("--json", options.json, "Report in JSON, at the end");
     app.add_option("--keep", options.kept,
                    "PID on which INPUT's packets pass and Kestan's are dropped; can be "

@@ -12,59 +12,55 @@
 
 namespace {
 
-double to_ms(double ns) {
-    return ns / static_cast<double>(kNsPerMs);
+double to_ms(std::int64_t ns) {
+    return static_cast<double>(ns) / static_cast<double>(kNsPerMs);
+}
+
+double to_seconds(std::int64_t ns) {
+    return static_cast<double>(ns) / static_cast<double>(kNsPerSecond);
 }
 
 double mean_wait_ms(const InsertionRecord& record) {
     const auto count = static_cast<double>(std::max<std::uint64_t>(record.inserted, 1));
-    return to_ms(static_cast<double>(record.all_waits)) / count;
+    return to_ms(record.all_waits) / count;
 }
 
-double longest_wait_ms(const InsertionRecord& record) {
-    return to_ms(static_cast<double>(record.longest_wait));
+double null_packets_per_second(const InsertionRecord& record) {
+    return static_cast<double>(record.null_packets_left) / to_seconds(record.duration);
 }
 
-double null_packets_per_second(const Report& report) {
-    return static_cast<double>(report.record.null_packets_left) / report.duration_s;
-}
-
-std::string stream_line(const char* name, const StreamRecord& stream,
-                        std::uint64_t lost_here) {
+std::string stream_line(const StreamRecord& stream) {
     if (stream.datagrams == 0)
-        return fmt::format("  {:<10} no datagram has been received\n", name);
+        return fmt::format("  {:<10} no datagram has been received\n", stream.name);
     return fmt::format(
         "  {:<10} {} datagrams{}, {} packets; {} malformed, {} lost here, {} silences\n",
-        name, stream.datagrams, stream.in_rtp ? " in RTP" : "", stream.packets,
-        stream.malformed, lost_here, stream.silences);
+        stream.name, stream.datagrams, stream.in_rtp ? " in RTP" : "", stream.packets,
+        stream.malformed, stream.lost_here, stream.silences);
 }
 
-nlohmann::ordered_json stream_json(const StreamRecord& stream, std::uint64_t lost_here) {
-    return {{"datagrams", stream.datagrams}, {"packets", stream.packets},
-            {"rtp", stream.in_rtp},          {"malformed_datagrams", stream.malformed},
-            {"lost_datagrams", lost_here},   {"silences", stream.silences}};
+nlohmann::ordered_json stream_json(const StreamRecord& stream) {
+    return {{"datagrams", stream.datagrams},
+            {"packets", stream.packets},
+            {"rtp", stream.in_rtp},
+            {"malformed_datagrams", stream.malformed},
+            {"lost_datagrams", stream.lost_here},
+            {"silences", stream.silences}};
 }
 
 }  // namespace
 
-bool Report::is_in_order() const {
-    return record.input.datagrams != 0 && record.tables.datagrams != 0 &&
-           record.dropped.total() == 0 && record.lost == 0 && input_lost_here == 0 &&
-           tables_lost_here == 0 && unsent == 0;
-}
-
-std::string text_report(const Report& report) {
-    const InsertionRecord& record = report.record;
+std::string text_report(const InsertionRecord& record) {
     const DropRecord& dropped = record.dropped;
-    std::string text = fmt::format("kestan-insert, {:.1f} s\n\n", report.duration_s);
-    text += stream_line("INPUT", record.input, report.input_lost_here);
-    text += stream_line("TABLES", record.tables, report.tables_lost_here);
+    std::string text =
+        fmt::format("kestan-insert, {:.1f} s\n\n", to_seconds(record.duration));
+    text += stream_line(record.input);
+    text += stream_line(record.tables);
     text += fmt::format(
         "  OUTPUT     {} datagrams could not be sent; {:.1f} null packets/s left\n",
-        report.unsent, null_packets_per_second(report));
+        record.unsent, null_packets_per_second(record));
     text += fmt::format(
         "  inserted   {} packets, after {:.1f} ms on average, {:.1f} ms at most\n",
-        record.inserted, mean_wait_ms(record), longest_wait_ms(record));
+        record.inserted, mean_wait_ms(record), to_ms(record.longest_wait));
     text += fmt::format(
         "  dropped    {} packets without room, {} on PIDs of streams, {} null packets, "
         "{} damaged; {} kept out\n",
@@ -81,8 +77,7 @@ std::string text_report(const Report& report) {
     return text;
 }
 
-std::string json_report(const Report& report) {
-    const InsertionRecord& record = report.record;
+std::string json_report(const InsertionRecord& record) {
     nlohmann::ordered_json pids = nlohmann::ordered_json::array();
     for (const auto& [number, pid] : record.pids) {
         pids.push_back({{"pid", pid_text(number)},
@@ -92,14 +87,15 @@ std::string json_report(const Report& report) {
                         {"lost", pid.lost}});
     }
     const nlohmann::ordered_json json = {
-        {"duration_s", report.duration_s},
-        {"in_order", report.is_in_order()},
-        {"input", stream_json(record.input, report.input_lost_here)},
-        {"tables", stream_json(record.tables, report.tables_lost_here)},
-        {"unsent_datagrams", report.unsent},
-        {"null_packets_per_second", null_packets_per_second(report)},
+        {"duration_s", to_seconds(record.duration)},
+        {"in_order", record.is_in_order()},
+        {"input", stream_json(record.input)},
+        {"tables", stream_json(record.tables)},
+        {"unsent_datagrams", record.unsent},
+        {"null_packets_per_second", null_packets_per_second(record)},
         {"inserted", record.inserted},
-        {"wait_ms", {{"mean", mean_wait_ms(record)}, {"max", longest_wait_ms(record)}}},
+        {"wait_ms",
+         {{"mean", mean_wait_ms(record)}, {"max", to_ms(record.longest_wait)}}},
         {"dropped",
          {{"no_room", record.dropped.no_room},
           {"stream_pid", record.dropped.stream_pid},
@@ -112,17 +108,16 @@ std::string json_report(const Report& report) {
     return json.dump(2) + '\n';
 }
 
-std::string progress_line(const Report& before, const Report& now) {
-    const InsertionRecord& from = before.record;
-    const InsertionRecord& to = now.record;
-    const double seconds = std::max(now.duration_s - before.duration_s, 1e-3);
+std::string progress_line(const InsertionRecord& before, const InsertionRecord& now) {
+    const double seconds = std::max(to_seconds(now.duration - before.duration), 1e-3);
     const auto rate = [&](std::uint64_t earlier, std::uint64_t later) {
         return static_cast<double>(later - earlier) / seconds;
     };
     return fmt::format(
         "{:7.0f} s  INPUT {:.0f} packets/s, {:.0f} inserted/s, {:.0f} null packets/s "
         "left; {} dropped, {} lost\n",
-        now.duration_s, rate(from.input.packets, to.input.packets),
-        rate(from.inserted, to.inserted),
-        rate(from.null_packets_left, to.null_packets_left), to.dropped.total(), to.lost);
+        to_seconds(now.duration), rate(before.input.packets, now.input.packets),
+        rate(before.inserted, now.inserted),
+        rate(before.null_packets_left, now.null_packets_left), now.dropped.total(),
+        now.lost);
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <limits>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -13,6 +12,7 @@
 #include "tools/kestan-monitor/expected_tables.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
 #include "tools/kestan-monitor/report/metrics.h"
+#include "tools/service/program.h"
 
 namespace {
 
@@ -61,19 +61,18 @@ void Monitor::start_plot() {
     });
 }
 
-void Monitor::run(Requests& requests) {
+void Monitor::run(const volatile std::sig_atomic_t& stop_requested,
+                  volatile std::sig_atomic_t& reload_requested) {
     if (has_display(options_)) screen_.emplace();
     std::int64_t now = steady_now_ns();
     std::int64_t refresh = now + kNsPerSecond;
-    const std::int64_t end = options_.duration_s
-                                 ? now + to_ns(*options_.duration_s)
-                                 : std::numeric_limits<std::int64_t>::max();
+    const std::int64_t end = end_of_run(now, options_.duration_s);
     std::int64_t complete_until = now;
-    while (requests.stop == 0 && !quit_ && now < end) {
+    while (stop_requested == 0 && !quit_ && now < end) {
         complete_until = receive(std::min(refresh, end) - now);
         now = steady_now_ns();
-        if (requests.reload != 0) {
-            requests.reload = 0;
+        if (reload_requested != 0) {
+            reload_requested = 0;
             read_expected_again();
         }
         if (screen_) look_at_terminal();

@@ -19,12 +19,6 @@
 #include "tools/receive/packet_recorder.h"
 #include "tools/receive/udp_receiver.h"
 
-// What signals ask of a run: their handlers set the numbers to 1.
-struct Requests {
-    volatile std::sig_atomic_t stop = 0;
-    volatile std::sig_atomic_t reload = 0;  // of the files of tables
-};
-
 // Returns whether the report is shown on a terminal in place.
 [[nodiscard]] bool has_display(const Options& options);
 
@@ -36,10 +30,12 @@ public:
     // std::runtime_error if it cannot receive or cannot write a file.
     Monitor(const Options& options, std::optional<Multiplex> expected);
 
-    // Runs for the duration of the options, or until a stop is requested or the user ends
-    // it. A file that cannot be written does not end the run: standard error says so
-    // once. Throws std::runtime_error.
-    void run(Requests& requests);
+    // Runs for the duration of the options, or until `stop_requested` is not 0 or the
+    // user ends it. Reads the files of tables again when `reload_requested` is not 0, and
+    // resets it. A file that cannot be written does not end the run: standard error says
+    // so once. Throws std::runtime_error.
+    void run(const volatile std::sig_atomic_t& stop_requested,
+             volatile std::sig_atomic_t& reload_requested);
 
     // Returns whether a file could not be written at any time, even if it could later.
     [[nodiscard]] bool has_lost_output() const { return !unwritten_.empty(); }

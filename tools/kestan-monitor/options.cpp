@@ -3,11 +3,10 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/kestan-monitor/accepted_faults.h"
+#include "tools/service/program.h"
 
 namespace {
 
-constexpr double kShortestRunS = 0.1;
-constexpr double kLongestRunS = 1e8;
 constexpr double kGreatestToleranceS = 1e8;
 
 constexpr const char* kFooter =
@@ -53,9 +52,7 @@ void add_options(CLI::App& app, Options& options) {
         ->required();
     app.add_option("-i,--interface", options.interface,
                    "Network interface through which the stream comes in");
-    app.add_option("-d,--duration", options.duration_s,
-                   "Seconds to measure (default: no end)")
-        ->check(CLI::Range(kShortestRunS, kLongestRunS));
+    add_duration(app, options.duration_s, "Seconds to measure (default: no end)");
     app.add_flag("--json", options.json, "Report in JSON, at the end");
     app.add_flag("--check", options.check,
                  "Exit status 1 for a stream outside the limits");

@@ -1,6 +1,7 @@
 #ifndef KESTAN_TOOLS_MODEL_MULTIPLEX_H
 #define KESTAN_TOOLS_MODEL_MULTIPLEX_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -47,6 +48,15 @@ void for_each_single_table(Visit visit) {
     visit(TableKind::kSdt, &Multiplex::sdt);
 }
 
+// Returns a pointer to the PMT of a service, or null if it is not among `pmts`.
+template <typename Pmts>
+[[nodiscard]] auto find_pmt(Pmts& pmts, std::int32_t service) {
+    const auto found = std::find_if(pmts.begin(), pmts.end(), [&](const PmtOnPid& pmt) {
+        return pmt.pmt.program_number == service;
+    });
+    return found == pmts.end() ? nullptr : &*found;
+}
+
 // Calls visit(place, table) for each table that the multiplex has.
 template <typename Visit>
 void for_each_table(const Multiplex& multiplex, Visit visit) {
@@ -57,6 +67,12 @@ void for_each_table(const Multiplex& multiplex, Visit visit) {
     for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
         visit(TablePlace{TableKind::kPmt, i}, multiplex.pmts[i].pmt);
     }
+}
+
+[[nodiscard]] inline std::size_t table_count(const Multiplex& multiplex) {
+    std::size_t count = 0;
+    for_each_table(multiplex, [&](TablePlace, const auto&) { ++count; });
+    return count;
 }
 
 #endif

@@ -9,14 +9,17 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
+// The PAT and the CAT are one table each, whatever their table_id_extension is. A table
+// of service information has a sub-table for each table_id_extension (ETSI EN 300 468,
+// 5.1.1), and table_ids from here on (table 2).
+constexpr std::uint8_t kFirstSiTableId = 0x40;
+
 // Adds the section. If it was the one that was missing of its version, decodes the table
 // into `found`; returns whether it has.
 template <typename Table>
-bool add(SectionSet& sections, const Section& section, std::optional<Table>& found,
-         std::optional<Table> (*decode)(const SectionSet&)) {
-    if (sections.add(section) != SectionSet::Change::kAdded || !sections.is_complete())
-        return false;
-    std::optional<Table> table = decode(sections);
+bool add(SectionSet& sections, const Section& section, std::optional<Table>& found) {
+    if (sections.add(section) != SectionSet::Change::kAdded) return false;
+    std::optional<Table> table = decode_table<Table>(sections);
     if (!table) return false;
     found.swap(table);
     return true;
@@ -27,21 +30,24 @@ bool add(SectionSet& sections, const Section& section, std::optional<Table>& fou
 void TableCollector::push(std::uint16_t pid, const Section& section) {
     if (!section.is_long() || !section.is_valid()) return;
     const std::uint8_t table_id = section.table_id();
-    if (pid == kPatPid && table_id == kPatTableId) {
-        if (add(pat_, section, found_.pat, &decode_pat)) follow_pat();
-    } else if (pid == kCatPid && table_id == kCatTableId) {
-        add(cat_, section, found_.cat, &decode_cat);
-    } else if (pid == kSdtPid && table_id == kSdtActualTableId) {
-        add(sdts_[section.extension()], section, found_.sdt, &decode_sdt);
-    } else if (table_id == kPmtTableId) {
-        const auto pmt = pmts_.find({pid, section.extension()});
-        if (pmt == pmts_.end()) return;
-        add(pmt->second.sections, section, pmt->second.table, &decode_pmt);
-    }
+    if (table_id == kPmtTableId) push_pmt(pid, section);
+    for_each_single_table([&](TableKind kind, auto member) {
+        if (table_info(kind).pid != pid || table_info(kind).table_id != table_id) return;
+        const std::uint16_t sub_table =
+            table_id < kFirstSiTableId ? std::uint16_t{0} : section.extension();
+        const bool is_new = add(single_[{kind, sub_table}], section, found_.*member);
+        if (is_new && kind == TableKind::kPat) follow_pat();
+    });
+}
+
+void TableCollector::push_pmt(std::uint16_t pid, const Section& section) {
+    const auto pmt = pmts_.find({pid, section.extension()});
+    if (pmt != pmts_.end()) add(pmt->second.sections, section, pmt->second.table);
 }
 
 bool TableCollector::follows(std::uint16_t pid) const {
-    if (pid == kPatPid || pid == kCatPid || pid == kSdtPid) return true;
+    const TableInfo* const table = table_on(pid);
+    if (table != nullptr && table->key != nullptr) return true;
     const auto pmt = pmts_.lower_bound({pid, 0});
     return pmt != pmts_.end() && pmt->first.first == pid;
 }

@@ -9,8 +9,8 @@
 #include "tools/model/multiplex.h"
 #include "tools/receive/section_set.h"
 
-// Finds the PAT, the CAT, the SDT actual and the PMTs among the sections of a transport
-// stream. A table counts as found when all sections of its version have come. One thread.
+// Finds the tables of a multiplex among the sections of a transport stream. A table
+// counts as found when all sections of its version have come. One thread.
 class TableCollector {
 public:
     // Takes the next section of `pid`. Skips those that are not valid and those of other
@@ -35,12 +35,12 @@ private:
         std::optional<orvel::thrift::dvb_tables::PMT> table;
     };
 
+    void push_pmt(std::uint16_t pid, const Section& section);
     void follow_pat();
 
     Multiplex found_;  // without its PMTs
-    SectionSet pat_;
-    SectionSet cat_;
-    std::map<std::uint16_t, SectionSet> sdts_;  // by transport_stream_id
+    // The sections of these, by table and by table_id_extension if it has sub-tables.
+    std::map<std::pair<TableKind, std::uint16_t>, SectionSet> single_;
     std::map<std::pair<std::uint16_t, std::uint16_t>, Pmt> pmts_;  // by PID, service_id
 };
 

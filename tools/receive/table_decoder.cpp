@@ -101,42 +101,81 @@ SectionsPtr to_dvbpsi(const Section& from, std::size_t number, std::size_t last_
     return to;
 }
 
-template <auto Detach>
-struct DecoderDeleter {
+// Called by libdvbpsi with each table that it has decoded.
+template <typename Table, auto Delete, typename Decoded>
+void store(void* found, Decoded* decoded) {
+    const DvbpsiOwner<Decoded, Delete> owner(decoded);
+    *static_cast<std::optional<Table>*>(found) = to_thrift(*decoded);
+}
+
+// A decoder of libdvbpsi: how to attach it to a handle, and how to detach it. It stores
+// the table in `found`. `id` is the table_id_extension.
+template <typename Table, auto Attach, auto Detach, auto Delete>
+struct PsiDecoder {
+    static bool attach(dvbpsi_t* handle, std::uint16_t /*id*/, void* found) {
+        return Attach(handle, &store<Table, Delete>, found);
+    }
+    static constexpr auto detach = Detach;
+};
+
+// One for tables of service information, which is one of a demultiplexer's.
+template <typename Table, std::uint8_t TableId, auto Attach, auto Delete>
+struct SiDecoder {
+    static bool attach(dvbpsi_t* handle, std::uint16_t id, void* found) {
+        const auto ignore = [](dvbpsi_t*, std::uint8_t, std::uint16_t, void*) {};
+        return dvbpsi_AttachDemux(handle, ignore, nullptr) &&
+               Attach(handle, TableId, id, &store<Table, Delete>, found);
+    }
+    static constexpr auto detach = dvbpsi_DetachDemux;
+};
+
+template <typename Table>
+struct Decoder;
+template <>
+struct Decoder<PAT>
+    : PsiDecoder<PAT, dvbpsi_pat_attach, dvbpsi_pat_detach, dvbpsi_pat_delete> {};
+template <>
+struct Decoder<CAT>
+    : PsiDecoder<CAT, dvbpsi_cat_attach, dvbpsi_cat_detach, dvbpsi_cat_delete> {};
+template <>
+struct Decoder<SDT>
+    : SiDecoder<SDT, kSdtActualTableId, dvbpsi_sdt_attach, dvbpsi_sdt_delete> {};
+template <>
+struct Decoder<PMT> {
+    static bool attach(dvbpsi_t* handle, std::uint16_t id, void* found) {
+        return dvbpsi_pmt_attach(handle, id, &store<PMT, dvbpsi_pmt_delete>, found);
+    }
+    static constexpr auto detach = dvbpsi_pmt_detach;
+};
+
+template <typename Table>
+struct HandleDeleter {
     void operator()(dvbpsi_t* handle) const noexcept {
-        if (dvbpsi_decoder_present(handle)) Detach(handle);
+        if (dvbpsi_decoder_present(handle)) Decoder<Table>::detach(handle);
         dvbpsi_delete(handle);
     }
 };
 
-// Gives all sections of a table to the decoder that `attach` adds to a handle. libdvbpsi
-// takes packets alone: the sections enter where it hands over one that it has assembled.
-template <auto Detach, typename Attach>
-void decode(const std::vector<Section>& sections, const Attach& attach) {
-    const std::unique_ptr<dvbpsi_t, DecoderDeleter<Detach>> handle(
+// Decodes a table of these sections. libdvbpsi takes packets alone: the sections enter
+// where it hands over one that it has assembled.
+template <typename Table>
+std::optional<Table> decode_together(const std::vector<Section>& sections) {
+    std::optional<Table> found;
+    const std::unique_ptr<dvbpsi_t, HandleDeleter<Table>> handle(
         dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
-    if (!handle || !attach(handle.get())) throw std::bad_alloc();
+    if (!handle || !Decoder<Table>::attach(handle.get(), sections[0].extension(), &found))
+        throw std::bad_alloc();
     for (std::size_t i = 0; i < sections.size(); ++i) {
-        if (sections[i].size() > kMaxSectionSize) return;
+        if (sections[i].size() > kMaxSectionSize) return std::nullopt;
         handle->p_decoder->pf_gather(
             handle.get(), to_dvbpsi(sections[i], i, sections.size() - 1).release());
     }
+    return found;
 }
 
-// Called by libdvbpsi with each table that it has decoded.
-template <typename Owner, typename Table>
-void store(void* found, typename Owner::pointer decoded) {
-    const Owner owner(decoded);
-    *static_cast<std::optional<Table>*>(found) = to_thrift(*owner);
-}
-
-// Returns whether the program_info_length (ISO/IEC 13818-1, 2.4.4.8) fits. libdvbpsi
-// trusts it and would read past the end of the section.
-bool has_room_for_program_info(const Section& pmt) {
-    constexpr std::size_t fixed_fields = 4;
-    const std::uint8_t* const body = pmt.body();
-    return pmt.body_size() >= fixed_fields &&
-           fixed_fields + ((body[2] & 0x0FU) << 8 | body[3]) <= pmt.body_size();
+template <typename Table>
+std::optional<Table> decode(const std::vector<Section>& sections) {
+    return decode_together<Table>(sections);
 }
 
 // libdvbpsi does not hand over a PAT without programs.
@@ -148,22 +187,18 @@ PAT pat_without_programs(const Section& section) {
     return pat;
 }
 
-}  // namespace
-
-// Each section is decoded as a table of its own: libdvbpsi walks the programs of a table
-// to append one.
-std::optional<PAT> decode_pat(const SectionSet& table) {
+// Decodes each section as a table of its own: libdvbpsi walks the programs of a table to
+// append one.
+template <>
+std::optional<PAT> decode(const std::vector<Section>& sections) {
     std::optional<PAT> pat;
-    if (!table.is_complete()) return pat;
-    for (const Section& section : table.sections()) {
-        std::optional<PAT> part;
-        decode<dvbpsi_pat_detach>({section}, [&](dvbpsi_t* handle) {
-            return dvbpsi_pat_attach(handle, &store<PatPtr, PAT>, &part);
-        });
-        if (section.body_size() == 0) part = pat_without_programs(section);
+    for (const Section& section : sections) {
+        const bool has_programs = section.body_size() != 0;
+        const auto part = has_programs ? decode_together<PAT>({section})
+                                       : pat_without_programs(section);
         if (!part) return std::nullopt;
         if (!pat) {
-            pat.swap(part);
+            pat = part;
         } else if (part->transport_stream_id == pat->transport_stream_id) {
             pat->programs.insert(pat->programs.end(), part->programs.begin(),
                                  part->programs.end());
@@ -174,38 +209,31 @@ std::optional<PAT> decode_pat(const SectionSet& table) {
     return pat;
 }
 
-std::optional<CAT> decode_cat(const SectionSet& table) {
-    std::optional<CAT> cat;
-    if (!table.is_complete()) return cat;
-    decode<dvbpsi_cat_detach>(table.sections(), [&](dvbpsi_t* handle) {
-        return dvbpsi_cat_attach(handle, &store<CatPtr, CAT>, &cat);
-    });
-    return cat;
+// Returns whether the program_info_length (ISO/IEC 13818-1, 2.4.4.8) fits. libdvbpsi
+// trusts it and would read past the end of the section.
+bool has_room_for_program_info(const Section& pmt) {
+    constexpr std::size_t fixed_fields = 4;
+    const std::uint8_t* const body = pmt.body();
+    return pmt.body_size() >= fixed_fields &&
+           fixed_fields + ((body[2] & 0x0FU) << 8 | body[3]) <= pmt.body_size();
 }
 
-std::optional<SDT> decode_sdt(const SectionSet& table) {
-    std::optional<SDT> sdt;
-    if (!table.is_complete()) return sdt;
-    const std::vector<Section> sections = table.sections();
-    decode<dvbpsi_DetachDemux>(sections, [&](dvbpsi_t* handle) {
-        return dvbpsi_AttachDemux(
-                   handle, [](dvbpsi_t*, std::uint8_t, std::uint16_t, void*) {},
-                   nullptr) &&
-               dvbpsi_sdt_attach(handle, kSdtActualTableId, sections[0].extension(),
-                                 &store<SdtPtr, SDT>, &sdt);
-    });
-    return sdt;
+template <>
+std::optional<PMT> decode(const std::vector<Section>& sections) {
+    if (!std::all_of(sections.begin(), sections.end(), has_room_for_program_info))
+        return std::nullopt;
+    return decode_together<PMT>(sections);
 }
 
-std::optional<PMT> decode_pmt(const SectionSet& table) {
-    std::optional<PMT> pmt;
-    if (!table.is_complete()) return pmt;
-    const std::vector<Section> sections = table.sections();
-    if (!std::all_of(sections.begin(), sections.end(), &has_room_for_program_info))
-        return pmt;
-    decode<dvbpsi_pmt_detach>(sections, [&](dvbpsi_t* handle) {
-        return dvbpsi_pmt_attach(handle, sections[0].extension(), &store<PmtPtr, PMT>,
-                                 &pmt);
-    });
-    return pmt;
+}  // namespace
+
+template <typename Table>
+std::optional<Table> decode_table(const SectionSet& sections) {
+    if (!sections.is_complete()) return std::nullopt;
+    return decode<Table>(sections.sections());
 }
+
+template std::optional<PAT> decode_table(const SectionSet& sections);
+template std::optional<CAT> decode_table(const SectionSet& sections);
+template std::optional<SDT> decode_table(const SectionSet& sections);
+template std::optional<PMT> decode_table(const SectionSet& sections);

@@ -55,9 +55,10 @@ void import_sections(const Bytes& bytes, TableImport& import) {
     const std::vector<Section> sections = sections_in(bytes, import);
     import.sections = sections.size();
     for (const Section& section : sections) {
-        if (section.table_id() == kPatTableId) collector.push(kPatPid, section);
-        if (section.table_id() == kCatTableId) collector.push(kCatPid, section);
-        if (section.table_id() == kSdtActualTableId) collector.push(kSdtPid, section);
+        for_each_single_table([&](TableKind kind, auto) {
+            const TableInfo& table = table_info(kind);
+            if (table.table_id == section.table_id()) collector.push(*table.pid, section);
+        });
     }
     std::map<std::int32_t, std::uint16_t> pmt_pids;  // by service_id, from the last PAT
     if (collector.pat()) {

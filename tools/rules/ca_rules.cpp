@@ -39,17 +39,13 @@ void check_ca_on_reserved_pid(const TableIndex& tables, RuleReport& report) {
 }
 
 void check_emm_on_pmt_pid(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
     std::map<std::int32_t, std::int32_t> services;  // by the PID of their PMT
-    for (const PmtOnPid& pmt : multiplex.pmts) {
+    for (const PmtOnPid& pmt : tables.tables().pmts)
         services.emplace(pmt.pid, pmt.pmt.program_number);
-    }
-    if (multiplex.pat) {
-        for (const PATProgram& program : multiplex.pat->programs) {
-            if (program.program_number == 0) continue;
+    tables.for_each_program([&](std::size_t, const PATProgram& program) {
+        if (program.program_number != 0)
             services.emplace(program.pid, program.program_number);
-        }
-    }
+    });
     for_each_ca_pid(tables, [&](TablePlace place, const std::string& field,
                                 std::int32_t pid, const std::string& what) {
         const auto pmt = services.find(pid);
@@ -65,11 +61,10 @@ void check_emm_on_pmt_pid(const TableIndex& tables, RuleReport& report) {
 
 void check_ca_on_stream_pid(const TableIndex& tables, RuleReport& report) {
     std::map<std::int32_t, std::int32_t> services;  // by the PIDs of their streams
-    for (const PmtOnPid& pmt : tables.tables().pmts) {
-        for (const PMTStream& stream : pmt.pmt.streams) {
-            services.emplace(stream.elementary_pid, pmt.pmt.program_number);
-        }
-    }
+    tables.for_each_stream(
+        [&](TablePlace, const PMT& pmt, std::size_t, const PMTStream& stream) {
+            services.emplace(stream.elementary_pid, pmt.program_number);
+        });
     for_each_ca_pid(tables, [&](TablePlace place, const std::string& field,
                                 std::int32_t pid, const std::string& what) {
         const auto stream = services.find(pid);
@@ -83,41 +78,31 @@ void check_ca_on_stream_pid(const TableIndex& tables, RuleReport& report) {
 }
 
 void check_ca_system_not_in_cat(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
     std::set<std::uint16_t> systems;
-    if (multiplex.cat) {
-        for (const Descriptor& descriptor : multiplex.cat->descriptors) {
+    tables.for_each_descriptor(
+        [&](TablePlace place, const std::string& field, const Descriptor& descriptor) {
             const auto ca = ca_descriptor(descriptor);
-            if (ca) systems.insert(ca->system_id);
-        }
-    }
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        tables.for_each_descriptor_of_pmt(
-            i, [&](TablePlace place, const std::string& field, const Descriptor& found) {
-                const auto ca = ca_descriptor(found);
-                if (!ca || systems.count(ca->system_id) != 0) return;
-                report.add(place, field,
-                           (multiplex.cat ? "the CAT has no entry for CA system "
-                                          : "there is no CAT for CA system ") +
-                               hex_number(ca->system_id, 4) +
-                               ": receivers get no entitlements for it");
-            });
-    }
+            if (ca && place.kind == TableKind::kCat) systems.insert(ca->system_id);
+            const bool is_in_pmt = place.kind == TableKind::kPmt;  // after the CAT
+            if (!ca || !is_in_pmt || systems.count(ca->system_id) != 0) return;
+            report.add(place, field,
+                       (tables.tables().cat ? "the CAT has no entry for CA system "
+                                            : "there is no CAT for CA system ") +
+                           hex_number(ca->system_id, 4) +
+                           ": receivers get no entitlements for it");
+        });
 }
 
 void check_free_ca_mode_differs(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    if (!multiplex.sdt) return;
-    for (std::size_t i = 0; i < multiplex.sdt->services.size(); ++i) {
-        const SDTService& service = multiplex.sdt->services[i];
+    tables.for_each_service([&](std::size_t i, const SDTService& service) {
         const auto pmt = tables.pmt_of(service.service_id);
-        if (!pmt) continue;
+        if (!pmt) return;
         bool has_ca = false;
         tables.for_each_descriptor_of_pmt(
             *pmt, [&](TablePlace, const std::string&, const Descriptor& descriptor) {
                 if (descriptor.tag == kCaTag) has_ca = true;
             });
-        if (has_ca == service.free_ca_mode) continue;
+        if (has_ca == service.free_ca_mode) return;
         report.add(kInSdt, element("services", i) + ".free_ca_mode",
                    has_ca ? "free_CA_mode is false, but the PMT of " +
                                 service_text(service.service_id) +
@@ -125,7 +110,7 @@ void check_free_ca_mode_differs(const TableIndex& tables, RuleReport& report) {
                           : "free_CA_mode is true, but the PMT of " +
                                 service_text(service.service_id) +
                                 " has no CA descriptor: receivers list it as scrambled");
-    }
+    });
 }
 
 }  // namespace

@@ -6,15 +6,7 @@
 #include <string_view>
 
 #include "tools/model/multiplex.h"
-
-enum class Severity {
-    kError,        // receivers go wrong, or Kestan refuses the table
-    kWarning,      // some receivers go wrong
-    kInformation,  // may be intended
-};
-
-// Returns "error", "warning" or "information".
-[[nodiscard]] std::string_view name_of(Severity severity);
+#include "tools/model/severity.h"
 
 // One place where the tables of a multiplex break a rule.
 struct Finding {

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -9,8 +10,6 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-constexpr std::int32_t kNitPid = 0x0010;  // ETSI EN 300 468, table 1
-
 std::string reserved_text(std::int32_t pid, const std::string& use) {
     return "PID " + pid_text(pid) + " is reserved for " + use +
            (pid == kNullPid ? ": receivers discard the PMT"
@@ -19,135 +18,111 @@ std::string reserved_text(std::int32_t pid, const std::string& use) {
 }
 
 void check_pmt_on_reserved_pid(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    if (multiplex.pat) {
-        for (std::size_t i = 0; i < multiplex.pat->programs.size(); ++i) {
-            const PATProgram& program = multiplex.pat->programs[i];
-            const std::string use = reserved_use(program.pid);
-            if (program.program_number == 0 || use.empty()) continue;
-            report.add(kInPat, element("programs", i) + ".pid",
-                       reserved_text(program.pid, use));
-        }
-    }
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const std::int32_t pid = multiplex.pmts[i].pid;
-        const std::string use = reserved_use(pid);
-        if (!use.empty()) report.add(in_pmt(i), "pid", reserved_text(pid, use));
-    }
+    tables.for_each_program([&](std::size_t i, const PATProgram& program) {
+        const std::string use = reserved_use(program.pid);
+        if (program.program_number == 0 || use.empty()) return;
+        report.add(kInPat, element("programs", i) + ".pid",
+                   reserved_text(program.pid, use));
+    });
+    tables.for_each_pmt([&](TablePlace place, const PmtOnPid& pmt) {
+        const std::string use = reserved_use(pmt.pid);
+        if (!use.empty()) report.add(place, "pid", reserved_text(pmt.pid, use));
+    });
 }
 
 void check_pmt_on_stream_pid(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const std::int32_t pid = multiplex.pmts[i].pid;
-        const std::string& stream = tables.stream_on(pid);
-        if (stream.empty()) continue;
-        report.add(in_pmt(i), "pid",
-                   "PID " + pid_text(pid) + " carries " + stream +
+    tables.for_each_pmt([&](TablePlace place, const PmtOnPid& pmt) {
+        const std::string& stream = tables.stream_on(pmt.pid);
+        if (stream.empty()) return;
+        report.add(place, "pid",
+                   "PID " + pid_text(pmt.pid) + " carries " + stream +
                        " too: receivers cannot tell the packets apart and lose both");
-    }
+    });
 }
 
 void check_pmt_not_where_announced(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const PmtOnPid& on_pid = multiplex.pmts[i];
-        const auto announced = tables.announced_pid(on_pid.pmt.program_number);
-        if (!announced || *announced == on_pid.pid) continue;
-        report.add(in_pmt(i), "pid",
-                   "this PMT is on PID " + pid_text(on_pid.pid) +
-                       ", but the PAT announces " +
-                       service_text(on_pid.pmt.program_number) + " on PID " +
+    tables.for_each_pmt([&](TablePlace place, const PmtOnPid& pmt) {
+        const std::int32_t service = pmt.pmt.program_number;
+        const auto announced = tables.announced_pid(service);
+        if (!announced || *announced == pmt.pid) return;
+        report.add(place, "pid",
+                   "this PMT is on PID " + pid_text(pmt.pid) +
+                       ", but the PAT announces " + service_text(service) + " on PID " +
                        pid_text(*announced) +
                        ": receivers wait there for a PMT that never comes");
-    }
+    });
 }
 
 void check_stream_on_reserved_pid(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const std::vector<PMTStream>& streams = multiplex.pmts[i].pmt.streams;
-        for (std::size_t j = 0; j < streams.size(); ++j) {
-            const std::int32_t pid = streams[j].elementary_pid;
-            // PMTs name the null packets' PID for a stream that is off air.
-            if (pid == kNullPid) continue;
-            const std::string use = reserved_use(pid);
-            if (use.empty()) continue;
-            report.add(in_pmt(i), element("streams", j) + ".elementary_pid",
-                       "PID " + pid_text(pid) + " is reserved for " + use +
-                           ": receivers take the stream's packets for sections");
-        }
-    }
+    tables.for_each_stream([&](TablePlace place, const PMT& /*pmt*/, std::size_t i,
+                               const PMTStream& stream) {
+        const std::int32_t pid = stream.elementary_pid;
+        // PMTs name the null packets' PID for a stream that is off air.
+        if (pid == kNullPid) return;
+        const std::string use = reserved_use(pid);
+        if (use.empty()) return;
+        report.add(place, element("streams", i) + ".elementary_pid",
+                   "PID " + pid_text(pid) + " is reserved for " + use +
+                       ": receivers take the stream's packets for sections");
+    });
 }
 
 void check_elementary_pid_twice(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const std::vector<PMTStream>& streams = multiplex.pmts[i].pmt.streams;
-        std::map<std::int32_t, std::size_t> first_with;  // by PID
-        for (std::size_t j = 0; j < streams.size(); ++j) {
-            const std::int32_t pid = streams[j].elementary_pid;
-            const auto [first, is_new] = first_with.emplace(pid, j);
-            if (is_new) continue;
-            report.add(in_pmt(i), element("streams", j) + ".elementary_pid",
-                       element("streams", first->second) + " of this PMT is on PID " +
-                           pid_text(pid) +
-                           " too: receivers give both streams the same packets");
-        }
-    }
+    std::map<std::pair<std::size_t, std::int32_t>, std::size_t> first_with;
+    tables.for_each_stream([&](TablePlace place, const PMT& /*pmt*/, std::size_t i,
+                               const PMTStream& stream) {
+        const std::int32_t pid = stream.elementary_pid;
+        const auto [first, is_new] = first_with.emplace(std::pair(place.pmt, pid), i);
+        if (is_new) return;
+        report.add(place, element("streams", i) + ".elementary_pid",
+                   element("streams", first->second) + " of this PMT is on PID " +
+                       pid_text(pid) +
+                       " too: receivers give both streams the same packets");
+    });
 }
 
 void check_pcr_pid_without_stream(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const PMT& pmt = multiplex.pmts[i].pmt;
-        bool has_stream = pmt.pcr_pid == kNoPcrPid;
-        for (const PMTStream& stream : pmt.streams) {
-            if (stream.elementary_pid == pmt.pcr_pid) has_stream = true;
-        }
-        if (has_stream) continue;
-        report.add(in_pmt(i), "pcr_pid",
+    tables.for_each_pmt([&](TablePlace place, const PmtOnPid& on_pid) {
+        const PMT& pmt = on_pid.pmt;
+        const bool has_stream = std::any_of(
+            pmt.streams.begin(), pmt.streams.end(), [&](const PMTStream& stream) {
+                return stream.elementary_pid == pmt.pcr_pid;
+            });
+        if (has_stream || pmt.pcr_pid == kNoPcrPid) return;
+        report.add(place, "pcr_pid",
                    "no stream of this PMT is on PID " + pid_text(pmt.pcr_pid) +
                        ": receivers get no clock and show nothing, unless the PCR has a "
                        "PID for itself");
-    }
+    });
 }
 
 void check_stream_type_differs(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
     std::map<std::int32_t, std::pair<std::int32_t, std::int32_t>> first_with;  // by PID
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const PMT& pmt = multiplex.pmts[i].pmt;
-        for (std::size_t j = 0; j < pmt.streams.size(); ++j) {
-            const PMTStream& stream = pmt.streams[j];
+    tables.for_each_stream(
+        [&](TablePlace place, const PMT& pmt, std::size_t i, const PMTStream& stream) {
             const auto [first, is_new] = first_with.emplace(
                 stream.elementary_pid, std::pair(stream.stream_type, pmt.program_number));
             const auto [type, service] = first->second;
             // elementary_pid_twice reports a PID that one PMT has twice.
-            if (is_new || type == stream.stream_type || service == pmt.program_number) {
-                continue;
-            }
-            report.add(in_pmt(i), element("streams", j) + ".stream_type",
+            if (is_new || type == stream.stream_type || service == pmt.program_number)
+                return;
+            report.add(place, element("streams", i) + ".stream_type",
                        service_text(service) + " has the stream on PID " +
                            pid_text(stream.elementary_pid) + " as type " +
                            hex_number(type, 2) + ", this PMT as type " +
                            hex_number(stream.stream_type, 2) +
                            ": receivers fail to decode it in one of the services");
-        }
-    }
+        });
 }
 
 void check_network_pid_differs(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    if (!multiplex.pat) return;
-    for (std::size_t i = 0; i < multiplex.pat->programs.size(); ++i) {
-        const PATProgram& program = multiplex.pat->programs[i];
-        if (program.program_number != 0 || program.pid == kNitPid) continue;
+    tables.for_each_program([&](std::size_t i, const PATProgram& program) {
+        if (program.program_number != 0 || program.pid == kNitPid) return;
         report.add(kInPat, element("programs", i) + ".pid",
                    "the network PID is " + pid_text(program.pid) +
                        ", and DVB gives PID 0x0010 to the NIT: receivers look for it in "
                        "one of two places");
-    }
+    });
 }
 
 void check_network_pid_missing(const TableIndex& tables, RuleReport& report) {

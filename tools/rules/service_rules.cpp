@@ -11,54 +11,48 @@ using namespace orvel::thrift::dvb_tables;
 namespace {
 
 void check_service_with_two_pmts(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const std::int32_t service = multiplex.pmts[i].pmt.program_number;
+    tables.for_each_pmt([&](TablePlace place, const PmtOnPid& pmt) {
+        const std::int32_t service = pmt.pmt.program_number;
         const std::size_t first = *tables.pmt_of(service);
-        if (first == i) continue;
-        report.add(in_pmt(i), "program_number",
+        if (first == place.pmt) return;
+        report.add(place, "program_number",
                    service_text(service) + " has another PMT, on PID " +
-                       pid_text(multiplex.pmts[first].pid) +
+                       pid_text(tables.tables().pmts[first].pid) +
                        ": receivers tune to the streams of one or of the other");
-    }
+    });
 }
 
 void check_program_twice_in_pat(const TableIndex& tables, RuleReport& report) {
-    if (!tables.tables().pat) return;
-    const std::vector<PATProgram>& programs = tables.tables().pat->programs;
     std::set<std::int32_t> seen;
-    for (std::size_t i = 0; i < programs.size(); ++i) {
-        const std::int32_t number = programs[i].program_number;
-        if (seen.insert(number).second) continue;
+    tables.for_each_program([&](std::size_t i, const PATProgram& program) {
+        const std::int32_t number = program.program_number;
+        if (seen.insert(number).second) return;
         report.add(kInPat, element("programs", i) + ".program_number",
                    (number == 0 ? std::string("the network PID") : service_text(number)) +
                        " is in the PAT twice, first on PID " +
                        pid_text(*tables.announced_pid(number)) +
                        ": receivers follow one entry or the other");
-    }
+    });
 }
 
 void check_service_twice_in_sdt(const TableIndex& tables, RuleReport& report) {
-    if (!tables.tables().sdt) return;
-    const std::vector<SDTService>& services = tables.tables().sdt->services;
     std::set<std::int32_t> seen;
-    for (std::size_t i = 0; i < services.size(); ++i) {
-        if (seen.insert(services[i].service_id).second) continue;
+    tables.for_each_service([&](std::size_t i, const SDTService& service) {
+        if (seen.insert(service.service_id).second) return;
         report.add(kInSdt, element("services", i) + ".service_id",
-                   service_text(services[i].service_id) +
+                   service_text(service.service_id) +
                        " is in the SDT twice: receivers show the name of one entry or of "
                        "the other");
-    }
+    });
 }
 
 void check_pmt_of_program_0(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        if (multiplex.pmts[i].pmt.program_number != 0) continue;
-        report.add(in_pmt(i), "program_number",
+    tables.for_each_pmt([&](TablePlace place, const PmtOnPid& pmt) {
+        if (pmt.pmt.program_number != 0) return;
+        report.add(place, "program_number",
                    "program_number 0 stands for the network PID in the PAT, not for a "
                    "service: receivers ignore this PMT");
-    }
+    });
 }
 
 void check_pat_missing(const TableIndex& tables, RuleReport& report) {
@@ -68,59 +62,52 @@ void check_pat_missing(const TableIndex& tables, RuleReport& report) {
 }
 
 void check_service_without_pmt(const TableIndex& tables, RuleReport& report) {
-    if (!tables.tables().pat) return;
-    const std::vector<PATProgram>& programs = tables.tables().pat->programs;
-    for (std::size_t i = 0; i < programs.size(); ++i) {
-        const std::int32_t service = programs[i].program_number;
-        if (service == 0 || tables.pmt_of(service)) continue;
+    tables.for_each_program([&](std::size_t i, const PATProgram& program) {
+        const std::int32_t service = program.program_number;
+        if (service == 0 || tables.pmt_of(service)) return;
         report.add(kInPat, element("programs", i),
                    service_text(service) +
                        " has no PMT: receivers list the service and cannot show it");
-    }
+    });
 }
 
 void check_pmt_not_in_pat(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    if (!multiplex.pat) return;
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const std::int32_t service = multiplex.pmts[i].pmt.program_number;
-        if (service == 0 || tables.announced_pid(service)) continue;
-        report.add(in_pmt(i), "program_number",
+    if (!tables.tables().pat) return;
+    tables.for_each_pmt([&](TablePlace place, const PmtOnPid& pmt) {
+        const std::int32_t service = pmt.pmt.program_number;
+        if (service == 0 || tables.announced_pid(service)) return;
+        report.add(place, "program_number",
                    "the PAT does not have " + service_text(service) +
                        ": receivers do not find this PMT");
-    }
+    });
 }
 
 void check_sdt_service_not_in_pat(const TableIndex& tables, RuleReport& report) {
-    const Multiplex& multiplex = tables.tables();
-    if (!multiplex.pat || !multiplex.sdt) return;
-    for (std::size_t i = 0; i < multiplex.sdt->services.size(); ++i) {
-        const std::int32_t service = multiplex.sdt->services[i].service_id;
-        if (tables.announced_pid(service)) continue;
+    if (!tables.tables().pat) return;
+    tables.for_each_service([&](std::size_t i, const SDTService& service) {
+        if (tables.announced_pid(service.service_id)) return;
         report.add(kInSdt, element("services", i) + ".service_id",
-                   "the PAT does not have " + service_text(service) +
+                   "the PAT does not have " + service_text(service.service_id) +
                        ": receivers list the service and cannot tune to it");
-    }
+    });
 }
 
 void check_service_without_name(const TableIndex& tables, RuleReport& report) {
-    if (!tables.tables().sdt) return;
-    const std::vector<SDTService>& services = tables.tables().sdt->services;
-    for (std::size_t i = 0; i < services.size(); ++i) {
+    tables.for_each_service([&](std::size_t i, const SDTService& service) {
         bool has_descriptor = false;
         bool is_named_or_broken = false;  // another rule reports a broken descriptor
-        for (const Descriptor& descriptor : services[i].descriptors) {
+        for (const Descriptor& descriptor : service.descriptors) {
             if (descriptor.tag != kServiceTag) continue;
             has_descriptor = true;
             if (service_name_field(descriptor) != "") is_named_or_broken = true;
         }
-        if (is_named_or_broken) continue;
+        if (is_named_or_broken) return;
         report.add(
             kInSdt, element("services", i),
-            service_text(services[i].service_id) +
+            service_text(service.service_id) +
                 (has_descriptor ? " has an empty name" : " has no service descriptor") +
                 ": receivers list it without a name, or not at all");
-    }
+    });
 }
 
 }  // namespace

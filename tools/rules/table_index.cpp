@@ -1,8 +1,10 @@
 #include "tools/rules/table_index.h"
 
+#include <type_traits>
 #include <vector>
 
 #include "dvb/psi_si.h"
+#include "thrift/table_fields.h"
 #include "tools/json/number_text.h"
 #include "tools/rules/ca_descriptor.h"
 
@@ -10,15 +12,33 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-// The last PID of those that are reserved for tables with a fixed PID.
-constexpr std::int32_t kLastReservedPid = 0x001F;
+// A visitor that calls `visit` for the descriptors of a structure and of what is in its
+// lists. `owner` is the structure's place in `table`, as in "streams[1].".
+template <typename Structure>
+struct DescriptorVisitor : IgnoringVisitor {
+    const Structure& structure;
+    TablePlace table;
+    std::string owner;
+    const TableIndex::Visit& visit;
 
-void visit_descriptors(TablePlace table, const std::string& owner,
-                       const std::vector<Descriptor>& descriptors,
-                       const TableIndex::Visit& visit) {
-    for (std::size_t i = 0; i < descriptors.size(); ++i) {
-        visit(table, owner + element("descriptors", i), descriptors[i]);
+    template <typename Element>
+    void list(std::vector<Element> Structure::*member, const char* name) {
+        const std::vector<Element>& elements = structure.*member;
+        for (std::size_t i = 0; i < elements.size(); ++i) {
+            if constexpr (std::is_same_v<Element, Descriptor>) {
+                visit(table, owner + element(name, i), elements[i]);
+            } else {
+                TableFields<Element>::visit(DescriptorVisitor<Element>{
+                    {}, elements[i], table, owner + element(name, i) + '.', visit});
+            }
+        }
     }
+};
+
+template <typename Table>
+void visit_descriptors(TablePlace place, const Table& table,
+                       const TableIndex::Visit& visit) {
+    TableFields<Table>::visit(DescriptorVisitor<Table>{{}, table, place, "", visit});
 }
 
 }  // namespace
@@ -37,7 +57,7 @@ std::string reserved_use(std::int32_t pid) {
     if (table != nullptr) return std::string("the ") + table->name;
     if (pid == kNullPid) return "null packets";
     if (pid < 0x0010) return "other tables of MPEG-2 systems";
-    if (pid <= kLastReservedPid) return "service information";
+    if (pid < kFirstStreamPid) return "service information";
     return "";
 }
 
@@ -86,25 +106,11 @@ const std::string& TableIndex::stream_on(std::int32_t pid) const {
 }
 
 void TableIndex::for_each_descriptor(const Visit& visit) const {
-    if (tables_.cat) {
-        visit_descriptors({TableKind::kCat, 0}, "", tables_.cat->descriptors, visit);
-    }
-    if (tables_.sdt) {
-        for (std::size_t i = 0; i < tables_.sdt->services.size(); ++i) {
-            visit_descriptors(kInSdt, element("services", i) + '.',
-                              tables_.sdt->services[i].descriptors, visit);
-        }
-    }
-    for (std::size_t i = 0; i < tables_.pmts.size(); ++i) {
-        for_each_descriptor_of_pmt(i, visit);
-    }
+    for_each_table(tables_, [&](TablePlace place, const auto& table) {
+        visit_descriptors(place, table, visit);
+    });
 }
 
 void TableIndex::for_each_descriptor_of_pmt(std::size_t index, const Visit& visit) const {
-    const PMT& table = tables_.pmts[index].pmt;
-    visit_descriptors(in_pmt(index), "", table.descriptors, visit);
-    for (std::size_t i = 0; i < table.streams.size(); ++i) {
-        visit_descriptors(in_pmt(index), element("streams", i) + '.',
-                          table.streams[i].descriptors, visit);
-    }
+    visit_descriptors(in_pmt(index), tables_.pmts[index].pmt, visit);
 }

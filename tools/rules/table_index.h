@@ -50,6 +50,38 @@ public:
     // these.
     [[nodiscard]] const std::string& stream_on(std::int32_t pid) const;
 
+    // Calls visit(place, pmt) for each PMT.
+    template <typename Visit>
+    void for_each_pmt(Visit visit) const {
+        for (std::size_t i = 0; i < tables_.pmts.size(); ++i)
+            visit(in_pmt(i), tables_.pmts[i]);
+    }
+
+    // Calls visit(index, program) for each program of the PAT.
+    template <typename Visit>
+    void for_each_program(Visit visit) const {
+        if (!tables_.pat) return;
+        for (std::size_t i = 0; i < tables_.pat->programs.size(); ++i)
+            visit(i, tables_.pat->programs[i]);
+    }
+
+    // Calls visit(index, service) for each service of the SDT.
+    template <typename Visit>
+    void for_each_service(Visit visit) const {
+        if (!tables_.sdt) return;
+        for (std::size_t i = 0; i < tables_.sdt->services.size(); ++i)
+            visit(i, tables_.sdt->services[i]);
+    }
+
+    // Calls visit(place, pmt, index, stream) for each stream of each PMT.
+    template <typename Visit>
+    void for_each_stream(Visit visit) const {
+        for_each_pmt([&](TablePlace place, const PmtOnPid& pmt) {
+            for (std::size_t i = 0; i < pmt.pmt.streams.size(); ++i)
+                visit(place, pmt.pmt, i, pmt.pmt.streams[i]);
+        });
+    }
+
     // Calls `visit` for each descriptor of all tables. `field` is its place, as in
     // "streams[1].descriptors[0]".
     using Visit = std::function<void(TablePlace table, const std::string& field,

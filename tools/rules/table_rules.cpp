@@ -78,21 +78,17 @@ bool says_what_is_carried(const Descriptor& descriptor) {
 
 void check_private_stream_unknown(const TableIndex& tables, RuleReport& report) {
     constexpr std::int32_t private_pes = 0x06;  // ISO/IEC 13818-1, table 2-34
-    const Multiplex& multiplex = tables.tables();
-    for (std::size_t i = 0; i < multiplex.pmts.size(); ++i) {
-        const std::vector<PMTStream>& streams = multiplex.pmts[i].pmt.streams;
-        for (std::size_t j = 0; j < streams.size(); ++j) {
-            const std::vector<Descriptor>& descriptors = streams[j].descriptors;
-            if (streams[j].stream_type != private_pes ||
-                std::any_of(descriptors.begin(), descriptors.end(),
-                            says_what_is_carried)) {
-                continue;
-            }
-            report.add(in_pmt(i), element("streams", j),
-                       "stream_type 0x06 is private data, and no descriptor says which: "
-                       "receivers do not play the stream");
+    tables.for_each_stream([&](TablePlace place, const PMT& /*pmt*/, std::size_t i,
+                               const PMTStream& stream) {
+        const std::vector<Descriptor>& descriptors = stream.descriptors;
+        if (stream.stream_type != private_pes ||
+            std::any_of(descriptors.begin(), descriptors.end(), says_what_is_carried)) {
+            return;
         }
-    }
+        report.add(place, element("streams", i),
+                   "stream_type 0x06 is private data, and no descriptor says which: "
+                   "receivers do not play the stream");
+    });
 }
 
 void check_sdt_sections_too_close(const TableIndex& tables, RuleReport& report) {

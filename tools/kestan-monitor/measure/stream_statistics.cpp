@@ -121,11 +121,10 @@ void StreamStatistics::assemble_sections(Pid& pid) {
 TableRecord* StreamStatistics::find_or_add(PidRecord& pid, const TableKey& key) {
     const auto found = pid.tables.find(key);
     if (found != pid.tables.end()) return &found->second;
-    if (key.kind == TableKind::kPmt &&
-        announced_.count({pid.number, key.service_id}) == 0 &&
-        ++unannounced_tables_ > kMaxUnannouncedTables) {
-        return nullptr;
-    }
+    const bool is_unannounced = key.kind == TableKind::kPmt &&
+                                announced_.count({pid.number, key.service_id}) == 0;
+    if (is_unannounced && unannounced_tables_ == kMaxUnannouncedTables) return nullptr;
+    if (is_unannounced) ++unannounced_tables_;
     return &pid.tables.try_emplace(key, pid.number, key, faults_).first->second;
 }
 
@@ -297,8 +296,8 @@ void StreamStatistics::check_announcement(Pid& pid) {
 void StreamStatistics::follow_pat() {
     if (!pat_changed_) return;
     if (pat_followed_ && now_ - *pat_followed_ < kLeastFollowIntervalNs) return;
-    const auto pat =
-        decode_pat(pids_.at(kPatPid).tables.at({TableKind::kPat}).contents());
+    const auto pat = decode_table<orvel::thrift::dvb_tables::PAT>(
+        pids_.at(kPatPid).tables.at({TableKind::kPat}).contents());
     if (!pat) return;
     pat_followed_ = now_;
     announced_.clear();
@@ -330,7 +329,8 @@ void StreamStatistics::withdraw_unannounced(std::int64_t since) {
             }
             if (table.is_announced()) table.withdraw(since);
             const bool is_kept =
-                table.sections() > 0 && ++unannounced_tables_ <= kMaxUnannouncedTables;
+                table.sections() > 0 && unannounced_tables_ < kMaxUnannouncedTables;
+            if (is_kept) ++unannounced_tables_;
             at = is_kept ? std::next(at) : pid.tables.erase(at);
         }
     }

@@ -1,4 +1,4 @@
-#include "tools/kestan-control/diagnostics.h"
+#include "tools/service/diagnostics.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,4 +36,8 @@ std::string level_prefix(const std::ostream& to, Severity severity) {
 
 void complain(Severity severity, const std::string& line) {
     std::cerr << level_prefix(std::cerr, severity) + line + '\n';
+}
+
+void warn(const std::string& line) {
+    complain(Severity::kWarning, "warning: " + line);
 }

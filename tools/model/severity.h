@@ -1,0 +1,25 @@
+#ifndef KESTAN_TOOLS_MODEL_SEVERITY_H
+#define KESTAN_TOOLS_MODEL_SEVERITY_H
+
+#include <string_view>
+
+// How much a finding or a message matters.
+enum class Severity {
+    kError,        // receivers go wrong, Kestan refuses a table, or a program fails
+    kWarning,      // some receivers go wrong, or something is lost
+    kInformation,  // may be intended
+};
+
+[[nodiscard]] constexpr std::string_view name_of(Severity severity) {
+    switch (severity) {
+        case Severity::kError:
+            return "error";
+        case Severity::kWarning:
+            return "warning";
+        case Severity::kInformation:
+            break;
+    }
+    return "information";
+}
+
+#endif
