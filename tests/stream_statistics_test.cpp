@@ -317,7 +317,7 @@ TEST(StreamStatistics, FindsOneFaultInAStreamThatIsRightOtherwise) {
         const std::int64_t utc_of_step_0 = 750516310 * kSecond;  // 12:45:10
         stream.statistics.set_civil_clock(utc_of_step_0, 4 * kSecond);
         for (; stream.step < 70; ++stream.step) {
-            const std::int64_t now = stream.step * 100 * kMs;
+            const std::int64_t now = 100 * kMs * stream.step;
             stream.make();
             edit(stream);
             stream.statistics.advance(now, 0);
