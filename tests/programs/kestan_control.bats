@@ -16,7 +16,7 @@ on_air() {
 @test "says what became of each table, and sends nothing when a file has a mistake" {
     play
     echo '{"pmts": [{"pid": "0x2000"}]}' >bad.json
-    fails 1 'error: bad.json: pmts[0].pid: found "0x2000"' push "$small" bad.json
+    fails 1 'error: bad.json:1: pmts[0].pid: found "0x2000"' push "$small" bad.json
     jq 'del(.pmts[2]) | .cat.version_number = 40
         | .pmts[1].streams = [range(300) | {stream_type: 2, elementary_pid: (. + 512)}]' \
         "$small" >large.json
@@ -75,14 +75,16 @@ END
 }
 
 @test "a leading zero is a mistake for check and push, and a warning for serve" {
-    jq '(.pat.programs[0], .pmts[0]).pid = "0256"' "$small" >zero.json
+    jq -c '(.pat.programs[0], .pmts[0]).pid = "0256"' "$small" >zero.json
     for command in check push; do
-        fails 1 'error: zero.json: pmts[0].pid: found "0256", write 256 or "0x0256"' \
+        fails 1 'error: zero.json:1: pmts[0].pid: found "0256", write 256 or "0x0256"' \
             $command zero.json
     done
+    fails 1 'pmts[0].pid: found "0256"' check - < <(jq .cat.version_number=256 zero.json)
+    [[ $output == "error: -:"*": cat.version_number: found 256"* ]]
     play
     start serve kestan-control serve zero.json
-    wait_until grep 'warning: zero.json: pmts\[0\].pid: found "0256"' serve.err
+    wait_until grep 'warning: zero.json:1: pmts\[0\].pid: found "0256"' serve.err
     wait_until grep "PMT of service 103" serve.out
     on_air <(jq $own "$small")
 }
@@ -162,6 +164,9 @@ still version 1: receivers ignore the change"* ]]
     fails 2 "0x2000 is not a number" stop-pmt 1 0x2000
     fails 1 "nothing listens on 127.0.0.1:9511: is kestan running with -s 1?" clear --set 1
     fails 1 "No such file" import nowhere
+    for command in check push import; do
+        fails 1 '"no\x0awhere": cannot be read: No such' $command $'no\nwhere'
+    done
     fails 1 "no transport-stream packets" import /dev/null
     fails 1 "no complete table" import <(printf 'G%187s' '')
     fails 1 " 0 PMTs" import "$BATS_TEST_DIRNAME"/../../fuzz/cases/import/pmt-program-info*

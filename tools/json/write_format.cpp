@@ -59,11 +59,13 @@ std::string digit_up_to(char lowest, char highest) {
     return "["s + lowest + '-' + highest + ']';
 }
 
-// Returns a pattern of the decimal numbers from 0 to `highest`.
+// Returns a pattern of the decimal numbers from 0 to `highest`, without leading zeros.
 std::string decimal_pattern(std::uint64_t highest) {
     const std::string digits = std::to_string(highest);
     std::string pattern;
-    if (digits.size() > 1) pattern = times("[0-9]", 1, digits.size() - 1) + '|';
+    if (digits.size() > 1) pattern = "[0-9]|";
+    if (digits.size() > 2)
+        pattern += "[1-9]" + times("[0-9]", 1, digits.size() - 2) + '|';
     for (std::size_t i = 0; i < digits.size(); ++i) {
         // As the highest one up to digit i, which is smaller.
         const char lowest = i == 0 && digits.size() > 1 ? '1' : '0';
@@ -89,13 +91,20 @@ std::string hex_pattern(unsigned bits) {
 ordered_json number_schema(unsigned bits, std::int32_t lowest) {
     const std::uint64_t highest = (std::uint64_t{1} << bits) - 1;
     const std::string pattern =
-        "^(0[xX]0*(" + hex_pattern(bits) + ")|0*(" + decimal_pattern(highest) + "))$";
+        "^(0[xX]0*(" + hex_pattern(bits) + ")|" + decimal_pattern(highest) + ")$";
     ordered_json schema{
         {"anyOf",
          {{{"type", "integer"}, {"minimum", lowest}, {"maximum", highest}},
           {{"type", "string"}, {"pattern", pattern}}}}};
     if (lowest == 1) schema["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
     return schema;
+}
+
+// Two decimal digits, where a decimal number above 9 may be meant otherwise.
+ordered_json bcd_schema() {
+    return {{"anyOf",
+             {{{"type", "integer"}, {"minimum", 0}, {"maximum", 9}},
+              {{"type", "string"}, {"pattern", "^(0[xX]0*[0-9]{1,2}|[0-9])$"}}}}};
 }
 
 ordered_json bytes_schema(std::size_t most) {
@@ -188,9 +197,10 @@ ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& fi
             return reference("text");
         case FieldKind::kRest:
             return bytes_schema(kMaxDescriptorData - least_bits(form) / kBitsOfByte);
+        case FieldKind::kBcdNumber:
+            return reference("bcd");
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
-        case FieldKind::kBcdNumber:
         case FieldKind::kZeros:
         case FieldKind::kOnes:
         case FieldKind::kPresence:
@@ -236,6 +246,7 @@ ordered_json Schema::descriptor() {
 }
 
 void Schema::define_descriptors() {
+    definitions_["bcd"] = bcd_schema();
     definitions_["language"] =
         with_note("ISO 639-2", {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
     // The shortest descriptor with a text has three other bytes.
