@@ -47,6 +47,13 @@ std::vector<std::pair<std::string, std::string>> cases_in(const char* path) {
     return cases;
 }
 
+Descriptor descriptor_of(const std::string& tag_and_bytes) {
+    Descriptor descriptor;
+    descriptor.tag = static_cast<int>(*parse_number(tag_and_bytes.substr(0, 4)));
+    descriptor.data = *from_hex(tag_and_bytes.substr(5));
+    return descriptor;
+}
+
 TEST(MultiplexJson, GivesAnyTablesBackAsTheyWere) {
     for (std::uint32_t seed = 0; seed < 40; ++seed) {
         RandomTables random(seed);
@@ -67,9 +74,7 @@ TEST(MultiplexJson, GivesAnyTablesBackAsTheyWere) {
 TEST(DescriptorJson, UsesANameOnlyIfItGivesTheSameBytesAgain) {
     for (const auto& [tag_and_bytes, text] :
          cases_in(KESTAN_TEST_DATA "/descriptors.txt")) {
-        Descriptor descriptor;
-        descriptor.tag = static_cast<int>(*parse_number(tag_and_bytes.substr(0, 4)));
-        descriptor.data = *from_hex(tag_and_bytes.substr(5));
+        const Descriptor descriptor = descriptor_of(tag_and_bytes);
         const json document = descriptor_to_json(descriptor);
         const bool is_raw = text.substr(0, 3) == "raw";
         if (is_raw) {
@@ -286,8 +291,7 @@ TEST(Schema, AgreesWithTheReaderAboutEachVariantOfADocument) {
         names += text;
         json cat{{"cat", {{"version_number", 1}, {"descriptors", {json::parse(text)}}}}};
         std::set<std::string> like_earlier_ones;
-        const auto tag = static_cast<int>(*parse_number(bytes.substr(0, 4)));
-        for (const DescriptorField& field : form_of_tag(tag)->fields) {
+        for (const DescriptorField& field : form_of(descriptor_of(bytes))->fields) {
             const bool has_own_size = field.kind == FieldKind::kRest;
             const bool is_new = tried.emplace(field.kind, field.bits, field.need).second;
             if (!is_new && !has_own_size) like_earlier_ones.insert(field.name);

@@ -166,19 +166,31 @@ void write_field(const DescriptorField& field, const JsonNode& node,
             return to.put(node[field.name].boolean() ? 1 : 0, field.bits);
         case FieldKind::kLanguage:
             return to.put_bytes(language_from_json(node[field.name]));
-        case FieldKind::kText: {
+        case FieldKind::kCountries:
+            for (const JsonNode& country : node[field.name].elements()) {
+                to.put_bytes(language_from_json(country));
+            }
+            return;
+        case FieldKind::kText:
+        case FieldKind::kTextRest: {
             const std::string text = text_from_json(node, field.name);
-            to.put(text.size(), 8);
+            if (field.kind == FieldKind::kText) to.put(text.size(), 8);
             return writer.put_text(node[field.name], text);
         }
-        case FieldKind::kRest:
-            return to.put_bytes(node[field.name].bytes());
+        case FieldKind::kBytes:
+        case FieldKind::kRest: {
+            const std::string bytes = node[field.name].bytes();
+            if (field.kind == FieldKind::kBytes) to.put(bytes.size(), 8);
+            return to.put_bytes(bytes);
+        }
         case FieldKind::kZeros:
             return to.put(0, field.bits);
         case FieldKind::kOnes:
             return to.put(kAllOnes, field.bits);
         case FieldKind::kPresence:
             return to.put(node.has(field.name) ? 1 : 0, field.bits);
+        case FieldKind::kAbsence:
+            return to.put(node.has(field.name) ? 0 : 1, field.bits);
         case FieldKind::kIfMore:
             return;
     }
@@ -187,10 +199,14 @@ void write_field(const DescriptorField& field, const JsonNode& node,
 // Writes one field from the entry `node`, or nothing if it is not there.
 void write_if_there(const DescriptorField& field, const JsonNode& node,
                     DescriptorWriter& to) {
-    if (field.need == FieldNeed::kRequired || node.has(field.name)) {
+    const bool is_announced = field.need == FieldNeed::kIfPresenceFlag;
+    if (is_announced && !node.has(field.announced_as())) {
+        if (!node.has(field.name)) return;
+        node[field.name].mistake("the field "s + field.announced_as() + " beside it");
+    }
+    if (is_announced || field.need == FieldNeed::kRequired || node.has(field.name)) {
         return write_field(field, node, to);
     }
-    if (field.need == FieldNeed::kIfPresenceFlag) return;
     to.data.put(field.need == FieldNeed::kAbsentIfOnes ? kAllOnes : 0, field.bits);
 }
 
@@ -199,7 +215,7 @@ void entry_from_json(const DescriptorForm& form, const JsonNode& node,
     std::vector<std::string> names;
     for (const DescriptorField& field : form.fields) {
         if (is_in_json(field)) names.emplace_back(field.name);
-        if (field.kind == FieldKind::kText) names.push_back(coding_field(field.name));
+        if (is_text(field)) names.push_back(coding_field(field.name));
     }
     node.expect_fields({names.begin(), names.end()});
     for (auto field = form.fields.begin(); field != form.fields.end(); ++field) {
@@ -215,6 +231,7 @@ Descriptor named_from_json(const DescriptorForm& form, const JsonNode& node) {
     Descriptor descriptor;
     descriptor.tag = form.tag;
     DescriptorWriter writer{BitWriter(descriptor.data)};
+    if (form.extension) writer.data.put(*form.extension, 8);
     if (form.is_list) {
         for (const JsonNode& entry : node.elements()) {
             entry.keep([&] { entry_from_json(form, entry, writer); });
@@ -244,7 +261,15 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
         case FieldKind::kLanguage:
             to = value.bytes;
             return is_language(value.bytes);
-        case FieldKind::kText: {
+        case FieldKind::kCountries:
+            to = ordered_json::array();
+            for (std::size_t i = 0; i < value.bytes.size(); i += kLanguageSize) {
+                to.push_back(value.bytes.substr(i, kLanguageSize));
+                if (!is_language(value.bytes.substr(i, kLanguageSize))) return false;
+            }
+            return true;
+        case FieldKind::kText:
+        case FieldKind::kTextRest: {
             const auto decoded = decode_dvb_text(value.bytes);
             if (!decoded) return false;
             to = decoded->text;
@@ -253,6 +278,7 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
             }
             return true;
         }
+        case FieldKind::kBytes:
         case FieldKind::kRest:
             to = to_hex(value.bytes);
             return true;
@@ -260,6 +286,7 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
         case FieldKind::kZeros:
         case FieldKind::kOnes:
         case FieldKind::kPresence:
+        case FieldKind::kAbsence:
         case FieldKind::kIfMore:
             break;
     }
@@ -298,21 +325,20 @@ std::optional<ordered_json> fields_to_json(const DescriptorForm& form,
     return list;
 }
 
-std::optional<ordered_json> named_to_json(const Descriptor& descriptor) {
-    const DescriptorForm* const form = form_of_tag(descriptor.tag);
-    if (form == nullptr) return std::nullopt;
-    const SplitDescriptor split = split_descriptor(*form, descriptor.data);
-    if (!split.overrun.empty()) return std::nullopt;
-    const auto fields = fields_to_json(*form, split);
+// Returns nullopt if the form has no JSON that gives the same bytes again.
+// REQUIRES: no field overruns the descriptor.
+std::optional<ordered_json> named_to_json(const DescriptorForm& form,
+                                          const Descriptor& descriptor) {
+    const auto fields = fields_to_json(form, split_descriptor(form, descriptor));
     if (!fields) return std::nullopt;
     const nlohmann::json document = *fields;
     JsonFindings findings;
     const JsonNode node(document, &findings);
     Descriptor again;
-    node.keep([&] { again = named_from_json(*form, node); });
+    node.keep([&] { again = named_from_json(form, node); });
     const bool is_right = findings.mistakes.is_empty() && findings.doubts.is_empty();
     if (!is_right || again != descriptor) return std::nullopt;
-    return ordered_json{{form->name, *fields}};
+    return ordered_json{{form.name, *fields}};
 }
 
 }  // namespace
@@ -343,6 +369,10 @@ Descriptor descriptor_from_json(const JsonNode& node) {
 }
 
 ordered_json descriptor_to_json(const Descriptor& descriptor) {
-    if (const auto named = named_to_json(descriptor)) return *named;
+    const bool has_overrun = !inner_overrun(descriptor).empty();
+    for (const DescriptorForm& form : descriptor_forms()) {
+        if (!form.is_of(descriptor) || has_overrun) continue;
+        if (const auto named = named_to_json(form, descriptor)) return *named;
+    }
     return {{"tag", hex_number(descriptor.tag, 2)}, {"data", to_hex(descriptor.data)}};
 }

@@ -175,15 +175,29 @@ ordered_json Schema::structure(ordered_json properties, ordered_json required) {
 
 // Returns the bits that every entry has.
 unsigned least_bits(const DescriptorForm& form) {
-    unsigned bits = 0;
+    unsigned bits = form.extension ? kBitsOfByte : 0;
     for (const DescriptorField& field : form.fields) {
+        const bool has_length =
+            field.kind == FieldKind::kText || field.kind == FieldKind::kBytes;
         if (field.need != FieldNeed::kIfPresenceFlag) bits += field.bits;
-        if (field.kind == FieldKind::kText) bits += kBitsOfByte;  // its length
+        if (has_length) bits += kBitsOfByte;
     }
     return bits;
 }
 
+// Returns which fields need which others beside them.
+ordered_json needed_fields(const DescriptorForm& form) {
+    ordered_json needed = ordered_json::object();
+    for (const DescriptorField& field : form.fields) {
+        if (*field.with == '\0' || field.kind == FieldKind::kOnes) continue;
+        needed[field.name].push_back(field.with);
+        if (is_in_json(field)) needed[field.with].push_back(field.name);
+    }
+    return needed;
+}
+
 ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& field) {
+    const std::size_t bytes_left = kMaxDescriptorData - least_bits(form) / kBitsOfByte;
     switch (field.kind) {
         case FieldKind::kCharacterCode:
             return {
@@ -193,17 +207,27 @@ ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& fi
             return {{"type", "boolean"}};
         case FieldKind::kLanguage:
             return reference("language");
-        case FieldKind::kText:
-            return reference("text");
-        case FieldKind::kRest:
-            return bytes_schema(kMaxDescriptorData - least_bits(form) / kBitsOfByte);
         case FieldKind::kBcdNumber:
             return reference("bcd");
+        case FieldKind::kCountries:
+            return {{"type", "array"},
+                    {"maxItems", bytes_left / 3},
+                    {"items", reference("language")}};
+        case FieldKind::kText:
+        case FieldKind::kTextRest: {
+            ordered_json text = reference("text");
+            text["maxLength"] = bytes_left;
+            return text;
+        }
+        case FieldKind::kBytes:
+        case FieldKind::kRest:
+            return bytes_schema(bytes_left);
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
         case FieldKind::kZeros:
         case FieldKind::kOnes:
         case FieldKind::kPresence:
+        case FieldKind::kAbsence:
         case FieldKind::kIfMore:
             break;
     }
@@ -216,11 +240,12 @@ ordered_json Schema::descriptor_named(const DescriptorForm& form) {
     for (const DescriptorField& part : form.fields) {
         if (!is_in_json(part)) continue;
         properties[part.name] = with_note(part.note, field(form, part));
-        if (part.kind == FieldKind::kText)
-            properties[coding_field(part.name)] = reference("coding");
+        if (is_text(part)) properties[coding_field(part.name)] = reference("coding");
         if (part.need == FieldNeed::kRequired) required.push_back(part.name);
     }
     ordered_json entry = object_of(properties, required);
+    const ordered_json needed = needed_fields(form);
+    if (!needed.empty()) entry["dependentRequired"] = needed;
     if (!form.is_list) return entry;
     return {{"type", "array"},
             {"maxItems", kMaxDescriptorData * kBitsOfByte / least_bits(form)},
@@ -248,10 +273,9 @@ ordered_json Schema::descriptor() {
 void Schema::define_descriptors() {
     definitions_["bcd"] = bcd_schema();
     definitions_["language"] =
-        with_note("ISO 639-2", {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
-    // The shortest descriptor with a text has three other bytes.
+        with_note("ISO 639-2 or, of a country, ISO 3166",
+                  {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
     definitions_["text"] = {{"type", "string"},
-                            {"maxLength", kMaxDescriptorData - 3},
                             {"pattern", "^[^\0-\x1F\x7F-\xC2\x9F]*$"s}};
     ordered_json codings;
     for (const DvbCoding& coding : dvb_codings()) codings.push_back(coding.name);
@@ -354,8 +378,9 @@ std::string manual_descriptors() {
             if (field.need != FieldNeed::kRequired) fields += '?';
             if (*field.note != '\0') fields += " ("s + field.note + ')';
         }
-        text += hex_number(form.tag, 2) + "|\\%" + form.name +
-                (form.is_list ? "[]" : "") + "|T{\n" + fields + "\nT}\n";
+        text += hex_number(form.tag, 2) +
+                (form.extension ? ' ' + hex_number(*form.extension, 2) : "") + "|\\%" +
+                form.name + (form.is_list ? "[]" : "") + "|T{\n" + fields + "\nT}\n";
     }
     return text + ".TE\n";
 }
