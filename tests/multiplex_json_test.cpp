@@ -141,56 +141,41 @@ TEST(MultiplexFile, ReportsTheFieldItsValueAndWhatWasExpected) {
         "// comments may stand\n/* anywhere */"
         R"({"pmts": [{"pid": 1, "program_number": 1, "version_number": 0, "pcr_pid": 1}]})"));
     EXPECT_THROW((void)read_multiplex_file(testing::TempDir()), FileMistake);
+    const std::string thirty = json{{"descriptors", std::vector<int>(30, 1)}}.dump();
+    EXPECT_THAT([&] { (void)read_content("{\"cat\": " + thirty + '}'); },
+                testing::ThrowsMessage<FileMistake>(
+                    testing::AllOf(testing::HasSubstr(":1: cat.descriptors[18]: found 1"),
+                                   testing::EndsWith(": 11 more mistakes"))));
     EXPECT_STREQ(FileMistake("a\nb", {{3, "c"}}).what(), R"("a\x0ab":3: c)");
 }
 
 TEST(MultiplexFile, ReportsAllMistakesInTheOrderOfTheirLines) {
     const std::string many =
         "\xEF\xBB\xBF{\"sdt\": 1, // a comment\r\n"
-        "\"pmts\": [{\"pid\": 8192, /* two\r\n"
-        "lines */ \"program_number\": 7\r\n"
-        ", \"version_number\": 256\r\n"
-        ", \"steams\": [],\r\n"
-        "\"streams\": [{\"elementary_pid\": 1, \"stream_type\": 2},\r\n"
-        "1\n], \"pid\": 8193}, {\r\n"
-        "\"program_number\": 7, \"version_number\": 0,\r\n"
-        "\"pcr_pid\": 1, \"pid\": 1}], \"sdt\": 2, \"x\": 3}";
-    const std::pair<std::size_t, std::string> expected[] = {
-        {2, "pmts[0].pcr_pid: missing, expected this field (service 7)"},
-        {4, "pmts[0].version_number: found 256"},
-        {5, "pmts[0]: found the field \"steams\""},
-        {7, "pmts[0].streams[1]: found 1, expected an object"},
-        {8, "pmts[0]: found the field \"pid\" twice"},
-        {8, "pmts[0].pid: found 8193"},
-        {9, "pmts[1].program_number: found 7, expected one PMT"},
-        {10, "found the field \"sdt\" twice"},
-        {10, "found the field \"x\", expected only"},
-        {10, "sdt: found 2, expected an object"},
-    };
+        R"("pmts": [{"pid": 8192, /* two
+lines */ "program_number": 7
+, "version_number": 256, "steams": [],
+"streams": [{"elementary_pid": 1, "stream_type": 2}, 1
+], "pid": 8193}, {
+"program_number": 7, "version_number": 0,
+"pcr_pid": 1, "pid": 1}], "x": 3})";
+    std::string found;
     try {
         (void)read_content(many);
-        FAIL();
     } catch (const FileMistake& mistake) {
-        ASSERT_EQ(mistake.remarks().size(), std::size(expected)) << mistake.what();
-        for (std::size_t i = 0; i < std::size(expected); ++i) {
-            EXPECT_EQ(mistake.remarks()[i].line, expected[i].first) << expected[i].second;
-            EXPECT_THAT(mistake.remarks()[i].text,
-                        testing::StartsWith(expected[i].second));
-        }
+        for (const auto& [line, text] : mistake.remarks())
+            found += std::to_string(line) + ' ' + text.substr(0, text.find(',')) + '\n';
     }
-}
-
-TEST(MultiplexFile, ReportsTwentyMistakesAndHowManyMore) {
-    const std::string mistakes = json(std::vector<int>(30, 1)).dump();
-    EXPECT_THAT(
-        [&] {
-            (void)read_content(R"({"cat": {"version_number": 0, "descriptors": )" +
-                               mistakes + "}}");
-        },
-        testing::ThrowsMessage<FileMistake>(
-            testing::AllOf(testing::HasSubstr(":1: cat.descriptors[19]: found 1"),
-                           testing::Not(testing::HasSubstr("descriptors[20]")),
-                           testing::EndsWith(": 10 more mistakes"))));
+    EXPECT_EQ(found, R"(1 sdt: found 1
+2 pmts[0].pcr_pid: missing
+4 pmts[0]: found the field "steams"
+4 pmts[0].version_number: found 256
+5 pmts[0].streams[1]: found 1
+6 pmts[0]: found the field "pid" twice in one object
+6 pmts[0].pid: found 8193
+7 pmts[1].program_number: found 7
+8 found the field "x"
+)");
 }
 
 TEST(MultiplexFile, DoubtsNumbersThatMayBeMeantOtherwise) {
