@@ -168,7 +168,7 @@ void write_field(const DescriptorField& field, const JsonNode& node,
             return to.put_bytes(language_from_json(node[field.name]));
         case FieldKind::kCountries:
             for (const JsonNode& country : node[field.name].elements()) {
-                to.put_bytes(language_from_json(country));
+                country.keep([&] { to.put_bytes(language_from_json(country)); });
             }
             return;
         case FieldKind::kText:
@@ -217,7 +217,7 @@ void entry_from_json(const DescriptorForm& form, const JsonNode& node,
         if (is_in_json(field)) names.emplace_back(field.name);
         if (is_text(field)) names.push_back(coding_field(field.name));
     }
-    node.expect_fields({names.begin(), names.end()});
+    node.keep_unknown_fields({names.begin(), names.end()});
     for (auto field = form.fields.begin(); field != form.fields.end(); ++field) {
         const bool has_more = std::any_of(
             field, form.fields.end(),
@@ -346,7 +346,7 @@ std::optional<ordered_json> named_to_json(const DescriptorForm& form,
 Descriptor descriptor_from_json(const JsonNode& node) {
     std::vector<std::string_view> names{"tag", "data"};
     for (const DescriptorForm& form : descriptor_forms()) names.emplace_back(form.name);
-    if (!node.expect_fields(names)) return {};
+    node.expect_fields(names);
     const DescriptorForm* named = nullptr;
     for (const DescriptorForm& form : descriptor_forms()) {
         if (!node.has(form.name)) continue;
@@ -357,7 +357,7 @@ Descriptor descriptor_from_json(const JsonNode& node) {
         named = &form;
     }
     if (named != nullptr) {
-        node.expect_fields({named->name});
+        node.keep_unknown_fields({named->name});
         return named_from_json(*named, node[named->name]);
     }
     Descriptor descriptor;

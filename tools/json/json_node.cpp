@@ -92,20 +92,29 @@ void JsonNode::doubt(const std::string& advice) const {
     findings_->doubts.add(remark("found " + quote(*value_) + ", " + advice));
 }
 
-bool JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
+void JsonNode::expect_object(const std::vector<std::string_view>& names) const {
     if (!value_->is_object()) mistake("an object with the fields " + list(names));
-    bool has_all = true;
+}
+
+void JsonNode::expect_known(const std::string& field,
+                            const std::vector<std::string_view>& names) const {
+    if (std::find(names.begin(), names.end(), field) != names.end()) return;
+    JsonRemark unknown =
+        remark("found the field " + quote(field) + ", expected only " + list(names));
+    unknown.place = path_of(field);
+    throw JsonMistake(unknown);
+}
+
+void JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
+    expect_object(names);
+    for (const auto& field : value_->items()) expect_known(field.key(), names);
+}
+
+void JsonNode::keep_unknown_fields(const std::vector<std::string_view>& names) const {
+    expect_object(names);
     for (const auto& field : value_->items()) {
-        if (std::find(names.begin(), names.end(), field.key()) != names.end()) continue;
-        has_all = false;
-        keep([&] {
-            JsonRemark unknown = remark("found the field " + quote(field.key()) +
-                                        ", expected only " + list(names));
-            unknown.place = path_of(field.key());
-            throw JsonMistake(std::move(unknown));
-        });
+        keep([&] { expect_known(field.key(), names); });
     }
-    return has_all;
 }
 
 JsonNode JsonNode::operator[](const char* name) const {

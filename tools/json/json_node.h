@@ -41,6 +41,9 @@ public:
     explicit JsonMistake(JsonRemark remark)
         : std::runtime_error(remark.text), place_(std::move(remark.place)) {}
 
+    void expect_object(const std::vector<std::string_view>& names) const;
+    void expect_known(const std::string& field,
+                      const std::vector<std::string_view>& names) const;
     [[nodiscard]] JsonRemark remark() const { return {place_, what()}; }
 
 private:
@@ -79,10 +82,13 @@ public:
         return findings_ != nullptr && !findings_->mistakes.is_empty();
     }
 
+    // Raises a mistake if this is no object or has a field that is not in the list: a
+    // misspelt name must not look like a field that was left out.
+    void expect_fields(const std::vector<std::string_view>& names) const;
+
     // Raises a mistake if this is no object, and keeps one for each field that is not in
-    // the list: a misspelt name must not look like a field that was left out. Returns
-    // whether all fields are in the list.
-    bool expect_fields(const std::vector<std::string_view>& names) const;
+    // the list.
+    void keep_unknown_fields(const std::vector<std::string_view>& names) const;
 
     [[nodiscard]] bool has(const char* name) const { return value_->contains(name); }
 
@@ -139,6 +145,9 @@ private:
           subject_(parent.subject_),
           findings_(parent.findings_) {}
 
+    void expect_object(const std::vector<std::string_view>& names) const;
+    void expect_known(const std::string& field,
+                      const std::vector<std::string_view>& names) const;
     [[nodiscard]] JsonRemark remark(const std::string& text) const;
     [[nodiscard]] std::string path_of(const std::string& field) const;
     [[nodiscard]] std::int64_t in_range(std::int64_t lowest, std::int64_t highest) const;

@@ -140,7 +140,7 @@ std::string with_short_token(std::string message, std::size_t token) {
 
 // Returns the library's message, made fit for a line.
 std::string syntax_error(const std::string& what) {
-    const std::string message = without_prefix(what);
+    std::string message = without_prefix(what);
     for (const std::string_view before : {"last read: '", "number overflow parsing '"}) {
         const std::size_t found = message.find(before);
         if (found == std::string::npos) continue;

@@ -101,14 +101,14 @@ struct Reader {
 template <typename Structure>
 void read(const JsonNode& node, Structure& structure) {
     static const std::vector<std::string_view> names = names_of<Structure>();
-    node.expect_fields(names);
+    node.keep_unknown_fields(names);
     TableFields<Structure>::visit(Reader<Structure>{node, structure});
 }
 
 void read(const JsonNode& node, PmtOnPid& to) {
     std::vector<std::string_view> names = names_of<PMT>();
     names.insert(names.begin(), kPmtPidField.name);
-    node.expect_fields(names);
+    node.keep_unknown_fields(names);
     node.keep([&] { to.pid = static_cast<std::uint16_t>(read(node, kPmtPidField)); });
     TableFields<PMT>::visit(Reader<PMT>{node, to.pmt});
 }
@@ -200,7 +200,7 @@ Multiplex multiplex_from_json(const JsonNode& root) {
     names.insert(names.end(), {key_of(TableKind::kPmt), "$schema"});
     Multiplex multiplex;
     root.keep([&] {
-        root.expect_fields(names);
+        root.keep_unknown_fields(names);
         const auto read_schema = [&] { static_cast<void>(root["$schema"].text()); };
         if (root.has("$schema")) root.keep(read_schema);  // for editors
         bool has_tables = false;
