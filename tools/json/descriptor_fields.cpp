@@ -532,7 +532,7 @@ SplitDescriptor split_descriptor(const DescriptorForm& form,
             const std::string place =
                 form.is_list ? '[' + std::to_string(index) + ']' : "";
             split.overrun = form.name;
-            split.overrun += place + ": " + overrun;
+            split.overrun.append(place).append(": ").append(overrun);
         }
         is_at_end = !form.is_list || !overrun.empty() || reader.bits_left() == 0;
     }
