@@ -11,6 +11,9 @@ cd "$(dirname "$0")/.."
 install_missing "${build_packages[@]}" "${network_packages[@]}" libbenchmark-dev
 
 results=bench/results/insert.md
+XDG_STATE_HOME=$(mktemp -d)  # kestan-control's record
+export XDG_STATE_HOME
+trap 'rm -rf "$XDG_STATE_HOME"' EXIT
 priority=() own_network=(unshare --map-root-user --net)
 [ "$(id -u)" -ne 0 ] || priority=(chrt -f 10) own_network=(unshare --net)
 

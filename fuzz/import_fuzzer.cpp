@@ -1,12 +1,9 @@
 // Imports a capture or a file of sections as kestan-control does. The JSON of the tables
 // in it must be readable again.
 
-#include <arpa/inet.h>
+#include <bitstream/mpeg/psi/psi.h>
 
-#include <cstring>
 #include <string>
-
-#include <boost/crc.hpp>
 
 #include "dvb/section_limits.h"
 #include "dvb/ts_packet.h"
@@ -16,26 +13,19 @@
 namespace {
 
 constexpr std::size_t kSectionAt = 5;  // in a packet that begins one
-constexpr std::size_t kLengthEnd = 3;  // of section_length, in a section
-
-// ISO/IEC 13818-1, annex A.
-constexpr auto crc_32 = boost::crc<32, 0x04C11DB7, 0xFFFFFFFF, 0, false, false>;
 
 // Corrects the CRC_32 of a section: a wrong one would hide the section. Returns the
 // section's size, or `left` if it is not whole.
-std::size_t repair(char* section, std::size_t left) {
-    const auto byte = [&](int at) { return static_cast<std::uint8_t>(section[at]); };
-    if (left < kLengthEnd) return left;
-    const std::size_t size = kLengthEnd + ((byte(1) & 0x0FU) << 8 | byte(2));
+std::size_t repair(std::uint8_t* section, std::size_t left) {
+    if (left < PSI_HEADER_SIZE) return left;
+    const std::size_t size = PSI_HEADER_SIZE + std::size_t{psi_get_length(section)};
     if (size > left) return left;
-    if (size < kLengthEnd + kCrc32Size) return size;
-    const std::uint32_t crc = htonl(crc_32(section, size - kCrc32Size));
-    std::memcpy(section + size - kCrc32Size, &crc, kCrc32Size);
+    if (size >= PSI_HEADER_SIZE + kCrc32Size) psi_set_crc(section);
     return size;
 }
 
-void repair_packet(char* packet) {
-    if (starts_section(reinterpret_cast<std::uint8_t*>(packet)) && packet[4] == 0) {
+void repair_packet(std::uint8_t* packet) {
+    if (starts_section(packet) && packet[4] == 0) {
         repair(packet + kSectionAt, kTsPacketSize - kSectionAt);
     }
 }
@@ -44,12 +34,13 @@ void repair_packet(char* packet) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::string bytes(data, data + size);
+    auto* const begin = reinterpret_cast<std::uint8_t*>(bytes.data());
     const bool is_stream = size != 0 && data[0] == kSyncByte;
     for (std::size_t at = 0; size % 2 == 0 && at < size;) {
         if (!is_stream) {
-            at += repair(&bytes[at], size - at);
+            at += repair(begin + at, size - at);
         } else {
-            if (size - at >= kTsPacketSize) repair_packet(&bytes[at]);
+            if (size - at >= kTsPacketSize) repair_packet(begin + at);
             at += kTsPacketSize;
         }
     }

@@ -21,9 +21,6 @@ using apache::thrift::transport::TMemoryBuffer;
 
 struct Counter final : cm_MuxControlSrvNull {
     void EMM(const EMMData& /*emm*/) override { ++calls; }
-    std::int32_t NewCAT(const CAT& cat) override {
-        return static_cast<std::int32_t>(cat.descriptors.size());
-    }
     std::int32_t NewSDTActual(const SDT& sdt) override {
         std::size_t descriptors = 0;
         for (const SDTService& service : sdt.services) {
@@ -47,11 +44,11 @@ protected:
         try {
             while (processor.process(in, out, nullptr)) {
             }
+            return "the processor gave up";
         } catch (const TException& error) {
             const std::string reason = error.what();
             return reason == "No more data to read." ? "" : reason;
         }
-        return "the processor gave up";
     }
 
     void send_emm(std::size_t bytes) {

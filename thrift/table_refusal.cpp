@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "dvb/section_limits.h"
@@ -25,10 +26,22 @@ std::string grouped(std::size_t number) {
 
 // Returns a fault if `amount` is above `most`. `what` includes its verb, such as
 // "services take".
-Fault too_much(const std::string& what, std::size_t amount, const char* unit,
+Fault too_much(std::string_view what, std::size_t amount, const char* unit,
                std::size_t most) {
     if (amount <= most) return std::nullopt;
-    return what + " " + grouped(amount) + " " + unit + ", " + grouped(most) + " fit";
+    return std::string(what) + " " + grouped(amount) + " " + unit + ", " + grouped(most) +
+           " fit";
+}
+
+// These are apart from the checks, which run for each field of a table.
+std::string out_of_range(const NumberField& field, std::int32_t value) {
+    return std::string(field.name) + " is " + std::to_string(value) + ", " +
+           std::to_string(field.lowest) + " to " + std::to_string(field.highest()) +
+           " fit";
+}
+
+Fault too_long(const char* name, std::size_t size, std::size_t most) {
+    return too_much(std::string(name) + " takes", size, "bytes", most);
 }
 
 // Returns the place of an element of a list.
@@ -89,18 +102,15 @@ struct RangeCheck {
     void number(std::int32_t Structure::*member, const NumberField& field) {
         const std::int32_t value = structure.*member;
         if (fault || (field.lowest <= value && value <= field.highest())) return;
-        fault = std::string(field.name) + " is " + std::to_string(value) + ", " +
-                std::to_string(field.lowest) + " to " + std::to_string(field.highest()) +
-                " fit";
+        fault = out_of_range(field, value);
     }
 
     void flag(bool Structure::*, const char*, bool) {}
 
     void bytes(std::string Structure::*member, const char* name, std::size_t most) {
-        if (fault) return;
         const std::size_t size = (structure.*member).size();
-        if (size > most)
-            fault = too_much(name + std::string(" takes"), size, "bytes", most);
+        if (fault || size <= most) return;
+        fault = too_long(name, size, most);
     }
 
     template <typename Element>

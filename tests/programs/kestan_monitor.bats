@@ -27,9 +27,8 @@ measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
 
     # The schema must have every key.
     jq 'walk(if type == "object" and has("properties") then .additionalProperties = false
-        else . end)' "$BATS_TEST_DIRNAME/../../tools/kestan-monitor/report/kestan-monitor.schema.json" \
-        >strict.json
-    /usr/bin/python3 -W ignore -m jsonschema -i monitor.out strict.json
+        else . end)' "$schema" >strict.json
+    is_valid monitor.out strict.json
 }
 
 # on_screen <pattern>: waits until the terminal shows it.
@@ -61,12 +60,6 @@ on_screen() { wait_until on_screen_now "$1"; }
     wait_until eval '! tmux has-session'
 }
 
-@test "receives a multicast group" {
-    needs_own_network
-    play -I lo -O 226.0.0.10/5432
-    kestan-monitor 226.0.0.10:5432 -i lo -d 1.5 | grep "TDT 20"
-}
-
 @test "writes metrics that Prometheus takes, a record and a picture" {
     play_small
     kestan-monitor 127.0.0.1:5432 -d 2.2 --metrics metrics.prom --record record.ts \
@@ -78,10 +71,8 @@ on_screen() { wait_until on_screen_now "$1"; }
     [ "$(grep -c 'class="strip"' plot.svg)" -eq 8 ]
     grep -q 'class="dots" d="M[0-9.]* [0-9.]*h0M' plot.svg  # two intervals of the PAT
     kestan-control import record.ts | jq -e '.pmts | length == 3'
-    run -2 kestan-monitor 127.0.0.1:5432 -d 1 --metrics nowhere/metrics.prom
     run -2 kestan-monitor 127.0.0.1:5432 -d 0.2 --record /dev/full
-    run -2 sh -c 'kestan-monitor 127.0.0.1:5432 -d 0.2 2>&1 >/dev/full'
-    [[ $output == *"is the disk full?" ]]
+    exits 2 "is the disk full?" sh -c 'kestan-monitor 127.0.0.1:5432 -d 0.2 2>&1 >/dev/full'
     [ -x "$(command -v promtool)" ] || skip "no promtool (package prometheus)"
     promtool check metrics <metrics.prom
     promtool test rules "$BATS_TEST_DIRNAME/../data/kestan.rules_test.yml"
@@ -158,15 +149,11 @@ has_read_all() { grep -q ":$(printf %04X 5432) .* 07 00000000:00000000 " /proc/n
 }
 
 @test "says why it cannot receive" {
-    while IFS='|' read -r said arguments; do
-        # shellcheck disable=SC2086  # several of them
-        run -2 kestan-monitor $arguments
-        [[ $output == *"$said"* ]]
-    done <<END
-not an IPv4 address with a port|127.0.0.1:0
-not an IPv4 address with a port|127.0.0.1:65536
-give an address of this machine|192.0.2.1:5432
-"ip link" lists|226.0.0.1:5432 -i nowhere0
-ADDRESS:PORT
+    all_exit kestan-monitor <<'END'
+2|not an IPv4 address with a port|127.0.0.1:0
+2|not an IPv4 address with a port|127.0.0.1:65536
+2|give an address of this machine|192.0.2.1:5432
+2|"ip link" lists|226.0.0.1:5432 -i nowhere0
+2|ADDRESS:PORT
 END
 }

@@ -2,6 +2,7 @@
 
 load programs
 
+readonly source=$BATS_TEST_DIRNAME/../..
 pages=(kestan.8 kestan-control.1 kestan-insert.1 kestan-monitor.1)
 
 # options: prints the options at the starts of the input's lines, sorted.
@@ -18,7 +19,7 @@ help() {
 
 @test "each manual lists the options of its program's --help" {
     for page in "${pages[@]}"; do
-        sed -n '/^\.SH OPTIONS/,/^\.SH [^O]/p' "$BATS_TEST_DIRNAME/../../packaging/man/$page.in" |
+        sed -n '/^\.SH OPTIONS/,/^\.SH [^O]/p' "$source/packaging/man/$page.in" |
             grep -A 1 '^\.TP' | options >manual
         help "${page%.*}" | options >program
         diff manual program
@@ -38,7 +39,7 @@ commands() { "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p'; }
 
 @test "bash offers the options and commands of each program's --help" {
     # shellcheck source=/dev/null
-    . "$BATS_TEST_DIRNAME/../../packaging/bash-completion/kestan"
+    . "$source/packaging/bash-completion/kestan"
     local program command
     for program in "${pages[@]%.*}"; do
         diff <(completes "$program" -) <("$program" --help | options)
@@ -53,27 +54,24 @@ commands() { "$1" --help | sed -n '/^Subcommands:/,$s/^  \([a-z-]*\) .*/\1/p'; }
     [ -z "$(completes kestan-control push /)" ]  # bash offers files
 }
 
-@test "the guide to faults has each error that Kestan logs" {
-    cd "$BATS_TEST_DIRNAME/../.."
-    cat {app,control}/*.cpp | tr -d '\n' | grep -oE 'kLogError, 0, *"[^"%]*' |
-        sed -E 's/.*"//; s/ *$//' | sort -u >"$BATS_TEST_TMPDIR/errors"
-    [ "$(wc -l <"$BATS_TEST_TMPDIR/errors")" -ge 9 ]
-    while read -r error; do grep -F -- "\`$error" docs/operating.md; done <"$BATS_TEST_TMPDIR/errors"
+# has_lines <file> <least number>: it has each line of standard input, somewhere.
+has_lines() {
+    cat >lines
+    [ "$(wc -l <lines)" -ge "$2" ]
+    while read -r line; do
+        grep -qF -- "$line" "$1" || { echo "not in $1: $line" && return 1; }
+    done <lines
 }
 
-@test "the guide to faults quotes what the tools say" {
-    cd "$BATS_TEST_DIRNAME/../.."
-    find tools -name '*.cpp' -exec cat {} + | tr -d '\n' | sed 's/" *"//g' >"$BATS_TEST_TMPDIR/said"
-    sed -n '/^### What the tools say/,/^### It/p' docs/operating.md | cut -d '|' -f 2 |
-        grep -oE '`[^`]+`' | sed -E 's/`(cannot )?([^`…]*).*/\2/; s/ *$//' >"$BATS_TEST_TMPDIR/texts"
-    [ "$(wc -l <"$BATS_TEST_TMPDIR/texts")" -ge 14 ]
-    while read -r text; do
-        grep -qF -- "$text" "$BATS_TEST_TMPDIR/said" || { echo "$text" && false; }
-    done <"$BATS_TEST_TMPDIR/texts"
+@test "the guide to faults has each error that Kestan logs, and quotes what the tools say" {
+    cat "$source"/{app,control}/*.cpp | tr -d '\n' | grep -oE 'kLogError, 0, *"[^"%]*' |
+        sed -E 's/.*"/`/; s/ *$//' | sort -u | has_lines "$source/docs/operating.md" 9
+    find "$source/tools" -name '*.cpp' -exec cat {} + | tr -d '\n' | sed 's/" *"//g' >said
+    sed -n '/^### What the tools say/,/^### It/p' "$source/docs/operating.md" | cut -d '|' -f 2 |
+        grep -oE '`[^`]+`' | sed -E 's/`(cannot )?([^`…]*).*/\2/; s/ *$//' | has_lines said 14
 }
 
 @test "the schema and the manual of the file format describe the fields that the reader has" {
-    local -r source=$BATS_TEST_DIRNAME/../..
     cp "$source"/{tools/json/multiplex.schema.json,packaging/man/kestan-multiplex.5.in} .
     "$KESTAN_BIN"/../tools/json/write_format multiplex.schema.json kestan-multiplex.5.in
     # Where they differ: build/tools/json/write_format with the paths of both files.

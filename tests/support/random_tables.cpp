@@ -7,13 +7,6 @@
 
 using namespace orvel::thrift::dvb_tables;
 
-namespace {
-
-constexpr std::int32_t kMax8 = 0xFF;
-constexpr std::int32_t kMax16 = 0xFFFF;
-
-}  // namespace
-
 std::int32_t RandomTables::up_to(std::int32_t highest) {
     const std::int32_t limits[] = {0, highest, highest / 2 + 1};  // the topmost bit alone
     const std::size_t choice = below(8);
@@ -28,7 +21,7 @@ std::vector<Descriptor> RandomTables::descriptors(std::size_t bytes) {
         length = std::min(length, bytes - 2);
         if (bytes - 2 - length == 1) length == 0 ? ++length : --length;
         Descriptor& descriptor = all.emplace_back();
-        descriptor.tag = up_to(kMax8);
+        descriptor.tag = up_to(0xFF);
         descriptor.data.resize(length);
         for (char& byte : descriptor.data) byte = static_cast<char>(below(256));
         bytes -= std::min(bytes, 2 + length);
@@ -38,12 +31,12 @@ std::vector<Descriptor> RandomTables::descriptors(std::size_t bytes) {
 
 PAT RandomTables::pat(std::size_t programs) {
     PAT pat;
-    pat.transport_stream_id = up_to(kMax16);
+    pat.transport_stream_id = up_to(0xFFFF);
     pat.version_number = up_to(31);
     pat.current_next_indicator = below(4) != 0;
     pat.programs.resize(programs);
     for (PATProgram& program : pat.programs) {
-        program.program_number = up_to(kMax16);
+        program.program_number = up_to(0xFFFF);
         program.pid = std::max(1, up_to(kMaxPid));
     }
     return pat;
@@ -59,13 +52,13 @@ CAT RandomTables::cat(std::size_t descriptor_bytes) {
 
 SDT RandomTables::sdt(std::size_t services, std::size_t descriptor_bytes) {
     SDT sdt;
-    sdt.transport_stream_id = up_to(kMax16);
-    sdt.original_network_id = up_to(kMax16);
+    sdt.transport_stream_id = up_to(0xFFFF);
+    sdt.original_network_id = up_to(0xFFFF);
     sdt.version_number = up_to(31);
     sdt.current_next_indicator = below(4) != 0;
     sdt.services.resize(services);
     for (SDTService& service : sdt.services) {
-        service.service_id = up_to(kMax16);
+        service.service_id = up_to(0xFFFF);
         service.eit_schedule_flag = below(2) == 0;
         service.eit_present_following_flag = below(2) == 0;
         service.running_status = up_to(7);
@@ -88,7 +81,7 @@ PMT RandomTables::pmt(std::int32_t program_number, std::size_t bytes) {
     while (bytes >= stream_header) {
         const std::size_t stream_bytes = std::min(bytes - stream_header, below(400));
         PMTStream& stream = pmt.streams.emplace_back();
-        stream.stream_type = up_to(kMax8);
+        stream.stream_type = up_to(0xFF);
         stream.elementary_pid = up_to(kMaxPid);
         stream.descriptors = descriptors(stream_bytes);
         bytes -= stream_header + stream_bytes;

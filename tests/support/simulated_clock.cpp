@@ -15,7 +15,6 @@ constexpr std::int64_t kNsPerSecond = 1000000000;
 // Starts one hour after the start of the machine, and not at a whole millisecond.
 std::int64_t clock_ns = 3600 * kNsPerSecond + 7;
 std::optional<std::int64_t> interruption_ns;
-std::uint64_t sleep_count = 0;
 
 timespec to_timespec(std::int64_t ns) {
     timespec time{};
@@ -40,10 +39,6 @@ void advance(std::int64_t ns) {
 
 void interrupt_next_sleep_after(std::int64_t ns) {
     interruption_ns = ns;
-}
-
-std::uint64_t sleeps() {
-    return sleep_count;
 }
 
 }  // namespace simulated_clock
@@ -80,7 +75,6 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
 extern "C" int nanosleep(const timespec* duration, timespec* remaining) {
     const std::int64_t asked = duration->tv_sec * kNsPerSecond + duration->tv_nsec;
     const std::int64_t slept = std::exchange(interruption_ns, {}).value_or(asked);
-    ++sleep_count;
     clock_ns += slept;
     if (simulated_clock::on_sleep) simulated_clock::on_sleep();
     if (slept >= asked) return 0;

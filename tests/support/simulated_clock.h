@@ -20,9 +20,6 @@ extern std::function<void()> on_sleep;
 // Makes the next nanosleep end after `ns` with EINTR.
 void interrupt_next_sleep_after(std::int64_t ns);
 
-// Returns the number of sleeps so far in this process.
-[[nodiscard]] std::uint64_t sleeps();
-
 }  // namespace simulated_clock
 
 #endif

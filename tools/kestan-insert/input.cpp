@@ -9,7 +9,8 @@
 #include "tools/kestan-insert/options.h"
 
 Input::Input(const std::string& address, const std::string& interface) {
-    if (address != kPipe) receiver_.emplace(parse_endpoint(address), interface);
+    if (address == kPipe) return;
+    receiver_.emplace(parse_endpoint(address), interface, ArrivalTime::kReading);
 }
 
 int Input::fd() const {

@@ -45,7 +45,8 @@ const Options& checked(const Options& options) {
 Insertion::Insertion(const Options& options)
     : options_(checked(options)),
       input_(options.input, options.input_interface),
-      tables_(parse_endpoint(options.tables), options.tables_interface),
+      tables_(parse_endpoint(options.tables), options.tables_interface,
+              ArrivalTime::kReading),
       output_(options.output, options.output_interface, options.ttl),
       began_(steady_now_ns()),
       inserter_({options.kept.begin(), options.kept.end()}, began_, say) {}
@@ -80,11 +81,12 @@ void Insertion::wait(std::int64_t timeout_ns) {
         });
     }
     if (readable[1].revents != 0)
-        input_.read([this](auto, auto* data, std::size_t size) { pass(data, size); });
+        input_.read(
+            [this](auto now, auto* data, std::size_t size) { pass(now, data, size); });
 }
 
-void Insertion::pass(std::uint8_t* datagram, std::size_t size) {
-    const auto packets = inserter_.fill(steady_now_ns(), datagram, size);
+void Insertion::pass(std::int64_t now, std::uint8_t* datagram, std::size_t size) {
+    const auto packets = inserter_.fill(now, datagram, size);
     if (output_.send(datagram, size, packets)) return;
     ++unsent_;
     if (unsent_ > 1) return;

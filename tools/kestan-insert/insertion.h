@@ -29,7 +29,7 @@ public:
 
 private:
     void wait(std::int64_t timeout_ns);
-    void pass(std::uint8_t* datagram, std::size_t size);
+    void pass(std::int64_t now, std::uint8_t* datagram, std::size_t size);
     void every_second(std::int64_t now);
     void say_losses();
     void show_progress();

@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr std::size_t kBatch = 64;
 constexpr std::size_t kMaxDatagramSize = 65536;
 
 // More than a third of a second of the densest stream, one packet a datagram at 100
@@ -100,15 +99,25 @@ sockaddr_in parse_endpoint(const std::string& text) {
     return endpoint;
 }
 
-UdpReceiver::UdpReceiver(const sockaddr_in& from, const std::string& interface)
+UdpReceiver::UdpReceiver(const sockaddr_in& from, const std::string& interface,
+                         ArrivalTime arrival_time)
     : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
+      arrival_time_(arrival_time),
       buffers_(kBatch * kMaxDatagramSize) {
+    for (std::size_t i = 0; i < kBatch; ++i) {
+        slots_[i].buffer = {&buffers_[i * kMaxDatagramSize], kMaxDatagramSize};
+        messages_[i].msg_hdr.msg_iov = &slots_[i].buffer;
+        messages_[i].msg_hdr.msg_iovlen = 1;
+        messages_[i].msg_hdr.msg_control = slots_[i].control.data();
+        messages_[i].msg_hdr.msg_controllen = slots_[i].control.size();
+    }
     if (fd_ < 0) fail("open a UDP socket", "");
     try {
         // Without a privilege, the buffer gets what net.core.rmem_max allows.
         if (!set_option(fd_, SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBufferSize))
             set_option(fd_, SOL_SOCKET, SO_RCVBUF, kReceiveBufferSize);
-        if (!set_option(fd_, SOL_SOCKET, SO_TIMESTAMPNS, 1))
+        if (arrival_time_ == ArrivalTime::kStampOfKernel &&
+            !set_option(fd_, SOL_SOCKET, SO_TIMESTAMPNS, 1))
             fail("have datagrams stamped with their time of arrival", "");
         set_option(fd_, SOL_SOCKET, SO_RXQ_OVFL, 1);
         bind_and_join(fd_, from, interface);
@@ -148,23 +157,15 @@ void UdpReceiver::wait(std::int64_t timeout_ns, int wake_fd) const {
 // Calls `on_datagram` for the datagrams that are there, at most kBatch. Returns how many
 // there were, or -1 if there was none.
 int UdpReceiver::read_batch(const Callback& on_datagram, std::int64_t& last_arrival) {
-    alignas(cmsghdr) std::array<std::array<char, 128>, kBatch> controls;
-    std::array<iovec, kBatch> parts{};
-    std::array<mmsghdr, kBatch> messages{};
-    for (std::size_t i = 0; i < kBatch; ++i) {
-        parts[i] = {buffers_.data() + i * kMaxDatagramSize, kMaxDatagramSize};
-        messages[i].msg_hdr.msg_iov = &parts[i];
-        messages[i].msg_hdr.msg_iovlen = 1;
-        messages[i].msg_hdr.msg_control = controls[i].data();
-        messages[i].msg_hdr.msg_controllen = controls[i].size();
-    }
-    civil_minus_steady_ = civil_minus_steady_ns();
-    const int count = recvmmsg(fd_, messages.data(), kBatch, MSG_DONTWAIT, nullptr);
+    if (arrival_time_ == ArrivalTime::kStampOfKernel)
+        civil_minus_steady_ = civil_minus_steady_ns();
+    const int count = recvmmsg(fd_, messages_.data(), kBatch, MSG_DONTWAIT, nullptr);
     if (count < 0 && errno != EAGAIN && errno != EINTR)
         throw std::system_error(errno, std::generic_category(), "cannot receive");
     for (int i = 0; i < count; ++i) {
-        mmsghdr& message = messages[static_cast<std::size_t>(i)];
+        mmsghdr& message = messages_[static_cast<std::size_t>(i)];
         last_arrival = read_arrival(message.msg_hdr);
+        message.msg_hdr.msg_controllen = slots_.front().control.size();  // for the next
         on_datagram(last_arrival,
                     static_cast<std::uint8_t*>(message.msg_hdr.msg_iov->iov_base),
                     message.msg_len);

@@ -4,6 +4,8 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -13,20 +15,27 @@
 // a message for the user, if the text is anything else.
 [[nodiscard]] sockaddr_in parse_endpoint(const std::string& text);
 
-// Receives the datagrams of one address with their times of arrival.
+// What a datagram's time of arrival is.
+enum class ArrivalTime : std::uint8_t {
+    kStampOfKernel,  // for who measures
+    kReading,        // for who passes the datagram on: a stamp costs processor time
+};
+
+// Receives the datagrams of one address with their times of arrival, which are
+// nanoseconds of the steady clock.
 //
 // The kernel stamps a datagram when it comes (SO_TIMESTAMPNS), so that neither the wait
 // in the socket nor this process's scheduling is measured. Its stamps are of the civil
-// clock; they are converted to nanoseconds of the steady clock. If the civil clock is
-// set, only the datagrams that are in the socket at that moment get a wrong time. One
-// thread.
+// clock and are converted. If the civil clock is set, only the datagrams that are in the
+// socket at that moment get a wrong time. One thread.
 class UdpReceiver {
 public:
     // Receives what is sent to `from`: an address of this machine, or a multicast group,
     // which is joined. `interface` names the interface that the stream comes in by; if it
     // is empty, the routes decide. Throws std::runtime_error with a message that says
     // what to do.
-    UdpReceiver(const sockaddr_in& from, const std::string& interface);
+    UdpReceiver(const sockaddr_in& from, const std::string& interface,
+                ArrivalTime arrival_time = ArrivalTime::kStampOfKernel);
     ~UdpReceiver();
     UdpReceiver(const UdpReceiver&) = delete;
     UdpReceiver& operator=(const UdpReceiver&) = delete;
@@ -59,10 +68,20 @@ private:
     int read_batch(const Callback& on_datagram, std::int64_t& last_arrival);
     [[nodiscard]] std::int64_t read_arrival(msghdr& message);
 
+    static constexpr std::size_t kBatch = 64;
+
+    struct Slot {
+        alignas(cmsghdr) std::array<char, 128> control;
+        iovec buffer;
+    };
+
     int fd_;
+    ArrivalTime arrival_time_;
     std::uint32_t lost_ = 0;
     std::int64_t civil_minus_steady_ = 0;
     std::vector<std::uint8_t> buffers_;
+    std::array<Slot, kBatch> slots_{};
+    std::array<mmsghdr, kBatch> messages_{};  // each points into its slot
 };
 
 #endif
