@@ -10,7 +10,7 @@ fails() { exits "$1" "$2" kestan-control "${@:3}"; }
 @test "says what became of each table, and sends nothing when a file has a mistake" {
     play
     echo '{"pmts": [{"pid": "0x2000"}]}' >bad.json
-    fails 1 'error: bad.json: pmts[0].pid: found "0x2000"' push "$small" bad.json
+    fails 1 'error: bad.json:1: pmts[0].pid: found "0x2000"' push "$small" bad.json
     jq 'del(.pmts[2]) | .cat.version_number = 40
         | .pmts[1].streams = [range(300) | {stream_type: 2, elementary_pid: (. + 512)}]' \
         "$small" >large.json
@@ -40,13 +40,15 @@ warning: later.json: pmts[0].version_number: version 32 "* ]]
     fails 1 "error: sdt.json: sdt: an earlier file has this table too" check "$small" sdt.json
     mkdir empty
     fails 1 "error: empty: no file in this directory is named *.json" check empty
-    jq '(.pat.programs[0], .pmts[0]).pid = "0256"' "$small" >zero.json
+    jq -c '(.pat.programs[0], .pmts[0]).pid = "0256"' "$small" >zero.json
     for command in check push; do
-        fails 1 'error: zero.json: pmts[0].pid: found "0256", write 256 or "0x0256"' \
+        fails 1 'error: zero.json:1: pmts[0].pid: found "0256", write 256 or "0x0256"' \
             $command zero.json
         fails 1 "error: the tables need 25.0 packets a second, 37.6 kbit/s, and --bitrate \
 allows 37 kbit/s" $command "$small" --bitrate 37
     done
+    fails 1 'pmts[0].pid: found "0256"' check - < <(jq .cat.version_number=256 zero.json)
+    [[ $output == "error: -:"*": cat.version_number: found 256"* ]]
     kestan-control check --bitrate 38 "$small"
     exits 1 "is the disk full?" sh -c 'kestan-control check "$0" 2>&1 >/dev/full' "$small"
 }
@@ -144,6 +146,9 @@ still version 1: receivers ignore the change"* ]]
 1|no complete table|import packet.ts
 1| 0 PMTs|import $(echo "$BATS_TEST_DIRNAME"/../../fuzz/cases/import/pmt-program-info*)
 END
+    for command in check push import; do
+        fails 1 '"no\x0awhere": cannot be read: No such' $command $'no\nwhere'
+    done
     while IFS='|' read -r answer said; do
         echo "dd bs=64K count=1 of=/dev/null; $answer" >server
         start server socat TCP-LISTEN:9501,reuseaddr SYSTEM:". ./server"

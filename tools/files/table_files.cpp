@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "tools/json/multiplex_file.h"
+#include "tools/json/shown_text.h"
 
 namespace fs = std::filesystem;
 
@@ -35,7 +36,9 @@ std::vector<std::string> json_files_in(const std::string& directory) {
 }  // namespace
 
 std::string FileFinding::line() const {
-    return std::string(name_of(severity)) + ": " + (path.empty() ? "" : path + ": ") +
+    const std::string file =
+        shown_path(path) + (line_number == 0 ? "" : ':' + std::to_string(line_number));
+    return std::string(name_of(severity)) + ": " + (path.empty() ? "" : file + ": ") +
            text;
 }
 
@@ -76,16 +79,20 @@ ReadFiles TableFiles::read(Severity of_doubts) const {
     std::set<std::string> seen;  // names of single tables
     for (const auto& [path, kind] : expand(read.mistakes)) {
         TableFile file{path, {}};
-        std::vector<std::string> doubts;
+        std::vector<FileRemark> doubts;
+        bool is_right = true;
         try {
             file.tables = read_multiplex_file(path, kind, &doubts);
         } catch (const FileMistake& mistake) {
-            read.mistakes.push_back({Severity::kError, path, mistake.text()});
-            continue;
+            is_right = false;
+            for (const auto& [line, text] : mistake.remarks()) {
+                read.mistakes.push_back({Severity::kError, path, text, line});
+            }
         }
-        for (std::string& doubt : doubts) {
-            read.doubts.push_back({of_doubts, path, std::move(doubt)});
+        for (const auto& [line, text] : doubts) {
+            read.doubts.push_back({of_doubts, path, text, line});
         }
+        if (!is_right) continue;
         const std::vector<std::string> names = single_tables_of(file.tables);
         const auto repeated =
             std::find_if(names.begin(), names.end(),

@@ -20,10 +20,11 @@ struct TableFile {
 // A mistake in the files, as a line for a person.
 struct FileFinding {
     Severity severity = Severity::kError;
-    std::string path;  // empty if it concerns all files together
-    std::string text;  // the place in the file, what is wrong, what follows
+    std::string path;             // empty if it concerns all files together
+    std::string text;             // the place in the file, what is wrong, what follows
+    std::size_t line_number = 0;  // 0 if it is not known
 
-    // Returns a text such as "error: tables.json: pmts[0].pid: …".
+    // Returns a text such as "error: tables.json:12: pmts[0].pid: …".
     [[nodiscard]] std::string line() const;
 };
 

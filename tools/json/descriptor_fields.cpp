@@ -6,10 +6,13 @@
 
 #include "dvb/psi_si.h"
 
+using orvel::thrift::dvb_tables::Descriptor;
+
 namespace {
 
 constexpr unsigned kBitsOfByte = 8;
-constexpr unsigned kLanguageBits = 24;
+constexpr unsigned kLanguageSize = 3;
+constexpr unsigned kLanguageBits = kLanguageSize * kBitsOfByte;
 
 DescriptorField number(const char* name, unsigned bits) {
     return {FieldKind::kNumber, bits, name};
@@ -40,6 +43,14 @@ DescriptorField text(const char* name) {
     return {FieldKind::kText, 0, name};
 }
 
+DescriptorField text_rest(const char* name) {
+    return {FieldKind::kTextRest, 0, name};
+}
+
+DescriptorField bytes(const char* name) {
+    return {FieldKind::kBytes, 0, name};
+}
+
 DescriptorField rest(const char* name) {
     return {FieldKind::kRest, 0, name, FieldNeed::kAbsentIfZero};
 }
@@ -54,6 +65,10 @@ DescriptorField ones(unsigned bits) {
 
 DescriptorField presence_of(const char* name) {
     return {FieldKind::kPresence, 1, name};
+}
+
+DescriptorField absence_of(const char* name) {
+    return {FieldKind::kAbsence, 1, name};
 }
 
 DescriptorField if_more() {
@@ -73,6 +88,13 @@ DescriptorField with_note(const char* note, DescriptorField field) {
 // Makes a field that is there if its presence flag is 1.
 DescriptorField announced(const char* name) {
     return with(FieldNeed::kIfPresenceFlag, hex(name, kBitsOfByte));
+}
+
+// Makes a field that is there if the other one is.
+DescriptorField together_with(const char* other, DescriptorField field) {
+    field.need = FieldNeed::kIfPresenceFlag;
+    field.with = other;
+    return field;
 }
 
 std::vector<DescriptorForm> all_forms() {
@@ -144,6 +166,11 @@ std::vector<DescriptorForm> all_forms() {
          0x13,
          is_single,
          {hex("carousel_id", 32), rest("private_data")}},
+        {"association_tag",
+         0x14,
+         is_single,
+         {hex("association_tag", 16), hex("use", 16), bytes("selector_bytes"),
+          rest("private_data")}},
         // ISO/IEC 13818-1, 2.6
         {"mpeg_4_video", 0x1B, is_single, {hex("mpeg_4_visual_profile_and_level", 8)}},
         {"mpeg_4_audio", 0x1C, is_single, {hex("mpeg_4_audio_profile_and_level", 8)}},
@@ -157,6 +184,18 @@ std::vector<DescriptorForm> all_forms() {
           number("level_idc", 8), flag("avc_still_present"),
           flag("avc_24_hour_picture_flag"), flag("frame_packing_sei_not_present_flag"),
           ones(5)}},
+        {"avc_timing_and_hrd",
+         0x2A,
+         is_single,
+         {flag("hrd_management_valid_flag"), ones(6), presence_of("num_units_in_tick"),
+          together_with("num_units_in_tick", absence_of("n")),
+          together_with("num_units_in_tick", ones(7)),
+          with(FieldNeed::kIfPresenceFlag,
+               with_note("of the time base; 90 kHz without it", number("n", 32))),
+          together_with("n", number("k", 32)),
+          with(FieldNeed::kIfPresenceFlag, number("num_units_in_tick", 32)),
+          flag("fixed_frame_rate_flag"), flag("temporal_poc_flag"),
+          flag("picture_to_display_conversion_flag"), ones(5)}},
         {"mpeg_2_aac_audio",
          0x2B,
          is_single,
@@ -187,6 +226,10 @@ std::vector<DescriptorForm> all_forms() {
           with(zero_if_absent, number("temporal_id_max", 3)),
           ones(5)}},
         // ETSI EN 300 468, 6.2
+        {"vbi_data",
+         0x45,
+         is_list,
+         {hex("data_service_id", 8), bytes("data_service_descriptor")}},
         {"vbi_teletext",
          0x46,
          is_list,
@@ -196,6 +239,12 @@ std::vector<DescriptorForm> all_forms() {
          kServiceTag,
          is_single,
          {number("service_type", 8), text("provider_name"), text("service_name")}},
+        {"country_availability",
+         0x49,
+         is_single,
+         {flag("country_availability_flag"),
+          ones(7),
+          {FieldKind::kCountries, 0, "country_codes"}}},
         {"linkage",
          0x4A,
          is_single,
@@ -207,6 +256,12 @@ std::vector<DescriptorForm> all_forms() {
          {hex("transport_stream_id", 16), hex("original_network_id", 16),
           number("service_id", 16)}},
         {"time_shifted_service", 0x4C, is_single, {number("reference_service_id", 16)}},
+        {"component",
+         0x50,
+         is_single,
+         {hex("stream_content_ext", 4), hex("stream_content", 4),
+          hex("component_type", 8), number("component_tag", 8), language(),
+          text_rest("text")}},
         {"stream_identifier", 0x52, is_single, {number("component_tag", 8)}},
         {"ca_identifier", 0x53, is_list, {hex("ca_system_id", 16)}},
         {"teletext",
@@ -229,6 +284,11 @@ std::vector<DescriptorForm> all_forms() {
          is_single,
          {hex("new_original_network_id", 16), hex("new_transport_stream_id", 16),
           number("new_service_id", 16)}},
+        {"data_broadcast",
+         0x64,
+         is_single,
+         {hex("data_broadcast_id", 16), number("component_tag", 8),
+          bytes("selector_bytes"), language(), text("text")}},
         {"scrambling", 0x65, is_single, {hex("scrambling_mode", 8)}},
         {"data_broadcast_id",
          0x66,
@@ -256,6 +316,8 @@ std::vector<DescriptorForm> all_forms() {
          0x70,
          is_single,
          {hex("adaptation_field_data_identifier", 8)}},
+        // ETSI TS 102 323, 6.3.1
+        {"default_authority", 0x73, is_single, {text_rest("default_authority")}},
         // ETSI EN 300 468, annexes D and H
         {"enhanced_ac_3",
          0x7A,
@@ -285,6 +347,15 @@ std::vector<DescriptorForm> all_forms() {
          {flag("user_defined"), ones(3), flag("do_not_scramble"),
           number("control_remote_access_over_internet", 2),
           flag("do_not_apply_revocation")}},
+        // ETSI EN 300 468, annex J
+        {"supplementary_audio",
+         0x7F,
+         is_single,
+         {number("mix_type", 1), hex("editorial_classification", 5), ones(1),
+          presence_of("language"), with(FieldNeed::kIfPresenceFlag, language()),
+          rest("private_data")},
+         0x06},
+        // ETSI EN 300 468, 6.2
         {"extension",
          0x7F,
          is_single,
@@ -327,9 +398,27 @@ private:
 
 bool is_announced(const DescriptorField& field, const std::vector<FieldValue>& before) {
     return std::any_of(before.begin(), before.end(), [&](const FieldValue& value) {
-        return value.field->kind == FieldKind::kPresence && value.number != 0 &&
-               std::string_view(value.field->name) == field.name;
+        const FieldKind kind = value.field->kind;
+        if (kind != FieldKind::kPresence && kind != FieldKind::kAbsence) return false;
+        const bool is_its = std::string_view(value.field->name) == field.announced_as();
+        return is_its && (value.number != 0) == (kind == FieldKind::kPresence);
     });
+}
+
+// Takes 8 bits of length and as many bytes. Returns as `take` does.
+std::string take_counted(const DescriptorField& field, BitReader& data,
+                         FieldValue& value) {
+    if (data.bits_left() < kBitsOfByte) {
+        return std::string("too short for the length of ") + field.name;
+    }
+    const std::size_t size = data.take(kBitsOfByte);
+    const std::size_t left = data.bits_left() / kBitsOfByte;
+    if (size > left) {
+        return std::string(field.name) + " takes " + std::to_string(size) + " bytes, " +
+               std::to_string(left) + " are left";
+    }
+    value.bytes = data.take_bytes(size);
+    return {};
 }
 
 // Takes the field's value. Returns what overruns the data, or an empty text.
@@ -337,25 +426,25 @@ std::string take(const DescriptorField& field, BitReader& data, FieldValue& valu
     if (data.bits_left() < field.bits) {
         return std::string("too short for ") + field.name;
     }
-    if (field.kind == FieldKind::kLanguage) {
-        value.bytes = data.take_bytes(field.bits / kBitsOfByte);
-    } else if (field.kind == FieldKind::kRest) {
-        value.bytes = data.take_rest();
-    } else if (field.kind == FieldKind::kText) {
-        if (data.bits_left() < kBitsOfByte) {
-            return std::string("too short for the length of ") + field.name;
-        }
-        const std::size_t size = data.take(kBitsOfByte);
-        const std::size_t left = data.bits_left() / kBitsOfByte;
-        if (size > left) {
-            return std::string(field.name) + " takes " + std::to_string(size) +
-                   " bytes, " + std::to_string(left) + " are left";
-        }
-        value.bytes = data.take_bytes(size);
-    } else {
-        value.number = data.take(field.bits);
+    switch (field.kind) {
+        case FieldKind::kText:
+        case FieldKind::kBytes:
+            return take_counted(field, data, value);
+        case FieldKind::kLanguage:
+            value.bytes = data.take_bytes(field.bits / kBitsOfByte);
+            return {};
+        case FieldKind::kCountries:
+            value.bytes = data.take_rest();
+            if (value.bytes.size() % kLanguageSize == 0) return {};
+            return std::string("too short for the last of ") + field.name;
+        case FieldKind::kTextRest:
+        case FieldKind::kRest:
+            value.bytes = data.take_rest();
+            return {};
+        default:
+            value.number = data.take(field.bits);
+            return {};
     }
-    return {};
 }
 
 // Takes the fields of one entry, as `take` does.
@@ -381,6 +470,7 @@ bool is_in_json(const DescriptorField& field) {
         case FieldKind::kZeros:
         case FieldKind::kOnes:
         case FieldKind::kPresence:
+        case FieldKind::kAbsence:
         case FieldKind::kIfMore:
             return false;
         case FieldKind::kNumber:
@@ -389,11 +479,18 @@ bool is_in_json(const DescriptorField& field) {
         case FieldKind::kCharacterCode:
         case FieldKind::kFlag:
         case FieldKind::kLanguage:
+        case FieldKind::kCountries:
         case FieldKind::kText:
+        case FieldKind::kTextRest:
+        case FieldKind::kBytes:
         case FieldKind::kRest:
             break;
     }
     return true;
+}
+
+bool is_text(const DescriptorField& field) {
+    return field.kind == FieldKind::kText || field.kind == FieldKind::kTextRest;
 }
 
 std::string coding_field(const char* text_field) {
@@ -405,14 +502,25 @@ const std::vector<DescriptorForm>& descriptor_forms() {
     return forms;
 }
 
-const DescriptorForm* form_of_tag(std::int32_t tag) {
-    for (const DescriptorForm& form : descriptor_forms()) {
-        if (form.tag == tag) return &form;
-    }
-    return nullptr;
+const DescriptorForm* form_of(const Descriptor& descriptor) {
+    const auto& forms = descriptor_forms();
+    const auto found =
+        std::find_if(forms.begin(), forms.end(),
+                     [&](const DescriptorForm& form) { return form.is_of(descriptor); });
+    return found == forms.end() ? nullptr : &*found;
 }
 
-SplitDescriptor split_descriptor(const DescriptorForm& form, std::string_view data) {
+bool DescriptorForm::is_of(const Descriptor& descriptor) const {
+    if (descriptor.tag != tag) return false;
+    if (!extension) return true;
+    return !descriptor.data.empty() &&
+           static_cast<std::uint8_t>(descriptor.data.front()) == *extension;
+}
+
+SplitDescriptor split_descriptor(const DescriptorForm& form,
+                                 const Descriptor& descriptor) {
+    std::string_view data = descriptor.data;
+    if (form.extension) data.remove_prefix(1);
     SplitDescriptor split;
     BitReader reader(data);
     bool is_at_end = form.is_list && data.empty();
@@ -424,22 +532,20 @@ SplitDescriptor split_descriptor(const DescriptorForm& form, std::string_view da
             const std::string place =
                 form.is_list ? '[' + std::to_string(index) + ']' : "";
             split.overrun = form.name;
-            split.overrun += place + ": " + overrun;
+            split.overrun.append(place).append(": ").append(overrun);
         }
         is_at_end = !form.is_list || !overrun.empty() || reader.bits_left() == 0;
     }
     return split;
 }
 
-std::optional<std::string_view> service_name_field(
-    const orvel::thrift::dvb_tables::Descriptor& descriptor) {
-    const SplitDescriptor split =
-        split_descriptor(*form_of_tag(kServiceTag), descriptor.data);
+std::optional<std::string_view> service_name_field(const Descriptor& descriptor) {
+    const SplitDescriptor split = split_descriptor(*form_of(descriptor), descriptor);
     if (!split.overrun.empty()) return std::nullopt;
     return split.entries.front().back().bytes;
 }
 
-std::string inner_overrun(const orvel::thrift::dvb_tables::Descriptor& descriptor) {
-    const DescriptorForm* const form = form_of_tag(descriptor.tag);
-    return form == nullptr ? "" : split_descriptor(*form, descriptor.data).overrun;
+std::string inner_overrun(const Descriptor& descriptor) {
+    const DescriptorForm* const form = form_of(descriptor);
+    return form == nullptr ? "" : split_descriptor(*form, descriptor).overrun;
 }

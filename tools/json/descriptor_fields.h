@@ -22,11 +22,15 @@ enum class FieldKind : std::uint8_t {
     kCharacterCode,  // 32 bits: four characters where all are printable ASCII
     kFlag,           // one bit
     kLanguage,       // three ASCII letters (ISO 639-2)
+    kCountries,      // all bytes that are left: codes of three ASCII letters (ISO 3166)
     kText,           // 8 bits of length and a text (ETSI EN 300 468, annex A)
+    kTextRest,       // a text of all bytes that are left
+    kBytes,          // 8 bits of length and bytes
     kRest,           // all bytes that are left
     kZeros,          // reserved bits, all 0
     kOnes,           // reserved bits, all 1
     kPresence,       // one bit: whether the later field of the same name is there
+    kAbsence,        // one bit: whether it is not there
     kIfMore,         // no bits: the fields that follow are there if bytes are left
 };
 
@@ -35,7 +39,7 @@ enum class FieldNeed : std::uint8_t {
     kZeroIfAbsent,    // may be left out of the JSON, which then means 0
     kAbsentIfZero,    // may be left out, which means 0; never written when it is 0
     kAbsentIfOnes,    // may be left out: all bits are 1; never written when they are
-    kIfPresenceFlag,  // there if its kPresence bit is 1
+    kIfPresenceFlag,  // there if its kPresence or kAbsence bit says so
 };
 
 struct DescriptorField {
@@ -44,13 +48,21 @@ struct DescriptorField {
     const char* name;
     FieldNeed need = FieldNeed::kRequired;
     const char* note = "";  // what a value means, for people
+    const char* with =
+        "";  // kIfPresenceFlag: the field whose bit is meant, if not its own
+
+    // Returns the field whose bit says whether this one is there.
+    [[nodiscard]] const char* announced_as() const { return *with == '\0' ? name : with; }
 };
+
+// Returns whether the field is a text, which has a second field for its coding in JSON.
+[[nodiscard]] bool is_text(const DescriptorField& field);
 
 // Returns the name of the field that says a text's coding.
 [[nodiscard]] std::string coding_field(const char* text_field);
 
-// Returns whether the field has a value in JSON. Reserved bits, kPresence and kIfMore
-// have none: they follow from other fields.
+// Returns whether the field has a value in JSON. Reserved bits, kPresence, kAbsence and
+// kIfMore have none: they follow from other fields.
 [[nodiscard]] bool is_in_json(const DescriptorField& field);
 
 struct DescriptorForm {
@@ -58,15 +70,23 @@ struct DescriptorForm {
     std::uint8_t tag;
     bool is_list;
     std::vector<DescriptorField> fields;
+
+    // The first byte of the data, before the fields (descriptor_tag_extension).
+    std::optional<std::uint8_t> extension{};
+
+    [[nodiscard]] bool is_of(
+        const orvel::thrift::dvb_tables::Descriptor& descriptor) const;
 };
 
-// Returns all forms in the order of their tags.
+// Returns all forms in the order of their tags. If several are of one descriptor, the
+// first says most.
 [[nodiscard]] const std::vector<DescriptorForm>& descriptor_forms();
 
-// Returns null if descriptors with this tag have no name.
-[[nodiscard]] const DescriptorForm* form_of_tag(std::int32_t tag);
+// Returns the first form of the descriptor, or null if it has no name.
+[[nodiscard]] const DescriptorForm* form_of(
+    const orvel::thrift::dvb_tables::Descriptor& descriptor);
 
-// A field in a descriptor. `bytes` is the content of a language, a text or the rest, and
+// A field in a descriptor. `bytes` is the content of languages, texts and bytes, and
 // points into the descriptor's data; `number` is the value of all other kinds.
 struct FieldValue {
     const DescriptorField* field;
@@ -82,9 +102,9 @@ struct SplitDescriptor {
 };
 
 // Cuts a descriptor's data into fields. Stops at the first field that does not fit.
-// `data` must outlive the result.
-[[nodiscard]] SplitDescriptor split_descriptor(const DescriptorForm& form,
-                                               std::string_view data);
+// `descriptor` must outlive the result. REQUIRES: form.is_of(descriptor).
+[[nodiscard]] SplitDescriptor split_descriptor(
+    const DescriptorForm& form, const orvel::thrift::dvb_tables::Descriptor& descriptor);
 
 // Returns the service_name of a service descriptor as it is coded. Returns nullopt if the
 // descriptor's fields overrun it. REQUIRES: its tag is kServiceTag.

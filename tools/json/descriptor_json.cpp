@@ -13,6 +13,7 @@
 
 using nlohmann::ordered_json;
 using orvel::thrift::dvb_tables::Descriptor;
+using namespace std::string_literals;
 
 namespace {
 
@@ -90,22 +91,69 @@ const DvbCoding& coding_from_json(const JsonNode& node) {
     node.mistake("one of " + names);
 }
 
+[[noreturn]] void refuse_coding(const JsonNode& node, const DvbCoding& coding) {
+    const std::string text = node.text();
+    const std::string lacking(first_lacking(text, coding));
+    std::string what = "a text whose characters all are in its coding";
+    if (!lacking.empty()) {
+        what += ": " + coding.name + " lacks " +
+                nlohmann::json(lacking).dump(-1, ' ', /*ensure_ascii=*/true);
+    }
+    node.mistake(what + ", " + coding_for(text).name + " has all");
+}
+
 std::string text_from_json(const JsonNode& entry, const char* name) {
     const JsonNode node = entry[name];
-    if (!is_dvb_text(node.text())) node.mistake("a text without control characters");
+    if (!is_dvb_text(node.text())) {
+        node.mistake(
+            "a text without control characters: \"\\ue08a\" is a line break, "
+            "\"\\ue086\" and \"\\ue087\" switch emphasis on and off");
+    }
     const std::string coding_name = coding_field(name);
     const DvbCoding* coding = nullptr;
     if (entry.has(coding_name.c_str())) {
         coding = &coding_from_json(entry[coding_name.c_str()]);
     }
     const std::optional<std::string> encoded = encode_dvb_text(node.text(), coding);
-    if (!encoded) node.mistake("a text whose characters all are in its coding");
+    if (!encoded) {
+        refuse_coding(node, coding == nullptr ? coding_for(node.text()) : *coding);
+    }
     return *encoded;
+}
+
+// The data of a descriptor while it is read.
+struct DescriptorWriter {
+    BitWriter data;
+    std::optional<JsonNode> longest_text{};
+    std::size_t longest_size = 0;  // of that text, as it is coded
+
+    void put_text(const JsonNode& node, const std::string& coded) {
+        data.put_bytes(coded);
+        if (longest_text && coded.size() <= longest_size) return;
+        longest_text.emplace(node);
+        longest_size = coded.size();
+    }
+};
+
+// Raises a mistake if the data is too long: at the longest text if that one alone can be
+// made short enough.
+void expect_size(const DescriptorWriter& written, std::size_t size,
+                 const JsonNode& node) {
+    if (size <= kMaxDescriptorData) return;
+    const std::size_t surplus = size - kMaxDescriptorData;
+    if (surplus > written.longest_size) {
+        node.mistake("at most 255 bytes of data, these are " + std::to_string(size));
+    }
+    written.longest_text->mistake(
+        "at most " + std::to_string(written.longest_size - surplus) +
+        " bytes as it is coded, these are " + std::to_string(written.longest_size));
 }
 
 // Writes one field from the entry `node`.
 // REQUIRES: the entry has the field, unless other fields say its value.
-void write_field(const DescriptorField& field, const JsonNode& node, BitWriter& to) {
+void write_field(const DescriptorField& field, const JsonNode& node,
+                 DescriptorWriter& writer) {
+    BitWriter& to = writer.data;
     switch (field.kind) {
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
@@ -118,57 +166,80 @@ void write_field(const DescriptorField& field, const JsonNode& node, BitWriter& 
             return to.put(node[field.name].boolean() ? 1 : 0, field.bits);
         case FieldKind::kLanguage:
             return to.put_bytes(language_from_json(node[field.name]));
-        case FieldKind::kText: {
+        case FieldKind::kCountries:
+            for (const JsonNode& country : node[field.name].elements()) {
+                country.keep([&] { to.put_bytes(language_from_json(country)); });
+            }
+            return;
+        case FieldKind::kText:
+        case FieldKind::kTextRest: {
             const std::string text = text_from_json(node, field.name);
-            to.put(static_cast<std::uint32_t>(text.size()), 8);
-            return to.put_bytes(text);
+            if (field.kind == FieldKind::kText) to.put(text.size(), 8);
+            return writer.put_text(node[field.name], text);
         }
-        case FieldKind::kRest:
-            return to.put_bytes(node[field.name].bytes());
+        case FieldKind::kBytes:
+        case FieldKind::kRest: {
+            const std::string bytes = node[field.name].bytes();
+            if (field.kind == FieldKind::kBytes) to.put(bytes.size(), 8);
+            return to.put_bytes(bytes);
+        }
         case FieldKind::kZeros:
             return to.put(0, field.bits);
         case FieldKind::kOnes:
             return to.put(kAllOnes, field.bits);
         case FieldKind::kPresence:
             return to.put(node.has(field.name) ? 1 : 0, field.bits);
+        case FieldKind::kAbsence:
+            return to.put(node.has(field.name) ? 0 : 1, field.bits);
         case FieldKind::kIfMore:
             return;
     }
 }
 
-void entry_from_json(const DescriptorForm& form, const JsonNode& node, BitWriter& to) {
+// Writes one field from the entry `node`, or nothing if it is not there.
+void write_if_there(const DescriptorField& field, const JsonNode& node,
+                    DescriptorWriter& to) {
+    const bool is_announced = field.need == FieldNeed::kIfPresenceFlag;
+    if (is_announced && !node.has(field.announced_as())) {
+        if (!node.has(field.name)) return;
+        node[field.name].mistake("the field "s + field.announced_as() + " beside it");
+    }
+    if (is_announced || field.need == FieldNeed::kRequired || node.has(field.name)) {
+        return write_field(field, node, to);
+    }
+    to.data.put(field.need == FieldNeed::kAbsentIfOnes ? kAllOnes : 0, field.bits);
+}
+
+void entry_from_json(const DescriptorForm& form, const JsonNode& node,
+                     DescriptorWriter& to) {
     std::vector<std::string> names;
     for (const DescriptorField& field : form.fields) {
         if (is_in_json(field)) names.emplace_back(field.name);
-        if (field.kind == FieldKind::kText) names.push_back(coding_field(field.name));
+        if (is_text(field)) names.push_back(coding_field(field.name));
     }
-    node.expect_fields({names.begin(), names.end()});
+    node.keep_unknown_fields({names.begin(), names.end()});
     for (auto field = form.fields.begin(); field != form.fields.end(); ++field) {
         const bool has_more = std::any_of(
             field, form.fields.end(),
             [&](const DescriptorField& later) { return node.has(later.name); });
         if (field->kind == FieldKind::kIfMore && !has_more) return;
-        if (field->need == FieldNeed::kRequired || node.has(field->name)) {
-            write_field(*field, node, to);
-        } else if (field->need != FieldNeed::kIfPresenceFlag) {
-            to.put(field->need == FieldNeed::kAbsentIfOnes ? kAllOnes : 0, field->bits);
-        }
+        node.keep([&] { write_if_there(*field, node, to); });
     }
 }
 
 Descriptor named_from_json(const DescriptorForm& form, const JsonNode& node) {
     Descriptor descriptor;
     descriptor.tag = form.tag;
-    BitWriter data(descriptor.data);
+    DescriptorWriter writer{BitWriter(descriptor.data)};
+    if (form.extension) writer.data.put(*form.extension, 8);
     if (form.is_list) {
-        for (const JsonNode& entry : node.elements()) entry_from_json(form, entry, data);
+        for (const JsonNode& entry : node.elements()) {
+            entry.keep([&] { entry_from_json(form, entry, writer); });
+        }
     } else {
-        entry_from_json(form, node, data);
+        entry_from_json(form, node, writer);
     }
-    if (descriptor.data.size() > kMaxDescriptorData) {
-        node.mistake("at most 255 bytes of data, these are " +
-                     std::to_string(descriptor.data.size()));
-    }
+    expect_size(writer, descriptor.data.size(), node);
     return descriptor;
 }
 
@@ -190,7 +261,15 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
         case FieldKind::kLanguage:
             to = value.bytes;
             return is_language(value.bytes);
-        case FieldKind::kText: {
+        case FieldKind::kCountries:
+            to = ordered_json::array();
+            for (std::size_t i = 0; i < value.bytes.size(); i += kLanguageSize) {
+                to.push_back(value.bytes.substr(i, kLanguageSize));
+                if (!is_language(value.bytes.substr(i, kLanguageSize))) return false;
+            }
+            return true;
+        case FieldKind::kText:
+        case FieldKind::kTextRest: {
             const auto decoded = decode_dvb_text(value.bytes);
             if (!decoded) return false;
             to = decoded->text;
@@ -199,6 +278,7 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
             }
             return true;
         }
+        case FieldKind::kBytes:
         case FieldKind::kRest:
             to = to_hex(value.bytes);
             return true;
@@ -206,6 +286,7 @@ bool add_field(const FieldValue& value, ordered_json& entry) {
         case FieldKind::kZeros:
         case FieldKind::kOnes:
         case FieldKind::kPresence:
+        case FieldKind::kAbsence:
         case FieldKind::kIfMore:
             break;
     }
@@ -244,24 +325,20 @@ std::optional<ordered_json> fields_to_json(const DescriptorForm& form,
     return list;
 }
 
-std::optional<ordered_json> named_to_json(const Descriptor& descriptor) {
-    const DescriptorForm* const form = form_of_tag(descriptor.tag);
-    if (form == nullptr) return std::nullopt;
-    const SplitDescriptor split = split_descriptor(*form, descriptor.data);
-    if (!split.overrun.empty()) return std::nullopt;
-    const auto fields = fields_to_json(*form, split);
+// Returns nullopt if the form has no JSON that gives the same bytes again.
+// REQUIRES: no field overruns the descriptor.
+std::optional<ordered_json> named_to_json(const DescriptorForm& form,
+                                          const Descriptor& descriptor) {
+    const auto fields = fields_to_json(form, split_descriptor(form, descriptor));
     if (!fields) return std::nullopt;
-    try {
-        const nlohmann::json document = *fields;
-        std::vector<std::string> doubts;
-        const JsonNode node(document, &doubts);
-        if (named_from_json(*form, node) != descriptor || !doubts.empty()) {
-            return std::nullopt;
-        }
-    } catch (const JsonMistake&) {
-        return std::nullopt;  // a text that can be read but not written in its coding
-    }
-    return ordered_json{{form->name, *fields}};
+    const nlohmann::json document = *fields;
+    JsonFindings findings;
+    const JsonNode node(document, &findings);
+    Descriptor again;
+    node.keep([&] { again = named_from_json(form, node); });
+    const bool is_right = findings.mistakes.is_empty() && findings.doubts.is_empty();
+    if (!is_right || again != descriptor) return std::nullopt;
+    return ordered_json{{form.name, *fields}};
 }
 
 }  // namespace
@@ -270,13 +347,21 @@ Descriptor descriptor_from_json(const JsonNode& node) {
     std::vector<std::string_view> names{"tag", "data"};
     for (const DescriptorForm& form : descriptor_forms()) names.emplace_back(form.name);
     node.expect_fields(names);
+    const DescriptorForm* named = nullptr;
     for (const DescriptorForm& form : descriptor_forms()) {
         if (!node.has(form.name)) continue;
-        node.expect_fields({form.name});
-        return named_from_json(form, node[form.name]);
+        if (named != nullptr) {
+            node.mistake(named->name + " and "s + form.name + " in one descriptor",
+                         "one name: write a descriptor for each");
+        }
+        named = &form;
+    }
+    if (named != nullptr) {
+        node.keep_unknown_fields({named->name});
+        return named_from_json(*named, node[named->name]);
     }
     Descriptor descriptor;
-    descriptor.tag = node["tag"].i32_of(8);
+    node.keep([&] { descriptor.tag = node["tag"].i32_of(8); });
     const JsonNode data = node["data"];
     descriptor.data = data.bytes();
     if (descriptor.data.size() > kMaxDescriptorData) data.mistake("at most 255 bytes");
@@ -284,6 +369,10 @@ Descriptor descriptor_from_json(const JsonNode& node) {
 }
 
 ordered_json descriptor_to_json(const Descriptor& descriptor) {
-    if (const auto named = named_to_json(descriptor)) return *named;
+    const bool has_overrun = !inner_overrun(descriptor).empty();
+    for (const DescriptorForm& form : descriptor_forms()) {
+        if (!form.is_of(descriptor) || has_overrun) continue;
+        if (const auto named = named_to_json(form, descriptor)) return *named;
+    }
     return {{"tag", hex_number(descriptor.tag, 2)}, {"data", to_hex(descriptor.data)}};
 }

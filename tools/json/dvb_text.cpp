@@ -176,6 +176,26 @@ std::optional<std::string> encode_dvb_text(std::string_view text,
     return encoded ? encoded : encode(text, utf_8());
 }
 
+std::string_view first_lacking(std::string_view text, const DvbCoding& coding) {
+    while (!text.empty()) {
+        std::size_t size = 1;
+        while (size < text.size() &&
+               (static_cast<std::uint8_t>(text[size]) & 0xC0) == 0x80)
+            ++size;
+        const std::string_view character = text.substr(0, size);
+        if (!encode(character, coding)) return character;
+        text.remove_prefix(size);
+    }
+    return {};
+}
+
+const DvbCoding& coding_for(std::string_view text) {
+    for (const DvbCoding& coding : dvb_codings()) {
+        if (coding.has_one_byte_controls && encode(text, coding)) return coding;
+    }
+    return utf_8();
+}
+
 std::optional<DvbText> decode_dvb_text(std::string_view field) {
     if (field.empty()) return DvbText{"", nullptr};
     const DvbCoding* const coding = coding_of(field);

@@ -34,6 +34,15 @@ struct DvbCoding {
 [[nodiscard]] std::optional<std::string> encode_dvb_text(std::string_view text,
                                                          const DvbCoding* coding);
 
+// Returns the first character that the coding lacks, in UTF-8, or an empty text if it has
+// each of them. REQUIRES: is_dvb_text(text).
+[[nodiscard]] std::string_view first_lacking(std::string_view text,
+                                             const DvbCoding& coding);
+
+// Returns a coding that has the whole text: one with a byte per character, or else UTF-8.
+// REQUIRES: is_dvb_text(text).
+[[nodiscard]] const DvbCoding& coding_for(std::string_view text);
+
 struct DvbText {
     std::string text;
     const DvbCoding* coding;  // null if encode_dvb_text chooses the same

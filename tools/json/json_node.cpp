@@ -1,7 +1,7 @@
 #include "tools/json/json_node.h"
 
 #include <algorithm>
-#include <optional>
+#include <utility>
 
 #include "tools/json/number_text.h"
 
@@ -10,6 +10,7 @@ using nlohmann::json;
 namespace {
 
 constexpr std::size_t kLongestQuote = 40;
+constexpr std::size_t kMostRemarks = 20;
 
 // Describes the value, short enough for a message.
 std::string quote(const json& value) {
@@ -33,10 +34,15 @@ std::optional<std::int64_t> integer(const json& value) {
     return std::nullopt;
 }
 
+bool is_hex(const json& value) {
+    const auto* const text = value.get_ptr<const std::string*>();
+    return text != nullptr && text->find_first_of("xX") == 1;
+}
+
 // Returns whether a decimal number begins with a zero that is not all of it.
-bool has_leading_zero(const std::string& text) {
-    const bool is_hex = text.size() > 1 && (text[1] == 'x' || text[1] == 'X');
-    return text.size() > 1 && text.front() == '0' && !is_hex;
+bool has_leading_zero(const json& value) {
+    const auto* const text = value.get_ptr<const std::string*>();
+    return text != nullptr && text->size() > 1 && text->front() == '0' && !is_hex(value);
 }
 
 std::string list(const std::vector<std::string_view>& names) {
@@ -50,32 +56,72 @@ std::string list(const std::vector<std::string_view>& names) {
 
 }  // namespace
 
+void JsonRemarks::add(JsonRemark remark) {
+    if (first.size() < kMostRemarks) {
+        first.push_back(std::move(remark));
+    } else {
+        ++others;
+    }
+}
+
+JsonNode JsonNode::about(std::string subject) const {
+    JsonNode node = *this;
+    node.subject_ = std::move(subject);
+    return node;
+}
+
+JsonRemark JsonNode::remark(const std::string& text) const {
+    return {path_, (path_.empty() ? "" : path_ + ": ") + text +
+                       (subject_.empty() ? "" : " (" + subject_ + ')')};
+}
+
+std::string JsonNode::path_of(const std::string& field) const {
+    return path_.empty() ? field : path_ + '.' + field;
+}
+
 void JsonNode::mistake(const std::string& expected) const {
-    throw JsonMistake((path_.empty() ? "" : path_ + ": ") + "found " + quote(*value_) +
-                      ", expected " + expected);
+    mistake(quote(*value_), expected);
+}
+
+void JsonNode::mistake(const std::string& found, const std::string& expected) const {
+    throw JsonMistake(remark("found " + found + ", expected " + expected));
 }
 
 void JsonNode::doubt(const std::string& advice) const {
-    if (doubts_ == nullptr) return;
-    doubts_->push_back((path_.empty() ? "" : path_ + ": ") + "found " + quote(*value_) +
-                       ", " + advice);
+    if (findings_ == nullptr) return;
+    findings_->doubts.add(remark("found " + quote(*value_) + ", " + advice));
+}
+
+void JsonNode::expect_object(const std::vector<std::string_view>& names) const {
+    if (!value_->is_object()) mistake("an object with the fields " + list(names));
+}
+
+void JsonNode::expect_known(const std::string& field,
+                            const std::vector<std::string_view>& names) const {
+    if (std::find(names.begin(), names.end(), field) != names.end()) return;
+    JsonRemark unknown =
+        remark("found the field " + quote(field) + ", expected only " + list(names));
+    unknown.place = path_of(field);
+    throw JsonMistake(unknown);
 }
 
 void JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
-    if (!value_->is_object()) mistake("an object with the fields " + list(names));
+    expect_object(names);
+    for (const auto& field : value_->items()) expect_known(field.key(), names);
+}
+
+void JsonNode::keep_unknown_fields(const std::vector<std::string_view>& names) const {
+    expect_object(names);
     for (const auto& field : value_->items()) {
-        if (std::find(names.begin(), names.end(), field.key()) != names.end()) continue;
-        throw JsonMistake((path_.empty() ? "" : path_ + ": ") + "found the field " +
-                          quote(field.key()) + ", expected only " + list(names));
+        keep([&] { expect_known(field.key(), names); });
     }
 }
 
 JsonNode JsonNode::operator[](const char* name) const {
-    const std::string path = path_.empty() ? name : path_ + '.' + name;
     const auto field = value_->find(name);
-    if (field == value_->end())
-        throw JsonMistake(path + ": missing, expected this field");
-    return {*field, path, doubts_};
+    if (field != value_->end()) return {*field, path_of(name), *this};
+    const JsonNode missing(*value_, path_of(name), *this);
+    throw JsonMistake(missing.remark("missing, expected this field"));
 }
 
 std::vector<JsonNode> JsonNode::elements() const {
@@ -84,7 +130,7 @@ std::vector<JsonNode> JsonNode::elements() const {
     nodes.reserve(value_->size());
     for (const json& element : *value_) {
         nodes.push_back(
-            {element, path_ + '[' + std::to_string(nodes.size()) + ']', doubts_});
+            {element, path_ + '[' + std::to_string(nodes.size()) + ']', *this});
     }
     return nodes;
 }
@@ -94,13 +140,17 @@ std::vector<JsonNode> JsonNode::elements_of(const char* name) const {
     return (*this)[name].elements();
 }
 
+std::optional<std::int64_t> JsonNode::number_if_any(const char* name) const {
+    return has(name) ? integer(value_->at(name)) : std::nullopt;
+}
+
 std::int64_t JsonNode::in_range(std::int64_t lowest, std::int64_t highest) const {
     const std::optional<std::int64_t> value = integer(*value_);
     if (!value || *value < lowest || *value > highest) {
         mistake("a number from " + std::to_string(lowest) + " to " +
                 std::to_string(highest) + ", decimal or as in \"0x1F\"");
     }
-    if (value_->is_string() && has_leading_zero(value_->get_ref<const std::string&>())) {
+    if (has_leading_zero(*value_)) {
         const std::string digits = std::to_string(*value);
         doubt("write " + digits + " or \"0x" +
               std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits + '"');
@@ -113,7 +163,7 @@ std::uint64_t JsonNode::bcd() const {
     const std::uint64_t value = unsigned_of(8);
     if (value / 16 >= base || value % 16 >= base) {
         doubt("write two decimal digits, as in \"0x88\"");
-    } else if (value >= base && value_->is_number()) {
+    } else if (value >= base && !is_hex(*value_)) {
         doubt("write " + quote(hex_number(static_cast<std::int64_t>(value), 2)));
     }
     return value;

@@ -1,7 +1,9 @@
 #ifndef KESTAN_TOOLS_JSON_JSON_NODE_H
 #define KESTAN_TOOLS_JSON_JSON_NODE_H
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -10,31 +12,83 @@
 
 #include <nlohmann/json.hpp>
 
-// A mistake in a JSON document. The message has the path to the field, its value, and
-// what was expected.
-class JsonMistake : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
+// What was found at one place in a JSON document.
+struct JsonRemark {
+    std::string place;  // path to the value or field, as in "pmts[2].streams[0].pid"
+    std::string text;   // the path, what was found, and what was expected
 };
 
-// A value in a JSON document and the path to it, as in "pmts[2].streams[0].pid".
+// The first remarks on a document, and how many others there are.
+struct JsonRemarks {
+    std::vector<JsonRemark> first;
+    std::size_t others = 0;
+
+    [[nodiscard]] bool is_empty() const { return first.empty(); }
+    void add(JsonRemark remark);
+};
+
+// What is found while a document is read.
+//
+// A doubt is a number that can be read but may be meant otherwise, as "0100".
+struct JsonFindings {
+    JsonRemarks mistakes;
+    JsonRemarks doubts;
+};
+
+// A mistake in a JSON document.
+class JsonMistake : public std::runtime_error {
+public:
+    explicit JsonMistake(JsonRemark remark)
+        : std::runtime_error(remark.text), place_(std::move(remark.place)) {}
+
+    void expect_object(const std::vector<std::string_view>& names) const;
+    void expect_known(const std::string& field,
+                      const std::vector<std::string_view>& names) const;
+    [[nodiscard]] JsonRemark remark() const { return {place_, what()}; }
+
+private:
+    std::string place_;
+};
+
+// A value in a JSON document and the path to it.
 //
 // Reads what people write: numbers are decimal or strings such as "0x0100", bytes are
 // hexadecimal digits. Each function raises JsonMistake if the value is not what it asks
 // for. The document must outlive its nodes.
-//
-// A doubt is a number that can be read but may be meant otherwise, as "0100".
 class JsonNode {
 public:
-    // Makes the node of the document's root. Its nodes append their doubts to `doubts`,
-    // which must outlive them, unless it is null.
-    explicit JsonNode(const nlohmann::json& root,
-                      std::vector<std::string>* doubts = nullptr)
-        : value_(&root), doubts_(doubts) {}
+    // Makes the node of the document's root. Its nodes add their doubts, and what keep()
+    // keeps, to `findings`, which must outlive them, unless it is null.
+    explicit JsonNode(const nlohmann::json& root, JsonFindings* findings = nullptr)
+        : value_(&root), findings_(findings) {}
+
+    // Returns this node. All remarks on it and its fields end with "(subject)".
+    [[nodiscard]] JsonNode about(std::string subject) const;
+
+    // Calls read(). If that raises a mistake, adds it to the findings, so that the next
+    // part of the document can be read. Passes it on if there are no findings.
+    template <typename Read>
+    void keep(Read read) const {
+        try {
+            read();
+        } catch (const JsonMistake& mistake) {
+            if (findings_ == nullptr) throw;
+            findings_->mistakes.add(mistake.remark());
+        }
+    }
+
+    // Returns whether a mistake was kept.
+    [[nodiscard]] bool has_mistakes() const {
+        return findings_ != nullptr && !findings_->mistakes.is_empty();
+    }
 
     // Raises a mistake if this is no object or has a field that is not in the list: a
     // misspelt name must not look like a field that was left out.
     void expect_fields(const std::vector<std::string_view>& names) const;
+
+    // Raises a mistake if this is no object, and keeps one for each field that is not in
+    // the list.
+    void keep_unknown_fields(const std::vector<std::string_view>& names) const;
 
     [[nodiscard]] bool has(const char* name) const { return value_->contains(name); }
 
@@ -47,6 +101,10 @@ public:
     // Returns the elements of a field that is an array, or no elements if the field is
     // missing.
     [[nodiscard]] std::vector<JsonNode> elements_of(const char* name) const;
+
+    // Returns the value of a field that is a number, or nullopt if it is missing or
+    // anything else.
+    [[nodiscard]] std::optional<std::int64_t> number_if_any(const char* name) const;
 
     [[nodiscard]] std::int32_t number(std::int32_t lowest, std::int32_t highest) const {
         return static_cast<std::int32_t>(in_range(lowest, highest));
@@ -76,18 +134,29 @@ public:
     // 0 to 7".
     [[noreturn]] void mistake(const std::string& expected) const;
 
+    // Raises a mistake that says what was found, if that is more than one value.
+    [[noreturn]] void mistake(const std::string& found,
+                              const std::string& expected) const;
+
 private:
-    void doubt(const std::string& advice) const;
+    JsonNode(const nlohmann::json& value, std::string path, const JsonNode& parent)
+        : value_(&value),
+          path_(std::move(path)),
+          subject_(parent.subject_),
+          findings_(parent.findings_) {}
 
-    JsonNode(const nlohmann::json& value, std::string path,
-             std::vector<std::string>* doubts)
-        : value_(&value), path_(std::move(path)), doubts_(doubts) {}
-
+    void expect_object(const std::vector<std::string_view>& names) const;
+    void expect_known(const std::string& field,
+                      const std::vector<std::string_view>& names) const;
+    [[nodiscard]] JsonRemark remark(const std::string& text) const;
+    [[nodiscard]] std::string path_of(const std::string& field) const;
     [[nodiscard]] std::int64_t in_range(std::int64_t lowest, std::int64_t highest) const;
+    void doubt(const std::string& advice) const;
 
     const nlohmann::json* value_;
     std::string path_;
-    std::vector<std::string>* doubts_;
+    std::string subject_;
+    JsonFindings* findings_;
 };
 
 #endif

@@ -1,20 +1,22 @@
 #include "tools/json/multiplex_file.h"
 
-#include <memory>
-#include <set>
-#include <stdexcept>
+#include <algorithm>
+#include <iterator>
+#include <string_view>
 #include <utility>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "tools/json/document_path.h"
 #include "tools/json/multiplex_json.h"
+#include "tools/json/shown_text.h"
 
 using nlohmann::json;
 
 namespace {
 
 constexpr const char* kStandardInput = "-";
+constexpr std::size_t kLongestToken = 60;  // in a message
 
 // Returns the same text of standard input each time: a program that reads its files again
 // cannot read it twice.
@@ -24,59 +26,100 @@ std::string read_whole(const std::string& path, FileKind kind) {
         static const std::string input = read_text_file(path, kind);
         return input;
     } catch (const std::runtime_error& error) {
-        throw FileMistake(path, std::string("cannot be read: ") + error.what());
+        throw FileMistake(path, {{0, std::string("cannot be read: ") + error.what()}});
     }
 }
 
-// Raises a mistake if a name stands twice in one object: the library would keep one of
-// the two values without an error. Follows the document so that it knows the place.
-class RepeatedFields {
+// Parses with comments. Calls follow(event, parsed) for each event of the parser.
+template <typename Input, typename Follow>
+json parse(Input from, Input to, Follow follow) {
+    return json::parse(
+        from, to,
+        [&](int /*depth*/, DocumentPath::Event event, const json& parsed) {
+            follow(event, parsed);
+            return true;
+        },
+        /*allow_exceptions=*/true, /*ignore_comments=*/true);
+}
+
+// Parses the text. Adds a mistake for each name that stands twice in one object: the
+// library would keep one of the two values without an error.
+json parse_once(const std::string& text, JsonRemarks& mistakes) {
+    DocumentPath path;
+    const auto check = [&](DocumentPath::Event event, const json& parsed) {
+        path.follow(event, parsed);
+        if (event != DocumentPath::Event::key || !path.is_repeated()) return;
+        const std::string owner = path.owner();
+        mistakes.add({path.text(), owner + (owner.empty() ? "" : ": ") +
+                                       "found the field " + json(path.name()).dump() +
+                                       " twice in one object, expected it once"});
+    };
+    return parse(text.begin(), text.end(), check);
+}
+
+// Gives a text to the parser and counts the lines. A line begins when its first character
+// is read, because the parser reads one character more than a number has.
+class LineCounter {
 public:
-    bool operator()(int /*depth*/, json::parse_event_t event, const json& parsed) {
-        using Event = json::parse_event_t;
-        const bool is_value = event != Event::key && event != Event::object_end &&
-                              event != Event::array_end;
-        if (is_value && !open_.empty()) ++open_.back().values;
-        if (event == Event::object_start) open_.push_back({true, 0, {}, {}});
-        if (event == Event::array_start) open_.push_back({false, 0, {}, {}});
-        if (event == Event::object_end || event == Event::array_end) open_.pop_back();
-        if (event == Event::key) check(parsed.get<std::string>());
-        return true;
+    using iterator_category = std::input_iterator_tag;
+    using value_type = char;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const char*;
+    using reference = const char&;
+
+    LineCounter(const char* at, std::size_t& line) : at_(at), line_(&line) {}
+
+    const char& operator*() const { return *at_; }
+    LineCounter& operator++() {
+        if (is_after_break_) ++*line_;
+        is_after_break_ = *at_ == '\n';
+        ++at_;
+        return *this;
     }
+    bool operator==(const LineCounter& other) const { return at_ == other.at_; }
+    bool operator!=(const LineCounter& other) const { return at_ != other.at_; }
 
 private:
-    // An object or array whose end has not come.
-    struct Open {
-        bool is_object;
-        std::size_t values;
-        std::string name;  // of the field that came last
-        std::set<std::string> names;
-    };
-
-    void check(const std::string& name) {
-        const bool is_new = open_.back().names.insert(name).second;
-        open_.back().name = name;
-        if (is_new) return;
-        const std::string where = place();
-        throw JsonMistake(where + (where.empty() ? "" : ": ") + "found the field " +
-                          json(name).dump() + " twice in one object, expected it once");
-    }
-
-    // Returns the path to the innermost object.
-    [[nodiscard]] std::string place() const {
-        std::string path;
-        for (auto outer = open_.begin(); outer + 1 != open_.end(); ++outer) {
-            if (outer->is_object) {
-                path += (path.empty() ? "" : ".") + outer->name;
-            } else {
-                path += '[' + std::to_string(outer->values - 1) + ']';
-            }
-        }
-        return path;
-    }
-
-    std::vector<Open> open_;
+    const char* at_;
+    std::size_t* line_;
+    bool is_after_break_ = false;
 };
+
+// Returns whether the place is the one of the path, or inside it.
+bool is_at(std::string_view place, std::string_view path) {
+    if (place.substr(0, path.size()) != path) return false;
+    const bool is_whole = path.empty() || place.size() == path.size();
+    return is_whole || place[path.size()] == '.' || place[path.size()] == '[';
+}
+
+// Returns the remarks in the order of their lines. A place that is missing has the line
+// of the object that lacks it. `plural` is what the remarks are.
+// REQUIRES: the text is JSON.
+std::vector<FileRemark> with_lines(const JsonRemarks& remarks, const std::string& text,
+                                   const char* plural) {
+    std::vector<FileRemark> found;
+    if (remarks.is_empty()) return found;
+    for (const JsonRemark& remark : remarks.first) found.push_back({0, remark.text});
+    constexpr std::size_t deepest = 16;  // more than a right document has
+    std::size_t line = 1;
+    DocumentPath path;
+    const auto note_line = [&](DocumentPath::Event event, const json& parsed) {
+        if (!path.follow(event, parsed) || path.depth() > deepest) return;
+        const std::string at = path.text();
+        for (std::size_t i = 0; i < found.size(); ++i) {
+            if (is_at(remarks.first[i].place, at)) found[i].line = line;
+        }
+    };
+    parse(LineCounter(text.data(), line), LineCounter(text.data() + text.size(), line),
+          note_line);
+    std::stable_sort(
+        found.begin(), found.end(),
+        [](const FileRemark& a, const FileRemark& b) { return a.line < b.line; });
+    if (remarks.others != 0) {
+        found.push_back({0, std::to_string(remarks.others) + " more " + plural});
+    }
+    return found;
+}
 
 // Returns the library's message from "line 3, column 7" on.
 std::string without_prefix(const std::string& what) {
@@ -86,20 +129,54 @@ std::string without_prefix(const std::string& what) {
     return bracket == std::string::npos ? what : what.substr(bracket + 2);
 }
 
+// Cuts what stands in quotes from `token` on so that it fits a line.
+std::string with_short_token(std::string message, std::size_t token) {
+    const std::size_t end = std::min(message.rfind("'; expected "), message.rfind('\''));
+    if (end - token <= kLongestToken) return message;
+    std::size_t cut = token + kLongestToken;
+    while ((message[cut] & 0xC0) == 0x80) --cut;  // inside a character
+    return message.replace(cut, end - cut, "...");
+}
+
+// Returns the library's message, made fit for a line.
+std::string syntax_error(const std::string& what) {
+    std::string message = without_prefix(what);
+    for (const std::string_view before : {"last read: '", "number overflow parsing '"}) {
+        const std::size_t found = message.find(before);
+        if (found == std::string::npos) continue;
+        return shown_text(with_short_token(message, found + before.size()));
+    }
+    return message;
+}
+
+std::string lines_of(const std::string& path, const std::vector<FileRemark>& remarks) {
+    std::string lines;
+    for (const auto& [line, text] : remarks) {
+        lines += (lines.empty() ? "" : "\n") + shown_path(path) +
+                 (line == 0 ? "" : ':' + std::to_string(line)) + ": " + text;
+    }
+    return lines;
+}
+
 }  // namespace
 
+FileMistake::FileMistake(const std::string& path, std::vector<FileRemark> remarks)
+    : std::runtime_error(lines_of(path, remarks)), remarks_(std::move(remarks)) {}
+
 Multiplex read_multiplex_file(const std::string& path, FileKind kind,
-                              std::vector<std::string>* doubts) {
+                              std::vector<FileRemark>* doubts) {
     const std::string text = read_whole(path, kind);
     try {
-        auto repeated = std::make_shared<RepeatedFields>();
-        const json document = json::parse(
-            text, [repeated](auto&&... parsed) { return (*repeated)(parsed...); },
-            /*allow_exceptions=*/true, /*ignore_comments=*/true);
-        return multiplex_from_json(JsonNode(document, doubts));
-    } catch (const JsonMistake& mistake) {
-        throw FileMistake(path, mistake.what());
+        JsonFindings findings;
+        const json document = parse_once(text, findings.mistakes);
+        Multiplex multiplex = multiplex_from_json(JsonNode(document, &findings));
+        if (doubts != nullptr) {
+            for (FileRemark& doubt : with_lines(findings.doubts, text, "such numbers"))
+                doubts->push_back(std::move(doubt));
+        }
+        if (findings.mistakes.is_empty()) return multiplex;
+        throw FileMistake(path, with_lines(findings.mistakes, text, "mistakes"));
     } catch (const json::exception& error) {
-        throw FileMistake(path, "not JSON: " + without_prefix(error.what()));
+        throw FileMistake(path, {{0, "not JSON: " + syntax_error(error.what())}});
     }
 }

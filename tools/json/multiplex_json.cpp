@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -14,6 +15,8 @@ using nlohmann::ordered_json;
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
+
+constexpr const char* kProgramNumber = "program_number";
 
 // A visitor that collects the names of the fields.
 struct Names {
@@ -51,7 +54,24 @@ std::int32_t read(const JsonNode& node, const NumberField& field) {
     return node[field.name].number(field.lowest, field.highest());
 }
 
-// A visitor that reads the fields.
+// Returns the number of a service if the field is one.
+std::optional<std::int64_t> service_in(const JsonNode& node, const char* name) {
+    const auto service = node.number_if_any(name);
+    return service && *service >= 0 && *service <= UINT16_MAX ? service : std::nullopt;
+}
+
+// Returns the node of a program or service, so that each remark on it says its number.
+// Program 0 is no service.
+JsonNode about_service(const JsonNode& node) {
+    for (const char* const name : {kProgramNumber, "service_id"}) {
+        const auto service = service_in(node, name);
+        if (service && *service != 0)
+            return node.about("service " + std::to_string(*service));
+    }
+    return node;
+}
+
+// A visitor that reads the fields. Keeps the mistakes of each.
 template <typename Structure>
 struct Reader {
     const JsonNode& node;
@@ -59,32 +79,57 @@ struct Reader {
 
     void number(std::int32_t Structure::*member, const NumberField& field) {
         if (field.is_optional && !node.has(field.name)) return;
-        structure.*member = read(node, field);
+        node.keep([&] { structure.*member = read(node, field); });
     }
     void flag(bool Structure::*member, const char* name, bool if_absent) {
-        structure.*member = node.has(name) ? node[name].boolean() : if_absent;
+        structure.*member = if_absent;
+        if (!node.has(name)) return;
+        node.keep([&] { structure.*member = node[name].boolean(); });
     }
     template <typename Element>
     void list(std::vector<Element> Structure::*member, const char* name) {
-        for (const JsonNode& element : node.elements_of(name)) {
-            read(element, (structure.*member).emplace_back());
-        }
+        constexpr bool is_of_service = !std::is_same_v<Element, Descriptor>;
+        node.keep([&] {
+            for (const JsonNode& element : node.elements_of(name)) {
+                const JsonNode named = is_of_service ? about_service(element) : element;
+                named.keep([&] { read(named, (structure.*member).emplace_back()); });
+            }
+        });
     }
 };
 
 template <typename Structure>
 void read(const JsonNode& node, Structure& structure) {
     static const std::vector<std::string_view> names = names_of<Structure>();
-    node.expect_fields(names);
+    node.keep_unknown_fields(names);
     TableFields<Structure>::visit(Reader<Structure>{node, structure});
 }
 
 void read(const JsonNode& node, PmtOnPid& to) {
     std::vector<std::string_view> names = names_of<PMT>();
     names.insert(names.begin(), kPmtPidField.name);
-    node.expect_fields(names);
-    to.pid = static_cast<std::uint16_t>(read(node, kPmtPidField));
+    node.keep_unknown_fields(names);
+    node.keep([&] { to.pid = static_cast<std::uint16_t>(read(node, kPmtPidField)); });
     TableFields<PMT>::visit(Reader<PMT>{node, to.pmt});
+}
+
+std::vector<PmtOnPid> read_pmts(const std::vector<JsonNode>& elements) {
+    std::vector<PmtOnPid> pmts;
+    std::map<std::int64_t, std::size_t> place_of;  // by service
+    for (const JsonNode& element : elements) {
+        const JsonNode node = about_service(element);
+        node.keep([&] { read(node, pmts.emplace_back()); });
+        const auto service = service_in(node, kProgramNumber);
+        if (!service) continue;  // a mistake that is said already
+        const auto [same, is_new] = place_of.emplace(*service, pmts.size() - 1);
+        if (is_new) continue;
+        node.keep([&, same = same] {
+            node[kProgramNumber].mistake("one PMT per service: pmts[" +
+                                         std::to_string(same->second) +
+                                         "] is this service's too");
+        });
+    }
+    return pmts;
 }
 
 ordered_json write(const Descriptor& descriptor) {
@@ -153,29 +198,22 @@ Multiplex multiplex_from_json(const JsonNode& root) {
     for_each_single_table(
         [&](TableKind kind, auto) { names.emplace_back(key_of(kind)); });
     names.insert(names.end(), {key_of(TableKind::kPmt), "$schema"});
-    root.expect_fields(names);
-    if (root.has("$schema")) static_cast<void>(root["$schema"].text());  // for editors
     Multiplex multiplex;
-    bool has_tables = false;
-    for_each_single_table([&](TableKind kind, auto member) {
-        if (!root.has(key_of(kind))) return;
-        read(root[key_of(kind)], (multiplex.*member).emplace());
-        has_tables = true;
+    root.keep([&] {
+        root.keep_unknown_fields(names);
+        const auto read_schema = [&] { static_cast<void>(root["$schema"].text()); };
+        if (root.has("$schema")) root.keep(read_schema);  // for editors
+        bool has_tables = false;
+        for_each_single_table([&](TableKind kind, auto member) {
+            if (!root.has(key_of(kind))) return;
+            has_tables = true;
+            root.keep([&] { read(root[key_of(kind)], (multiplex.*member).emplace()); });
+        });
+        multiplex.pmts = read_pmts(root.elements_of(key_of(TableKind::kPmt)));
+        if (!has_tables && multiplex.pmts.empty() && !root.has_mistakes()) {
+            root.mistake("at least one table: pat, cat, sdt or pmts");
+        }
     });
-    std::map<std::int32_t, std::size_t> place_of;  // by service
-    for (const JsonNode& element : root.elements_of(key_of(TableKind::kPmt))) {
-        PmtOnPid& pmt = multiplex.pmts.emplace_back();
-        read(element, pmt);
-        const auto [same, is_new] =
-            place_of.emplace(pmt.pmt.program_number, multiplex.pmts.size() - 1);
-        if (is_new) continue;
-        element["program_number"].mistake("one PMT per service: pmts[" +
-                                          std::to_string(same->second) +
-                                          "] is this service's too");
-    }
-    if (!has_tables && multiplex.pmts.empty()) {
-        root.mistake("at least one table: pat, cat, sdt or pmts");
-    }
     return multiplex;
 }
 

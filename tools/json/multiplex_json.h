@@ -30,7 +30,8 @@
 constexpr orvel::thrift::dvb_tables::NumberField kPmtPidField =
     orvel::thrift::dvb_tables::pid_field("pid", "the PID of the PMT");
 
-// Reads the tables. Raises JsonMistake.
+// Reads the tables. If the node has no findings, raises JsonMistake. Otherwise reads on
+// after a mistake and keeps all of them; the tables are right only if there are none.
 [[nodiscard]] Multiplex multiplex_from_json(const JsonNode& root);
 
 // Writes the tables. Leaves out fields that have their default.

@@ -56,11 +56,13 @@ std::string digit_up_to(char lowest, char highest) {
     return "["s + lowest + '-' + highest + ']';
 }
 
-// Returns a pattern of the decimal numbers from 0 to `highest`.
+// Returns a pattern of the decimal numbers from 0 to `highest`, without leading zeros.
 std::string decimal_pattern(std::uint64_t highest) {
     const std::string digits = std::to_string(highest);
     std::string pattern;
-    if (digits.size() > 1) pattern = times("[0-9]", 1, digits.size() - 1) + '|';
+    if (digits.size() > 1) pattern = "[0-9]|";
+    if (digits.size() > 2)
+        pattern += "[1-9]" + times("[0-9]", 1, digits.size() - 2) + '|';
     for (std::size_t i = 0; i < digits.size(); ++i) {
         // As the highest one up to digit i, which is smaller.
         const char lowest = i == 0 && digits.size() > 1 ? '1' : '0';
@@ -86,13 +88,20 @@ std::string hex_pattern(unsigned bits) {
 ordered_json number_schema(unsigned bits, std::int32_t lowest) {
     const std::uint64_t highest = (std::uint64_t{1} << bits) - 1;
     const std::string pattern =
-        "^(0[xX]0*(" + hex_pattern(bits) + ")|0*(" + decimal_pattern(highest) + "))$";
+        "^(0[xX]0*(" + hex_pattern(bits) + ")|" + decimal_pattern(highest) + ")$";
     ordered_json schema{{"type", ordered_json::array({"integer", "string"})},
                         {"minimum", lowest},
                         {"maximum", highest},
                         {"pattern", pattern}};
     if (lowest == 1) schema["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
     return schema;
+}
+
+// Two decimal digits, where a decimal number above 9 may be meant otherwise.
+ordered_json bcd_schema() {
+    return {{"anyOf",
+             {{{"type", "integer"}, {"minimum", 0}, {"maximum", 9}},
+              {{"type", "string"}, {"pattern", "^(0[xX]0*[0-9]{1,2}|[0-9])$"}}}}};
 }
 
 ordered_json bytes_schema(std::size_t most) {
@@ -179,15 +188,29 @@ ordered_json Schema::structure() {
 
 // Returns the bits that every entry has.
 unsigned least_bits(const DescriptorForm& form) {
-    unsigned bits = 0;
+    unsigned bits = form.extension ? kBitsOfByte : 0;
     for (const DescriptorField& field : form.fields) {
+        const bool has_length =
+            field.kind == FieldKind::kText || field.kind == FieldKind::kBytes;
         if (field.need != FieldNeed::kIfPresenceFlag) bits += field.bits;
-        if (field.kind == FieldKind::kText) bits += kBitsOfByte;  // its length
+        if (has_length) bits += kBitsOfByte;
     }
     return bits;
 }
 
+// Returns which fields need which others beside them.
+ordered_json needed_fields(const DescriptorForm& form) {
+    ordered_json needed = ordered_json::object();
+    for (const DescriptorField& field : form.fields) {
+        if (*field.with == '\0' || field.kind == FieldKind::kOnes) continue;
+        needed[field.name].push_back(field.with);
+        if (is_in_json(field)) needed[field.with].push_back(field.name);
+    }
+    return needed;
+}
+
 ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& field) {
+    const std::size_t bytes_left = kMaxDescriptorData - least_bits(form) / kBitsOfByte;
     switch (field.kind) {
         case FieldKind::kCharacterCode:
             return {
@@ -197,16 +220,27 @@ ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& fi
             return {{"type", "boolean"}};
         case FieldKind::kLanguage:
             return reference("language");
+        case FieldKind::kBcdNumber:
+            return reference("bcd");
+        case FieldKind::kCountries:
+            return {{"type", "array"},
+                    {"maxItems", bytes_left / 3},
+                    {"items", reference("language")}};
         case FieldKind::kText:
-            return reference("text");
+        case FieldKind::kTextRest: {
+            ordered_json text = reference("text");
+            text["maxLength"] = bytes_left;
+            return text;
+        }
+        case FieldKind::kBytes:
         case FieldKind::kRest:
-            return bytes_schema(kMaxDescriptorData - least_bits(form) / kBitsOfByte);
+            return bytes_schema(bytes_left);
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
-        case FieldKind::kBcdNumber:
         case FieldKind::kZeros:
         case FieldKind::kOnes:
         case FieldKind::kPresence:
+        case FieldKind::kAbsence:
         case FieldKind::kIfMore:
             break;
     }
@@ -219,11 +253,12 @@ ordered_json Schema::descriptor_named(const DescriptorForm& form) {
     for (const DescriptorField& part : form.fields) {
         if (!is_in_json(part)) continue;
         properties[part.name] = with_note(part.note, field(form, part));
-        if (part.kind == FieldKind::kText)
-            properties[coding_field(part.name)] = reference("coding");
+        if (is_text(part)) properties[coding_field(part.name)] = reference("coding");
         if (part.need == FieldNeed::kRequired) required.push_back(part.name);
     }
     ordered_json entry = object_of(properties, required);
+    const ordered_json needed = needed_fields(form);
+    if (!needed.empty()) entry["dependentRequired"] = needed;
     if (!form.is_list) return entry;
     return {{"type", "array"},
             {"maxItems", kMaxDescriptorData * kBitsOfByte / least_bits(form)},
@@ -249,11 +284,11 @@ ordered_json Schema::descriptor() {
 }
 
 void Schema::define_descriptors() {
+    definitions_["bcd"] = bcd_schema();
     definitions_["language"] =
-        with_note("ISO 639-2", {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
-    // The shortest descriptor with a text has three other bytes.
+        with_note("ISO 639-2 or, of a country, ISO 3166",
+                  {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
     definitions_["text"] = {{"type", "string"},
-                            {"maxLength", kMaxDescriptorData - 3},
                             {"pattern", R"(^[^\u0000-\u001F\u007F-\u009F]*$)"}};
     ordered_json codings;
     for (const DvbCoding& coding : dvb_codings()) codings.push_back(coding.name);
@@ -348,8 +383,9 @@ std::string manual_descriptors() {
             if (field.need != FieldNeed::kRequired) fields += '?';
             if (*field.note != '\0') fields += " ("s + field.note + ')';
         }
-        text += hex_number(form.tag, 2) + "|\\%" + form.name +
-                (form.is_list ? "[]" : "") + "|T{\n" + fields + "\nT}\n";
+        text += hex_number(form.tag, 2) +
+                (form.extension ? ' ' + hex_number(*form.extension, 2) : "") + "|\\%" +
+                form.name + (form.is_list ? "[]" : "") + "|T{\n" + fields + "\nT}\n";
     }
     return text + ".TE\n";
 }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tools/json/shown_text.h"
 #include "tools/rules/bit_rate.h"
 #include "tools/rules/rules.h"
 #include "tools/service/diagnostics.h"
@@ -79,11 +80,11 @@ std::string bit_rate_line(const Multiplex& tables) {
 bool report_check(const TableFiles& files, const CheckSettings& settings,
                   std::ostream& report) {
     ReadFiles read = files.read(settings.of_doubts);
-    std::vector<FileFinding> findings = std::move(read.mistakes);
     // Tables that could not be read would count as missing, and their bit rate as 0.
-    const bool is_whole = findings.empty();
+    const bool is_whole = read.mistakes.empty();
     const JoinedFiles joined(read.files);
-    if (is_whole) findings = with(read.doubts, check_files(joined, settings));
+    std::vector<FileFinding> findings = with(std::move(read.mistakes), read.doubts);
+    if (is_whole) findings = with(std::move(findings), check_files(joined, settings));
     print_findings(report, findings, /*with_information=*/true);
     if (is_whole) report << bit_rate_line(joined.tables()) << '\n';
     report.flush();
@@ -95,12 +96,12 @@ std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
                                           const CheckSettings& settings,
                                           std::ostream& errors) {
     const ReadFiles read = files.read(settings.of_doubts);
-    print_findings(errors, read.mistakes, /*with_information=*/false);
-    if (!read.mistakes.empty()) return std::nullopt;
     JoinedFiles joined(read.files);
-    const std::vector<FileFinding> findings =
-        with(read.doubts, check_files(joined, settings));
+    std::vector<FileFinding> findings = with(read.mistakes, read.doubts);
+    const bool is_whole = read.mistakes.empty();
+    if (is_whole) findings = with(std::move(findings), check_files(joined, settings));
     print_findings(errors, findings, /*with_information=*/false);
+    if (!is_whole) return std::nullopt;
     if (has_errors(findings) && !settings.is_forced) return std::nullopt;
     return joined;
 }
@@ -117,7 +118,7 @@ std::optional<JoinedFiles> valid_tables_to_send(const TableFiles& files,
         if (!has_errors(findings) || settings.is_forced) {
             print_findings(errors, findings, /*with_information=*/false);
             for (const std::string& path : left_out) {
-                errors << level_prefix(errors, Severity::kError) << path
+                errors << level_prefix(errors, Severity::kError) << shown_path(path)
                        << ": left out because of its errors" << std::endl;
             }
             return joined;

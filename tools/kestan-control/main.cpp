@@ -1,5 +1,6 @@
 #include <iostream>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "tools/json/compact_json.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
+#include "tools/json/shown_text.h"
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
@@ -123,8 +125,15 @@ bool report_import(const std::string& path, const TableImport& file) {
     return is_whole;
 }
 
-int import(const std::string& path) {
-    const TableImport file = import_tables(path);
+int import(const std::string& capture) {
+    const std::string path = shown_path(capture);
+    TableImport file;
+    try {
+        file = import_tables(capture);
+    } catch (const std::system_error& error) {
+        std::cerr << path << ": cannot be read: " << error.code().message() << '\n';
+        return kFailed;
+    }
     if (file.packets == 0 && file.sections == 0) {
         std::cerr << path << ": no transport-stream packets and no sections: is it a "
                   << "capture?\n";

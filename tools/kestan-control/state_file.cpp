@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tools/json/shown_text.h"
 #include "tools/json/text_file.h"
 
 namespace fs = std::filesystem;
@@ -76,8 +77,12 @@ void StateFile::save(const nlohmann::ordered_json& content) {
     try {
         fs::create_directories(fs::path(path_).parent_path());
         replace_text_file(path_, text, FileUse::kState);
+    } catch (const fs::filesystem_error& error) {
+        throw std::runtime_error(shown_path(path_) + ": cannot be written: directory " +
+                                 shown_path(error.path1().string()) +
+                                 " cannot be made: " + error.code().message());
     } catch (const std::system_error& error) {
-        throw std::runtime_error(path_ +
+        throw std::runtime_error(shown_path(path_) +
                                  ": cannot be written: " + error.code().message());
     }
     kept_ = text;

@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/json/shown_text.h"
 #include "tools/kestan-control/control_connection.h"
 
 // A JSON object in a file, in which a process leaves what the next one needs to know.
@@ -38,7 +39,7 @@ public:
             if (content) return parse(*content);
             return std::nullopt;
         } catch (const std::exception& error) {
-            throw std::runtime_error(path_ + ": not read: " + error.what());
+            throw std::runtime_error(shown_path(path_) + ": not read: " + error.what());
         }
     }
 
