@@ -45,85 +45,70 @@ std::string without_counter(const std::uint8_t* packet) {
     return bytes;
 }
 
-class Check {
-public:
+void expect(bool holds, const char* what) {
+    if (!holds) throw std::logic_error(what);
+}
+
+struct Check {
     void push_tables(std::int64_t now, std::string& datagram) {
-        if (const auto packets = find_packets(bytes_of(datagram), datagram.size())) {
-            for (std::size_t i = 0; i < packets->count; ++i)
-                tables_.insert(without_counter(packets->packet(i)));
-        }
-        inserter_.push_tables(now, bytes_of(datagram), datagram.size());
+        const auto packets = find_packets(bytes_of(datagram), datagram.size());
+        for (std::size_t i = 0; packets && i < packets->count; ++i)
+            tables.insert(without_counter(packets->packet(i)));
+        inserter.push_tables(now, bytes_of(datagram), datagram.size());
     }
 
-    void fill(std::int64_t now, const std::string& before) {
+    void fill(std::int64_t now, std::string& before) {
         std::string after = before;
-        const std::uint8_t* const from =
-            reinterpret_cast<const std::uint8_t*>(before.data());
-        const auto packets = inserter_.fill(now, bytes_of(after), after.size());
+        const auto packets = inserter.fill(now, bytes_of(after), after.size());
         for (std::size_t i = 0; packets && i < packets->count; ++i) {
             const auto at =
                 static_cast<std::size_t>(packets->packet(i) - bytes_of(after));
-            compare(from + at, bytes_of(after) + at);
+            compare(bytes_of(before) + at, bytes_of(after) + at);
             after.replace(at, kTsPacketSize, before, at, kTsPacketSize);
         }
         expect(after == before, "bytes outside of packets have changed");
     }
 
-    void advance(std::int64_t now) { inserter_.advance(now); }
-
-private:
-    static void expect(bool holds, const char* what) {
-        if (!holds) throw std::logic_error(what);
-    }
-
     void compare(const std::uint8_t* before, const std::uint8_t* after) {
+        std::optional<int>& last = counters[pid_of(after)];
         const bool is_same = std::equal(before, before + kTsPacketSize, after);
-        const std::uint16_t pid = pid_of(after);
-        if (!is_same) {
-            expect(before[0] == kSyncByte && !has_pcr(before), "no slot has been filled");
-            const bool is_null = pid == kNullPid && !starts_section(after);
-            expect(is_null || tables_.count(without_counter(after)) == 1,
+        const bool is_null = pid_of(after) == kNullPid && !starts_section(after);
+        expect(is_same || (before[0] == kSyncByte && !has_pcr(before)),
+               "no slot has been filled");
+        if (!is_same && !is_null) {
+            expect(tables.count(without_counter(after)) == 1,
                    "neither a null packet nor one of TABLES");
-            expect(is_null || continues(after), "continuity is broken");
+            expect(!last || ((*last + has_payload(after)) & kContinuityMask) ==
+                                continuity_counter_of(after),
+                   "continuity is broken");
         }
-        if (after[0] == kSyncByte) counters_[pid] = continuity_counter_of(after);
+        if (after[0] == kSyncByte) last = continuity_counter_of(after);
     }
 
-    bool continues(const std::uint8_t* packet) {
-        const auto last = counters_.find(pid_of(packet));
-        return last == counters_.end() ||
-               ((last->second + has_payload(packet)) & kContinuityMask) ==
-                   continuity_counter_of(packet);
-    }
-
-    std::set<std::string> tables_;
-    std::map<std::uint16_t, int> counters_;
-    Inserter inserter_{{0x0012}, 0, [](auto, const std::string&) {}};
+    std::set<std::string> tables;  // packets without counters
+    std::map<std::uint16_t, std::optional<int>> counters;
+    Inserter inserter{{0x0012}, 0, [](auto, const std::string&) {}};
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     constexpr std::size_t header_size = 4;
+    const std::string input(data, data + size);
     Check check;
     std::int64_t now = 0;
-    const std::uint8_t* const end = data + size;
-    while (static_cast<std::size_t>(end - data) >= header_size) {
-        const std::uint8_t* const header = data;
-        data += header_size;
-        const auto left = static_cast<std::size_t>(end - data);
-        const std::string part(data, data + std::min<std::size_t>(header[3] * 4U, left));
-        data += part.size();
+    for (std::size_t at = 0; at + header_size <= size;) {
+        const std::uint8_t* const header = data + at;
+        const std::string part = input.substr(at + header_size, header[3] * 4U);
+        at += header_size + part.size();
         std::string datagram;
         for (int i = 0; i <= header[2]; ++i) datagram += part;
         datagram.resize(std::min(datagram.size(), kMaxDatagram));
-        if ((header[0] & kHasWrongCrc) == 0) {
-            for (std::size_t at = 0; at + kTsPacketSize <= datagram.size();
-                 at += kTsPacketSize)
-                repair(bytes_of(datagram) + at);
-        }
+        const std::size_t packets = datagram.size() / kTsPacketSize;
+        for (std::size_t i = 0; i < packets && (header[0] & kHasWrongCrc) == 0; ++i)
+            repair(bytes_of(datagram) + i * kTsPacketSize);
         now += header[1] * 20 * kNsPerMs;
-        check.advance(now);
+        check.inserter.advance(now);
         if ((header[0] & kIsOfTables) != 0) {
             check.push_tables(now, datagram);
         } else {

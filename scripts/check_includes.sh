@@ -19,13 +19,14 @@ tools/model/           dvb/|$generated
 tools/receive/         dvb/|tools/model/|$generated
 tools/json/            dvb/|tools/model/|$generated|thrift/table_fields
 tools/rules/           dvb/|tools/model/|tools/json/|$generated|thrift/table_
+tools/files/           dvb/|tools/model/|tools/json/|tools/rules/
 tools/service/         dvb/|tools/model/severity
-tools/kestan-control/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|tools/service/|thrift/
+tools/kestan-control/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|tools/files/|tools/service/|thrift/
 tools/kestan-insert/   dvb/|tools/model/|tools/receive/|tools/json/|tools/service/
 tools/kestan-monitor/measure/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|thrift/
 tools/kestan-monitor/report/   dvb/|tools/json/|tools/kestan-monitor/measure/
 tools/kestan-monitor/screen/   dvb/|tools/kestan-monitor/(measure|report)/
-tools/kestan-monitor/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|thrift/
+tools/kestan-monitor/  dvb/|tools/model/|tools/receive/|tools/json/|tools/rules/|tools/files/|thrift/
 (tests|fuzz|bench|examples)/  .
 "
 grep -rE --include='*.h' --include='*.cpp' --exclude-dir='build*' '^#include "' -- * | awk -v table="$table" '

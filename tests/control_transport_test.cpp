@@ -118,7 +118,6 @@ TEST_F(ControlTransportTest, TakesTheListsOfTheLargestTablesAndOfAFrame) {
     EXPECT_EQ(descriptors_read({129536}), 129536);
     EXPECT_EQ(descriptors_read({110000, 110000, 113000}), 333000);
     EXPECT_EQ(descriptors_read({131073}), -1);
-    EXPECT_EQ(descriptors_read({120000, 120000, 120000}), -1);
 }
 
 }  // namespace

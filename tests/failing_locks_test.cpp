@@ -27,22 +27,17 @@ namespace {
 int locks_until_failure = 0;  // none fails
 int failures_in_a_row = 0;
 
-// Makes the call fail at its first lock, then at its second one, and so on, until it
-// succeeds.
-template <typename Call>
-void call_with_each_lock_failing(Call call) {
-    for (locks_until_failure = 1;; ++locks_until_failure) {
-        const int failing = locks_until_failure;
-        failures_in_a_row = 1;
-        try {
-            call();
-            locks_until_failure = 0;
-            EXPECT_GT(failing, 1) << "no lock has failed";
-            return;
-        } catch (const std::system_error&) {
-            locks_until_failure = failing;
-        }
+// Makes the call's n-th lock fail. Returns whether the call came to it.
+bool fails_at(int lock, const std::function<void()>& call) {
+    locks_until_failure = lock;
+    failures_in_a_row = 1;
+    try {
+        call();
+    } catch (const std::system_error&) {
+        return true;
     }
+    locks_until_failure = 0;
+    return false;
 }
 
 TEST(FailingLocks, LeaveNoPmtHalfInstalled) {
@@ -65,7 +60,9 @@ TEST(FailingLocks, LeaveNoPmtHalfInstalled) {
         {"clear", [&] { handler.ClearAllTables(); }, 0, 0, 4},
     };
     for (const auto& step : steps) {
-        call_with_each_lock_failing(step.call);
+        int lock = 1;
+        while (fails_at(lock, step.call)) ++lock;
+        EXPECT_GT(lock, 1) << step.what;
         EXPECT_EQ(the_muxer->streams.size(), step.streams) << step.what;
         std::map<std::uint16_t, int> packets;
         for (const Datagram& datagram : playout.run_for(10 * kNsPerSecond)) {

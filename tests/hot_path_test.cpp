@@ -2,6 +2,7 @@
 // nothing.
 
 #include <cstdlib>
+#include <functional>
 #include <new>
 #include <string>
 
@@ -57,38 +58,38 @@ TEST(HotPath, AllocatesNothing) {
     }
 }
 
-// Makes the call fail at its first allocation, then at its second one, and so on, until
-// it succeeds. Each failure must be logged.
-template <typename Call>
-void call_with_each_allocation_failing(const std::string& method, Call call) {
-    for (std::size_t failing = 1;; ++failing) {
-        allocations_until_failure = failing;
-        try {
-            call();
-            allocations_until_failure = 0;
-            EXPECT_GT(failing, 3u) << method;
-            return;
-        } catch (const std::bad_alloc&) {
-            const auto log = fake_framework::take_log();
-            ASSERT_FALSE(log.empty()) << method;
-            EXPECT_EQ(log.back(),
-                      "3 " + method + ": out of memory, the table before it plays on");
-        }
+// Makes the call's n-th allocation fail. Returns whether the call came to it.
+bool fails_at(std::size_t allocation, const std::function<void()>& call) {
+    allocations_until_failure = allocation;
+    try {
+        call();
+    } catch (const std::bad_alloc&) {
+        return true;
     }
+    allocations_until_failure = 0;
+    return false;
 }
 
 TEST(Handler, LogsWhenItHasNoMemory) {
     const PacingLoop loop(1000, nullptr);
     cm_MuxControlSrvHandler handler;
     RandomTables random(1);
-    const auto pat = random.pat(5);
-    const auto cat = random.cat(100);
-    const auto sdt = random.sdt(3, 50);
-    const auto pmt = random.pmt(1, 100);
-    call_with_each_allocation_failing("NewPAT", [&] { handler.NewPAT(pat); });
-    call_with_each_allocation_failing("NewCAT", [&] { handler.NewCAT(cat); });
-    call_with_each_allocation_failing("NewSDTActual", [&] { handler.NewSDTActual(sdt); });
-    call_with_each_allocation_failing("NewPMT", [&] { handler.NewPMT(pmt, 0x20); });
+    const std::pair<std::string, std::function<void()>> calls[] = {
+        {"NewPAT", [&, pat = random.pat(5)] { handler.NewPAT(pat); }},
+        {"NewCAT", [&, cat = random.cat(100)] { handler.NewCAT(cat); }},
+        {"NewSDTActual", [&, sdt = random.sdt(3, 50)] { handler.NewSDTActual(sdt); }},
+        {"NewPMT", [&, pmt = random.pmt(1, 100)] { handler.NewPMT(pmt, 0x20); }},
+    };
+    for (const auto& [method, call] : calls) {
+        std::size_t allocation = 1;
+        for (; fails_at(allocation, call); ++allocation) {
+            const auto log = fake_framework::take_log();
+            ASSERT_FALSE(log.empty()) << method;
+            EXPECT_EQ(log.back(),
+                      "3 " + method + ": out of memory, the table before it plays on");
+        }
+        EXPECT_GT(allocation, 3u) << method;
+    }
     EXPECT_EQ(the_muxer->streams.size(), 5u);
 }
 

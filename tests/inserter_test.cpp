@@ -1,371 +1,246 @@
 #include "tools/kestan-insert/inserter.h"
 
-#include <numeric>
 #include <ostream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <gmock/gmock.h>
 
-#include "dvb/psi_si.h"
-#include "dvb/ts_packet.h"
+#include "tests/support/packets.h"
 #include "tests/support/sections.h"
+#include "tools/json/number_text.h"
 
-using namespace orvel::thrift::dvb_tables;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
 
-constexpr std::int64_t kMs = kNsPerMs;
-constexpr std::uint16_t kTotPid = 0x0014;
-constexpr std::uint16_t kPmtPid = 0x0100;
-constexpr std::uint16_t kVideoPid = 0x0101;
-
-struct Packet {
+// A datagram of packets.
+struct Packets {
     std::string bytes;
 
-    [[nodiscard]] const std::uint8_t* data() const {
-        return reinterpret_cast<const std::uint8_t*>(bytes.data());
-    }
-    bool operator==(const Packet& other) const { return bytes == other.bytes; }
-    friend std::ostream& operator<<(std::ostream& out, const Packet& packet) {
-        return out << "PID " << pid_of(packet.data()) << " cc "
-                   << int{continuity_counter_of(packet.data())} << ' '
-                   << packet.bytes.substr(4, 6);
+    Packets operator+(const Packets& next) const { return {bytes + next.bytes}; }
+    bool operator==(const Packets& other) const { return bytes == other.bytes; }
+    friend std::ostream& operator<<(std::ostream& out, const Packets& packets) {
+        for (std::size_t at = 0; at < packets.bytes.size(); at += kTsPacketSize)
+            out << to_hex(packets.bytes.substr(at, kTsHeaderSize)) << ' '
+                << packets.bytes.substr(at + kTsHeaderSize, 10) << ", ";
+        return out;
     }
 };
-using Packets = std::vector<Packet>;
 
-Packet packet(std::uint16_t pid, int counter, const std::string& payload = "") {
-    Packet made{std::string(4, '\x47') + payload};
-    made.bytes[1] = static_cast<char>(pid >> 8);
-    made.bytes[2] = static_cast<char>(pid);
-    made.bytes[3] = static_cast<char>(kHasPayload | (counter & kContinuityMask));
-    made.bytes.resize(kTsPacketSize, '\xFF');
-    return made;
+Packets packet(int pid, int counter, const std::string& payload) {
+    return {ts_packet(pid, counter, payload)};
+}
+Packets pat(int counter, const std::string& payload) {
+    return packet(kPatPid, counter, payload);
+}
+Packets sdt(int counter, const std::string& payload) {
+    return packet(kSdtPid, counter, payload);
+}
+// Takes the section's hexadecimal digits but for its length and CRC_32.
+Packets section(int pid, int counter, const char* hex) {
+    return {section_packets({sealed(*from_hex(hex))}, pid, counter)};
+}
+// A packet with a PCR alone.
+Packets pcr(int pid) {
+    return {ts_packet(pid, 0, "\x07\x10", kHasAdaptation)};
 }
 
-Packet null_packet() {
-    return packet(kNullPid, 0);
-}
+const Packets kNull{ts_packet(kNullPid, 0)};
 
-Packet with_start(Packet packet) {
-    packet.bytes[1] = static_cast<char>(packet.bytes[1] | kPayloadUnitStart);
-    return packet;
-}
-
-Packet with_pcr(Packet packet) {
-    packet.bytes[3] = static_cast<char>(packet.bytes[3] | kHasAdaptation);
-    packet.bytes[4] = 7;
-    packet.bytes[5] = 0x10;
-    return packet;
-}
-
-Packet with_error(Packet packet) {
-    packet.bytes[1] = static_cast<char>(packet.bytes[1] | 0x80);
-    return packet;
-}
-
-Packet section_packet(std::uint16_t pid, int counter, const std::string& section) {
-    return with_start(packet(pid, counter, '\0' + section));
-}
-
-Packet pat_packet(int counter, int version, const std::vector<PATProgram>& programs) {
-    PAT pat;
-    pat.transport_stream_id = 1;
-    pat.version_number = version;
-    pat.current_next_indicator = true;
-    pat.programs = programs;
-    return section_packet(kPatPid, counter, sections_of(pat).at(0));
-}
-
-PATProgram program(int number, int pid) {
-    PATProgram made;
-    made.program_number = number;
-    made.pid = pid;
-    return made;
-}
-
-Descriptor ca_descriptor(char pid_low) {
-    Descriptor made;
-    made.tag = 0x09;
-    made.data = {'\x01', '\x02', '\xE1', pid_low};
-    return made;
-}
+constexpr int kPmtPid = 0x0100;
+constexpr int kKeptPid = 0x0012;
 
 class InserterTest : public testing::Test {
 protected:
-    void push_tables(std::int64_t ms, const Packets& packets) {
-        const std::string bytes = joined(packets, "");
-        inserter_.push_tables(ms * kMs, reinterpret_cast<const std::uint8_t*>(&bytes[0]),
-                              bytes.size());
+    void push_tables(std::int64_t ms, const Packets& datagram) {
+        const std::string& bytes = datagram.bytes;
+        inserter_.push_tables(ms * kNsPerMs, bytes_of(bytes), bytes.size());
     }
 
     // Returns what leaves.
-    Packets pass(std::int64_t ms, const Packets& packets, const std::string& head = "") {
-        const std::string bytes = pass_bytes(ms, joined(packets, head));
-        EXPECT_EQ(bytes.substr(0, head.size()), head);
-        Packets left;
-        for (std::size_t at = head.size(); at < bytes.size(); at += kTsPacketSize) {
-            left.push_back({bytes.substr(at, kTsPacketSize)});
-        }
-        return left;
-    }
-
-    std::string pass_bytes(std::int64_t ms, std::string datagram) {
-        inserter_.fill(ms * kMs, reinterpret_cast<std::uint8_t*>(&datagram[0]),
-                       datagram.size());
+    Packets pass(std::int64_t ms, Packets datagram) {
+        auto* const data = reinterpret_cast<std::uint8_t*>(datagram.bytes.data());
+        inserter_.fill(ms * kNsPerMs, data, datagram.bytes.size());
         return datagram;
     }
 
-    static std::string joined(const Packets& packets, const std::string& head) {
-        return std::accumulate(
-            packets.begin(), packets.end(), head,
-            [](std::string all, const Packet& next) { return all + next.bytes; });
-    }
-
-    [[nodiscard]] const InsertionRecord& record() const { return inserter_.record(); }
-
     std::vector<std::string> said_;
     Inserter inserter_{
-        {0x0012}, 0, [this](auto, const auto& text) { said_.push_back(text); }};
+        {kKeptPid}, 0, [this](auto, const auto& text) { said_.push_back(text); }};
+    const InsertionRecord& record_ = inserter_.record();
 };
 
 TEST_F(InserterTest, FillsSlotsInOrderAndChangesNothingElse) {
-    pass(0, {null_packet()});
-    push_tables(1, {packet(kPatPid, 3, "pat"), packet(kSdtPid, 9, "sdt")});
-    push_tables(2, {packet(kPatPid, 4, "pat2")});
-    const Packet odd_null = packet(kNullPid, 7, "stuffing");
-    const Packet video = packet(kVideoPid, 5, "video");
-    EXPECT_THAT(
-        pass(3, {video, odd_null, packet(0x0010, 1, "nit"), null_packet(), video}),
-        ElementsAre(video, packet(kPatPid, 3, "pat"), packet(0x0010, 1, "nit"),
-                    packet(kSdtPid, 9, "sdt"), video));
-    EXPECT_THAT(pass(7, {odd_null, odd_null, video}),
-                ElementsAre(packet(kPatPid, 4, "pat2"), odd_null, video));
-    EXPECT_EQ(record().inserted, 3);
-    EXPECT_EQ(record().longest_wait, 5 * kMs);
-    EXPECT_EQ(record().all_waits, (2 + 2 + 5) * kMs);
-    EXPECT_EQ(record().null_packets_left, 2);
+    push_tables(0, pat(2, "before INPUT"));
+    EXPECT_EQ(pass(0, kNull), kNull);
+    push_tables(1, pat(3, "pat") + packet(kKeptPid, 0, "kept out") + sdt(9, "sdt"));
+    push_tables(2, pat(4, "pat2"));
+    const Packets odd_null = packet(kNullPid, 7, "stuffing");
+    const Packets video = packet(0x0101, 5, "video");
+    const Packets others = packet(0x0010, 1, "nit") + packet(kKeptPid, 6, "kept");
+    EXPECT_EQ(pass(3, video + odd_null + others + kNull + video),
+              video + pat(3, "pat") + others + sdt(9, "sdt") + video);
+    EXPECT_EQ(pass(7, odd_null + odd_null + video), pat(4, "pat2") + odd_null + video);
+    EXPECT_EQ(record_.inserted, 3);
+    EXPECT_EQ(record_.longest_wait, 5 * kNsPerMs);
+    EXPECT_EQ(record_.all_waits, (2 + 2 + 5) * kNsPerMs);
+    EXPECT_EQ(record_.null_packets_left, 2);
+    EXPECT_EQ(record_.kept_out, 1);
+    EXPECT_EQ(record_.dropped.total(), 0);
     EXPECT_THAT(said_, ElementsAre());
 }
 
-TEST_F(InserterTest, ContinuesTheCounterOfWhatLeftLastOnThePid) {
-    EXPECT_THAT(pass(0, {packet(kSdtPid, 14, "old")}),
-                ElementsAre(packet(kSdtPid, 14, "old")));
-    push_tables(1, {packet(kSdtPid, 3, "a"), packet(kSdtPid, 4, "b")});
-    EXPECT_THAT(pass(2, {null_packet(), null_packet()}),
-                ElementsAre(packet(kSdtPid, 15, "a"), packet(kSdtPid, 0, "b")));
-    push_tables(900, {packet(kSdtPid, 5, "dropped")});
-    push_tables(2000, {packet(kSdtPid, 0, "restarted")});
-    EXPECT_THAT(pass(2001, {null_packet()}),
-                ElementsAre(packet(kSdtPid, 1, "restarted")));
-    EXPECT_EQ(record().lost, 10);  // the counter went from 5 to 0
+TEST_F(InserterTest, SkipsRepeatsAndContinuesTheCounterOfWhatLeftLastOnThePid) {
+    EXPECT_EQ(pass(0, sdt(14, "old")), sdt(14, "old"));
+    push_tables(1, sdt(3, "a") + sdt(3, "a") + sdt(6, "b") + pat(7, "c"));
+    EXPECT_EQ(pass(2, kNull + kNull + kNull + kNull),
+              sdt(15, "a") + sdt(0, "b") + pat(7, "c") + kNull);
+    EXPECT_EQ(record_.lost, 2);
+    push_tables(900, sdt(7, "dropped"));
+    push_tables(2000, sdt(0, "restarted"));
+    EXPECT_EQ(pass(2001, kNull), sdt(1, "restarted"));
+    EXPECT_EQ(record_.lost, 2 + 8);  // the counter went from 7 to 0
+    EXPECT_EQ(record_.pids.at(kSdtPid).lost, 10);
 }
 
 TEST_F(InserterTest, TakesAPidFromTheEncoderUntilKestanIsSilentForFiveSeconds) {
-    const Packet theirs = packet(kTotPid, 1, "theirs");
-    EXPECT_THAT(pass(0, {theirs}), ElementsAre(theirs));
-    push_tables(1000, {packet(kTotPid, 0, "ours")});
-    EXPECT_THAT(pass(1001, {theirs, theirs}),
-                ElementsAre(packet(kTotPid, 2, "ours"), null_packet()));
-    EXPECT_THAT(pass(6000, {theirs}), ElementsAre(null_packet()));
-    EXPECT_THAT(pass(6001, {theirs}), ElementsAre(theirs));
-    EXPECT_EQ(record().pids.at(kTotPid).replaced, 3);
-    inserter_.advance(6001 * kMs);
-    inserter_.advance(7001 * kMs);
+    const Packets theirs = packet(kTdtPid, 1, "theirs");
+    const Packets ours = packet(kTdtPid, 0, "ours");
+    EXPECT_EQ(pass(0, theirs), theirs);
+    push_tables(1000, ours);
+    EXPECT_EQ(pass(1001, theirs + theirs), packet(kTdtPid, 2, "ours") + kNull);
+    EXPECT_EQ(pass(6000, theirs), kNull);
+    EXPECT_EQ(pass(6001, theirs), theirs);
+    EXPECT_EQ(record_.pids.at(kTdtPid).replaced, 3);
+    inserter_.advance(6001 * kNsPerMs);
+    inserter_.advance(7001 * kNsPerMs);
     EXPECT_THAT(said_, ElementsAre("nothing has come from TABLES for 5 s: the tables of "
                                    "INPUT pass"));
-    EXPECT_TRUE(record().tables.is_silent);
-    push_tables(8000, {packet(kTotPid, 0, "ours")});
-    EXPECT_FALSE(record().tables.is_silent);
+    EXPECT_TRUE(record_.tables.is_silent);
+    push_tables(8000, ours);
+    EXPECT_FALSE(record_.tables.is_silent);
     EXPECT_EQ(said_.size(), 2);
-    EXPECT_EQ(record().tables.silences, 1);
+    EXPECT_EQ(record_.tables.silences, 1);
 }
 
 TEST_F(InserterTest, RemovesTheEncodersPmtsWhileKestanPlaysAPat) {
-    const Packet their_pat =
-        pat_packet(0, 1, {program(0, 0x0200), program(1, kPmtPid), program(2, 0x001F)});
-    const Packet their_pmt = packet(kPmtPid, 1, "pmt");
-    const Packets others{packet(0x0200, 1, "nit"), packet(0x001F, 1, "low")};
-    Packet broken_pat = pat_packet(1, 2, {program(1, 0x0300)});
+    const Packets their_pat =
+        section(kPatPid, 0, "00 b000 0001 c3 0000 0000e200 0001e100 0002e01f");
+    const Packets their_pmt = packet(kPmtPid, 1, "pmt");
+    const Packets others = packet(0x0200, 1, "nit") + packet(0x001F, 1, "low") +
+                           packet(0x0300, 1, "not announced");
+    Packets broken_pat = section(kPatPid, 1, "00 b000 0001 c5 0000 0001e300");
     broken_pat.bytes[20] ^= 1;
-    const Packet next = packet(0x0300, 1, "not announced");
+    const char* const our_pat = "00 b000 0001 cf 0000 0001e400";
 
-    push_tables(0, {packet(kSdtPid, 0, "sdt")});
-    EXPECT_THAT(pass(1, {their_pat, their_pmt, broken_pat}),
-                ElementsAre(their_pat, their_pmt, broken_pat));
-    push_tables(2, {pat_packet(0, 7, {program(1, 0x0400)})});
-    EXPECT_THAT(
-        pass(3, {their_pmt, others[0], others[1], next, their_pat, null_packet()}),
-        ElementsAre(pat_packet(2, 7, {program(1, 0x0400)}), others[0], others[1], next,
-                    null_packet(), null_packet()));
-    EXPECT_EQ(record().pids.at(kPmtPid).replaced, 1);
+    push_tables(0, sdt(0, "sdt"));
+    EXPECT_EQ(pass(1, their_pat + their_pmt + broken_pat),
+              their_pat + their_pmt + broken_pat);
+    push_tables(2, section(kPatPid, 0, our_pat));
+    EXPECT_EQ(pass(3, their_pmt + others + their_pat + kNull),
+              section(kPatPid, 2, our_pat) + others + kNull + kNull);
+    EXPECT_EQ(record_.pids.at(kPmtPid).replaced, 1);
     // A new PAT announces other PIDs, even if it has the version of the last one.
-    const Packet new_pat = pat_packet(1, 1, {program(1, 0x0300)});
-    EXPECT_THAT(pass(4, {new_pat, their_pmt, next}),
-                ElementsAre(null_packet(), their_pmt, null_packet()));
+    const Packets new_pat = section(kPatPid, 1, "00 b000 0001 c3 0000 0001e300");
+    EXPECT_EQ(pass(4, new_pat + their_pmt + packet(0x0300, 1, "announced")),
+              kNull + their_pmt + kNull);
 }
 
 TEST_F(InserterTest, NeverFillsAPacketOfAStream) {
-    PMT pmt;
-    pmt.program_number = 1;
-    pmt.current_next_indicator = true;
-    pmt.descriptors = {ca_descriptor('\x10')};
-    PMTStream stream;
-    stream.elementary_pid = 0x0111;
-    stream.descriptors = {ca_descriptor('\x12')};
-    pmt.streams = {stream};
-    CAT cat;
-    cat.current_next_indicator = true;
-    cat.descriptors = {ca_descriptor('\x13')};
-    pass(0, {null_packet(), with_pcr(packet(0x0121, 0)),
-             with_start(packet(0x0122, 0, std::string("\0\0\1\xE0", 4))),
-             with_error(with_pcr(packet(0x0123, 0)))});
-    push_tables(1, {pat_packet(0, 1, {program(1, kPmtPid)}),
-                    section_packet(kPmtPid, 0, sections_of(pmt).at(0)),
-                    section_packet(kCatPid, 0, sections_of(cat).at(0))});
-    pass(2, {null_packet(), null_packet(), null_packet()});
+    pass(0, kNull + pcr(0x0121) +
+                Packets{with_start(ts_packet(0x0122, 0, {"\0\0\1\xE0", 4}))} +
+                Packets{with_error(pcr(0x0123).bytes)});
+    push_tables(1, section(kPatPid, 0, "00 b000 0001 c3 0000 0001e100") +
+                       section(kPmtPid, 0,
+                               "02 b000 0001 c1 0000 ffff f006 0904 0102e110"
+                               "06 e111 f006 0904 0102e112") +
+                       section(kCatPid, 0, "01 b000 ffff c1 0000 0904 0102e113"));
+    pass(2, kNull + kNull + kNull);
 
-    const Packet pcr_on_null = with_pcr(null_packet());
-    push_tables(3, {packet(kSdtPid, 0, "sdt")});
-    EXPECT_THAT(pass(3, {pcr_on_null, null_packet()}),
-                ElementsAre(pcr_on_null, packet(kSdtPid, 0, "sdt")));
+    push_tables(3, sdt(0, "sdt"));
+    EXPECT_EQ(pass(3, pcr(kNullPid) + kNull), pcr(kNullPid) + sdt(0, "sdt"));
     std::size_t said = 0;
-    for (const int number : {0x0110, 0x0111, 0x0112, 0x0113, 0x0121, 0x0122}) {
-        const auto pid = static_cast<std::uint16_t>(number);
-        push_tables(4, {packet(pid, 0, "table"), packet(pid, 1, "table")});
-        EXPECT_THAT(pass(5, {packet(pid, 4, "theirs"), null_packet()}),
-                    ElementsAre(packet(pid, 4, "theirs"), null_packet()));
+    for (const int pid : {0x0110, 0x0111, 0x0112, 0x0113, 0x0121, 0x0122}) {
+        const Packets theirs = packet(pid, 4, "theirs");
+        push_tables(4, packet(pid, 0, "table") + packet(pid, 1, "table"));
+        EXPECT_EQ(pass(5, theirs + kNull), theirs + kNull);
         ASSERT_EQ(said_.size(), ++said);
         EXPECT_THAT(said_.back(), HasSubstr("is that of a stream"));
     }
-    EXPECT_EQ(record().dropped.stream_pid, 12);
+    EXPECT_EQ(record_.dropped.stream_pid, 12);
     // Bit errors prove nothing.
-    push_tables(4, {packet(0x0123, 0, "table")});
-    EXPECT_THAT(pass(5, {packet(0x0123, 4, "theirs")}),
-                ElementsAre(packet(0x0123, 1, "table")));
+    push_tables(4, packet(0x0123, 0, "table"));
+    EXPECT_EQ(pass(5, packet(0x0123, 4, "theirs")), packet(0x0123, 1, "table"));
     // What no table on air has named for 5 s may be a table's.
-    push_tables(5003, {packet(0x0111, 0, "table")});
-    EXPECT_THAT(pass(5004, {packet(0x0111, 4, "theirs")}),
-                ElementsAre(packet(0x0111, 5, "table")));
-}
-
-TEST_F(InserterTest, KeepsThePidsThatTheUserNames) {
-    pass(0, {null_packet()});
-    push_tables(1, {packet(0x0012, 0, "eit")});
-    const Packet theirs = packet(0x0012, 6, "theirs");
-    EXPECT_THAT(pass(2, {theirs, null_packet()}), ElementsAre(theirs, null_packet()));
-    EXPECT_EQ(record().kept_out, 1);
-    EXPECT_EQ(record().dropped.total(), 0);
+    push_tables(5003, packet(0x0111, 0, "table"));
+    EXPECT_EQ(pass(5004, packet(0x0111, 4, "theirs")), packet(0x0111, 5, "table"));
 }
 
 TEST_F(InserterTest, InsertsNothingIntoLateRtpDatagrams) {
-    const auto head = [](int number, char source = 1) {
-        std::string header(12, source);
-        header[0] = '\x80';
-        header[2] = static_cast<char>(number >> 8);
-        header[3] = static_cast<char>(number);
-        return header;
-    };
-    struct {
-        std::string head;
-        bool inserts;
-    } const cases[] = {
-        {head(0xFFFE), true},     {head(0xFFFE), false},    {head(1), true},
-        {head(0xFFFF), false},    {head(2), true},          {head(2, 7), true},
-        {head(0, 7), false},      {head(0xF000, 7), false}, {head(0xF001, 7), true},
-        {head(0xF000, 7), false},
-    };
-    const Packet theirs = packet(kSdtPid, 0, "theirs");
-    pass(0, {theirs}, head(0xFFF0));
-    int counter = 0;
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
-        push_tables(1, {packet(kSdtPid, static_cast<int>(i), "ours")});
-        const Packet expected =
-            cases[i].inserts ? packet(kSdtPid, ++counter, "ours") : null_packet();
-        EXPECT_THAT(pass(2, {theirs}, cases[i].head), ElementsAre(expected)) << i;
+    const Packets theirs = sdt(0, "theirs");
+    pass(0, Packets{rtp_header(8)} + theirs);
+    push_tables(1, sdt(0, "ours") + sdt(1, "ours"));
+    const std::pair<int, Packets> cases[] = {
+        {9, sdt(1, "ours")}, {9, kNull}, {8, kNull}, {10, sdt(2, "ours")}};
+    for (const auto& [number, expected] : cases) {
+        const Packets header{rtp_header(static_cast<std::uint64_t>(number))};
+        EXPECT_EQ(pass(2, header + theirs), header + expected);
     }
 }
 
 TEST_F(InserterTest, DropsTheWholeQueueWithoutRoom) {
-    pass(0, {null_packet()});
-    push_tables(1, {packet(kPatPid, 0, "a"), packet(kPatPid, 1, "b")});
-    push_tables(1000, {packet(kPatPid, 2, "c")});
-    EXPECT_THAT(pass(1001, {null_packet()}), ElementsAre(packet(kPatPid, 0, "a")));
-    EXPECT_THAT(pass(1002, {null_packet()}), ElementsAre(null_packet()));
-    EXPECT_EQ(record().dropped.no_room, 2);
-    inserter_.advance(2000 * kMs);
-    EXPECT_THAT(said_,
-                ElementsAre(HasSubstr("2 packets of TABLES dropped; INPUT has 1 null "
-                                      "packets a second")));
-    push_tables(2000, {packet(kPatPid, 3, "d")});
-    push_tables(3001, {packet(kPatPid, 4, "e")});
-    EXPECT_EQ(record().dropped.no_room, 3);
-    EXPECT_EQ(record().pids.at(kPatPid).dropped, 3);
+    pass(0, kNull);
+    push_tables(1, pat(0, "a") + pat(1, "b"));
+    push_tables(1000, pat(2, "c"));
+    EXPECT_EQ(pass(1001, kNull), pat(0, "a"));
+    EXPECT_EQ(pass(1002, kNull), kNull);
+    EXPECT_EQ(record_.dropped.no_room, 2);
+    inserter_.advance(2000 * kNsPerMs);
+    EXPECT_THAT(said_, ElementsAre(HasSubstr("2 packets of TABLES dropped; INPUT has 1 "
+                                             "null packets a second")));
+    push_tables(2000, pat(3, "d"));
+    push_tables(3001, pat(4, "e"));
+    EXPECT_EQ(record_.dropped.no_room, 3);
+    EXPECT_EQ(record_.pids.at(kPatPid).dropped, 3);
 
-    for (int i = 1; i < 8191; ++i) push_tables(3002, {packet(kPatPid, 4 + i, "f")});
-    EXPECT_EQ(record().dropped.no_room, 3);
-    push_tables(3003, {packet(kPatPid, 3, "g"), packet(kPatPid, 4, "h")});
-    EXPECT_EQ(record().dropped.no_room, 3 + 8192);
-    EXPECT_EQ(record().lost, 0);
-}
-
-TEST_F(InserterTest, QueuesNothingWhileThereIsNoInput) {
-    push_tables(0, {packet(kPatPid, 0, "a")});
-    push_tables(2000, {packet(kPatPid, 1, "b")});
-    EXPECT_THAT(pass(2001, {null_packet()}), ElementsAre(null_packet()));
-    EXPECT_EQ(record().dropped.total(), 0);
+    for (int i = 1; i < 8191; ++i) push_tables(3002, pat(4 + i, "f"));
+    EXPECT_EQ(record_.dropped.no_room, 3);
+    push_tables(3003, pat(3, "g") + pat(4, "h"));
+    EXPECT_EQ(record_.dropped.no_room, 3 + 8192);
+    EXPECT_EQ(record_.lost, 0);
 }
 
 TEST_F(InserterTest, SaysOnceThatBothPatsHaveOneVersionAndDiffer) {
-    const Packet theirs = pat_packet(0, 4, {program(1, kPmtPid)});
-    pass(0, {theirs});
-    push_tables(1, {theirs});
-    push_tables(1, {pat_packet(1, 5, {program(1, 0x0400)})});
+    const Packets theirs = section(kPatPid, 0, "00 b000 0001 c9 0000 0001e100");
+    pass(0, theirs);
+    push_tables(1, theirs);
+    push_tables(1, section(kPatPid, 1, "00 b000 0001 cb 0000 0001e400"));
     EXPECT_EQ(said_.size(), 0);
-    push_tables(1, {pat_packet(2, 4, {program(1, 0x0400)})});
-    push_tables(1, {pat_packet(3, 4, {program(1, 0x0400)})});
+    for (const int counter : {2, 3})
+        push_tables(1, section(kPatPid, counter, "00 b000 0001 c9 0000 0001e400"));
     EXPECT_THAT(said_, ElementsAre(HasSubstr("same version_number")));
 }
 
-TEST_F(InserterTest, SkipsRepeatsAndCountsWhatIsMissingInTables) {
-    pass(0, {null_packet()});
-    push_tables(1, {packet(kPatPid, 0, "a"), packet(kPatPid, 0, "a"),
-                    packet(kPatPid, 3, "b"), packet(kSdtPid, 7, "c")});
-    EXPECT_THAT(pass(2, {null_packet(), null_packet(), null_packet(), null_packet()}),
-                ElementsAre(packet(kPatPid, 0, "a"), packet(kPatPid, 1, "b"),
-                            packet(kSdtPid, 7, "c"), null_packet()));
-    EXPECT_EQ(record().lost, 2);
-    EXPECT_EQ(record().pids.at(kPatPid).lost, 2);
-}
-
 TEST_F(InserterTest, PassesWhatIsNoTransportStreamAndTakesNoneFromTables) {
-    EXPECT_EQ(pass_bytes(0, std::string(1000, 'x')), std::string(1000, 'x'));
-    push_tables(1, {{std::string(1000, 'x')}});
-    push_tables(1, {{std::string(1000, 'x')}});
-    Packet damaged = packet(kPatPid, 0, "damaged");
-    push_tables(1, {with_error(damaged), null_packet()});
-    damaged.bytes[0] = 'x';
-    push_tables(1, {damaged, null_packet()});
-    EXPECT_EQ(record().input.malformed, 1);
-    EXPECT_EQ(record().dropped.malformed, 2);
-    EXPECT_EQ(record().dropped.damaged, 2);
-    EXPECT_EQ(record().dropped.null_packet, 2);
-    EXPECT_EQ(said_.size(), 3);
-    // A packet without a sync byte is none.
-    Packet torn = null_packet();
+    const Packets rubbish{std::string(1000, 'x')};
+    EXPECT_EQ(pass(0, rubbish), rubbish);
+    push_tables(1, rubbish);
+    push_tables(1, rubbish);
+    Packets torn = kNull;  // a packet without a sync byte is none
     torn.bytes[0] = 'x';
-    push_tables(1, {packet(kPatPid, 0, "a")});
-    EXPECT_THAT(pass(2, {torn, null_packet()}),
-                ElementsAre(torn, packet(kPatPid, 0, "a")));
+    push_tables(1, Packets{with_error(ts_packet(kPatPid, 0))} + kNull);
+    push_tables(1, torn + kNull);
+    EXPECT_EQ(record_.input.malformed, 1);
+    EXPECT_EQ(record_.dropped.malformed, 2);
+    EXPECT_EQ(record_.dropped.damaged, 2);
+    EXPECT_EQ(record_.dropped.null_packet, 2);
+    EXPECT_EQ(said_.size(), 3);
+    push_tables(1, pat(0, "a"));
+    EXPECT_EQ(pass(2, torn + kNull), torn + pat(0, "a"));
     // The code behind a packet of 204 bytes stays.
-    push_tables(3, {packet(kPatPid, 1, "b")});
-    const std::string code(16, 'c');
-    EXPECT_EQ(pass_bytes(3, null_packet().bytes + code + null_packet().bytes + code),
-              packet(kPatPid, 1, "b").bytes + code + null_packet().bytes + code);
+    push_tables(3, pat(1, "b"));
+    const Packets code{std::string(16, 'c')};
+    EXPECT_EQ(pass(3, kNull + code + kNull + code), pat(1, "b") + code + kNull + code);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <tuple>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "tests/support/cases.h"
 #include "tests/support/memory_file.h"
@@ -150,16 +149,14 @@ std::vector<json> variants_of(const json& document,
         variants.push_back(document.patch({{{"op", "remove"}, {"path", place}}}));
         if (only_removed.count(json::json_pointer(place).back()) != 0) continue;
         const json present = document.at(json::json_pointer(place));
-        if (present.is_object()) {
-            variants.emplace_back(document)[json::json_pointer(place)]["x"] = 1;
-        }
-        for (const json& value : values) {
-            variants.emplace_back(document)[json::json_pointer(place)] = value;
-        }
+        json others = values;
+        if (present.is_object()) others.emplace_back(present)["x"] = 1;
         for (const std::size_t length : {31U, 32U, 51U, 52U, 63U, 64U, 85U, 86U}) {
             if (!present.is_array() || present.empty()) break;
-            variants.emplace_back(document)[json::json_pointer(place)] =
-                json(length, present[0]);
+            others.push_back(json(length, present[0]));
+        }
+        for (const json& other : others) {
+            variants.emplace_back(document)[json::json_pointer(place)] = other;
         }
     }
     return variants;

@@ -4,7 +4,6 @@
 #include <map>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "dvb/nanoseconds.h"
 #include "tests/support/fake_framework.h"

@@ -20,7 +20,7 @@ using simulated_clock::now_ns;
 struct Model {
     struct Turn {
         char name;
-        std::vector<bool> starts;  // for each packet: a section starts there
+        std::string packets;
         std::int64_t period_ms;
         std::int64_t eligible;
         std::size_t index = 0;
@@ -35,13 +35,14 @@ struct Model {
         if (ring.empty() || slot < next_time) return "-";
         next_time += interval();
         Turn& head = ring.front();
-        const std::string name = head.name + std::to_string(head.index++);
-        const bool is_end = head.index == head.starts.size();
+        std::string name = head.name + std::to_string(head.index++);
+        const std::size_t at = head.index * kTsPacketSize;
+        const bool is_end = at == head.packets.size();
         if (is_end) {
             head.index = 0;
             head.eligible = slot + head.period_ms * kNsPerMs;
         }
-        if (is_end || head.starts[head.index]) pass_the_turn(slot);
+        if (is_end || head.packets[at + 1] == kPayloadUnitStart) pass_the_turn(slot);
         return name;
     }
 
@@ -50,7 +51,7 @@ struct Model {
         for (const Turn& turn : ring) {
             if (turn.period_ms == 0) continue;
             const auto period_ms = static_cast<std::uint64_t>(turn.period_ms);
-            bitrate += 1504000 * turn.starts.size() / period_ms + 1;
+            bitrate += 8000 * turn.packets.size() / period_ms + 1;
         }
         return bitrate == 0 ? 0 : static_cast<std::int64_t>(1504000000000 / bitrate);
     }
@@ -87,28 +88,23 @@ TEST(TableCarrousel, PlaysInTheOrderOfAModelThatSearchesTheWholeRing) {
         const char name = static_cast<char>('A' + random() % (i < 150000 ? 3 : 12));
         const auto turn = model.find(name);
         std::vector<int> sections(1 + random() % 3);
-        std::vector<bool> starts;
-        for (int& packets : sections) {
-            packets = static_cast<int>(1 + random() % 3);
-            starts.push_back(true);
-            starts.resize(starts.size() + static_cast<std::size_t>(packets - 1));
-        }
+        for (int& size : sections) size = static_cast<int>(1 + random() % 3);
+        std::string packets = named_packets(name, sections);
         const auto chance = random() % 60;
         if (chance < 8 && turn == model.ring.end()) {
             const auto period_ms =
                 static_cast<std::uint32_t>(random() % 4 == 0 ? random() % 9 * 100 : 200);
-            subs[name] = new SubTable(named_packets(name, sections), period_ms);
+            subs[name] = new SubTable(std::string(packets), period_ms);
             carrousel.add_subtable(subs[name]);
             if (model.ring.empty()) model.next_time = slot;
-            model.ring.push_back({name, starts, period_ms, slot});
+            model.ring.push_back({name, packets, period_ms, slot});
         } else if (chance < 4 && turn != model.ring.end()) {
-            if (chance < 2) sections.clear();
-            std::string packets = named_packets(name, sections);
+            if (chance < 2) packets.clear();
+            turn->packets = packets;
+            turn->index = 0;
+            if (packets.empty()) model.ring.erase(turn);
             carrousel.update_subtable(subs[name], packets);
             EXPECT_TRUE(packets.empty());
-            turn->starts = starts;
-            turn->index = 0;
-            if (sections.empty()) model.ring.erase(turn);
         }
         int counter = -1;
         const std::string got = next_name(carrousel, slot, &counter);

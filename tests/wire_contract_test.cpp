@@ -81,7 +81,8 @@ std::string answer(const std::shared_ptr<Recorder>& service, const std::string& 
     const auto out = std::make_shared<TMemoryBuffer>();
     in->write(reinterpret_cast<const std::uint8_t*>(request.data()),
               static_cast<std::uint32_t>(request.size()));
-    Processor(service).process(protocol_on(in), protocol_on(out), nullptr);
+    EXPECT_NO_THROW(
+        Processor(service).process(protocol_on(in), protocol_on(out), nullptr));
     return out->getBufferAsString();
 }
 

@@ -25,10 +25,45 @@ measure() { kestan-monitor 127.0.0.1:5432 -d "$1" --json --check >monitor.out; }
     reports '[.outside_limits[].check] == ["repetition"]'
     reports '.outside_limits[0].text | contains("PMT of service 102")'
 
-    # The schema must have every key.
+    has_known_keys
+}
+
+# has_known_keys: the schema must have every key of the report.
+has_known_keys() {
     jq 'walk(if type == "object" and has("properties") then .additionalProperties = false
         else . end)' "$schema" >strict.json
     is_valid monitor.out strict.json
+}
+
+@test "compares what is on air with the files" {
+    play_small
+    run -0 kestan-monitor 127.0.0.1:5432 -d 2.2 --check --expect "$small"
+    [[ $output == *$'\n  files      differences: 0\n'* ]]
+    jq '.pmts[0].pid = "0x0777" | .pmts[0].version_number = 9' "$small" >other.json
+    local at='PID 0x0100: PMT of service 101 is on PID 0x0100, the files have 0x0777'
+    run -1 kestan-monitor 127.0.0.1:5432 -d 1.2 --check --any-version --expect - <other.json
+    [[ $output == *'verdict    1 fault, the last'*'differences: 1'*"  $at"* ]]
+    run -0 kestan-monitor 127.0.0.1:5432 -d 1.2 --check --any-version --expect other.json \
+        --accept crc --accept expected:256
+    [[ $output == *' but 1 accepted fault.'*"accepted: $at"* ]]
+}
+
+@test "reads the files again after SIGHUP" {
+    play_small
+    cp "$small" tables.json
+    start monitor kestan-monitor 127.0.0.1:5432 --json --check --expect . --metrics metrics.prom
+    has_differences() { grep "^kestan_monitor_expected_differences{.*} $1" metrics.prom; }
+    wait_until has_differences 0
+    echo '{}' >mistake.json
+    kill -HUP "${pid[monitor]}"
+    says monitor ': the tables read before stay'
+    rm mistake.json
+    jq 'del(.cat)' "$small" >tables.json
+    kill -HUP "${pid[monitor]}"
+    wait_until has_differences 1
+    finish monitor INT || [ $? -eq 1 ]
+    reports '[.outside_limits[] | .check, .count, .accepted] == ["expected", 1, false]'
+    has_known_keys
 }
 
 # on_screen <pattern>: waits until the terminal shows it.
@@ -154,6 +189,10 @@ has_read_all() { grep -q ":$(printf %04X 5432) .* 07 00000000:00000000 " /proc/n
 2|not an IPv4 address with a port|127.0.0.1:65536
 2|give an address of this machine|192.0.2.1:5432
 2|"ip link" lists|226.0.0.1:5432 -i nowhere0
+2|nowhere.json: cannot be read: No such file or directory|127.0.0.1:5432 --expect nowhere.json
+2|"continuty" is no check: expected one of cat_missing|127.0.0.1:5432 --accept continuty:0x100
+2|"8192" is not a PID|127.0.0.1:5432 --accept crc:8192
+2|name one: ca_on_reserved_pid|127.0.0.1:5432 --accept consistency
 2|ADDRESS:PORT
 END
 }

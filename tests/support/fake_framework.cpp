@@ -17,17 +17,10 @@ std::vector<std::string> log_lines;
 
 }  // namespace
 
-namespace fake_framework {
-
-Clock clock;
-std::function<void(int)> on_kick;
-
-std::vector<std::string> take_log() {
+std::vector<std::string> fake_framework::take_log() {
     const std::lock_guard lock(log_mutex);
     return std::exchange(log_lines, {});
 }
-
-}  // namespace fake_framework
 
 void log_function(int level, int /*code*/, const char* format, ...) {
     std::array<char, 512> text{};

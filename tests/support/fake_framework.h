@@ -15,10 +15,10 @@ struct Clock {
     std::uint64_t set_asked = 0;      // how often it was called
     std::int64_t utc = 0xC079124500;  // what GetUTCTime returns: 1993-10-13 12:45:00
 };
-extern Clock clock;
+inline Clock clock;
 
 // watchdog_kick calls this with its handle.
-extern std::function<void(int)> on_kick;
+inline std::function<void(int)> on_kick;
 
 // Returns the lines logged since the last call, as "<level> <text>".
 [[nodiscard]] std::vector<std::string> take_log();

@@ -110,7 +110,7 @@ private:
         return result;
     }
 
-    std::optional<std::uint16_t> pid_of_service(int service) const {
+    [[nodiscard]] std::optional<std::uint16_t> pid_of_service(int service) const {
         for (const auto& [pid, services] : played_) {
             if (services.count(service) != 0) return pid;
         }

@@ -15,4 +15,8 @@ using Sections = std::vector<std::string>;
 [[nodiscard]] Sections sections_of(const orvel::thrift::dvb_tables::SDT& sdt);
 [[nodiscard]] Sections sections_of(const orvel::thrift::dvb_tables::PMT& pmt);
 
+// Completes any section: sets its section_length and, if it is a long one, appends its
+// CRC_32.
+[[nodiscard]] std::string sealed(std::string section);
+
 #endif

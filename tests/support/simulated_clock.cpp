@@ -8,9 +8,9 @@
 #include <optional>
 #include <utility>
 
-namespace {
+#include "dvb/nanoseconds.h"
 
-constexpr std::int64_t kNsPerSecond = 1000000000;
+namespace {
 
 // Starts one hour after the start of the machine, and not at a whole millisecond.
 std::int64_t clock_ns = 3600 * kNsPerSecond + 7;
@@ -25,23 +25,17 @@ timespec to_timespec(std::int64_t ns) {
 
 }  // namespace
 
-namespace simulated_clock {
-
-std::function<void()> on_sleep;
-
-std::int64_t now_ns() {
+std::int64_t simulated_clock::now_ns() {
     return clock_ns;
 }
 
-void advance(std::int64_t ns) {
+void simulated_clock::advance(std::int64_t ns) {
     clock_ns += ns;
 }
 
-void interrupt_next_sleep_after(std::int64_t ns) {
+void simulated_clock::interrupt_next_sleep_after(std::int64_t ns) {
     interruption_ns = ns;
 }
-
-}  // namespace simulated_clock
 
 #ifdef __USE_TIME_BITS64
 // On a 32-bit target the names below stand for functions of 64-bit time. A library that

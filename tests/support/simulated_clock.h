@@ -15,7 +15,7 @@ namespace simulated_clock {
 void advance(std::int64_t ns);
 
 // nanosleep calls this at its end. An exception from it leaves nanosleep.
-extern std::function<void()> on_sleep;
+inline std::function<void()> on_sleep;
 
 // Makes the next nanosleep end after `ns` with EINTR.
 void interrupt_next_sleep_after(std::int64_t ns);

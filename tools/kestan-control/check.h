@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "tools/kestan-control/table_files.h"
+#include "tools/files/table_files.h"
 
 // Settings of the check that precedes sending.
 struct CheckSettings {

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "tools/files/table_files.h"
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/notification_server.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
 #include "tools/kestan-control/service_signals.h"
-#include "tools/kestan-control/table_files.h"
 
 // A control process that runs until a signal ends it. It keeps the tables of some files
 // on air, and no other tables of this program.

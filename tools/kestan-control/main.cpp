@@ -7,6 +7,7 @@
 #include <thrift/TOutput.h>
 
 #include "dvb/psi_si.h"
+#include "tools/files/table_files.h"
 #include "tools/json/compact_json.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
@@ -16,7 +17,6 @@
 #include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
-#include "tools/kestan-control/table_files.h"
 #include "tools/receive/table_import.h"
 #include "tools/service/diagnostics.h"
 #include "tools/service/program.h"

@@ -1,9 +1,9 @@
 #ifndef KESTAN_TOOLS_KESTAN_CONTROL_OUTGOING_TABLES_H
 #define KESTAN_TOOLS_KESTAN_CONTROL_OUTGOING_TABLES_H
 
+#include "tools/files/table_files.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/state_file.h"
-#include "tools/kestan-control/table_files.h"
 #include "tools/kestan-control/version_history.h"
 
 // Chooses the version_numbers under which the tables of the files are sent. Prints which

@@ -3,10 +3,12 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 
 #include <CLI/CLI.hpp>
 
+#include "tools/kestan-monitor/expected_tables.h"
 #include "tools/kestan-monitor/monitor.h"
 #include "tools/kestan-monitor/options.h"
 #include "tools/kestan-monitor/report/json_report.h"
@@ -18,15 +20,17 @@ constexpr int kInOrder = 0;
 constexpr int kOutsideLimits = 1;
 constexpr int kCannotRun = 2;
 
-volatile std::sig_atomic_t stop_requested = 0;
+Requests requests;
 
 // Without SA_RESTART, so that a signal ends the wait for datagrams.
-void handle_signals() {
+void handle_signals(bool reads_again) {
     struct sigaction action {};
-    action.sa_handler = [](int) { stop_requested = 1; };
+    action.sa_handler = [](int) { requests.stop = 1; };
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         sigaction(signal, &action, nullptr);
     }
+    action.sa_handler = [](int) { requests.reload = 1; };
+    if (reads_again) sigaction(SIGHUP, &action, nullptr);
     action.sa_handler = [](int) {};  // a resized terminal is drawn again at once
     sigaction(SIGWINCH, &action, nullptr);
     // A file that grows too large is an error of write().
@@ -34,15 +38,21 @@ void handle_signals() {
 }
 
 int run(const Options& options) {
-    handle_signals();
-    Monitor monitor(options);
-    monitor.run(stop_requested);
+    // First: a pipe without a writer waits for one, until a signal ends the program.
+    std::optional<Multiplex> expected;
+    if (!options.expected.empty()) {
+        expected = read_expected_tables(options.expected, FileKind::kRegularOrPipe);
+        if (!expected) return kCannotRun;
+    }
+    handle_signals(expected && !has_display(options));
+    Monitor monitor(options, std::move(expected));
+    monitor.run(requests);
     const Report report = monitor.report();
     std::cout << (options.json ? json_report(report) : text_report(report)) << std::flush;
     if (!std::cout)
         throw std::runtime_error("cannot write the report: is the disk full?");
     if (monitor.has_lost_output()) return kCannotRun;
-    const bool in_order = report.stream.faults().total() == 0;
+    const bool in_order = report.stream.faults().is_in_order();
     return options.check && !in_order ? kOutsideLimits : kInOrder;
 }
 

@@ -10,6 +10,7 @@
 #include "dvb/civil_clock.h"
 #include "tools/json/shown_text.h"
 #include "tools/json/text_file.h"
+#include "tools/kestan-monitor/expected_tables.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
 #include "tools/kestan-monitor/report/metrics.h"
 
@@ -25,11 +26,17 @@ std::string unwritten_text(const std::string& path, const std::system_error& err
 
 }  // namespace
 
-Monitor::Monitor(const Options& options)
+bool has_display(const Options& options) {
+    return !options.json && Terminal::is_there();
+}
+
+Monitor::Monitor(const Options& options, std::optional<Multiplex> expected)
     : options_(options),
       receiver_(parse_endpoint(options.address), options.interface),
       stream_(steady_now_ns()) {
     read_clock();
+    stream_.accept(options_.accepted);
+    if (expected) stream_.expect(*std::move(expected), !options_.any_version);
     if (!options_.plot.empty()) start_plot();
     open_files();
 }
@@ -54,17 +61,21 @@ void Monitor::start_plot() {
     });
 }
 
-void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
-    if (!options_.json && Terminal::is_there()) screen_.emplace();
+void Monitor::run(Requests& requests) {
+    if (has_display(options_)) screen_.emplace();
     std::int64_t now = steady_now_ns();
     std::int64_t refresh = now + kNsPerSecond;
     const std::int64_t end = options_.duration_s
                                  ? now + to_ns(*options_.duration_s)
                                  : std::numeric_limits<std::int64_t>::max();
     std::int64_t complete_until = now;
-    while (stop_requested == 0 && !quit_ && now < end) {
+    while (requests.stop == 0 && !quit_ && now < end) {
         complete_until = receive(std::min(refresh, end) - now);
         now = steady_now_ns();
+        if (requests.reload != 0) {
+            requests.reload = 0;
+            read_expected_again();
+        }
         if (screen_) look_at_terminal();
         if (now < refresh) continue;
         refresh = now + kNsPerSecond - (now - refresh) % kNsPerSecond;
@@ -81,6 +92,14 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested) {
         replace_text_file(options_.plot, plot_->svg(report(), complete_until),
                           FileUse::kReport);
     });
+}
+
+// Waits for no writer of a pipe: the stream comes in.
+void Monitor::read_expected_again() {
+    auto tables = read_expected_tables(options_.expected, FileKind::kRegular);
+    std::cerr << "kestan-monitor: "
+              << (tables ? "files read again" : "the tables read before stay") << '\n';
+    if (tables) stream_.expect(*std::move(tables), !options_.any_version);
 }
 
 std::int64_t Monitor::receive(std::int64_t timeout) {

@@ -15,20 +15,31 @@
 #include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/screen/terminal.h"
 #include "tools/kestan-monitor/screen/terminal_view.h"
+#include "tools/model/multiplex.h"
 #include "tools/receive/packet_recorder.h"
 #include "tools/receive/udp_receiver.h"
+
+// What signals ask of a run: their handlers set the numbers to 1.
+struct Requests {
+    volatile std::sig_atomic_t stop = 0;
+    volatile std::sig_atomic_t reload = 0;  // of the files of tables
+};
+
+// Returns whether the report is shown on a terminal in place.
+[[nodiscard]] bool has_display(const Options& options);
 
 // One run of the program: receives and measures the stream, and shows and writes what the
 // options ask for. One thread.
 class Monitor {
 public:
-    // Throws std::runtime_error if it cannot receive or cannot write a file.
-    explicit Monitor(const Options& options);
+    // Compares what is on air with the `expected` tables, if there are some. Throws
+    // std::runtime_error if it cannot receive or cannot write a file.
+    Monitor(const Options& options, std::optional<Multiplex> expected);
 
-    // Runs for the duration of the options, or until `stop_requested` is not 0 or the
-    // user ends it. A file that cannot be written does not end the run: standard error
-    // says so once. Throws std::runtime_error.
-    void run(const volatile std::sig_atomic_t& stop_requested);
+    // Runs for the duration of the options, or until a stop is requested or the user ends
+    // it. A file that cannot be written does not end the run: standard error says so
+    // once. Throws std::runtime_error.
+    void run(Requests& requests);
 
     // Returns whether a file could not be written at any time, even if it could later.
     [[nodiscard]] bool has_lost_output() const { return !unwritten_.empty(); }
@@ -48,6 +59,7 @@ private:
     [[nodiscard]] Report report_of_last_second() const;
     [[nodiscard]] std::int64_t receive(std::int64_t timeout);
     void start_plot();
+    void read_expected_again();
     void look_at_terminal();
     void every_second(std::int64_t complete_until);
     void read_clock();

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/kestan-monitor/accepted_faults.h"
+
 namespace {
 
 constexpr double kShortestRunS = 0.1;
@@ -14,8 +16,32 @@ constexpr const char* kFooter =
     "it is refreshed once a second until then: arrows, Page keys, j and k scroll, q "
     "ends.\n\n"
     "Exit status: 0; 1 when --check finds something outside the limits or nothing was\n"
-    "received; 2 when it cannot receive, cannot write a file, or the command line is "
-    "wrong.";
+    "received; 2 when it cannot receive, cannot read or write a file, or the command "
+    "line is wrong.";
+
+void add_expectations(CLI::App& app, Options& options) {
+    CLI::Option* const expected =
+        app.add_option("--expect", options.expected,
+                       "JSON file of tables, directory of those, or -: check that these "
+                       "tables are on air, and no others; SIGHUP reads them again. "
+                       "Repeatable");
+    expected->allow_extra_args(false);
+    app.add_flag("--any-version", options.any_version,
+                 "Do not compare the version_numbers of these tables")
+        ->needs(expected);
+    app.add_option_function<std::vector<std::string>>(
+           "--accept",
+           [&options](const std::vector<std::string>& texts) {
+               for (const std::string& text : texts) {
+                   const auto faults = accepted_faults(text);
+                   options.accepted.insert(options.accepted.end(), faults.begin(),
+                                           faults.end());
+               }
+           },
+           "CHECK or CHECK:PID, a known fault that --check does not count: a check of "
+           "kestan-monitor(1), or a rule that --json names. Repeatable")
+        ->allow_extra_args(false);
+}
 
 }  // namespace
 
@@ -33,6 +59,7 @@ void add_options(CLI::App& app, Options& options) {
     app.add_flag("--json", options.json, "Report in JSON, at the end");
     app.add_flag("--check", options.check,
                  "Exit status 1 for a stream outside the limits");
+    add_expectations(app, options);
     app.add_option("--clock-tolerance", options.clock_tolerance_s,
                    "Seconds that the TDT may differ from this host's clock, if that one "
                    "is synchronised; 0: any (default: 60)")

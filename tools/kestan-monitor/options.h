@@ -3,6 +3,9 @@
 
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "tools/kestan-monitor/measure/accepted_fault.h"
 
 namespace CLI {
 class App;
@@ -15,7 +18,10 @@ struct Options {
     double clock_tolerance_s = 60;
     bool json = false;
     bool check = false;
-    std::string metrics;  // files to write; empty: none
+    std::vector<AcceptedFault> accepted;
+    std::vector<std::string> expected;  // files and directories of tables
+    bool any_version = false;           // of these tables may be on air
+    std::string metrics;                // files to write; empty: none
     std::string plot;
     std::string record;
 };

@@ -178,13 +178,23 @@ std::optional<Table> decode(const std::vector<Section>& sections) {
     return decode_together<Table>(sections);
 }
 
+// libdvbpsi does not hand over a PAT without programs.
+PAT pat_without_programs(const Section& section) {
+    PAT pat;
+    pat.transport_stream_id = section.extension();
+    pat.version_number = section.version();
+    pat.current_next_indicator = section.is_current();
+    return pat;
+}
+
 // Decodes each section as a table of its own: libdvbpsi walks the programs of a table to
 // append one.
 template <>
 std::optional<PAT> decode(const std::vector<Section>& sections) {
     std::optional<PAT> pat;
     for (const Section& section : sections) {
-        const auto part = decode_together<PAT>({section});
+        const auto part = section.body_size() == 0 ? pat_without_programs(section)
+                                                   : decode_together<PAT>({section});
         if (!part) return std::nullopt;
         if (!pat) {
             pat = part;

@@ -35,8 +35,9 @@ enum class FaultKind : std::uint8_t {
     kCatMissing,   // while streams are scrambled
     kRtpSequence,  // a datagram that is lost, repeated or swapped
     kConsistency,  // tables that break a rule
+    kExpected,     // tables that differ from those of files
 };
-constexpr std::size_t kFaultKinds = static_cast<std::size_t>(FaultKind::kConsistency) + 1;
+constexpr std::size_t kFaultKinds = static_cast<std::size_t>(FaultKind::kExpected) + 1;
 
 // A fault and its place. Durations and differences are nanoseconds.
 struct Fault {
@@ -45,9 +46,11 @@ struct Fault {
     std::optional<TableKey> table = std::nullopt;
 
     // Only for `consistency`: the rule's name and clause, which live as long as the
-    // program, and the text that says what contradicts what.
+    // program.
     std::string_view rule = {};
     std::string_view rule_clause = {};
+
+    // For `consistency` and `expected`: the text that says what differs from what.
     std::string detail = {};
 
     bool operator<(const Fault& other) const {

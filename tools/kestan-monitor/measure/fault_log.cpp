@@ -15,11 +15,21 @@ bool is_worse(std::int64_t value, std::int64_t than, FaultKind kind) {
 
 }  // namespace
 
+bool FaultLog::is_accepted(const Fault& fault) const {
+    return std::any_of(
+        accepted_.begin(), accepted_.end(),
+        [&](const AcceptedFault& accepted) { return accepted.covers(fault); });
+}
+
 void FaultLog::add(const Fault& fault, std::int64_t time, std::int64_t value,
                    std::uint64_t count) {
     const std::int64_t civil = to_civil(time);
-    total_ += count;
-    totals_.at(static_cast<std::size_t>(fault.kind)) += count;
+    const bool is_known = is_accepted(fault);
+    for (Count* const of : {&all_, &totals_.at(static_cast<std::size_t>(fault.kind))}) {
+        of->total += count;
+        if (is_known) of->accepted += count;
+    }
+    if (!is_known) last_time_ = civil;
     add_event(fault, civil, value, count);
     auto found = records_.find(fault);
     if (found == records_.end()) {
@@ -39,6 +49,7 @@ void FaultLog::add_event(const Fault& fault, std::int64_t civil, std::int64_t va
         const auto of_same_gap =
             std::find_if(events_.begin(), events_.end(), [&](const Event& other) {
                 return other.fault.kind == fault.kind &&
+                       is_accepted(other.fault) == is_accepted(fault) &&
                        civil - other.time < kNsPerSecond;
             });
         event.errors = count;

@@ -6,10 +6,14 @@
 #include <deque>
 #include <map>
 #include <set>
+#include <utility>
+#include <vector>
 
+#include "tools/kestan-monitor/measure/accepted_fault.h"
 #include "tools/kestan-monitor/measure/fault.h"
 
-// Counts faults by kind and place, with the times of the first and the last.
+// Counts faults by kind and place, with the times of the first and the last. Those that
+// are accepted are counted, too, and also by themselves.
 //
 // Memory is bounded: at most kMaxFaults different faults are kept, and the last kEvents
 // events. Times are nanoseconds of the steady clock when they come in, and of the civil
@@ -45,6 +49,10 @@ public:
         return steady + civil_minus_steady_;
     }
 
+    // Accepts these faults. REQUIRES: none has been added yet.
+    void accept(std::vector<AcceptedFault> faults) { accepted_ = std::move(faults); }
+    [[nodiscard]] bool is_accepted(const Fault& fault) const;
+
     // Adds `count` occurrences of the fault at `time`. `value` is its duration or
     // difference, or 0 if it has none.
     void add(const Fault& fault, std::int64_t time, std::int64_t value = 0,
@@ -54,10 +62,21 @@ public:
     void extend(const Fault& fault, std::int64_t value);
 
     [[nodiscard]] std::uint64_t count(const Fault& fault) const;
-    [[nodiscard]] std::uint64_t total() const { return total_; }
+    [[nodiscard]] std::uint64_t total() const { return all_.total; }
     [[nodiscard]] std::uint64_t total(FaultKind kind) const {
-        return totals_.at(static_cast<std::size_t>(kind));
+        return totals_.at(static_cast<std::size_t>(kind)).total;
     }
+    [[nodiscard]] std::uint64_t total_accepted() const { return all_.accepted; }
+    [[nodiscard]] std::uint64_t total_accepted(FaultKind kind) const {
+        return totals_.at(static_cast<std::size_t>(kind)).accepted;
+    }
+
+    // Returns whether no fault has been added, or accepted ones alone.
+    [[nodiscard]] bool is_in_order() const { return all_.total == all_.accepted; }
+
+    // Returns when the last fault came that is not accepted. REQUIRES: !is_in_order().
+    [[nodiscard]] std::int64_t last_time() const { return last_time_; }
+
     [[nodiscard]] const std::map<Fault, Record>& records() const { return records_; }
 
     // Returns the last events, the oldest one first.
@@ -67,9 +86,16 @@ private:
     void add_event(const Fault& fault, std::int64_t civil, std::int64_t value,
                    std::uint64_t count);
 
+    struct Count {
+        std::uint64_t total = 0;
+        std::uint64_t accepted = 0;
+    };
+
     std::int64_t civil_minus_steady_ = 0;
-    std::uint64_t total_ = 0;
-    std::array<std::uint64_t, kFaultKinds> totals_{};
+    std::vector<AcceptedFault> accepted_;
+    Count all_;
+    std::array<Count, kFaultKinds> totals_{};
+    std::int64_t last_time_ = 0;
     std::map<Fault, Record> records_;
     std::deque<Event> events_;
 };

@@ -19,6 +19,10 @@ constexpr std::int64_t kUnannouncedLimitNs = 500 * kNsPerMs;
 // A PAT of many sections that changes all the time would take all of a processor.
 constexpr std::int64_t kLeastFollowIntervalNs = kNsPerSecond;
 
+// A stream that is down is another fault than one without its tables, in which the TDT
+// still comes once a second.
+constexpr std::int64_t kDownAfterNs = 2 * kNsPerSecond;
+
 // Memory stays bounded when a stream has PMTs of any service_id.
 constexpr std::size_t kMaxUnannouncedTables = 1000;
 
@@ -188,7 +192,13 @@ void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
             if (key.kind != TableKind::kPmt || !pat_changed_) table.advance(now_);
         }
     }
-    if (std::exchange(has_new_tables_, false)) replace_tables();
+    const bool has_new_tables = std::exchange(has_new_tables_, false);
+    if (has_new_tables) replace_tables();
+    if (now_ - last_arrival_ > kDownAfterNs) {
+        expected_.forget();
+    } else {
+        expected_.advance(now_, pids_, has_new_tables);
+    }
     consistency_.advance(now_, [this](std::uint16_t pid) {
         const auto found = pids_.find(pid);
         return found == pids_.end() ? std::nullopt : found->second.last_pcr;
@@ -208,6 +218,7 @@ void StreamStatistics::replace_tables() {
 void StreamStatistics::finish(std::int64_t now, std::uint64_t lost) {
     pat_followed_.reset();
     advance(now, lost);
+    if (!is_silent_) expected_.finish();
     if (!start_) faults_.add({FaultKind::kReception}, now_);
 }
 

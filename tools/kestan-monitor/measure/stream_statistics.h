@@ -8,9 +8,11 @@
 #include <optional>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include "tools/kestan-monitor/measure/cat_check.h"
 #include "tools/kestan-monitor/measure/consistency_check.h"
+#include "tools/kestan-monitor/measure/expected_check.h"
 #include "tools/kestan-monitor/measure/fault_log.h"
 #include "tools/kestan-monitor/measure/pat_alternation.h"
 #include "tools/kestan-monitor/measure/peak_rate.h"
@@ -48,6 +50,14 @@ public:
     // value means that they are not compared.
     void set_civil_clock(std::int64_t civil_minus_steady,
                          std::optional<std::int64_t> tolerance);
+
+    // Does not count these faults as such. REQUIRES: push() has not been called.
+    void accept(std::vector<AcceptedFault> faults) { faults_.accept(std::move(faults)); }
+
+    // Compares the tables with those of files from the next advance() on.
+    void expect(Multiplex files, bool compares_versions) {
+        expected_.expect(std::move(files), compares_versions);
+    }
 
     // Called with each interval from a section to the next one with its number, except
     // those of PMTs that the PAT does not announce.
@@ -89,6 +99,12 @@ public:
 
     // Returns the tables that were on air and complete at the last advance().
     [[nodiscard]] const Multiplex& tables() const { return tables_; }
+
+    // Returns how many differences from the files count now. Returns nullopt without
+    // files, and while the stream is down.
+    [[nodiscard]] std::optional<std::size_t> expected_differences() const {
+        return expected_.differences();
+    }
 
 private:
     // A PID whose packets are followed.
@@ -136,6 +152,7 @@ private:
     TdtCheck tdt_check_{faults_};
     PatAlternation pat_alternation_{faults_};
     ConsistencyCheck consistency_{faults_};
+    ExpectedCheck expected_{faults_};
     CatCheck cat_check_{faults_};
     RtpSequenceCheck rtp_sequence_{faults_};
     std::set<std::uint16_t> streams_;  // PIDs of the PMTs' streams

@@ -11,6 +11,9 @@ struct TableKey {
     TableKind kind = TableKind::kPat;
     std::uint16_t service_id = 0;  // of a PMT
 
+    bool operator==(const TableKey& other) const {
+        return kind == other.kind && service_id == other.service_id;
+    }
     bool operator<(const TableKey& other) const {
         return std::tie(kind, service_id) < std::tie(other.kind, other.service_id);
     }

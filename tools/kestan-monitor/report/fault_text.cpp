@@ -73,6 +73,7 @@ constexpr Properties kProperties[] = {
     {"rtp_sequence", "datagrams lost, repeated or swapped, as their RTP numbers show",
      "RFC 3550, 5.1"},
     {"consistency", "", "", rule_clause},
+    {"expected", "", ""},
 };
 static_assert(std::size(kProperties) == kFaultKinds);
 
@@ -83,8 +84,10 @@ const Properties& properties(FaultKind kind) {
 std::string place(const Fault& fault) {
     std::string text;
     if (fault.pid) text += "PID " + pid_text(*fault.pid) + ": ";
-    if (fault.table) text += table_name(*fault.table) + ": ";
-    return text;
+    if (!fault.table) return text;
+    // What a table has otherwise than the files is said in a sentence about it.
+    const char* const end = fault.kind == FaultKind::kExpected ? " " : ": ";
+    return text + table_name(*fault.table) + end;
 }
 
 // Returns a text such as ", at most 500.0 ms are allowed".

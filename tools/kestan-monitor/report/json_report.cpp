@@ -59,7 +59,8 @@ ordered_json pid_json(const Report& report, const PidRecord& pid) {
     return json;
 }
 
-ordered_json fault_json(const Fault& fault, const FaultLog::Record& record) {
+ordered_json fault_json(const Fault& fault, const FaultLog::Record& record,
+                        bool is_accepted) {
     ordered_json json{{"check", check_name(fault.kind)},
                       {"text", describe(fault, record.worst)}};
     if (!fault.rule.empty()) json["rule"] = fault.rule;
@@ -68,6 +69,7 @@ ordered_json fault_json(const Fault& fault, const FaultLog::Record& record) {
     json["count"] = record.count;
     json["first"] = date_and_time(record.first);
     json["last"] = date_and_time(record.last);
+    json["accepted"] = is_accepted;
     return json;
 }
 
@@ -88,6 +90,8 @@ std::string json_report(const Report& report) {
         {"bit_rate", report.rates.stream},
         {"peak_bit_rate", stream.peak_bit_rate()},
         {"peak_window_ms", to_ms(kPeakWindowNs)}};
+    if (const auto differences = stream.expected_differences())
+        json["expected_differences"] = *differences;
     json["pids"] = ordered_json::array();
     for (const auto& [number, pid] : stream.pids()) {
         if (pid.packets > 0 || !pid.tables.empty())
@@ -95,6 +99,7 @@ std::string json_report(const Report& report) {
     }
     json["outside_limits"] = ordered_json::array();
     for (const auto& [fault, record] : faults.records())
-        json["outside_limits"].push_back(fault_json(fault, record));
+        json["outside_limits"].push_back(
+            fault_json(fault, record, faults.is_accepted(fault)));
     return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + '\n';
 }

@@ -31,6 +31,15 @@ public:
         text_ += sample_name(labels) + ' ' + std::to_string(value) + '\n';
     }
 
+    void add_by_check(const std::function<std::uint64_t(FaultKind)>& count) {
+        std::map<std::string, std::uint64_t> counts;
+        for (std::size_t i = 0; i < kFaultKinds; ++i) {
+            const auto kind = static_cast<FaultKind>(i);
+            counts[check_name(kind)] += count(kind);
+        }
+        for (const auto& [check, of_it] : counts) sample("check=\"" + check + '"', of_it);
+    }
+
     void for_each_pid(const std::function<void(const PidRecord&)>& visit) {
         for (const auto& [number, pid] : report_.stream.pids()) {
             if (pid.packets > 0) visit(pid);
@@ -76,13 +85,16 @@ void add_stream(const Report& report, MetricsText& metrics) {
     metrics.family("bit_rate", "gauge", "Bits per second of the last second.");
     metrics.sample("", report.rates.stream);
     metrics.family("faults_total", "counter", "What was outside the limits, by check.");
-    std::map<std::string, std::uint64_t> totals;
-    for (std::size_t i = 0; i < kFaultKinds; ++i) {
-        const auto kind = static_cast<FaultKind>(i);
-        totals[check_name(kind)] += stream.faults().total(kind);
-    }
-    for (const auto& [check, total] : totals)
-        metrics.sample("check=\"" + check + '"', total);
+    metrics.add_by_check([&](FaultKind kind) { return stream.faults().total(kind); });
+    metrics.family("accepted_faults_total", "counter",
+                   "Those of faults_total that are known, by check.");
+    metrics.add_by_check(
+        [&](FaultKind kind) { return stream.faults().total_accepted(kind); });
+    const auto differences = stream.expected_differences();
+    if (!differences) return;
+    metrics.family("expected_differences", "gauge",
+                   "Differences from the files that are not accepted.");
+    metrics.sample("", std::uint64_t{*differences});
 }
 
 void add_pids(const Report& report, MetricsText& metrics) {

@@ -88,7 +88,7 @@ public:
                         RateMeter().measure(report_.stream).stream / kBitsPerKbit,
                         report_.stream.peak_bit_rate() / kBitsPerKbit,
                         kPeakWindowNs / kNsPerMs));
-        svg_.text(faults.total() == 0 ? "good" : "bad", kMargin, 70, verdict(faults));
+        svg_.text(faults.is_in_order() ? "good" : "bad", kMargin, 70, verdict(faults));
         svg_.text("small", kRight + 12, 70, "min / mean / max, ms");
     }
 

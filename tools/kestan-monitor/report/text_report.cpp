@@ -57,20 +57,31 @@ std::string table_columns(TableKind kind, const TableRecord& table) {
            fmt::format("{:>6}", limit ? fmt::format("{:.0f}", to_ms(*limit)) : "-");
 }
 
+// Returns a text such as "3 faults".
+std::string fault_count(std::uint64_t count, const char* adjective = "") {
+    return fmt::format("{} {}fault{}", count, adjective, count == 1 ? "" : "s");
+}
+
 std::string joined(const Lines& lines) {
     std::string text;
     for (const std::string& line : lines) text += line + '\n';
     return text;
 }
 
-std::string with_clause(const Fault& fault, std::int64_t value) {
-    const std::string from(clause(fault));
-    return describe(fault, value) + (from.empty() ? "" : " (" + from + ")");
+const char* accepted_mark(const FaultLog& faults, const Fault& fault) {
+    return faults.is_accepted(fault) ? "accepted: " : "";
 }
 
-std::string event_text(const FaultLog::Event& event) {
-    if (event.pids.size() <= 1) return with_clause(event.fault, event.value);
-    return fmt::format("{}: {} PIDs, {} errors ({})", check_name(event.fault.kind),
+std::string fault_text(const FaultLog& faults, const Fault& fault, std::int64_t value) {
+    const std::string from(clause(fault));
+    return accepted_mark(faults, fault) + describe(fault, value) +
+           (from.empty() ? "" : " (" + from + ")");
+}
+
+std::string event_text(const FaultLog& faults, const FaultLog::Event& event) {
+    if (event.pids.size() <= 1) return fault_text(faults, event.fault, event.value);
+    return fmt::format("{}{}: {} PIDs, {} errors ({})",
+                       accepted_mark(faults, event.fault), check_name(event.fault.kind),
                        event.pids.size(), event.errors, clause(event.fault));
 }
 
@@ -87,9 +98,13 @@ std::size_t name_width(const Report& report, std::size_t greatest) {
 
 std::string verdict(const FaultLog& faults) {
     if (faults.total() == 0) return "Nothing is outside the limits.";
-    const FaultLog::Event& last = faults.last_events().back();
-    return fmt::format("{} fault{}, the last at {}", faults.total(),
-                       faults.total() == 1 ? "" : "s", time_of_day(last.time));
+    const std::uint64_t accepted = faults.total_accepted();
+    if (faults.is_in_order())
+        return "Nothing is outside the limits but " + fault_count(accepted, "accepted ") +
+               '.';
+    return fault_count(faults.total() - accepted) + ", the last at " +
+           time_of_day(faults.last_time()) +
+           (accepted == 0 ? "" : "; " + std::to_string(accepted) + " accepted");
 }
 
 Lines silence_lines(const Report& report) {
@@ -100,7 +115,7 @@ Lines silence_lines(const Report& report) {
 Lines stream_lines(const Report& report, const std::string& verdict) {
     const StreamStatistics& stream = report.stream;
     const Spread& sizes = stream.packets_per_datagram();
-    return {
+    Lines lines{
         fmt::format("{} for {:.1f} s", report.address, to_seconds(stream.duration())),
         "",
         fmt::format("  bit rate   {:.1f} kbit/s; at most {:.1f} kbit/s in any {} ms",
@@ -113,8 +128,11 @@ Lines stream_lines(const Report& report, const std::string& verdict) {
                     stream.is_rtp() ? ", in RTP" : "",
                     stream.faults().count({FaultKind::kMalformed}),
                     stream.lost_datagrams()),
-        "",
     };
+    if (const auto differences = stream.expected_differences())
+        lines.push_back(fmt::format("  files      differences: {}", *differences));
+    lines.emplace_back();
+    return lines;
 }
 
 Lines heading_lines(std::size_t name_width) {
@@ -151,7 +169,7 @@ Lines fault_lines(const FaultLog& faults) {
     for (const auto& [fault, record] : faults.records()) {
         lines.push_back("  " + time_of_day(record.first) + "  " +
                         time_of_day(record.last) + fmt::format("{:9}  ", record.count) +
-                        with_clause(fault, record.worst));
+                        fault_text(faults, fault, record.worst));
     }
     return lines;
 }
@@ -160,7 +178,8 @@ Lines event_lines(const FaultLog& faults) {
     Lines lines;
     const auto& events = faults.last_events();
     for (auto event = events.rbegin(); event != events.rend(); ++event)
-        lines.push_back("  " + time_of_day(event->time) + "  " + event_text(*event));
+        lines.push_back("  " + time_of_day(event->time) + "  " +
+                        event_text(faults, *event));
     return lines;
 }
 

@@ -21,13 +21,14 @@ constexpr std::size_t kColumnsWidth = kPidWidth + kCountsWidth + kTableWidth;
 [[nodiscard]] std::size_t name_width(const Report& report, std::size_t greatest);
 constexpr std::size_t kGreatestNameWidth = 40;
 
-// Returns "Nothing is outside the limits." or the number of faults.
+// Returns "Nothing is outside the limits.", or the numbers of faults and accepted ones.
 [[nodiscard]] std::string verdict(const FaultLog& faults);
 
 // Returns the lines to show before the first datagram, and at the end if none came.
 [[nodiscard]] Lines silence_lines(const Report& report);
 
-// Returns the lines with address, bit rate, `verdict` and datagrams.
+// Returns the lines with address, bit rate, `verdict`, datagrams, and the differences
+// from files.
 [[nodiscard]] Lines stream_lines(const Report& report, const std::string& verdict);
 
 // Returns the headings of the PIDs' columns; `name_width` is the width of the tables'

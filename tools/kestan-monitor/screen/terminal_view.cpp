@@ -80,7 +80,7 @@ Lines TerminalView::lay_out(const Report& report, const TerminalSize& size) {
     for (std::string& line : lines) line = cut(line, size.columns);
     if (lines.size() > kVerdictLine)
         lines[kVerdictLine] =
-            coloured(lines[kVerdictLine], report.stream.faults().total() == 0);
+            coloured(lines[kVerdictLine], report.stream.faults().is_in_order());
     return lines;
 }
 

@@ -1,4 +1,4 @@
-#include "tools/kestan-control/table_files.h"
+#include "tools/files/table_files.h"
 
 #include <algorithm>
 #include <filesystem>

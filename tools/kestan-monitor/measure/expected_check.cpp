@@ -1,0 +1,105 @@
+#include "tools/kestan-monitor/measure/expected_check.h"
+
+#include <algorithm>
+
+#include "tools/receive/table_decoder.h"
+
+namespace {
+
+constexpr std::int64_t kLeastDurationNs = 2 * kNsPerSecond;
+
+bool is_on_air(TableKind kind, const TableRecord& table, std::int64_t now) {
+    if (kind == TableKind::kTdt || !table.is_complete()) return false;
+    const std::int64_t limit = table_info(kind).repetition_limit_ns.value_or(
+        *table_info(TableKind::kSdt).repetition_limit_ns);
+    return now - *table.last_section() <= limit;
+}
+
+void decode(std::uint16_t pid, TableKind kind, const SectionSet& table, Multiplex& to) {
+    switch (kind) {
+        case TableKind::kPat:
+            to.pat = decode_pat(table);
+            break;
+        case TableKind::kCat:
+            to.cat = decode_cat(table);
+            break;
+        case TableKind::kSdt:
+            to.sdt = decode_sdt(table);
+            break;
+        case TableKind::kPmt:
+            if (auto pmt = decode_pmt(table)) to.pmts.push_back({pid, *std::move(pmt)});
+            break;
+        case TableKind::kTdt:
+            break;
+    }
+}
+
+}  // namespace
+
+void ExpectedCheck::expect(Multiplex files, bool compares_versions) {
+    files_ = std::move(files);
+    compares_versions_ = compares_versions;
+    is_compared_ = false;
+}
+
+void ExpectedCheck::advance(std::int64_t now, const Pids& pids, bool has_new_tables) {
+    if (!files_) return;
+    std::vector<std::pair<std::uint16_t, TableKey>> on_air;
+    for (const auto& [number, pid] : pids) {
+        for (const auto& [key, table] : pid.tables) {
+            if (is_on_air(key.kind, table, now)) on_air.emplace_back(number, key);
+        }
+    }
+    if (has_new_tables || !is_compared_ || on_air != on_air_) {
+        Multiplex tables;
+        for (const auto& [number, key] : on_air)
+            decode(number, key.kind, pids.at(number).tables.at(key).contents(), tables);
+        compare(now, tables);
+        on_air_.swap(on_air);
+    }
+    log_since(now - kLeastDurationNs - 1);
+}
+
+void ExpectedCheck::compare(std::int64_t now, const Multiplex& on_air) {
+    std::map<Place, Difference> found;
+    for (TableDifference& difference :
+         table_differences(on_air, *files_, compares_versions_)) {
+        const Place place{
+            difference.kind, difference.pid, {difference.table, difference.service_id}};
+        Fault fault{FaultKind::kExpected, place.pid, place.table};
+        fault.detail = std::move(difference.text);
+        const auto before = differences_.find(place);
+        if (before == differences_.end()) {
+            found.emplace(place, Difference{std::move(fault), now, now});
+        } else if (before->second.fault.detail == fault.detail) {
+            found.emplace(place, before->second);
+        } else {
+            found.emplace(place, Difference{std::move(fault), before->second.since, now});
+        }
+    }
+    differences_.swap(found);
+    is_compared_ = true;
+}
+
+void ExpectedCheck::forget() {
+    differences_.clear();
+    is_compared_ = false;
+}
+
+// Logs those that have been there since this time or earlier.
+void ExpectedCheck::log_since(std::int64_t latest) {
+    for (auto& [place, difference] : differences_) {
+        if (difference.since > latest || std::exchange(difference.is_logged, true))
+            continue;
+        faults_.add(difference.fault, difference.found);
+    }
+}
+
+std::optional<std::size_t> ExpectedCheck::differences() const {
+    if (!is_compared_) return std::nullopt;
+    return std::count_if(
+        differences_.begin(), differences_.end(), [&](const auto& element) {
+            const Difference& difference = element.second;
+            return difference.is_logged && !faults_.is_accepted(difference.fault);
+        });
+}
