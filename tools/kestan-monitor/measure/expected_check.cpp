@@ -1,6 +1,8 @@
 #include "tools/kestan-monitor/measure/expected_check.h"
 
 #include <algorithm>
+#include <type_traits>
+#include <utility>
 
 #include "tools/receive/table_decoder.h"
 
@@ -16,22 +18,13 @@ bool is_on_air(TableKind kind, const TableRecord& table, std::int64_t now) {
 }
 
 void decode(std::uint16_t pid, TableKind kind, const SectionSet& table, Multiplex& to) {
-    switch (kind) {
-        case TableKind::kPat:
-            to.pat = decode_pat(table);
-            break;
-        case TableKind::kCat:
-            to.cat = decode_cat(table);
-            break;
-        case TableKind::kSdt:
-            to.sdt = decode_sdt(table);
-            break;
-        case TableKind::kPmt:
-            if (auto pmt = decode_pmt(table)) to.pmts.push_back({pid, *std::move(pmt)});
-            break;
-        case TableKind::kTdt:
-            break;
-    }
+    for_each_single_table([&](TableKind single, auto member) {
+        using Table = std::decay_t<decltype(*(to.*member))>;
+        if (single == kind) to.*member = decode_table<Table>(table);
+    });
+    if (kind != TableKind::kPmt) return;
+    auto pmt = decode_table<orvel::thrift::dvb_tables::PMT>(table);
+    if (pmt) to.pmts.push_back({pid, *std::move(pmt)});
 }
 
 }  // namespace
