@@ -193,9 +193,8 @@ template <>
 std::optional<PAT> decode(const std::vector<Section>& sections) {
     std::optional<PAT> pat;
     for (const Section& section : sections) {
-        const bool has_programs = section.body_size() != 0;
-        const auto part = has_programs ? decode_together<PAT>({section})
-                                       : pat_without_programs(section);
+        const auto part = section.body_size() == 0 ? pat_without_programs(section)
+                                                   : decode_together<PAT>({section});
         if (!part) return std::nullopt;
         if (!pat) {
             pat = part;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <type_traits>
+#include <utility>
 
 #include "tools/receive/table_decoder.h"
 
@@ -18,12 +19,12 @@ bool is_on_air(TableKind kind, const TableRecord& table, std::int64_t now) {
 
 void decode(std::uint16_t pid, TableKind kind, const SectionSet& table, Multiplex& to) {
     for_each_single_table([&](TableKind single, auto member) {
-        using Table = typename std::decay_t<decltype(to.*member)>::value_type;
-        if (kind == single) to.*member = decode_table<Table>(table);
+        using Table = std::decay_t<decltype(*(to.*member))>;
+        if (single == kind) to.*member = decode_table<Table>(table);
     });
     if (kind != TableKind::kPmt) return;
-    if (auto pmt = decode_table<orvel::thrift::dvb_tables::PMT>(table))
-        to.pmts.push_back({pid, *std::move(pmt)});
+    auto pmt = decode_table<orvel::thrift::dvb_tables::PMT>(table);
+    if (pmt) to.pmts.push_back({pid, *std::move(pmt)});
 }
 
 }  // namespace
