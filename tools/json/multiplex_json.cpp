@@ -195,9 +195,13 @@ const char* key_of(TableKind kind) {
 
 Multiplex multiplex_from_json(const JsonNode& root) {
     std::vector<std::string_view> names;
-    for_each_single_table(
-        [&](TableKind kind, auto) { names.emplace_back(key_of(kind)); });
+    std::string tables;
+    for_each_single_table([&](TableKind kind, auto) {
+        names.emplace_back(key_of(kind));
+        tables += std::string(key_of(kind)) + ", ";
+    });
     names.insert(names.end(), {key_of(TableKind::kPmt), "$schema"});
+    tables += key_of(TableKind::kPmt);
     Multiplex multiplex;
     root.keep([&] {
         root.keep_unknown_fields(names);
@@ -211,7 +215,7 @@ Multiplex multiplex_from_json(const JsonNode& root) {
         });
         multiplex.pmts = read_pmts(root.elements_of(key_of(TableKind::kPmt)));
         if (!has_tables && multiplex.pmts.empty() && !root.has_mistakes()) {
-            root.mistake("at least one table: pat, cat, sdt or pmts");
+            root.mistake("at least one table of " + tables);
         }
     });
     return multiplex;
