@@ -81,7 +81,7 @@ constexpr std::uint8_t kSdtActualTableId = table_info(TableKind::kSdt).table_id;
 constexpr std::uint8_t kPmtTableId = table_info(TableKind::kPmt).table_id;
 constexpr std::uint8_t kTdtTableId = table_info(TableKind::kTdt).table_id;
 
-constexpr std::uint16_t kNitPid = 0x0010;  // of a table that others put in
+constexpr std::uint16_t kNitPid = 0x0010;  // of the NIT, which other programs put in
 
 // Returns the table that has this PID for itself or shares it with tables that are not
 // known here. Returns null if the PID has no such use.

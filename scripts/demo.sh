@@ -28,7 +28,7 @@ play() {
 
     echo "== What is on the wire"
     meanwhile build/bin/kestan-monitor "$destination:$port" --duration 10 \
-        --record build/demo.ts
+        --expect "$tables" --record build/demo.ts
 
     echo "== What a player finds in it"
     ffprobe -hide_banner build/demo.ts 2>&1 | sed -n '/^Input/,$p'
@@ -56,7 +56,7 @@ insert() {
         "udp://$destination:6000?pkt_size=1316&bitrate=3000000&burst_bits=10528"
     sleep 3
     meanwhile build/bin/kestan-monitor "$destination:6001" --duration 10 \
-        --record build/inserted.ts
+        --expect "$tables" --record build/inserted.ts
     ffprobe -hide_banner build/inserted.ts 2>&1 | sed -n '/^Input/,$p'
 }
 

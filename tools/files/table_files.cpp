@@ -80,11 +80,11 @@ ReadFiles TableFiles::read(Severity of_doubts) const {
     for (const auto& [path, kind] : expand(read.mistakes)) {
         TableFile file{path, {}};
         std::vector<FileRemark> doubts;
-        bool is_right = true;
+        bool is_valid = true;
         try {
             file.tables = read_multiplex_file(path, kind, &doubts);
         } catch (const FileMistake& mistake) {
-            is_right = false;
+            is_valid = false;
             for (const auto& [line, text] : mistake.remarks()) {
                 read.mistakes.push_back({Severity::kError, path, text, line});
             }
@@ -92,7 +92,7 @@ ReadFiles TableFiles::read(Severity of_doubts) const {
         for (const auto& [line, text] : doubts) {
             read.doubts.push_back({of_doubts, path, text, line});
         }
-        if (!is_right) continue;
+        if (!is_valid) continue;
         const std::vector<std::string> names = single_tables_of(file.tables);
         const auto repeated =
             std::find_if(names.begin(), names.end(),

@@ -269,7 +269,7 @@ std::vector<DescriptorForm> all_forms() {
                {hex("adaptation_field_data_identifier", 8)}),
         // ETSI TS 102 323, 6.3.1
         single("default_authority", 0x73, {text_rest("default_authority")}),
-        // ETSI EN 300 468, annexes D and H
+        // ETSI EN 300 468, annexes D, G and H
         single(
             "enhanced_ac_3", 0x7A,
             {presence_of("component_type"), presence_of("bsid"), presence_of("mainid"),

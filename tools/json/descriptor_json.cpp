@@ -336,8 +336,8 @@ std::optional<ordered_json> named_to_json(const DescriptorForm& form,
     const JsonNode node(document, &findings);
     Descriptor again;
     node.keep([&] { again = named_from_json(form, node); });
-    const bool is_right = findings.mistakes.is_empty() && findings.doubts.is_empty();
-    if (!is_right || again != descriptor) return std::nullopt;
+    const bool is_valid = findings.mistakes.is_empty() && findings.doubts.is_empty();
+    if (!is_valid || again != descriptor) return std::nullopt;
     return ordered_json{{form.name, *fields}};
 }
 

@@ -1,14 +1,20 @@
 #include "tools/json/document_path.h"
 
-bool DocumentPath::follow(Event event, const nlohmann::json& parsed) {
+namespace {
+
+constexpr std::size_t kLongestName = 64;
+
+}  // namespace
+
+bool DocumentPath::follow(Event event, const std::string& key) {
     if (event == Event::object_end || event == Event::array_end) {
         open_.pop_back();
         return false;
     }
     if (event == Event::key) {
         Open& object = open_.back();
-        object.name = parsed.get<std::string>();
-        object.is_repeated = !object.names.insert(object.name).second;
+        object.name = key.substr(0, kLongestName);
+        object.is_repeated = !object.names.insert(key).second;
         return true;
     }
     const bool is_named = !open_.empty() && open_.back().is_object;

@@ -13,9 +13,9 @@ class DocumentPath {
 public:
     using Event = nlohmann::json::parse_event_t;
 
-    // Takes the parser's next event, with what it has parsed. Returns whether a field or
-    // an element begins, or the document: the path is that of it then.
-    bool follow(Event event, const nlohmann::json& parsed);
+    // Takes the parser's next event, with the name of a key. Returns true where a field,
+    // an element or the document begins: text() is then its path.
+    bool follow(Event event, const std::string& key = {});
 
     [[nodiscard]] std::string text() const { return of_outer(open_.size()); }
 
@@ -29,7 +29,8 @@ public:
     // REQUIRES: the last event was a key.
     [[nodiscard]] bool is_repeated() const { return open_.back().is_repeated; }
 
-    // Returns the name of the field. REQUIRES: the last event was a key.
+    // Returns the name of the field, cut if it is longer than any that is known.
+    // REQUIRES: the last event was a key.
     [[nodiscard]] const std::string& name() const { return open_.back().name; }
 
 private:

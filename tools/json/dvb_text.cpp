@@ -90,16 +90,18 @@ std::optional<std::string> convert_around(std::string_view known_from,
 
 // Replaces the control characters U+0080 to U+009F by U+E080 to U+E09F, or the other way
 // round; `from` and `to` are all bytes of the UTF-8 but the last.
-std::string with_controls(std::string_view from, std::string_view to, std::string text) {
-    std::size_t at = text.find(from);
-    while (at != std::string::npos) {
-        const std::size_t last = at + from.size();
-        const bool is_control =
-            last < text.size() && static_cast<std::uint8_t>(text[last]) < 0xA0;
-        if (is_control) text.replace(at, from.size(), to);
-        at = text.find(from, at + (is_control ? to.size() : 1));
+std::string with_controls(std::string_view from, std::string_view to,
+                          std::string_view text) {
+    std::string replaced;
+    for (std::size_t i = 0; i < text.size();) {
+        const std::size_t last = i + from.size();
+        const bool is_control = text.substr(i, from.size()) == from &&
+                                last < text.size() &&
+                                static_cast<std::uint8_t>(text[last]) < 0xA0;
+        replaced += is_control ? to : text.substr(i, 1);
+        i += is_control ? from.size() : 1;
     }
-    return text;
+    return replaced;
 }
 
 constexpr std::string_view kControlPrefix = "\xC2";             // U+0080 to U+009F

@@ -10,17 +10,7 @@ using nlohmann::json;
 namespace {
 
 constexpr std::size_t kLongestQuote = 40;
-constexpr std::size_t kMostRemarks = 20;
-
-// Describes the value, short enough for a message.
-std::string quote(const json& value) {
-    if (value.is_object()) return "an object";
-    if (value.is_array()) return "an array";
-    std::string text = value.dump(-1, ' ', /*ensure_ascii=*/true);
-    if (text.size() <= kLongestQuote) return text;
-    text.resize(kLongestQuote);
-    return text + "...";
-}
+constexpr std::size_t kMostNames = 20;  // in a message
 
 // Returns the value of a JSON number or of a string such as "0x0100".
 std::optional<std::int64_t> integer(const json& value) {
@@ -46,6 +36,9 @@ bool has_leading_zero(const json& value) {
 }
 
 std::string list(const std::vector<std::string_view>& names) {
+    if (names.size() > kMostNames)
+        return "one of the " + std::to_string(names.size()) +
+               " names in kestan-multiplex(5)";
     std::string text;
     for (const std::string_view name : names) {
         if (!text.empty()) text += ", ";
@@ -56,11 +49,21 @@ std::string list(const std::vector<std::string_view>& names) {
 
 }  // namespace
 
+std::string abridged(const json& value) {
+    if (value.is_object()) return "an object";
+    if (value.is_array()) return "an array";
+    std::string text =
+        value.dump(-1, ' ', /*ensure_ascii=*/true, json::error_handler_t::replace);
+    if (text.size() <= kLongestQuote) return text;
+    text.resize(kLongestQuote);
+    return text + "...";
+}
+
 void JsonRemarks::add(JsonRemark remark) {
-    if (first.size() < kMostRemarks) {
-        first.push_back(std::move(remark));
-    } else {
+    if (is_full()) {
         ++others;
+    } else {
+        first.push_back(std::move(remark));
     }
 }
 
@@ -80,7 +83,7 @@ std::string JsonNode::path_of(const std::string& field) const {
 }
 
 void JsonNode::mistake(const std::string& expected) const {
-    mistake(quote(*value_), expected);
+    mistake(abridged(*value_), expected);
 }
 
 void JsonNode::mistake(const std::string& found, const std::string& expected) const {
@@ -89,7 +92,7 @@ void JsonNode::mistake(const std::string& found, const std::string& expected) co
 
 void JsonNode::doubt(const std::string& advice) const {
     if (findings_ == nullptr) return;
-    findings_->doubts.add(remark("found " + quote(*value_) + ", " + advice));
+    findings_->doubts.add(remark("found " + abridged(*value_) + ", " + advice));
 }
 
 void JsonNode::expect_object(const std::vector<std::string_view>& names) const {
@@ -100,7 +103,7 @@ void JsonNode::expect_known(const std::string& field,
                             const std::vector<std::string_view>& names) const {
     if (std::find(names.begin(), names.end(), field) != names.end()) return;
     JsonRemark unknown =
-        remark("found the field " + quote(field) + ", expected only " + list(names));
+        remark("found the field " + abridged(field) + ", expected only " + list(names));
     unknown.place = path_of(field);
     throw JsonMistake(unknown);
 }
@@ -145,28 +148,34 @@ std::optional<std::int64_t> JsonNode::number_if_any(const char* name) const {
 }
 
 std::int64_t JsonNode::in_range(std::int64_t lowest, std::int64_t highest) const {
+    const std::int64_t value = any_in_range(lowest, highest);
+    if (!has_leading_zero(*value_)) return value;
+    const std::string digits = std::to_string(value);
+    doubt("write " + digits + " or \"0x" +
+          std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits + '"');
+    return value;
+}
+
+std::int64_t JsonNode::any_in_range(std::int64_t lowest, std::int64_t highest) const {
     const std::optional<std::int64_t> value = integer(*value_);
     if (!value || *value < lowest || *value > highest) {
         mistake("a number from " + std::to_string(lowest) + " to " +
                 std::to_string(highest) + ", decimal or as in \"0x1F\"");
     }
-    if (has_leading_zero(*value_)) {
-        const std::string digits = std::to_string(*value);
-        doubt("write " + digits + " or \"0x" +
-              std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits + '"');
-    }
     return *value;
 }
 
 std::uint64_t JsonNode::bcd() const {
-    constexpr std::uint64_t base = 10;
-    const std::uint64_t value = unsigned_of(8);
+    constexpr std::int64_t base = 10;
+    const std::int64_t value = any_in_range(0, 0xFF);
     if (value / 16 >= base || value % 16 >= base) {
         doubt("write two decimal digits, as in \"0x88\"");
     } else if (value >= base && !is_hex(*value_)) {
-        doubt("write " + quote(hex_number(static_cast<std::int64_t>(value), 2)));
+        const std::string digits = std::to_string(value);
+        doubt("write " + abridged(hex_number(value, 2)) + " or, for " + digits +
+              ", \"0x" + digits + '"');
     }
-    return value;
+    return static_cast<std::uint64_t>(value);
 }
 
 bool JsonNode::boolean() const {

@@ -20,12 +20,18 @@ struct JsonRemark {
 
 // The first remarks on a document, and how many others there are.
 struct JsonRemarks {
+    static constexpr std::size_t kMost = 20;
+
     std::vector<JsonRemark> first;
     std::size_t others = 0;
 
     [[nodiscard]] bool is_empty() const { return first.empty(); }
+    [[nodiscard]] bool is_full() const { return first.size() == kMost; }
     void add(JsonRemark remark);
 };
+
+// Describes a value in ASCII, short enough for a message.
+[[nodiscard]] std::string abridged(const nlohmann::json& value);
 
 // What is found while a document is read.
 //
@@ -41,9 +47,6 @@ public:
     explicit JsonMistake(JsonRemark remark)
         : std::runtime_error(remark.text), place_(std::move(remark.place)) {}
 
-    void expect_object(const std::vector<std::string_view>& names) const;
-    void expect_known(const std::string& field,
-                      const std::vector<std::string_view>& names) const;
     [[nodiscard]] JsonRemark remark() const { return {place_, what()}; }
 
 private:
@@ -151,6 +154,10 @@ private:
     [[nodiscard]] JsonRemark remark(const std::string& text) const;
     [[nodiscard]] std::string path_of(const std::string& field) const;
     [[nodiscard]] std::int64_t in_range(std::int64_t lowest, std::int64_t highest) const;
+
+    // The same, without a doubt.
+    [[nodiscard]] std::int64_t any_in_range(std::int64_t lowest,
+                                            std::int64_t highest) const;
     void doubt(const std::string& advice) const;
 
     const nlohmann::json* value_;

@@ -17,6 +17,7 @@ namespace {
 
 constexpr const char* kStandardInput = "-";
 constexpr std::size_t kLongestToken = 60;  // in a message
+constexpr std::size_t kLongestPath = 200;  // in a message
 
 // Returns the same text of standard input each time: a program that reads its files again
 // cannot read it twice.
@@ -30,31 +31,75 @@ std::string read_whole(const std::string& path, FileKind kind) {
     }
 }
 
-// Parses with comments. Calls follow(event, parsed) for each event of the parser.
-template <typename Input, typename Follow>
-json parse(Input from, Input to, Follow follow) {
-    return json::parse(
-        from, to,
-        [&](int /*depth*/, DocumentPath::Event event, const json& parsed) {
-            follow(event, parsed);
-            return true;
-        },
-        /*allow_exceptions=*/true, /*ignore_comments=*/true);
+// Returns a path of names that may be anything, fit for a message.
+std::string in_ascii(const std::string& path) {
+    std::string text =
+        json(path).dump(-1, ' ', /*ensure_ascii=*/true, json::error_handler_t::replace);
+    text = text.substr(1, text.size() - 2);  // without its quotes
+    return text.size() <= kLongestPath ? text : text.substr(0, kLongestPath) + "...";
 }
 
-// Parses the text. Adds a mistake for each name that stands twice in one object: the
-// library would keep one of the two values without an error.
-json parse_once(const std::string& text, JsonRemarks& mistakes) {
+// Calls follow(event, key) for each event of the parser. The library has such a callback
+// for json::parse() too, but its time grows with the square of an array's elements.
+template <typename Follow>
+class Follower final : public nlohmann::json_sax<json> {
+public:
+    explicit Follower(Follow follow) : follow_(std::move(follow)) {}
+
+    bool null() override { return on(Event::value); }
+    bool boolean(bool) override { return on(Event::value); }
+    bool number_integer(number_integer_t) override { return on(Event::value); }
+    bool number_unsigned(number_unsigned_t) override { return on(Event::value); }
+    bool number_float(number_float_t, const string_t&) override {
+        return on(Event::value);
+    }
+    bool string(string_t&) override { return on(Event::value); }
+    bool binary(binary_t&) override { return on(Event::value); }
+    bool start_object(std::size_t) override { return on(Event::object_start); }
+    bool key(string_t& name) override { return on(Event::key, name); }
+    bool end_object() override { return on(Event::object_end); }
+    bool start_array(std::size_t) override { return on(Event::array_start); }
+    bool end_array() override { return on(Event::array_end); }
+    bool parse_error(std::size_t, const std::string&,
+                     const nlohmann::detail::exception&) override {
+        return false;
+    }
+
+private:
+    using Event = DocumentPath::Event;
+
+    bool on(Event event, const std::string& key = {}) {
+        follow_(event, key);
+        return true;
+    }
+
+    Follow follow_;
+};
+
+template <typename Input, typename Follow>
+void follow(Input from, Input to, Follow on_event) {
+    Follower<Follow> follower(on_event);
+    json::sax_parse(from, to, &follower, json::input_format_t::json, /*strict=*/true,
+                    /*ignore_comments=*/true);
+}
+
+// Adds a mistake for each name that stands twice in one object: the library keeps one of
+// the two values without an error. REQUIRES: the text is JSON.
+void find_repeated_names(const std::string& text, JsonRemarks& mistakes) {
     DocumentPath path;
-    const auto check = [&](DocumentPath::Event event, const json& parsed) {
-        path.follow(event, parsed);
-        if (event != DocumentPath::Event::key || !path.is_repeated()) return;
-        const std::string owner = path.owner();
-        mistakes.add({path.text(), owner + (owner.empty() ? "" : ": ") +
-                                       "found the field " + json(path.name()).dump() +
-                                       " twice in one object, expected it once"});
-    };
-    return parse(text.begin(), text.end(), check);
+    follow(text.begin(), text.end(),
+           [&](DocumentPath::Event event, const std::string& key) {
+               path.follow(event, key);
+               if (event != DocumentPath::Event::key || !path.is_repeated()) return;
+               if (mistakes.is_full()) {
+                   mistakes.add({});  // counts it
+                   return;
+               }
+               const std::string owner = path.owner();
+               mistakes.add({path.text(), (owner.empty() ? "" : in_ascii(owner) + ": ") +
+                                              "found the field " + abridged(path.name()) +
+                                              " twice in one object, expected it once"});
+           });
 }
 
 // Gives a text to the parser and counts the lines. A line begins when its first character
@@ -100,18 +145,18 @@ std::vector<FileRemark> with_lines(const JsonRemarks& remarks, const std::string
     std::vector<FileRemark> found;
     if (remarks.is_empty()) return found;
     for (const JsonRemark& remark : remarks.first) found.push_back({0, remark.text});
-    constexpr std::size_t deepest = 16;  // more than a right document has
+    constexpr std::size_t deepest = 16;  // more than a valid document has
     std::size_t line = 1;
     DocumentPath path;
-    const auto note_line = [&](DocumentPath::Event event, const json& parsed) {
-        if (!path.follow(event, parsed) || path.depth() > deepest) return;
+    const auto note_line = [&](DocumentPath::Event event, const std::string& key) {
+        if (!path.follow(event, key) || path.depth() > deepest) return;
         const std::string at = path.text();
         for (std::size_t i = 0; i < found.size(); ++i) {
             if (is_at(remarks.first[i].place, at)) found[i].line = line;
         }
     };
-    parse(LineCounter(text.data(), line), LineCounter(text.data() + text.size(), line),
-          note_line);
+    follow(LineCounter(text.data(), line), LineCounter(text.data() + text.size(), line),
+           note_line);
     std::stable_sort(
         found.begin(), found.end(),
         [](const FileRemark& a, const FileRemark& b) { return a.line < b.line; });
@@ -168,7 +213,10 @@ Multiplex read_multiplex_file(const std::string& path, FileKind kind,
     const std::string text = read_whole(path, kind);
     try {
         JsonFindings findings;
-        const json document = parse_once(text, findings.mistakes);
+        const json document = json::parse(text, /*callback=*/nullptr,
+                                          /*allow_exceptions=*/true,
+                                          /*ignore_comments=*/true);
+        find_repeated_names(text, findings.mistakes);
         Multiplex multiplex = multiplex_from_json(JsonNode(document, &findings));
         if (doubts != nullptr) {
             for (FileRemark& doubt : with_lines(findings.doubts, text, "such numbers"))

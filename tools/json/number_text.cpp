@@ -19,6 +19,12 @@ std::optional<std::int64_t> parse_number(std::string_view text) {
     return value;
 }
 
+std::optional<std::int64_t> parse_argument(std::string_view text) {
+    const bool has_leading_zero =
+        text.size() > 1 && text[0] == '0' && text[1] != 'x' && text[1] != 'X';
+    return has_leading_zero ? std::nullopt : parse_number(text);
+}
+
 std::string hex_number(std::int64_t value, int digits) {
     char text[24];
     std::snprintf(text, sizeof(text), "0x%0*" PRIX64, digits, value);

@@ -12,6 +12,10 @@
 // Returns nullopt if the text is no such number or a negative one.
 [[nodiscard]] std::optional<std::int64_t> parse_number(std::string_view text);
 
+// The same for a number in a command line: a decimal number with a leading zero, as
+// "0100", may be meant as hexadecimal and is none.
+[[nodiscard]] std::optional<std::int64_t> parse_argument(std::string_view text);
+
 // Writes "0x" and at least `digits` hexadecimal digits. REQUIRES: digits is at most 16.
 [[nodiscard]] std::string hex_number(std::int64_t value, int digits);
 

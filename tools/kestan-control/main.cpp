@@ -155,7 +155,7 @@ int import(const std::string& capture) {
 // Accepts a number from 0 to `highest`, decimal or "0x…".
 CLI::Validator number_up_to(std::int64_t highest) {
     return {[highest](std::string& text) {
-                const auto number = parse_number(text);
+                const auto number = parse_argument(text);
                 if (!number || *number > highest) {
                     return text + " is not a number from 0 to " +
                            std::to_string(highest) + ", decimal or as in 0x1F";

@@ -6,6 +6,7 @@
 
 // What an insertion has done so far. Times are nanoseconds.
 
+// A stream that comes in, its state and its figures.
 struct StreamRecord {
     const char* name;
     const char* consequence;  // of a silence

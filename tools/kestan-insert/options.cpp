@@ -18,8 +18,9 @@ constexpr const char* kFooter =
 
 // Accepts a PID as people write it: 20 or 0x0014.
 std::string check_pid(std::string& text) {
-    const auto pid = parse_number(text);
-    if (!pid || *pid >= kNullPid) return text + " is not a PID of 0 to 0x1FFE";
+    const auto pid = parse_argument(text);
+    if (!pid || *pid >= kNullPid)
+        return text + " is not a PID of 0 to 0x1FFE, such as 256 or 0x0100";
     text = std::to_string(*pid);
     return "";
 }

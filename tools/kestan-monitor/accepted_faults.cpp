@@ -11,7 +11,7 @@
 namespace {
 
 std::uint16_t pid_of(const std::string& text) {
-    const auto pid = parse_number(text);
+    const auto pid = parse_argument(text);
     if (pid && *pid <= kMaxPid) return static_cast<std::uint16_t>(*pid);
     throw std::invalid_argument("--accept: \"" + text +
                                 "\" is not a PID: expected 0 to " +

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <csignal>
 #include <iostream>
 #include <optional>
@@ -33,14 +35,21 @@ const volatile std::sig_atomic_t& handle_signals(bool reads_again) {
     return stop_requested;
 }
 
+// A terminal that is closed ends the run with SIGHUP.
+bool has_terminal() {
+    return isatty(STDIN_FILENO) != 0 || isatty(STDOUT_FILENO) != 0 ||
+           isatty(STDERR_FILENO) != 0;
+}
+
 int run(const Options& options) {
-    // First: a pipe without a writer waits for one, until a signal ends the program.
+    // Before the handlers: reading a pipe waits for its writer, and a signal then ends
+    // the program.
     std::optional<Multiplex> expected;
     if (!options.expected.empty()) {
         expected = read_expected_tables(options.expected, FileKind::kRegularOrPipe);
         if (!expected) return kCannotRun;
     }
-    const auto& stop_requested = handle_signals(expected && !has_display(options));
+    const auto& stop_requested = handle_signals(expected && !has_terminal());
     Monitor monitor(options, std::move(expected));
     monitor.run(stop_requested, reload_requested);
     const Report report = monitor.report();

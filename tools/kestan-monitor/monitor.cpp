@@ -12,6 +12,7 @@
 #include "tools/kestan-monitor/expected_tables.h"
 #include "tools/kestan-monitor/measure/carried_tables.h"
 #include "tools/kestan-monitor/report/metrics.h"
+#include "tools/service/diagnostics.h"
 #include "tools/service/program.h"
 
 namespace {
@@ -93,11 +94,16 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested,
     });
 }
 
-// Waits for no writer of a pipe: the stream comes in.
+// Does not wait for a pipe: datagrams would be lost.
 void Monitor::read_expected_again() {
     auto tables = read_expected_tables(options_.expected, FileKind::kRegular);
-    std::cerr << "kestan-monitor: "
-              << (tables ? "files read again" : "the tables read before stay") << '\n';
+    const auto& paths = options_.expected;
+    const bool has_input = std::find(paths.begin(), paths.end(), "-") != paths.end();
+    complain(tables ? Severity::kInformation : Severity::kError,
+             std::string("kestan-monitor: ") +
+                 (!tables     ? "the tables read before stay"
+                  : has_input ? "files read again, but not standard input"
+                              : "files read again"));
     if (tables) stream_.expect(*std::move(tables), !options_.any_version);
 }
 

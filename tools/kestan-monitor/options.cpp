@@ -22,9 +22,12 @@ void add_expectations(CLI::App& app, Options& options) {
     CLI::Option* const expected =
         app.add_option("--expect", options.expected,
                        "JSON file of tables, directory of those, or -: check that these "
-                       "tables are on air, and no others; SIGHUP reads them again. "
+                       "tables are on air, and no others; SIGHUP reads them again, "
+                       "but ends the run on a terminal. "
                        "Repeatable");
-    expected->allow_extra_args(false);
+    expected->allow_extra_args(false)->option_text("PATH")->check([](auto& path) {
+        return path.empty() ? std::string("an empty path") : std::string();
+    });
     app.add_flag("--any-version", options.any_version,
                  "Do not compare the version_numbers of these tables")
         ->needs(expected);
@@ -39,7 +42,8 @@ void add_expectations(CLI::App& app, Options& options) {
            },
            "CHECK or CHECK:PID, a known fault that --check does not count: a check of "
            "kestan-monitor(1), or a rule that --json names. Repeatable")
-        ->allow_extra_args(false);
+        ->allow_extra_args(false)
+        ->option_text("CHECK[:PID]");
 }
 
 }  // namespace

@@ -17,8 +17,8 @@
 
 // What a datagram's time of arrival is.
 enum class ArrivalTime : std::uint8_t {
-    kStampOfKernel,  // for who measures
-    kReading,        // for who passes the datagram on: a stamp costs processor time
+    kStampOfKernel,  // for programs that measure
+    kReading,        // for programs that pass datagrams on: stamps cost time
 };
 
 // Receives the datagrams of one address with their times of arrival, which are

@@ -85,8 +85,11 @@ std::optional<FieldDifference> first_difference(const ordered_json& stream,
 // Texts are quoted whole: they may differ at their ends.
 std::string quote(const ordered_json& value) {
     if (value.is_null()) return "nothing";
-    std::string text =
-        shown_text(value.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
+    const auto replace = ordered_json::error_handler_t::replace;
+    std::string text = value.dump(-1, ' ', /*ensure_ascii=*/false, replace);
+    // What is not shown may be the difference.
+    if (shown_text(text) != text)
+        text = value.dump(-1, ' ', /*ensure_ascii=*/true, replace);
     if (!value.is_structured() || text.size() <= kLongestElement) return text;
     std::size_t end = kLongestElement;
     while ((text[end] & 0xC0) == 0x80) --end;  // in the middle of a character

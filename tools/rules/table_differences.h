@@ -8,7 +8,7 @@
 #include "dvb/table_kind.h"
 #include "tools/model/multiplex.h"
 
-// In what the tables of a stream differ from those of files.
+// Differences between the tables of a stream and those of files.
 
 enum class DifferenceKind : std::uint8_t {
     kMissing,  // the stream does not have the table

@@ -50,7 +50,7 @@ void ExpectedCheck::advance(std::int64_t now, const Pids& pids, bool has_new_tab
         compare(now, tables);
         on_air_.swap(on_air);
     }
-    log_since(now - kLeastDurationNs - 1);
+    log_begun_by(now - kLeastDurationNs - 1);
 }
 
 void ExpectedCheck::compare(std::int64_t now, const Multiplex& on_air) {
@@ -80,7 +80,7 @@ void ExpectedCheck::forget() {
 }
 
 // Logs those that have been there since this time or earlier.
-void ExpectedCheck::log_since(std::int64_t latest) {
+void ExpectedCheck::log_begun_by(std::int64_t latest) {
     for (auto& [place, difference] : differences_) {
         if (difference.since > latest || std::exchange(difference.is_logged, true))
             continue;

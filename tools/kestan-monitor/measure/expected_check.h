@@ -14,7 +14,7 @@
 #include "tools/model/multiplex.h"
 #include "tools/rules/table_differences.h"
 
-// Finds what the tables on air have otherwise than those of files.
+// Compares the tables on air with those of files.
 //
 // A table is on air while it is whole and comes within its repetition limit, or within
 // that of the SDT if it has none. Here a PMT needs no PAT that announces it.
@@ -41,7 +41,7 @@ public:
     void forget();
 
     // Logs the differences of the last advance() that have not lasted for long enough.
-    void finish() { log_since(INT64_MAX); }
+    void finish() { log_begun_by(INT64_MAX); }
 
     // Returns how many differences count now and are not accepted. Returns nullopt if
     // nothing is compared.
@@ -69,7 +69,7 @@ private:
     };
 
     void compare(std::int64_t now, const Multiplex& on_air);
-    void log_since(std::int64_t latest);
+    void log_begun_by(std::int64_t latest);
 
     FaultLog& faults_;
     std::optional<Multiplex> files_;

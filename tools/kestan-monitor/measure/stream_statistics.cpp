@@ -19,8 +19,8 @@ constexpr std::int64_t kUnannouncedLimitNs = 500 * kNsPerMs;
 // A PAT of many sections that changes all the time would take all of a processor.
 constexpr std::int64_t kLeastFollowIntervalNs = kNsPerSecond;
 
-// A stream that is down is another fault than one without its tables, in which the TDT
-// still comes once a second.
+// Kestan without tables still sends a TDT each second. After two seconds without a
+// datagram the stream is down, which is a fault of its own.
 constexpr std::int64_t kDownAfterNs = 2 * kNsPerSecond;
 
 // Memory stays bounded when a stream has PMTs of any service_id.

@@ -85,7 +85,7 @@ std::string place(const Fault& fault) {
     std::string text;
     if (fault.pid) text += "PID " + pid_text(*fault.pid) + ": ";
     if (!fault.table) return text;
-    // What a table has otherwise than the files is said in a sentence about it.
+    // The text of `expected` continues the table's name.
     const char* const end = fault.kind == FaultKind::kExpected ? " " : ": ";
     return text + table_name(*fault.table) + end;
 }
