@@ -124,6 +124,27 @@ has_bit_rate() {
     jq -e ".bit_rate / 1000 / $1 | . > 0.9 and . < 1.1" monitor.out
 }
 
+@test "a clock that is not set" {
+    [ -z "$KESTAN_SANITIZE" ] || skip "a sanitizer wants to be the first library"
+    c++ -shared -fPIC -o clock.so -x c++ - <<'END'
+#include <sys/syscall.h>
+#include <sys/timex.h>
+#include <unistd.h>
+#include <ctime>
+extern "C" int adjtimex(timex* state) noexcept { return state->status = STA_UNSYNC; }
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    const long result = syscall(SYS_clock_gettime, clock, time);
+    if (clock == CLOCK_REALTIME) time->tv_sec = 0;
+    return static_cast<int>(result);
+}
+END
+    LD_PRELOAD=$PWD/clock.so play_small
+    kestan-monitor 127.0.0.1:5432 -d 3 --json >monitor.out
+    reports '[.pids[] | select(.pid == 0 or .pid == 20) | .packets > 0] == [true, false]'
+    leads 'no TDT' 'before the year in which Kestan was built' '`date`' timedatectl
+    [ "$(LD_PRELOAD=$PWD/clock.so date +%Y)" = 1970 ]
+}
+
 @test "a bit rate that is too small, which Kestan fills and does not exceed" {
     jq -n '{pmts: [range(1; 81) | {pid: 256, program_number: ., pcr_pid: 8191, version_number: 0,
         descriptors: [range(3) | {tag: 128, data: ("00" * 250)}]}]}' >3_mbps.json

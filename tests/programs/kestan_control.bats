@@ -60,9 +60,9 @@ allows 37 kbit/s" $command "$small" --bitrate 37
 1|error: /dev/zero: cannot be read: neither a regular file nor a pipe|check /dev/zero
 1|error: larger.json: cannot be read: larger than 64 MB|check larger.json
 1|error: large.json: not JSON: line 1, column 1|check large.json
-1|error: nowhere.json: cannot be read: No such file or directory|check nowhere.json
 END
-    [[ $output != *"bit rate"* ]]
+    fails 1 "error: nowhere.json: cannot be read: No such file or directory" check nowhere.json
+    [ "${#lines[@]}" -eq 1 ]  # and no bit rate
     mkfifo late.json
     start check kestan-control check late.json
     sleep 0.1

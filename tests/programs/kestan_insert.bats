@@ -195,7 +195,8 @@ END
 END
     needs_own_network
     : >journal
-    JOURNAL_STREAM=$(stat -c %d:%i journal) kestan-insert - 127.0.0.1:5432 192.0.2.1:6001 \
+    inode=$(stat -c %d:%i journal)
+    JOURNAL_STREAM=$inode kestan-insert - 127.0.0.1:5432 192.0.2.1:6001 \
         <"$encoder" >report 2>journal || [ $? -eq 1 ]
     [ "$(grep -c '^<3>kestan-insert: cannot send to 192.0.2.1:6001: Network is' journal)" -eq 1 ]
     grep -E 'OUTPUT +[0-9]{4} datagrams could not be sent' report

@@ -21,6 +21,9 @@ packets_total{,pid="0x0110"}
 pid_bit_rate{,pid="0x0110"}
 continuity_errors_total{,pid="0x0110"}
 crc_errors_total{,pid="0x0110"}
+last_interval_seconds{,pid="0x0000",table="PAT"}
+last_interval_seconds{,pid="0x0001",table="CAT"}
+last_interval_seconds{,pid="0x0011",table="SDT"}
 last_interval_seconds{,pid="0x0014",table="TDT"}
 last_interval_seconds{,pid="0x0110",table="PMT",service_id="102"}
 longest_interval_seconds{,pid="0x0014",table="TDT"}

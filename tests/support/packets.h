@@ -57,7 +57,7 @@ inline std::string section_packets(const std::vector<std::string>& sections, int
 // number, and the 32 bits above them the source.
 inline std::string rtp_header(std::uint64_t number) {
     std::string header(12, '\x80');
-    for (const std::size_t i : {0, 1, 2, 3, 4, 5})
+    for (const std::size_t i : {0u, 1u, 2u, 3u, 4u, 5u})
         header[i < 2 ? 3 - i : 13 - i] = static_cast<char>(number >> 8 * i);
     return header;
 }
