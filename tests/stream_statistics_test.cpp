@@ -228,7 +228,8 @@ const std::tuple<const char*, const char*, Edit> kBreaks[] = {
      once([](auto& s) { s.sent[0].insert(0, 12, '@'); })},
     {"datagrams lost of RTP with an extension and padding", "rtp_sequence 3",
      [](auto& s) {
-         std::string header = rtp_header(s.step < 40 ? s.step : s.step + 3);
+         const int number = s.step < 40 ? s.step : s.step + 3;
+         std::string header = rtp_header(static_cast<std::uint64_t>(number));
          header[0] = '\xb1';
          s.sent[0].insert(0, header + std::string(7, '\0') + "\1abcd");
          s.sent[0] += std::string("\0\0\3", 3);
