@@ -1,8 +1,8 @@
 #ifndef KESTAN_TESTS_SUPPORT_CASES_H
 #define KESTAN_TESTS_SUPPORT_CASES_H
 
+#include <cstdio>
 #include <fstream>
-#include <regex>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -15,11 +15,13 @@ inline std::vector<std::pair<std::string, std::string>> cases_in(const char* nam
     std::ifstream file(std::string(KESTAN_TEST_DATA "/") + name);
     for (std::string line; std::getline(file, line);) {
         if (line[0] == '#') continue;
-        std::smatch times;
-        while (std::regex_search(line, times, std::regex(R"(([a-z\[\]])\{(\d+)\})"))) {
-            line = times.prefix().str() +
-                   std::string(std::stoul(times[2]), times.str()[0]) +
-                   times.suffix().str();
+        for (std::size_t at = 1; at < line.size(); ++at) {
+            unsigned times = 0;
+            int length = 0;
+            if (line[at] == '{') std::sscanf(&line[at], "{%u}%n", &times, &length);
+            if (length == 0) continue;
+            line.replace(at - 1, 1 + static_cast<std::size_t>(length), times,
+                         line[at - 1]);
         }
         const std::size_t arrow = line.find(" => ");
         cases.emplace_back(line.substr(0, arrow), line.substr(arrow + 4));
