@@ -39,7 +39,7 @@ struct Muxer : PacingLoop {
 template <typename Table, typename Make>
 void generate(benchmark::State& state, const Table& table, Make make, int times = 1) {
     const DvbpsiPtr handle(dvbpsi_new(nullptr, DVBPSI_MSG_NONE));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (int i = 0; i < times; ++i) {
             const SectionsPtr sections(make(handle.get(), table.get()));
             benchmark::DoNotOptimize(sections);
@@ -67,7 +67,8 @@ void replace(benchmark::State& state, const char* floor, Method method,
     const Muxer muxer;
     cm_MuxControlSrvHandler handler;
     state.SetLabel(floor);
-    for (auto _ : state) benchmark::DoNotOptimize((handler.*method)(table));
+    for ([[maybe_unused]] auto _ : state)
+        benchmark::DoNotOptimize((handler.*method)(table));
 }
 
 BENCHMARK_CAPTURE(replace, PAT, "GeneratePAT", &cm_MuxControlSrvHandler::NewPAT,
@@ -94,7 +95,7 @@ void replace_pmts(benchmark::State& state, bool one_pid, bool stops) {
     for (int service = 1; service <= services; ++service) install(service);
     int service = 1;
     state.SetLabel("GeneratePMT");
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         service = (service + 4998) % services + 1;  // far from the one before
         if (stops) handler.StopPMT(static_cast<std::int16_t>(service), pid_of(service));
         install(service);
@@ -123,7 +124,7 @@ SectionsPtr sdt_section() {
 void Packetize(benchmark::State& state) {
     const SectionsPtr section = sdt_section();
     state.SetLabel("AppendPackets");
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         benchmark::DoNotOptimize(packetize_sections(section.get(), 0x11));
     }
 }
@@ -132,7 +133,7 @@ BENCHMARK(Packetize);
 // Appends packets one by one to a string of the same length.
 void AppendPackets(benchmark::State& state) {
     const std::string packets = packetize_sections(sdt_section().get(), 0x11);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         std::string copy;
         for (std::size_t at = 0; at < packets.size(); at += kTsPacketSize) {
             copy.append(packets, at, kTsPacketSize);

@@ -69,7 +69,7 @@ constexpr std::uint32_t kPeriodMs = 200;
 void CopyUnderMutex(benchmark::State& state) {
     LockedPackets packets(state.range(0));
     std::array<std::uint8_t, kTsPacketSize> dst;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         packets.copy_next(dst.data(), false);
         benchmark::DoNotOptimize(packets);
         benchmark::DoNotOptimize(dst);
@@ -80,7 +80,7 @@ BENCHMARK(CopyUnderMutex)->Arg(1)->Arg(8)->Arg(200)->Arg(8000);
 void CopyUnderMutexAndClock(benchmark::State& state) {
     LockedPackets packets(1);
     std::array<std::uint8_t, kTsPacketSize> dst;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         packets.copy_next(dst.data(), false);
         benchmark::DoNotOptimize(GetUTCTime());
         benchmark::DoNotOptimize(packets);
@@ -93,7 +93,7 @@ BENCHMARK(CopyUnderMutexAndClock);
 void play(benchmark::State& state, muxed_stream& stream, std::int64_t step_ns) {
     std::array<std::uint8_t, kTsPacketSize> dst;
     std::int64_t slot_time_ns = steady_now_ns();
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         if (!stream.next_packet(dst.data(), slot_time_ns)) {
             return state.SkipWithError("nothing was due");
         }
@@ -175,7 +175,7 @@ BENCHMARK(PassWithAllDue)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
 
 void LockEach(benchmark::State& state) {
     LockedPackets packets(state.range(0));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         packets.lock_each();
         benchmark::DoNotOptimize(steady_now_ns());
     }
@@ -185,7 +185,7 @@ BENCHMARK(LockEach)->Arg(10)->Arg(100)->Arg(1000)->Arg(8000);
 void CopySeven(benchmark::State& state) {
     LockedPackets packets(state.range(0));
     std::array<std::uint8_t, kPacketsPerPass * kTsPacketSize> datagram;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         for (std::uint32_t i = 0; i < kPacketsPerPass; ++i) {
             packets.copy_next(datagram.data() + i * kTsPacketSize, true);
         }

@@ -2,11 +2,11 @@
 # Installs what is missing, builds, and runs every test.
 #
 #   scripts/test.sh         the release build
-#   scripts/test.sh --all   also shellcheck and the format check, some seconds of the
-#                           fuzzers, and the tests under AddressSanitizer +
+#   scripts/test.sh --all   also the format check, shellcheck and clang-tidy, some seconds
+#                           of the fuzzers, and the tests under AddressSanitizer +
 #                           UndefinedBehaviorSanitizer and, built with clang, under
 #                           ThreadSanitizer
-#   scripts/test.sh --lint  clang-tidy alone, which takes some minutes
+#   scripts/test.sh --lint  clang-tidy alone
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/dependencies.sh
@@ -44,10 +44,10 @@ check_scripts() {
 check_lint() {
     # clang-tidy takes no check, and says so with status 0, if its configuration has a mistake.
     clang-tidy --dump-config 2>&1 | (! grep -m 1 'error:')
-    cmake --preset release -DKESTAN_TESTS=ON >/dev/null
-    cmake --build --preset release -- --quiet
-    sources '*.cpp' | grep -zvE '^./(tests|fuzz)/' |
-        xargs -0 -P "$(nproc)" -n 1 clang-tidy -p build --quiet 2>/dev/null
+    cmake --preset lint >/dev/null
+    cmake --build --preset lint --target kestan_thrift -- --quiet
+    jq -r '.[].file' build-lint/compile_commands.json | grep -vE '/(tests|kestan_thrift\.dir)/' |
+        tr '\n' '\0' | xargs -0 -P "$(nproc)" -n 1 clang-tidy -p build-lint --quiet 2>/dev/null
 }
 
 case "${1:-}" in
@@ -63,6 +63,7 @@ case "${1:-}" in
         check_format
         scripts/check_includes.sh
         check_scripts
+        check_lint
         build_and_test release
         fuzz
         build_and_test asan

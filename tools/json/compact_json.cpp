@@ -38,7 +38,7 @@ bool is_plain(const ordered_json& value) {
 // blanks. A comma may follow it.
 std::string text_of(const ordered_json& value, std::size_t width, std::size_t indent,
                     std::size_t used) {
-    const std::string line = on_one_line(value);
+    std::string line = on_one_line(value);
     if (!value.is_structured() || used + line.size() < width) return line;
     const std::size_t inner = indent + kIndent;
     std::string elements;

@@ -11,7 +11,6 @@ using orvel::thrift::dvb_tables::Descriptor;
 namespace {
 
 constexpr unsigned kBitsOfByte = 8;
-constexpr unsigned kLanguageSize = 3;
 constexpr unsigned kLanguageBits = kLanguageSize * kBitsOfByte;
 
 DescriptorField number(const char* name, unsigned bits) {

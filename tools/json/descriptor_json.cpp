@@ -17,7 +17,6 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr std::size_t kLanguageSize = 3;
 constexpr std::size_t kCharacterCodeSize = 4;
 constexpr std::uint64_t kAllOnes = ~std::uint64_t{0};
 

@@ -15,7 +15,6 @@ using nlohmann::json;
 
 namespace {
 
-constexpr const char* kStandardInput = "-";
 constexpr std::size_t kLongestToken = 60;  // in a message
 constexpr std::size_t kLongestPath = 200;  // in a message
 

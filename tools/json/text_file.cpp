@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr const char* kStandardInput = "-";
 constexpr std::size_t kLargestFile = 64U << 20U;
 constexpr std::size_t kBlock = 64U << 10U;
 
@@ -58,7 +57,7 @@ public:
     // Returns the number of bytes read, 0 at the end.
     std::size_t read_some(char* to, std::size_t size) const {
         for (;;) {
-            const ssize_t got = read(fd_, to, size);
+            const ssize_t got = ::read(fd_, to, size);
             if (got >= 0) return static_cast<std::size_t>(got);
             if (errno != EINTR) fail();
         }
@@ -94,7 +93,7 @@ public:
 
     void write_all(std::string_view text) const {
         while (!text.empty()) {
-            const ssize_t written = write(fd_, text.data(), text.size());
+            const ssize_t written = ::write(fd_, text.data(), text.size());
             if (written < 0 && errno != EINTR) fail();
             if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
         }

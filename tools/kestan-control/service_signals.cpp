@@ -34,7 +34,7 @@ int opened(int fd, const char* what) {
 
 }  // namespace
 
-ServiceSignals::ServiceSignals() : reload_(-1), end_(-1), destroyed_(-1) {
+ServiceSignals::ServiceSignals() {
     const sigset_t all = set_of({SIGHUP, SIGINT, SIGTERM});
     pthread_sigmask(SIG_BLOCK, &all, nullptr);
     const sigset_t hangup = set_of({SIGHUP});

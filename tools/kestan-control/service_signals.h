@@ -27,9 +27,9 @@ public:
 private:
     void watch() const;
 
-    int reload_;     // signalfd
-    int end_;        // eventfd
-    int destroyed_;  // eventfd
+    int reload_ = -1;     // signalfd
+    int end_ = -1;        // eventfd
+    int destroyed_ = -1;  // eventfd
     std::thread thread_;
 };
 

@@ -63,7 +63,7 @@ void Monitor::start_plot() {
 }
 
 void Monitor::run(const volatile std::sig_atomic_t& stop_requested,
-                  volatile std::sig_atomic_t& reload_requested) {
+                  volatile std::sig_atomic_t& wants_reload) {
     if (has_display(options_)) screen_.emplace();
     std::int64_t now = steady_now_ns();
     std::int64_t refresh = now + kNsPerSecond;
@@ -72,8 +72,8 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested,
     while (stop_requested == 0 && !quit_ && now < end) {
         complete_until = receive(std::min(refresh, end) - now);
         now = steady_now_ns();
-        if (reload_requested != 0) {
-            reload_requested = 0;
+        if (wants_reload != 0) {
+            wants_reload = 0;
             read_expected_again();
         }
         if (screen_) look_at_terminal();
@@ -98,7 +98,8 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested,
 void Monitor::read_expected_again() {
     auto tables = read_expected_tables(options_.expected, FileKind::kRegular);
     const auto& paths = options_.expected;
-    const bool has_input = std::find(paths.begin(), paths.end(), "-") != paths.end();
+    const bool has_input =
+        std::find(paths.begin(), paths.end(), kStandardInput) != paths.end();
     complain(tables ? Severity::kInformation : Severity::kError,
              std::string("kestan-monitor: ") +
                  (!tables     ? "the tables read before stay"

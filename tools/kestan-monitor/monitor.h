@@ -31,11 +31,11 @@ public:
     Monitor(const Options& options, std::optional<Multiplex> expected);
 
     // Runs for the duration of the options, or until `stop_requested` is not 0 or the
-    // user ends it. Reads the files of tables again when `reload_requested` is not 0, and
+    // user ends it. Reads the files of tables again when `wants_reload` is not 0, and
     // resets it. A file that cannot be written does not end the run: standard error says
     // so once. Throws std::runtime_error.
     void run(const volatile std::sig_atomic_t& stop_requested,
-             volatile std::sig_atomic_t& reload_requested);
+             volatile std::sig_atomic_t& wants_reload);
 
     // Returns whether a file could not be written at any time, even if it could later.
     [[nodiscard]] bool has_lost_output() const { return !unwritten_.empty(); }

@@ -19,15 +19,15 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using FileBytes = std::vector<std::uint8_t>;
 
-bool begins_with_section(const Bytes& head) {
+bool begins_with_section(const FileBytes& head) {
     const auto section = Section::find(head.data(), head.size());
     return section && section->is_long() && section->is_valid();
 }
 
 // Finds the valid sections in the bytes and counts the bytes that belong to none.
-std::vector<Section> sections_in(const Bytes& bytes, TableImport& import) {
+std::vector<Section> sections_in(const FileBytes& bytes, TableImport& import) {
     std::vector<Section> sections;
     for (std::size_t at = 0; at < bytes.size();) {
         if (bytes[at] == kStuffingByte) {
@@ -50,7 +50,7 @@ std::vector<Section> sections_in(const Bytes& bytes, TableImport& import) {
     return sections;
 }
 
-void import_sections(const Bytes& bytes, TableImport& import) {
+void import_sections(const FileBytes& bytes, TableImport& import) {
     TableCollector collector;
     const std::vector<Section> sections = sections_in(bytes, import);
     import.sections = sections.size();
@@ -106,7 +106,7 @@ TableImport import_tables(const std::string& path) {
     }
     std::istream& in = path == "-" ? std::cin : opened;
 
-    Bytes head(kMaxPrivateSectionSize);
+    FileBytes head(kMaxPrivateSectionSize);
     in.read(reinterpret_cast<char*>(head.data()),
             static_cast<std::streamsize>(head.size()));
     if (in.bad()) throw std::system_error(errno, std::generic_category(), path);

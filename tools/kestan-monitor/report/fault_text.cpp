@@ -104,7 +104,7 @@ std::string limit(const Fault& fault) {
 }  // namespace
 
 std::string table_name(const TableKey& table) {
-    const std::string name = table_info(table.kind).full_name;
+    std::string name = table_info(table.kind).full_name;
     if (table.kind != TableKind::kPmt) return name;
     return name + ' ' + std::to_string(table.service_id);
 }
