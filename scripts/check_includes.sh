@@ -15,7 +15,7 @@ mux/                   dvb/|framework/watchdog
 tables/                mux/|dvb/|framework/clock
 control/               tables/|mux/|dvb/|framework/[^/]*$|thrift/
 app/                   control/|mux/|framework/[^/]*$|thrift/
-tools/model/           dvb/|$generated
+tools/model/           dvb/|$generated|thrift/table_fields
 tools/receive/         dvb/|tools/model/|$generated
 tools/json/            dvb/|tools/model/|$generated|thrift/table_fields
 tools/rules/           dvb/|tools/model/|tools/json/|$generated|thrift/table_

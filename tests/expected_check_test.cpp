@@ -97,7 +97,7 @@ TEST(ExpectedCheck, CountsADifferenceOnceAfterTwoSecondsOrAtTheEnd) {
     statistics.expect(edited(""), true);
     EXPECT_EQ(counts(2000, 3), Counts(1, 0));
     for (const int ms : {3000, 4000, 5000, 6000}) {  // with short silences
-        stream.send(ms, {{}, edited("").cat, {}, {}});
+        stream.send(ms, {{{}, edited("").cat, {}}, {}});
         static_cast<void>(counts(ms + 900));
     }
     EXPECT_EQ(counts(6900, 1), Counts(4, 2)) << "one is accepted";

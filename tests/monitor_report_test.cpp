@@ -191,7 +191,7 @@ TEST(MonitorReport, MakesOneEventOfTheContinuityErrorsOfOneGap) {
             faults.add({FaultKind::kContinuity, pid}, ms * kNsPerMs, 0, 3);
     };
     lose(0, 40);
-    faults.add({FaultKind::kSyncByte}, 500 * kNsPerMs);
+    faults.add({FaultKind::kNoSyncByte}, 500 * kNsPerMs);
     lose(900, 40);
     lose(1900, 1);
     const Lines lines = event_lines(faults);

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "dvb/psi_si.h"
@@ -176,6 +178,22 @@ struct TableFields<PMT> : SectionLimits<TableKind::kPmt> {
         visitor.list(&PMT::streams, "streams");
     }
 };
+
+// The tables that a multiplex has only once, as far as it has them.
+struct SingleTables {
+    std::optional<PAT> pat;
+    std::optional<CAT> cat;
+    std::optional<SDT> sdt;  // of the actual transport stream
+};
+
+// Calls visit(kind, member) for each of these tables. `member` is the table's place, such
+// as &SingleTables::pat.
+template <typename Visit>
+void for_each_single_table(Visit visit) {
+    visit(TableKind::kPat, &SingleTables::pat);
+    visit(TableKind::kCat, &SingleTables::cat);
+    visit(TableKind::kSdt, &SingleTables::sdt);
+}
 
 // Ignores all fields: the base of visitors that need some kinds of field.
 struct IgnoringVisitor {

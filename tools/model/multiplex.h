@@ -4,11 +4,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 #include "dvb/table_kind.h"
 #include "thrift/dvb_tables_types.h"
+#include "thrift/table_fields.h"
+
+using orvel::thrift::dvb_tables::for_each_single_table;
 
 // A PMT and the PID that carries it.
 struct PmtOnPid {
@@ -21,15 +23,15 @@ struct PmtOnPid {
 };
 
 // The tables of one multiplex, as far as it has them.
-struct Multiplex {
-    std::optional<orvel::thrift::dvb_tables::PAT> pat;
-    std::optional<orvel::thrift::dvb_tables::CAT> cat;
-    std::optional<orvel::thrift::dvb_tables::SDT> sdt;  // of the actual transport stream
+struct Multiplex : orvel::thrift::dvb_tables::SingleTables {
     std::vector<PmtOnPid> pmts;
 
     bool operator==(const Multiplex& other) const {
-        return pat == other.pat && cat == other.cat && sdt == other.sdt &&
-               pmts == other.pmts;
+        bool is_equal = pmts == other.pmts;
+        for_each_single_table([&](TableKind, auto member) {
+            is_equal = is_equal && this->*member == other.*member;
+        });
+        return is_equal;
     }
 };
 
@@ -38,15 +40,6 @@ struct TablePlace {
     TableKind kind = TableKind::kPat;
     std::size_t pmt = 0;  // index in Multiplex::pmts; 0 for the other kinds
 };
-
-// Calls visit(kind, member) for each table that a multiplex has only once. `member` is
-// the table's place in any Multiplex, such as &Multiplex::pat.
-template <typename Visit>
-void for_each_single_table(Visit visit) {
-    visit(TableKind::kPat, &Multiplex::pat);
-    visit(TableKind::kCat, &Multiplex::cat);
-    visit(TableKind::kSdt, &Multiplex::sdt);
-}
 
 // Returns a pointer to the PMT of a service, or null if it is not among `pmts`.
 template <typename Pmts>

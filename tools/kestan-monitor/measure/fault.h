@@ -17,7 +17,7 @@ enum class FaultKind : std::uint8_t {
     kMalformed,       // a datagram that is not made of whole transport packets
     kCodedPackets,    // a datagram of packets with a Reed-Solomon code
     kLost,            // a datagram that came to this machine, but not to the monitor
-    kSyncByte,        // a packet without its sync byte
+    kNoSyncByte,      // a packet without its sync byte
     kTransportError,  // transport_error_indicator
     kScrambled,       // transport_scrambling_control on a table's PID
     kContinuity,

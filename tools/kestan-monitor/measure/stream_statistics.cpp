@@ -224,7 +224,7 @@ void StreamStatistics::finish(std::int64_t now, std::uint64_t lost) {
 
 void StreamStatistics::push_packet(const std::uint8_t* packet) {
     if (packet[0] != kSyncByte) {
-        faults_.add({FaultKind::kSyncByte}, now_);
+        faults_.add({FaultKind::kNoSyncByte}, now_);
         return;
     }
     Pid& pid = find_or_add(pid_of(packet));
