@@ -46,8 +46,10 @@ check_lint() {
     clang-tidy --dump-config 2>&1 | (! grep -m 1 'error:')
     cmake --preset lint >/dev/null
     cmake --build --preset lint --target kestan_thrift -- --quiet
-    jq -r '.[].file' build-lint/compile_commands.json | grep -vE '/(tests|kestan_thrift\.dir)/' |
-        tr '\n' '\0' | xargs -0 -P "$(nproc)" -n 1 clang-tidy -p build-lint --quiet 2>/dev/null
+    jq -r --arg tree "$PWD/" '.[].file | ltrimstr($tree)
+        | select(test("^(build-lint/)?tests/|/kestan_thrift[.]dir/") | not)' \
+        build-lint/compile_commands.json |
+        xargs -d '\n' -P "$(nproc)" -n 1 clang-tidy -p build-lint --quiet 2>/dev/null
 }
 
 case "${1:-}" in

@@ -104,7 +104,7 @@ counts() { "${@:2}" nstat -asz "$1" | grep -qE "^$1 +[1-9]"; }
     start other socat TCP-LISTEN:9501,reuseaddr -
     listens other 9501
     local error='Mux server EXCEPTION: Could not bind: Address already in use'
-    # Its thread may not have its name yet.
+    # The server's thread may not have its name yet: the level and the text count.
     run -1 timeout 20 kestan -c -O 127.0.0.1/5432
     [[ $output == *" ERROR "*": $error"* ]]
     leads "$error" "ss -ltnp 'sport = :9501'"

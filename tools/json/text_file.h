@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-constexpr const char* kStandardInput = "-";  // a path
+constexpr const char* kStandardInput = "-";  // its path
 
 // What a path may name. A link counts as what it leads to.
 enum class FileKind {
@@ -12,7 +12,7 @@ enum class FileKind {
     kRegularOrPipe,  // standard input can also be a terminal or a socket
 };
 
-// Returns the bytes of the file, at most 64 MB.
+// Returns the bytes of the file or of standard input, at most 64 MB.
 //
 // Opens no device, and waits for no writer of a pipe unless `kind` allows a pipe. Throws
 // std::system_error if the system refuses, or else std::runtime_error; what() is the
