@@ -3,11 +3,16 @@
 #include <iconv.h>
 
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <utility>
 
+#include <boost/locale/utf.hpp>
+
 namespace {
+
+using Utf8 = boost::locale::utf::utf_traits<char>;
 
 constexpr std::string_view kEuroInUtf8 = "\xE2\x82\xAC";
 constexpr std::string_view kEuroInDefaultTable = "\xA4";
@@ -88,24 +93,19 @@ std::optional<std::string> convert_around(std::string_view known_from,
     }
 }
 
-// Replaces the control characters U+0080 to U+009F by U+E080 to U+E09F, or the other way
-// round; `from` and `to` are all bytes of the UTF-8 but the last.
-std::string with_controls(std::string_view from, std::string_view to,
-                          std::string_view text) {
+constexpr char32_t kControls = 0x80;
+constexpr char32_t kPrivateControls = 0xE080;
+
+// Replaces the 32 control characters from `from` on by those from `to` on.
+std::string with_controls(char32_t from, char32_t to, std::string_view text) {
     std::string replaced;
-    for (std::size_t i = 0; i < text.size();) {
-        const std::size_t last = i + from.size();
-        const bool is_control = text.substr(i, from.size()) == from &&
-                                last < text.size() &&
-                                static_cast<std::uint8_t>(text[last]) < 0xA0;
-        replaced += is_control ? to : text.substr(i, 1);
-        i += is_control ? from.size() : 1;
+    for (auto at = text.begin(); at != text.end();) {
+        const char32_t code = Utf8::decode(at, text.end());
+        const bool is_control = code >= from && code < from + 32;
+        Utf8::encode(is_control ? code - from + to : code, std::back_inserter(replaced));
     }
     return replaced;
 }
-
-constexpr std::string_view kControlPrefix = "\xC2";             // U+0080 to U+009F
-constexpr std::string_view kPrivateControlPrefix = "\xEE\x82";  // U+E080 to U+E09F
 
 const DvbCoding& default_table() {
     return dvb_codings()[0];
@@ -132,7 +132,7 @@ std::optional<std::string> from_coding(const DvbCoding& coding, std::string_view
 std::optional<std::string> encode(std::string_view text, const DvbCoding& coding) {
     std::string controls(text);
     if (coding.has_one_byte_controls) {
-        controls = with_controls(kPrivateControlPrefix, kControlPrefix, controls);
+        controls = with_controls(kPrivateControls, kControls, text);
     }
     const auto encoded = to_coding(coding, controls);
     // Some converters write a character that only looks alike.
@@ -160,14 +160,12 @@ const std::vector<DvbCoding>& dvb_codings() {
 }
 
 bool is_dvb_text(std::string_view text) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<std::uint8_t>(text[i]);
-        const bool is_c1 = byte == 0xC2 && i + 1 < text.size() &&
-                           static_cast<std::uint8_t>(text[i + 1]) < 0xA0;
-        if (byte < ' ' || byte == 0x7F || is_c1) return false;
+    for (auto at = text.begin(); at != text.end();) {
+        const char32_t code = Utf8::decode(at, text.end());
+        const bool is_control = code < ' ' || (code >= 0x7F && code < 0xA0);
+        if (is_control || !boost::locale::utf::is_valid_codepoint(code)) return false;
     }
-    // UTF-16 has what UTF-8 may have, and no more.
-    return convert("UTF-8", "UTF-16BE", text).has_value();
+    return true;
 }
 
 std::optional<std::string> encode_dvb_text(std::string_view text,
@@ -180,13 +178,11 @@ std::optional<std::string> encode_dvb_text(std::string_view text,
 
 std::string_view first_lacking(std::string_view text, const DvbCoding& coding) {
     while (!text.empty()) {
-        std::size_t size = 1;
-        while (size < text.size() &&
-               (static_cast<std::uint8_t>(text[size]) & 0xC0) == 0x80)
-            ++size;
-        const std::string_view character = text.substr(0, size);
+        const int trail = Utf8::trail_length(text.front());
+        const std::string_view character =
+            text.substr(0, 1 + static_cast<std::size_t>(trail));
         if (!encode(character, coding)) return character;
-        text.remove_prefix(size);
+        text.remove_prefix(character.size());
     }
     return {};
 }
@@ -204,7 +200,7 @@ std::optional<DvbText> decode_dvb_text(std::string_view field) {
     if (coding == nullptr) return std::nullopt;
     const auto converted = from_coding(*coding, field.substr(coding->selector.size()));
     if (!converted) return std::nullopt;
-    std::string text = with_controls(kControlPrefix, kPrivateControlPrefix, *converted);
+    std::string text = with_controls(kControls, kPrivateControls, *converted);
     if (!is_dvb_text(text)) return std::nullopt;
     const bool is_chosen = encode_dvb_text(text, nullptr) == field;
     return DvbText{std::move(text), is_chosen ? nullptr : coding};
