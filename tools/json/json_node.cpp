@@ -95,28 +95,20 @@ void JsonNode::doubt(const std::string& advice) const {
     findings_->doubts.add(remark("found " + abridged(*value_) + ", " + advice));
 }
 
-void JsonNode::expect_object(const std::vector<std::string_view>& names) const {
-    if (!value_->is_object()) mistake("an object with the fields " + list(names));
-}
-
-void JsonNode::expect_known(const std::string& field,
-                            const std::vector<std::string_view>& names) const {
-    if (std::find(names.begin(), names.end(), field) != names.end()) return;
-    JsonRemark unknown =
-        remark("found the field " + abridged(field) + ", expected only " + list(names));
-    unknown.place = path_of(field);
-    throw JsonMistake(unknown);
-}
-
 void JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
-    expect_object(names);
-    for (const auto& field : value_->items()) expect_known(field.key(), names);
+    JsonNode strict = *this;
+    strict.findings_ = nullptr;
+    strict.keep_unknown_fields(names);
 }
 
 void JsonNode::keep_unknown_fields(const std::vector<std::string_view>& names) const {
-    expect_object(names);
+    if (!value_->is_object()) mistake("an object with the fields " + list(names));
     for (const auto& field : value_->items()) {
-        keep([&] { expect_known(field.key(), names); });
+        if (std::find(names.begin(), names.end(), field.key()) != names.end()) continue;
+        JsonRemark unknown = remark("found the field " + abridged(field.key()) +
+                                    ", expected only " + list(names));
+        unknown.place = path_of(field.key());
+        keep([&] { throw JsonMistake(unknown); });
     }
 }
 

@@ -42,15 +42,11 @@ struct JsonFindings {
 };
 
 // A mistake in a JSON document.
-class JsonMistake : public std::runtime_error {
-public:
-    explicit JsonMistake(JsonRemark remark)
-        : std::runtime_error(remark.text), place_(std::move(remark.place)) {}
+struct JsonMistake : std::runtime_error {
+    explicit JsonMistake(JsonRemark found)
+        : std::runtime_error(found.text), remark(std::move(found)) {}
 
-    [[nodiscard]] JsonRemark remark() const { return {place_, what()}; }
-
-private:
-    std::string place_;
+    JsonRemark remark;
 };
 
 // A value in a JSON document and the path to it.
@@ -76,7 +72,7 @@ public:
             read();
         } catch (const JsonMistake& mistake) {
             if (findings_ == nullptr) throw;
-            findings_->mistakes.add(mistake.remark());
+            findings_->mistakes.add(mistake.remark);
         }
     }
 
@@ -118,12 +114,6 @@ public:
         return static_cast<std::uint64_t>(in_range(0, (std::int64_t{1} << bits) - 1));
     }
 
-    // Returns the value of an unsigned field with at most 31 bits, in the type that
-    // Thrift has for it.
-    [[nodiscard]] std::int32_t i32_of(unsigned bits) const {
-        return static_cast<std::int32_t>(unsigned_of(bits));
-    }
-
     // Returns the value of a field of 8 bits that has two decimal digits. Doubts whether
     // 88 means "0x88", and a digit above 9.
     [[nodiscard]] std::uint64_t bcd() const;
@@ -148,9 +138,6 @@ private:
           subject_(parent.subject_),
           findings_(parent.findings_) {}
 
-    void expect_object(const std::vector<std::string_view>& names) const;
-    void expect_known(const std::string& field,
-                      const std::vector<std::string_view>& names) const;
     [[nodiscard]] JsonRemark remark(const std::string& text) const;
     [[nodiscard]] std::string path_of(const std::string& field) const;
     [[nodiscard]] std::int64_t in_range(std::int64_t lowest, std::int64_t highest) const;

@@ -46,7 +46,8 @@ ordered_json object_of(const ordered_json& properties, const ordered_json& requi
 }
 
 std::string times(const std::string& digit, std::size_t least, std::size_t most) {
-    if (most == 1) return digit;
+    if (most == 0) return "";
+    if (least == 1 && most == 1) return digit;
     const std::string from = least == most ? "" : std::to_string(least) + ",";
     return digit + '{' + from + std::to_string(most) + '}';
 }
@@ -56,45 +57,39 @@ std::string digit_up_to(char lowest, char highest) {
     return "["s + lowest + '-' + highest + ']';
 }
 
-// Returns a pattern of the decimal numbers from 0 to `highest`, without leading zeros.
-std::string decimal_pattern(std::uint64_t highest) {
-    const std::string digits = std::to_string(highest);
-    std::string pattern;
-    if (digits.size() > 1) pattern = "[0-9]|";
-    if (digits.size() > 2)
-        pattern += "[1-9]" + times("[0-9]", 1, digits.size() - 2) + '|';
+// Returns a pattern of the decimal numbers below `end`, without leading zeros.
+std::string decimal_pattern(std::uint64_t end) {
+    const std::string digits = std::to_string(end);
+    std::string pattern = "0";
+    if (digits.size() > 1) pattern += "|[1-9]" + times("[0-9]", 0, digits.size() - 2);
     for (std::size_t i = 0; i < digits.size(); ++i) {
-        // As the highest one up to digit i, which is smaller.
-        const char lowest = i == 0 && digits.size() > 1 ? '1' : '0';
-        if (digits[i] <= lowest) continue;
-        pattern += digits.substr(0, i);
-        pattern += digit_up_to(lowest, static_cast<char>(digits[i] - 1));
+        // As the end up to digit i, which is smaller.
+        const char lowest = i == 0 ? '1' : '0';
+        if (digits[i] == lowest) continue;
         const std::size_t rest = digits.size() - i - 1;
-        if (rest > 0) pattern += times("[0-9]", rest, rest);
-        pattern += '|';
+        pattern += '|' + digits.substr(0, i) +
+                   digit_up_to(lowest, static_cast<char>(digits[i] - 1)) +
+                   times("[0-9]", rest, rest);
     }
-    return pattern + digits;
+    return pattern;
 }
 
 std::string hex_pattern(unsigned bits) {
     const unsigned whole = bits / kBitsOfHexDigit;
     const unsigned rest = bits % kBitsOfHexDigit;
-    std::string digits = whole == 0 ? "" : times("[0-9a-fA-F]", 1, whole);
+    const std::string digits = times("[0-9a-fA-F]", 1, whole);
     if (rest == 0) return digits;
     const std::string first = digit_up_to('0', static_cast<char>('0' + (1U << rest) - 1));
     return first + (whole == 0 ? "" : "?") + digits;
 }
 
-ordered_json number_schema(unsigned bits, std::int32_t lowest) {
-    const std::uint64_t highest = (std::uint64_t{1} << bits) - 1;
-    const std::string pattern =
-        "^(0[xX]0*(" + hex_pattern(bits) + ")|" + decimal_pattern(highest) + ")$";
-    ordered_json schema{{"type", ordered_json::array({"integer", "string"})},
-                        {"minimum", lowest},
-                        {"maximum", highest},
-                        {"pattern", pattern}};
-    if (lowest == 1) schema["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
-    return schema;
+ordered_json number_schema(unsigned bits) {
+    const std::uint64_t end = std::uint64_t{1} << bits;
+    return {{"type", ordered_json::array({"integer", "string"})},
+            {"minimum", 0},
+            {"maximum", end - 1},
+            {"pattern",
+             "^(0[xX]0*(" + hex_pattern(bits) + ")|" + decimal_pattern(end) + ")$"}};
 }
 
 // Two decimal digits, where a decimal number above 9 may be meant otherwise.
@@ -131,11 +126,13 @@ class Schema {
 public:
     // REQUIRES: `lowest` is 0 or 1.
     ordered_json number(unsigned bits, std::int32_t lowest = 0) {
-        const bool is_pid = bits == kPidBits;
-        const std::string name = is_pid ? "pid" : "u" + std::to_string(bits);
-        const std::string key = lowest == 0 ? name : name + "_from_1";
-        definitions_[key] = number_schema(bits, lowest);
-        return reference(key);
+        const std::string name = bits == kPidBits ? "pid" : "u" + std::to_string(bits);
+        definitions_[name] = number_schema(bits);
+        if (lowest == 0) return reference(name);
+        ordered_json& from_1 = definitions_[name + "_from_1"] = reference(name);
+        from_1["minimum"] = 1;
+        from_1["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
+        return reference(name + "_from_1");
     }
 
     template <typename Structure>
@@ -190,10 +187,7 @@ ordered_json Schema::structure() {
 unsigned least_bits(const DescriptorForm& form) {
     unsigned bits = form.extension ? kBitsOfByte : 0;
     for (const DescriptorField& field : form.fields) {
-        const bool has_length =
-            field.kind == FieldKind::kText || field.kind == FieldKind::kBytes;
         if (field.need != FieldNeed::kIfPresenceFlag) bits += field.bits;
-        if (has_length) bits += kBitsOfByte;
     }
     return bits;
 }
@@ -226,14 +220,12 @@ ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& fi
             return {{"type", "array"},
                     {"maxItems", bytes_left / 3},
                     {"items", reference("language")}};
-        case FieldKind::kText:
-        case FieldKind::kTextRest: {
+        case FieldKind::kText: {
             ordered_json text = reference("text");
             text["maxLength"] = bytes_left;
             return text;
         }
         case FieldKind::kBytes:
-        case FieldKind::kRest:
             return bytes_schema(bytes_left);
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
@@ -253,7 +245,8 @@ ordered_json Schema::descriptor_named(const DescriptorForm& form) {
     for (const DescriptorField& part : form.fields) {
         if (!is_in_json(part)) continue;
         properties[part.name] = with_note(part.note, field(form, part));
-        if (is_text(part)) properties[coding_field(part.name)] = reference("coding");
+        if (part.kind == FieldKind::kText)
+            properties[coding_field(part.name)] = reference("coding");
         if (part.need == FieldNeed::kRequired) required.push_back(part.name);
     }
     ordered_json entry = object_of(properties, required);
