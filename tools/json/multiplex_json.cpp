@@ -140,14 +140,9 @@ template <typename Structure>
 ordered_json write(const Structure& structure);
 
 void write(ordered_json& to, std::int32_t value, const NumberField& field) {
-    constexpr unsigned bits_of_digit = 4;
-    const unsigned digits = (field.bits + bits_of_digit - 1) / bits_of_digit;
-    ordered_json& written = to[field.name];
-    if (field.is_hex) {
-        written = hex_number(value, static_cast<int>(digits));
-    } else {
-        written = value;
-    }
+    const int digits = static_cast<int>(field.bits + 3) / 4;
+    to[field.name] =
+        field.is_hex ? ordered_json(hex_number(value, digits)) : ordered_json(value);
 }
 
 // A visitor that writes the fields that do not have their default.
