@@ -1,5 +1,7 @@
 #include "tools/json/descriptor_json.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -66,13 +68,12 @@ public:
     [[nodiscard]] std::string data(const JsonNode& node) && {
         if (data_.size() <= kMaxDescriptorData) return std::move(data_);
         const std::size_t surplus = data_.size() - kMaxDescriptorData;
-        if (surplus > longest_size_) {
-            node.mistake("at most 255 bytes of data, these are " +
-                         std::to_string(data_.size()));
-        }
-        longest_text_->mistake("at most " + std::to_string(longest_size_ - surplus) +
-                               " bytes as it is coded, these are " +
-                               std::to_string(longest_size_));
+        if (surplus > longest_size_)
+            node.mistake(fmt::format("at most {} bytes of data, these are {}",
+                                     kMaxDescriptorData, data_.size()));
+        longest_text_->mistake(
+            fmt::format("at most {} bytes as it is coded, these are {}",
+                        longest_size_ - surplus, longest_size_));
     }
 
 private:
@@ -108,12 +109,11 @@ const DvbCoding& coding_from_json(const JsonNode& node) {
 [[noreturn]] void refuse_coding(const JsonNode& node, const DvbCoding& coding) {
     const std::string text = node.text();
     const std::string lacking(first_lacking(text, coding));
-    std::string what = "a text whose characters all are in its coding";
-    if (!lacking.empty()) {
-        what += ": " + coding.name + " lacks " +
-                nlohmann::json(lacking).dump(-1, ' ', /*ensure_ascii=*/true);
-    }
-    node.mistake(what + ", " + coding_for(text).name + " has all");
+    const std::string what =
+        lacking.empty() ? "" : ": " + coding.name + " lacks " + abridged(lacking);
+    node.mistake(
+        fmt::format("a text whose characters all are in its coding{}, {} has all", what,
+                    coding_for(text).name));
 }
 
 std::string text_from_json(const JsonNode& entry, const char* name) {
@@ -124,14 +124,11 @@ std::string text_from_json(const JsonNode& entry, const char* name) {
             "\"\\ue086\" and \"\\ue087\" switch emphasis on and off");
     }
     const std::string coding_name = coding_field(name);
-    const DvbCoding* coding = nullptr;
-    if (entry.has(coding_name.c_str())) {
-        coding = &coding_from_json(entry[coding_name.c_str()]);
-    }
+    const DvbCoding* const coding =
+        entry.has(coding_name) ? &coding_from_json(entry[coding_name]) : nullptr;
     const std::optional<std::string> encoded = encode_dvb_text(node.text(), coding);
-    if (!encoded) {
+    if (!encoded)
         refuse_coding(node, coding == nullptr ? coding_for(node.text()) : *coding);
-    }
     return *encoded;
 }
 

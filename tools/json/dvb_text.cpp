@@ -130,10 +130,9 @@ std::optional<std::string> from_coding(const DvbCoding& coding, std::string_view
 }
 
 std::optional<std::string> encode(std::string_view text, const DvbCoding& coding) {
-    std::string controls(text);
-    if (coding.has_one_byte_controls) {
-        controls = with_controls(kPrivateControls, kControls, text);
-    }
+    const std::string controls = coding.has_one_byte_controls
+                                     ? with_controls(kPrivateControls, kControls, text)
+                                     : std::string(text);
     const auto encoded = to_coding(coding, controls);
     // Some converters write a character that only looks alike.
     if (!encoded || from_coding(coding, *encoded) != controls) return std::nullopt;

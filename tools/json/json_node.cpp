@@ -1,5 +1,7 @@
 #include "tools/json/json_node.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -37,8 +39,7 @@ bool has_leading_zero(const json& value) {
 
 std::string list(const std::vector<std::string_view>& names) {
     if (names.size() > kMostNames)
-        return "one of the " + std::to_string(names.size()) +
-               " names in kestan-multiplex(5)";
+        return fmt::format("one of the {} names in kestan-multiplex(5)", names.size());
     std::string text;
     for (const std::string_view name : names) {
         if (!text.empty()) text += ", ";
@@ -112,7 +113,7 @@ void JsonNode::keep_unknown_fields(const std::vector<std::string_view>& names) c
     }
 }
 
-JsonNode JsonNode::operator[](const char* name) const {
+JsonNode JsonNode::operator[](const std::string& name) const {
     const auto field = value_->find(name);
     if (field != value_->end()) return {*field, path_of(name), *this};
     const JsonNode missing(*value_, path_of(name), *this);
@@ -123,10 +124,8 @@ std::vector<JsonNode> JsonNode::elements() const {
     if (!value_->is_array()) mistake("an array");
     std::vector<JsonNode> nodes;
     nodes.reserve(value_->size());
-    for (const json& element : *value_) {
-        nodes.push_back(
-            {element, path_ + '[' + std::to_string(nodes.size()) + ']', *this});
-    }
+    for (const json& element : *value_)
+        nodes.push_back({element, fmt::format("{}[{}]", path_, nodes.size()), *this});
     return nodes;
 }
 
@@ -141,18 +140,15 @@ std::optional<std::int64_t> JsonNode::number_if_any(const char* name) const {
 
 std::int64_t JsonNode::in_range(std::int64_t lowest, std::int64_t highest) const {
     const std::int64_t value = any_in_range(lowest, highest);
-    if (!has_leading_zero(*value_)) return value;
-    const std::string digits = std::to_string(value);
-    doubt("write " + digits + " or \"0x" +
-          std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits + '"');
+    if (has_leading_zero(*value_)) doubt(fmt::format("write {0} or \"0x{0:04}\"", value));
     return value;
 }
 
 std::int64_t JsonNode::any_in_range(std::int64_t lowest, std::int64_t highest) const {
     const std::optional<std::int64_t> value = integer(*value_);
     if (!value || *value < lowest || *value > highest) {
-        mistake("a number from " + std::to_string(lowest) + " to " +
-                std::to_string(highest) + ", decimal or as in \"0x1F\"");
+        mistake(fmt::format("a number from {} to {}, decimal or as in \"0x1F\"", lowest,
+                            highest));
     }
     return *value;
 }
@@ -163,9 +159,8 @@ std::uint64_t JsonNode::bcd() const {
     if (value / 16 >= base || value % 16 >= base) {
         doubt("write two decimal digits, as in \"0x88\"");
     } else if (value >= base && !is_hex(*value_)) {
-        const std::string digits = std::to_string(value);
-        doubt("write " + abridged(hex_number(value, 2)) + " or, for " + digits +
-              ", \"0x" + digits + '"');
+        doubt(fmt::format("write \"{}\" or, for {}, \"0x{}\"", hex_number(value, 2),
+                          value, value));
     }
     return static_cast<std::uint64_t>(value);
 }

@@ -89,10 +89,12 @@ public:
     // the list.
     void keep_unknown_fields(const std::vector<std::string_view>& names) const;
 
-    [[nodiscard]] bool has(const char* name) const { return value_->contains(name); }
+    [[nodiscard]] bool has(const std::string& name) const {
+        return value_->contains(name);
+    }
 
     // Returns the object's field. Raises a mistake if it is missing.
-    [[nodiscard]] JsonNode operator[](const char* name) const;
+    [[nodiscard]] JsonNode operator[](const std::string& name) const;
 
     // Returns the elements of an array.
     [[nodiscard]] std::vector<JsonNode> elements() const;

@@ -1,5 +1,7 @@
 #include "tools/json/multiplex_file.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <string_view>
 #include <utility>
@@ -99,9 +101,8 @@ std::vector<FileRemark> with_lines(const JsonRemarks& remarks, const std::string
     std::stable_sort(
         found.begin(), found.end(),
         [](const FileRemark& a, const FileRemark& b) { return a.line < b.line; });
-    if (remarks.others != 0) {
-        found.push_back({0, std::to_string(remarks.others) + " more " + plural});
-    }
+    if (remarks.others != 0)
+        found.push_back({0, fmt::format("{} more {}", remarks.others, plural)});
     return found;
 }
 
@@ -136,8 +137,8 @@ std::string syntax_error(const std::string& what) {
 std::string lines_of(const std::string& path, const std::vector<FileRemark>& remarks) {
     std::string lines;
     for (const auto& [line, text] : remarks) {
-        lines += (lines.empty() ? "" : "\n") + shown_path(path) +
-                 (line == 0 ? "" : ':' + std::to_string(line)) + ": " + text;
+        lines += fmt::format("{}{}{}: {}", lines.empty() ? "" : "\n", shown_path(path),
+                             line == 0 ? "" : fmt::format(":{}", line), text);
     }
     return lines;
 }

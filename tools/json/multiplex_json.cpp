@@ -1,5 +1,7 @@
 #include "tools/json/multiplex_json.h"
 
+#include <fmt/format.h>
+
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -124,9 +126,8 @@ std::vector<PmtOnPid> read_pmts(const std::vector<JsonNode>& elements) {
         const auto [same, is_new] = place_of.emplace(*service, pmts.size() - 1);
         if (is_new) continue;
         node.keep([&, same = same] {
-            node[kProgramNumber].mistake("one PMT per service: pmts[" +
-                                         std::to_string(same->second) +
-                                         "] is this service's too");
+            node[kProgramNumber].mistake(fmt::format(
+                "one PMT per service: pmts[{}] is this service's too", same->second));
         });
     }
     return pmts;
