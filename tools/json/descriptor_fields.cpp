@@ -1,5 +1,7 @@
 #include "tools/json/descriptor_fields.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
@@ -172,28 +174,19 @@ std::vector<DescriptorForm> all_forms() {
         single("mpeg_2_aac_audio", 0x2B,
                {hex("mpeg_2_aac_profile", 8), hex("mpeg_2_aac_channel_configuration", 8),
                 hex("mpeg_2_aac_additional_information", 8)}),
-        single("hevc_video", 0x38,
-               {number("profile_space", 2),
-                flag("tier_flag"),
-                number("profile_idc", 5),
-                hex("profile_compatibility_indication", 32),
-                flag("progressive_source_flag"),
-                flag("interlaced_source_flag"),
-                flag("non_packed_constraint_flag"),
-                flag("frame_only_constraint_flag"),
-                hex("copied_44bits", 44),
-                number("level_idc", 8),
-                flag("temporal_layer_subset_flag"),
-                flag("hevc_still_present_flag"),
-                flag("hevc_24hr_picture_present_flag"),
-                flag("sub_pic_hrd_params_not_present_flag"),
-                ones(2),
-                number("hdr_wcg_idc", 2),
-                if_more(),
-                with(zero_if_absent, number("temporal_id_min", 3)),
-                ones(5),
-                with(zero_if_absent, number("temporal_id_max", 3)),
-                ones(5)}),
+        single(
+            "hevc_video", 0x38,
+            {number("profile_space", 2), flag("tier_flag"), number("profile_idc", 5),
+             hex("profile_compatibility_indication", 32), flag("progressive_source_flag"),
+             flag("interlaced_source_flag"), flag("non_packed_constraint_flag"),
+             flag("frame_only_constraint_flag"), hex("copied_44bits", 44),
+             number("level_idc", 8), flag("temporal_layer_subset_flag"),
+             flag("hevc_still_present_flag"), flag("hevc_24hr_picture_present_flag"),
+             flag("sub_pic_hrd_params_not_present_flag"), ones(2),
+             number("hdr_wcg_idc", 2),
+             // present if temporal_layer_subset_flag is 1
+             if_more(), with(zero_if_absent, number("temporal_id_min", 3)), ones(5),
+             with(zero_if_absent, number("temporal_id_max", 3)), ones(5)}),
         // ETSI EN 300 468, 6.2
         list("vbi_data", 0x45,
              {hex("data_service_id", 8), bytes("data_service_descriptor")}),
@@ -333,8 +326,7 @@ std::string take_bytes(const DescriptorField& field, BitReader& data, FieldValue
     const std::size_t left = data.bits_left() / kBitsOfByte;
     value.bytes = data.take_bytes(field.bits == 0 ? left : std::min(length, left));
     if (length <= left) return {};
-    return field.name + " takes "s + std::to_string(length) + " bytes, " +
-           std::to_string(left) + " are left";
+    return fmt::format("{} takes {} bytes, {} are left", field.name, length, left);
 }
 
 // Takes the field's value. Returns what overruns the data, or an empty text.
@@ -420,11 +412,13 @@ SplitDescriptor split_descriptor(const DescriptorForm& form,
         return form.is_list ? reader.bits_left() != 0 : split.entries.empty();
     };
     while (split.overrun.empty() && has_more()) {
-        const std::string index = '[' + std::to_string(split.entries.size()) + ']';
         const std::string overrun =
             take_entry(form, reader, split.entries.emplace_back());
         if (overrun.empty()) continue;
-        split.overrun = form.name + (form.is_list ? index : "") + ": " + overrun;
+        const std::size_t index = split.entries.size() - 1;
+        split.overrun = form.is_list
+                            ? fmt::format("{}[{}]: {}", form.name, index, overrun)
+                            : fmt::format("{}: {}", form.name, overrun);
     }
     return split;
 }

@@ -77,7 +77,7 @@ std::string decimal_pattern(std::uint64_t end) {
 std::string hex_pattern(unsigned bits) {
     const unsigned whole = bits / kBitsOfHexDigit;
     const unsigned rest = bits % kBitsOfHexDigit;
-    const std::string digits = times("[0-9a-fA-F]", 1, whole);
+    std::string digits = times("[0-9a-fA-F]", 1, whole);
     if (rest == 0) return digits;
     const std::string first = digit_up_to('0', static_cast<char>('0' + (1U << rest) - 1));
     return first + (whole == 0 ? "" : "?") + digits;
