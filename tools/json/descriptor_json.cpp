@@ -201,7 +201,7 @@ void entry_from_json(const DescriptorForm& form, const JsonNode& node,
         if (is_in_json(field)) names.emplace_back(field.name);
         if (field.kind == FieldKind::kText) names.push_back(coding_field(field.name));
     }
-    node.keep_unknown_fields({names.begin(), names.end()});
+    node.keep_unknown_fields(names);
     for (auto field = form.fields.begin(); field != form.fields.end(); ++field) {
         const auto is_there = [&](const auto& later) { return node.has(later.name); };
         if (field->kind == FieldKind::kIfMore &&
@@ -314,11 +314,17 @@ std::optional<ordered_json> named_to_json(const DescriptorForm& form,
     return ordered_json{{form.name, fields}};
 }
 
+// Returns the names of the fields that a descriptor may have.
+std::vector<std::string> names_of_fields() {
+    std::vector<std::string> names{"tag", "data"};
+    for (const DescriptorForm& form : descriptor_forms()) names.emplace_back(form.name);
+    return names;
+}
+
 }  // namespace
 
 Descriptor descriptor_from_json(const JsonNode& node) {
-    std::vector<std::string_view> names{"tag", "data"};
-    for (const DescriptorForm& form : descriptor_forms()) names.emplace_back(form.name);
+    static const std::vector<std::string> names = names_of_fields();
     node.expect_fields(names);
     const DescriptorForm* named = nullptr;
     for (const DescriptorForm& form : descriptor_forms()) {

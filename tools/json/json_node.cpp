@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <boost/algorithm/string/join.hpp>
+
 #include "tools/json/number_text.h"
 
 using nlohmann::json;
@@ -37,15 +39,10 @@ bool has_leading_zero(const json& value) {
     return text != nullptr && text->size() > 1 && text->front() == '0' && !is_hex(value);
 }
 
-std::string list(const std::vector<std::string_view>& names) {
+std::string list(const std::vector<std::string>& names) {
     if (names.size() > kMostNames)
         return fmt::format("one of the {} names in kestan-multiplex(5)", names.size());
-    std::string text;
-    for (const std::string_view name : names) {
-        if (!text.empty()) text += ", ";
-        text += name;
-    }
-    return text;
+    return boost::algorithm::join(names, ", ");
 }
 
 }  // namespace
@@ -96,13 +93,13 @@ void JsonNode::doubt(const std::string& advice) const {
     findings_->doubts.add(remark("found " + abridged(*value_) + ", " + advice));
 }
 
-void JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
+void JsonNode::expect_fields(const std::vector<std::string>& names) const {
     JsonNode strict = *this;
     strict.findings_ = nullptr;
     strict.keep_unknown_fields(names);
 }
 
-void JsonNode::keep_unknown_fields(const std::vector<std::string_view>& names) const {
+void JsonNode::keep_unknown_fields(const std::vector<std::string>& names) const {
     if (!value_->is_object()) mistake("an object with the fields " + list(names));
     for (const auto& field : value_->items()) {
         if (std::find(names.begin(), names.end(), field.key()) != names.end()) continue;

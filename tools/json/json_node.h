@@ -6,7 +6,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -83,11 +82,11 @@ public:
 
     // Raises a mistake if this is no object or has a field that is not in the list: a
     // misspelt name must not look like a field that was left out.
-    void expect_fields(const std::vector<std::string_view>& names) const;
+    void expect_fields(const std::vector<std::string>& names) const;
 
     // Raises a mistake if this is no object, and keeps one for each field that is not in
     // the list.
-    void keep_unknown_fields(const std::vector<std::string_view>& names) const;
+    void keep_unknown_fields(const std::vector<std::string>& names) const;
 
     [[nodiscard]] bool has(const std::string& name) const {
         return value_->contains(name);

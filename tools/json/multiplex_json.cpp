@@ -6,9 +6,10 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <type_traits>
 #include <vector>
+
+#include <boost/algorithm/string/join.hpp>
 
 #include "tools/json/descriptor_json.h"
 #include "tools/json/number_text.h"
@@ -22,7 +23,7 @@ constexpr const char* kProgramNumber = "program_number";
 
 // A visitor that collects the names of the fields.
 struct Names {
-    std::vector<std::string_view> names;
+    std::vector<std::string> names;
 
     template <typename Member>
     void number(Member, const NumberField& field) {
@@ -39,7 +40,7 @@ struct Names {
 };
 
 template <typename Structure>
-std::vector<std::string_view> names_of() {
+std::vector<std::string> names_of() {
     Names names;
     TableFields<Structure>::visit(names);
     return names.names;
@@ -102,13 +103,13 @@ struct Reader {
 
 template <typename Structure>
 void read(const JsonNode& node, Structure& structure) {
-    static const std::vector<std::string_view> names = names_of<Structure>();
+    static const std::vector<std::string> names = names_of<Structure>();
     node.keep_unknown_fields(names);
     TableFields<Structure>::visit(Reader<Structure>{node, structure});
 }
 
 void read(const JsonNode& node, PmtOnPid& to) {
-    std::vector<std::string_view> names = names_of<PMT>();
+    std::vector<std::string> names = names_of<PMT>();
     names.insert(names.begin(), kPmtPidField.name);
     node.keep_unknown_fields(names);
     node.keep([&] { to.pid = static_cast<std::uint16_t>(read(node, kPmtPidField)); });
@@ -190,14 +191,12 @@ const char* key_of(TableKind kind) {
 }  // namespace
 
 Multiplex multiplex_from_json(const JsonNode& root) {
-    std::vector<std::string_view> names;
-    std::string tables;
-    for_each_single_table([&](TableKind kind, auto) {
-        names.emplace_back(key_of(kind));
-        tables += std::string(key_of(kind)) + ", ";
-    });
-    names.insert(names.end(), {key_of(TableKind::kPmt), "$schema"});
-    tables += key_of(TableKind::kPmt);
+    std::vector<std::string> names;
+    for_each_single_table(
+        [&](TableKind kind, auto) { names.emplace_back(key_of(kind)); });
+    names.emplace_back(key_of(TableKind::kPmt));
+    const std::string tables = boost::algorithm::join(names, ", ");
+    names.emplace_back("$schema");
     Multiplex multiplex;
     root.keep([&] {
         root.keep_unknown_fields(names);
