@@ -14,7 +14,6 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kLanguageBits = kLanguageSize * kBitsOfByte;
 
 DescriptorField number(const char* name, unsigned bits) {

@@ -15,6 +15,7 @@
 // A descriptor's data is a sequence of fields, most significant bit first, or a list of
 // entries that have these fields each. Field names are the standards' in lower case.
 
+constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kLanguageSize = 3;  // bytes of a code of a language or a country
 
 enum class FieldKind : std::uint8_t {

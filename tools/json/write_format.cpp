@@ -24,7 +24,6 @@ using namespace std::string_literals;
 namespace {
 
 constexpr std::size_t kWidth = 160;  // of the schema's lines
-constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kBitsOfHexDigit = 4;
 
 ordered_json reference(const std::string& name) {
@@ -92,12 +91,14 @@ ordered_json number_schema(unsigned bits) {
              "^(0[xX]0*(" + hex_pattern(bits) + ")|" + decimal_pattern(end) + ")$"}};
 }
 
-// Two decimal digits, where a decimal number above 9 may be meant otherwise.
-ordered_json bcd_schema() {
-    return {{"anyOf",
-             {{{"type", "integer"}, {"minimum", 0}, {"maximum", 9}},
-              {{"type", "string"}, {"pattern", "^(0[xX]0*[0-9]{1,2}|[0-9])$"}}}}};
-}
+// Values in descriptors. BCD above 9 is a string: a number may be meant otherwise.
+constexpr const char* kDefinitions = R"({
+    "bcd": {"anyOf": [{"type": "integer", "minimum": 0, "maximum": 9},
+                      {"type": "string", "pattern": "^(0[xX]0*[0-9]{1,2}|[0-9])$"}]},
+    "language": {"description": "ISO 639-2 or, of a country, ISO 3166",
+                 "type": "string", "pattern": "^[A-Za-z]{3}$"},
+    "text": {"type": "string", "pattern": "^[^\\u0000-\\u001F\\u007F-\\u009F]*$"}
+})";
 
 ordered_json bytes_schema(std::size_t most) {
     return {{"type", "string"},
@@ -218,7 +219,7 @@ ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& fi
             return reference("bcd");
         case FieldKind::kCountries:
             return {{"type", "array"},
-                    {"maxItems", bytes_left / 3},
+                    {"maxItems", bytes_left / kLanguageSize},
                     {"items", reference("language")}};
         case FieldKind::kText: {
             ordered_json text = reference("text");
@@ -269,20 +270,15 @@ ordered_json Schema::descriptor() {
     }
     ordered_json schema = with_note("raw with tag and data, or one name with its fields",
                                     object_of(properties, {}));
-    schema["oneOf"] = {{{"required", {"tag", "data"}}, {"maxProperties", 2}},
-                       {{"minProperties", 1},
-                        {"maxProperties", 1},
-                        {"properties", {{"tag", false}, {"data", false}}}}};
+    schema["oneOf"] = ordered_json::parse(R"([
+        {"required": ["tag", "data"], "maxProperties": 2},
+        {"minProperties": 1, "maxProperties": 1, "properties": {"tag": false, "data": false}}
+    ])");
     return schema;
 }
 
 void Schema::define_descriptors() {
-    definitions_["bcd"] = bcd_schema();
-    definitions_["language"] =
-        with_note("ISO 639-2 or, of a country, ISO 3166",
-                  {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
-    definitions_["text"] = {{"type", "string"},
-                            {"pattern", R"(^[^\u0000-\u001F\u007F-\u009F]*$)"}};
+    definitions_.update(ordered_json::parse(kDefinitions));
     ordered_json codings;
     for (const DvbCoding& coding : dvb_codings()) codings.push_back(coding.name);
     definitions_["coding"] = with_note(
