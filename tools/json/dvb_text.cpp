@@ -14,13 +14,13 @@ namespace {
 
 using Utf8 = boost::locale::utf::utf_traits<char>;
 
-constexpr std::string_view kEuroInUtf8 = "\xE2\x82\xAC";
-constexpr std::string_view kEuroInDefaultTable = "\xA4";
+constexpr const char* kUtf8 = "UTF-8";
+constexpr const char* kIso6937 = "ISO_6937";
 
 // ETSI EN 300 468, tables A.3 and A.4.
 std::vector<DvbCoding> all_codings() {
     std::vector<DvbCoding> codings{
-        {"default", "", "ISO_6937", true},    {"UTF-8", "\x15", "UTF-8", false},
+        {"default", "", kIso6937, true},      {"UTF-8", "\x15", kUtf8, false},
         {"UCS-2", "\x11", "UCS-2BE", false},  {"KS-X-1001", "\x12", "EUC-KR", false},
         {"GB-2312", "\x13", "GB2312", false}, {"UCS-2/0x14", "\x14", "UCS-2BE", false},
     };
@@ -57,8 +57,9 @@ iconv_t conversion_between(const std::string& from, const std::string& to) {
     return conversion.get();
 }
 
-std::optional<std::string> convert(const std::string& from, const std::string& to,
-                                   std::string_view text) {
+// Converts what the library knows of the two.
+std::optional<std::string> convert_known(const std::string& from, const std::string& to,
+                                         std::string_view text) {
     void* const conversion = conversion_between(from, to);
     if (conversion == nullptr) return std::nullopt;
     iconv(conversion, nullptr, nullptr, nullptr, nullptr);  // forgets an earlier failure
@@ -75,21 +76,24 @@ std::optional<std::string> convert(const std::string& from, const std::string& t
     return converted;
 }
 
-// Converts like `convert`, also with one character that the library lacks in both
-// codings.
-std::optional<std::string> convert_around(std::string_view known_from,
-                                          std::string_view known_to,
-                                          const std::string& from, const std::string& to,
-                                          std::string_view text) {
+std::string_view euro_in(const std::string& charset) {
+    return charset == kUtf8 ? "\xE2\x82\xAC" : "\xA4";
+}
+
+// Converts between UTF-8 and another charset. ISO 6937 is the default table here, which
+// has a euro sign.
+std::optional<std::string> convert(const std::string& from, const std::string& to,
+                                   std::string_view text) {
+    if (from != kIso6937 && to != kIso6937) return convert_known(from, to, text);
     std::string converted;
     for (;;) {
-        const std::size_t end = text.find(known_from);
-        const auto piece = convert(from, to, text.substr(0, end));
+        const std::size_t end = text.find(euro_in(from));
+        const auto piece = convert_known(from, to, text.substr(0, end));
         if (!piece) return std::nullopt;
         converted += *piece;
         if (end == std::string_view::npos) return converted;
-        converted += known_to;
-        text.remove_prefix(end + known_from.size());
+        converted += euro_in(to);
+        text.remove_prefix(end + euro_in(from).size());
     }
 }
 
@@ -115,27 +119,14 @@ const DvbCoding& utf_8() {
     return dvb_codings()[1];
 }
 
-// Converts between UTF-8 and the coding, which has its controls at U+0080 to U+009F.
-std::optional<std::string> to_coding(const DvbCoding& coding,
-                                     std::string_view utf_8_text) {
-    if (&coding != &default_table()) return convert("UTF-8", coding.charset, utf_8_text);
-    return convert_around(kEuroInUtf8, kEuroInDefaultTable, "UTF-8", coding.charset,
-                          utf_8_text);
-}
-
-std::optional<std::string> from_coding(const DvbCoding& coding, std::string_view bytes) {
-    if (&coding != &default_table()) return convert(coding.charset, "UTF-8", bytes);
-    return convert_around(kEuroInDefaultTable, kEuroInUtf8, coding.charset, "UTF-8",
-                          bytes);
-}
-
 std::optional<std::string> encode(std::string_view text, const DvbCoding& coding) {
     const std::string controls = coding.has_one_byte_controls
                                      ? with_controls(kPrivateControls, kControls, text)
                                      : std::string(text);
-    const auto encoded = to_coding(coding, controls);
+    const auto encoded = convert(kUtf8, coding.charset, controls);
+    if (!encoded) return std::nullopt;
     // Some converters write a character that only looks alike.
-    if (!encoded || from_coding(coding, *encoded) != controls) return std::nullopt;
+    if (convert(coding.charset, kUtf8, *encoded) != controls) return std::nullopt;
     return coding.selector + *encoded;
 }
 
@@ -197,7 +188,8 @@ std::optional<DvbText> decode_dvb_text(std::string_view field) {
     if (field.empty()) return DvbText{"", nullptr};
     const DvbCoding* const coding = coding_of(field);
     if (coding == nullptr) return std::nullopt;
-    const auto converted = from_coding(*coding, field.substr(coding->selector.size()));
+    const auto converted =
+        convert(coding->charset, kUtf8, field.substr(coding->selector.size()));
     if (!converted) return std::nullopt;
     std::string text = with_controls(kControls, kPrivateControls, *converted);
     if (!is_dvb_text(text)) return std::nullopt;
