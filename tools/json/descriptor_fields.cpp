@@ -330,16 +330,17 @@ std::string take_bytes(const DescriptorField& field, BitReader& data, FieldValue
 
 // Takes the field's value. Returns what overruns the data, or an empty text.
 std::string take(const DescriptorField& field, BitReader& data, FieldValue& value) {
-    const bool has_length =
+    const bool may_have_length =
         field.kind == FieldKind::kText || field.kind == FieldKind::kBytes;
     if (data.bits_left() < field.bits) {
-        return (has_length ? "too short for the length of "s : "too short for ") +
+        return (may_have_length ? "too short for the length of "s : "too short for ") +
                field.name;
     }
-    if (has_length) return take_bytes(field, data, value);
+    if (may_have_length) return take_bytes(field, data, value);
     switch (field.kind) {
+        case FieldKind::kCharacterCode:
         case FieldKind::kLanguage:
-            value.bytes = data.take_bytes(kLanguageSize);
+            value.bytes = data.take_bytes(field.bits / kBitsOfByte);
             return {};
         case FieldKind::kCountries:
             value.bytes = data.take_bytes(data.bits_left() / kBitsOfByte);

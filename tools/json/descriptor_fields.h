@@ -45,7 +45,7 @@ enum class FieldNeed : std::uint8_t {
 
 struct DescriptorField {
     FieldKind kind;
-    unsigned bits;  // at most 62; of kText and kBytes: the length's, or 0 if they have
+    unsigned bits;  // at most 62; of a text or bytes: their length's, or 0 if they have
                     // none and take all bytes that are left
     const char* name;
     FieldNeed need = FieldNeed::kRequired;
@@ -84,8 +84,9 @@ struct DescriptorForm {
 [[nodiscard]] const DescriptorForm* form_of(
     const orvel::thrift::dvb_tables::Descriptor& descriptor);
 
-// A field in a descriptor. `bytes` is the content of languages, texts and bytes, and
-// points into the descriptor's data; `number` is the value of all other kinds.
+// A field in a descriptor. `bytes` is the content of character codes, languages,
+// countries, texts and bytes, and points into the descriptor's data; `number` is the
+// value of all other kinds.
 struct FieldValue {
     const DescriptorField* field;
     std::uint64_t number;

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <boost/algorithm/hex.hpp>
+
 #include "dvb/section_limits.h"
 #include "tools/json/descriptor_fields.h"
 #include "tools/json/dvb_text.h"
@@ -83,14 +85,6 @@ private:
     std::optional<JsonNode> longest_text_;
     std::size_t longest_size_ = 0;  // of that text, as it is coded
 };
-
-std::string character_code_text(std::uint64_t code) {
-    std::string text;
-    for (const unsigned shift : {24U, 16U, 8U, 0U})
-        text += static_cast<char>(code >> shift);
-    return is_character_code(text) ? text
-                                   : hex_number(static_cast<std::int64_t>(code), 8);
-}
 
 std::string language_from_json(const JsonNode& node) {
     if (!is_language(node.text())) node.mistake("a code of three letters, as in \"eng\"");
@@ -238,7 +232,9 @@ void add_field(const FieldValue& value, ordered_json& entry) {
                             static_cast<int>(value.field->bits + 3) / 4);
             return;
         case FieldKind::kCharacterCode:
-            to = character_code_text(value.number);
+            to = value.bytes;
+            if (!is_character_code(value.bytes))
+                to = "0x" + boost::algorithm::hex(std::string(value.bytes));
             return;
         case FieldKind::kFlag:
             to = value.number != 0;
