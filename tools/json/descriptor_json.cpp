@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <locale>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,8 @@
 #include <vector>
 
 #include <boost/algorithm/hex.hpp>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/predicate.hpp>
 
 #include "dvb/section_limits.h"
 #include "tools/json/descriptor_fields.h"
@@ -25,22 +28,15 @@ namespace {
 constexpr std::size_t kCharacterCodeSize = 4;
 constexpr std::uint64_t kAllOnes = ~std::uint64_t{0};
 
-bool is_ascii_letter(char byte) {
-    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
-}
-
+// The classic locale knows the characters of ASCII alone.
 bool is_language(std::string_view code) {
-    return code.size() == kLanguageSize &&
-           std::all_of(code.begin(), code.end(), is_ascii_letter);
-}
-
-bool is_printable_ascii(char byte) {
-    return byte >= ' ' && byte <= '~';
+    const auto is_letter = boost::algorithm::is_alpha(std::locale::classic());
+    return code.size() == kLanguageSize && boost::algorithm::all(code, is_letter);
 }
 
 bool is_character_code(std::string_view text) {
-    return text.size() == kCharacterCodeSize &&
-           std::all_of(text.begin(), text.end(), is_printable_ascii);
+    const auto is_printable = boost::algorithm::is_print(std::locale::classic());
+    return text.size() == kCharacterCodeSize && boost::algorithm::all(text, is_printable);
 }
 
 // Writes the data of a descriptor, the most significant bit first.
@@ -208,13 +204,8 @@ void entry_from_json(const DescriptorForm& form, const JsonNode& node,
 Descriptor named_from_json(const DescriptorForm& form, const JsonNode& node) {
     DescriptorWriter writer;
     if (form.extension) writer.put(*form.extension, 8);
-    if (form.is_list) {
-        for (const JsonNode& entry : node.elements()) {
-            entry.keep([&] { entry_from_json(form, entry, writer); });
-        }
-    } else {
-        entry_from_json(form, node, writer);
-    }
+    for (const JsonNode& entry : form.is_list ? node.elements() : std::vector{node})
+        entry.keep([&] { entry_from_json(form, entry, writer); });
     Descriptor descriptor;
     descriptor.tag = form.tag;
     descriptor.data = std::move(writer).data(node);
