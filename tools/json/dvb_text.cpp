@@ -8,6 +8,7 @@
 #include <memory>
 #include <utility>
 
+#include <boost/algorithm/string/predicate.hpp>
 #include <boost/locale/utf.hpp>
 
 namespace {
@@ -134,10 +135,8 @@ std::optional<std::string> encode(std::string_view text, const DvbCoding& coding
 const DvbCoding* coding_of(std::string_view field) {
     if (static_cast<std::uint8_t>(field.front()) >= ' ') return &default_table();
     for (const DvbCoding& coding : dvb_codings()) {
-        const std::string_view selector = coding.selector;
-        const bool is_selected =
-            !selector.empty() && field.substr(0, selector.size()) == selector;
-        if (is_selected) return &coding;
+        if (&coding == &default_table()) continue;
+        if (boost::algorithm::starts_with(field, coding.selector)) return &coding;
     }
     return nullptr;
 }
