@@ -2,9 +2,7 @@
 // two tables of its manual, from the descriptions of the fields that the reader and the
 // writer use too.
 
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -16,6 +14,7 @@
 #include "tools/json/dvb_text.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
+#include "tools/json/text_file.h"
 
 using nlohmann::ordered_json;
 using namespace orvel::thrift::dvb_tables;
@@ -379,11 +378,6 @@ std::string manual_descriptors() {
     return text + ".TE\n";
 }
 
-std::string content_of(const char* path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // Replaces the first table at `from` or after. Returns the end of the new one.
 std::size_t replace_table(std::string& manual, std::size_t from,
                           const std::string& table) {
@@ -402,9 +396,10 @@ int main(int argc, char* argv[]) {
         std::cerr << "usage: write_format SCHEMA MANUAL\n";
         return 2;
     }
-    std::string manual = content_of(argv[2]);
+    std::string manual = read_text_file(argv[2], FileKind::kRegular);
     const std::size_t end = replace_table(manual, 0, manual_fields());
     replace_table(manual, end, manual_descriptors());
-    std::ofstream(argv[1]) << compact_json(Schema().multiplex(), kWidth) << '\n';
-    std::ofstream(argv[2]) << manual;
+    const std::string schema = compact_json(Schema().multiplex(), kWidth) + '\n';
+    replace_text_file(argv[1], schema, FileUse::kReport);
+    replace_text_file(argv[2], manual, FileUse::kReport);
 }
