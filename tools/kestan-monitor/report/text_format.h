@@ -4,13 +4,21 @@
 #include <cstdint>
 #include <string>
 
+#include "dvb/nanoseconds.h"
+
 // Numbers and times as the reports show them. Durations and times are nanoseconds.
 
 constexpr double kBitsPerKbit = 1000;
 
-[[nodiscard]] double to_ms(double ns);
-[[nodiscard]] double to_ms(std::int64_t ns);
-[[nodiscard]] double to_seconds(std::int64_t ns);
+[[nodiscard]] constexpr double to_ms(double ns) {
+    return ns / kNsPerMs;
+}
+[[nodiscard]] constexpr double to_ms(std::int64_t ns) {
+    return to_ms(static_cast<double>(ns));
+}
+[[nodiscard]] constexpr double to_seconds(std::int64_t ns) {
+    return static_cast<double>(ns) / kNsPerSecond;
+}
 
 // Returns a text such as "12.3 ms".
 [[nodiscard]] std::string ms_text(std::int64_t ns);
