@@ -6,12 +6,12 @@
 
 namespace {
 
-struct Character {
-    std::size_t bytes;
-    std::size_t columns;
+struct Extent {
+    std::size_t bytes = 0;
+    std::size_t columns = 0;
 };
 
-Character first_of(const std::string& text, std::size_t at) {
+Extent first_character(const std::string& text, std::size_t at) {
     static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     if (utf8 == nullptr) return {1, 1};
     const locale_t before = uselocale(utf8);
@@ -25,34 +25,28 @@ Character first_of(const std::string& text, std::size_t at) {
     return {is_valid ? bytes : 1, columns < 0 ? 1 : static_cast<std::size_t>(columns)};
 }
 
-// Returns how many bytes of `text` fit in `columns`.
-std::size_t fitting(const std::string& text, std::size_t columns) {
-    std::size_t at = 0;
-    while (at < text.size()) {
-        const Character next = first_of(text, at);
-        if (next.columns > columns) break;
-        columns -= next.columns;
-        at += next.bytes;
+// Returns how much of `text` fits in `columns`.
+Extent fitting(const std::string& text, std::size_t columns) {
+    Extent fits;
+    while (fits.bytes < text.size()) {
+        const Extent next = first_character(text, fits.bytes);
+        if (next.columns > columns - fits.columns) break;
+        fits.bytes += next.bytes;
+        fits.columns += next.columns;
     }
-    return at;
+    return fits;
 }
 
 }  // namespace
 
 std::size_t text_width(const std::string& text) {
-    std::size_t width = 0;
-    for (std::size_t at = 0; at < text.size();) {
-        const Character next = first_of(text, at);
-        width += next.columns;
-        at += next.bytes;
-    }
-    return width;
+    return fitting(text, SIZE_MAX).columns;
 }
 
 std::string cut(const std::string& text, std::size_t columns) {
     if (columns == 0) return "";
-    if (fitting(text, columns) == text.size()) return text;
-    return text.substr(0, fitting(text, columns - 1)) + "…";
+    if (fitting(text, columns).bytes == text.size()) return text;
+    return text.substr(0, fitting(text, columns - 1).bytes) + "…";
 }
 
 std::string padded(const std::string& text, std::size_t columns) {
