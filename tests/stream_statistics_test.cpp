@@ -104,7 +104,8 @@ TEST(StreamStatistics, LimitsThePauseBetweenSectionsToTheNanosecond) {
 }
 
 TEST(Repetition, MeasuresTheIntervalsOfEachSectionAndTheirDifferences) {
-    Repetition repetition(std::nullopt, nullptr);
+    FaultLog log;
+    Repetition repetition(kCatPid, {TableKind::kCat}, log);
     for (const int now : {0, 10, 30, 35}) repetition.add(1, 1, now);
     repetition.add(0, 1, 34);
     EXPECT_EQ(repetition.intervals().least, 5);

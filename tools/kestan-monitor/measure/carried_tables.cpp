@@ -45,7 +45,7 @@ Multiplex carried_tables(const std::map<std::uint16_t, PidRecord>& pids) {
     return collector.tables();
 }
 
-std::map<std::uint16_t, std::string> service_names(const Multiplex& tables) {
+std::map<std::uint16_t, std::string> service_names_in(const Multiplex& tables) {
     std::map<std::uint16_t, std::string> names;
     if (!tables.sdt) return names;
     for (const auto& service : tables.sdt->services) {

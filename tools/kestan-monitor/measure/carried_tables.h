@@ -14,6 +14,7 @@
 
 // Returns the names in the service descriptors (ETSI EN 300 468, 6.2.33) of `tables`'
 // SDT, by service_id, without control characters.
-[[nodiscard]] std::map<std::uint16_t, std::string> service_names(const Multiplex& tables);
+[[nodiscard]] std::map<std::uint16_t, std::string> service_names_in(
+    const Multiplex& tables);
 
 #endif

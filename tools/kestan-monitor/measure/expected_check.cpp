@@ -57,18 +57,18 @@ void ExpectedCheck::compare(std::int64_t now, const Multiplex& on_air) {
     std::map<Place, Difference> found;
     for (TableDifference& difference :
          table_differences(on_air, *files_, compares_versions_)) {
-        const Place place{
-            difference.kind, difference.pid, {difference.table, difference.service_id}};
-        Fault fault{FaultKind::kExpected, place.pid, place.table};
+        const TableKey table{difference.table, difference.service_id};
+        const Place place{difference.kind, difference.pid, table};
+        Fault fault{FaultKind::kExpected, difference.pid, table};
         fault.detail = std::move(difference.text);
         const auto before = differences_.find(place);
-        if (before == differences_.end()) {
-            found.emplace(place, Difference{std::move(fault), now, now});
-        } else if (before->second.fault.detail == fault.detail) {
-            found.emplace(place, before->second);
-        } else {
-            found.emplace(place, Difference{std::move(fault), before->second.since, now});
+        const bool is_new = before == differences_.end();
+        if (!is_new && before->second.fault.detail == fault.detail) {
+            found.insert(*before);
+            continue;
         }
+        const std::int64_t since = is_new ? now : before->second.since;
+        found.emplace(place, Difference{std::move(fault), since, now});
     }
     differences_.swap(found);
     is_compared_ = true;

@@ -48,17 +48,8 @@ public:
     [[nodiscard]] std::optional<std::size_t> differences() const;
 
 private:
-    // What differs: a table, in one respect.
-    struct Place {
-        DifferenceKind kind;
-        std::uint16_t pid;
-        TableKey table;
-
-        bool operator<(const Place& other) const {
-            return std::tie(kind, pid, table) <
-                   std::tie(other.kind, other.pid, other.table);
-        }
-    };
+    // What differs: the table on a PID, in one respect.
+    using Place = std::tuple<DifferenceKind, std::uint16_t, TableKey>;
 
     // `found` is the time of the fault, and `since` that of the first one at its place.
     struct Difference {

@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "tools/kestan-monitor/measure/accepted_fault.h"
 #include "tools/kestan-monitor/measure/fault.h"
 
 // Counts faults by kind and place, with the times of the first and the last. Those that

@@ -6,12 +6,7 @@
 
 // The least, the mean and the greatest value of a series; all are 0 while it is empty.
 struct Spread {
-    void add(std::int64_t value) {
-        least = count == 0 ? value : std::min(least, value);
-        greatest = count == 0 ? value : std::max(greatest, value);
-        sum += value;
-        ++count;
-    }
+    void add(std::int64_t value) { add(Spread{value, value, value, 1}); }
 
     void add(const Spread& other) {
         if (other.count == 0) return;

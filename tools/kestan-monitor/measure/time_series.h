@@ -3,10 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <utility>
 #include <vector>
 
 #include "dvb/nanoseconds.h"
+#include "tools/kestan-monitor/measure/fault.h"
 #include "tools/kestan-monitor/measure/spread.h"
 
 // A series of values over time, in bounded memory: the first kMaxPoints values, and all
@@ -17,7 +19,14 @@ public:
     static constexpr std::size_t kMaxPoints = 1000;
     static constexpr std::size_t kMaxBins = 600;
 
-    void add(std::int64_t time, std::int64_t value);
+    void add(std::int64_t time, std::int64_t value) {
+        total_.add(value);
+        if (points_.size() < kMaxPoints) points_.emplace_back(time, value);
+        while (time / bin_width_ >= static_cast<std::int64_t>(kMaxBins)) halve();
+        const auto bin = static_cast<std::size_t>(time / bin_width_);
+        if (bins_.size() <= bin) bins_.resize(bin + 1);
+        bins_[bin].add(value);
+    }
 
     // Returns all values with their times. REQUIRES: has_all_points().
     [[nodiscard]] const std::vector<std::pair<std::int64_t, std::int64_t>>& points()
@@ -33,12 +42,25 @@ public:
     [[nodiscard]] const Spread& total() const { return total_; }
 
 private:
-    void halve();
+    void halve() {
+        std::vector<Spread> wider((bins_.size() + 1) / 2);
+        for (std::size_t i = 0; i < bins_.size(); ++i) wider[i / 2].add(bins_[i]);
+        bins_.swap(wider);
+        bin_width_ *= 2;
+    }
 
     std::vector<std::pair<std::int64_t, std::int64_t>> points_;
     std::vector<Spread> bins_;
     std::int64_t bin_width_ = 100 * kNsPerMs;
     Spread total_;
+};
+
+// What a stream has been like since the time `start`: the intervals between sections of
+// one number, by PID and table, and the packets of its datagrams.
+struct StreamSeries {
+    std::int64_t start;
+    std::map<std::pair<std::uint16_t, TableKey>, TimeSeries> intervals = {};
+    TimeSeries packets = {};
 };
 
 #endif

@@ -1,164 +1,154 @@
-#include "tools/kestan-monitor/report/metrics.h"
-
 #include <fmt/format.h>
 
-#include <functional>
+#include <deque>
+#include <map>
+#include <utility>
 
 #include "tools/json/number_text.h"
 #include "tools/kestan-monitor/report/fault_text.h"
+#include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
-constexpr const char* kPrefix = "kestan_monitor_";
-
-// Builds the text, family by family.
-class MetricsText {
+// The text of one metric. Labels are a text such as ",pid=\"0x0100\"", or empty.
+class Family {
 public:
-    explicit MetricsText(const Report& report)
-        : report_(report), stream_("stream=\"" + report.address + '"') {}
-
-    void family(const char* name, const char* type, const char* help) {
-        name_ = kPrefix + std::string(name);
-        text_ += "# HELP " + name_ + ' ' + help + "\n# TYPE " + name_ + ' ' + type + '\n';
+    Family(const std::string& stream, const std::string& name, const char* help)
+        : sample_(fmt::format("kestan_monitor_{}{{stream=\"{}\"", name, stream)) {
+        const bool is_counter = name.find("_total") != std::string::npos;
+        text_ =
+            fmt::format("# HELP kestan_monitor_{0} {1}\n# TYPE kestan_monitor_{0} {2}\n",
+                        name, help, is_counter ? "counter" : "gauge");
     }
 
-    // Appends a sample. `labels` is a text such as "pid=\"0x0100\"", or empty.
-    void sample(const std::string& labels, double value) {
-        text_ += sample_name(labels) + fmt::format(" {:.9g}\n", value);
+    void add(const std::string& labels, std::uint64_t value) {
+        text_ += fmt::format("{}{}}} {}\n", sample_, labels, value);
     }
-    void sample(const std::string& labels, std::uint64_t value) {
-        text_ += sample_name(labels) + ' ' + std::to_string(value) + '\n';
+    void add(const std::string& labels, double value) {
+        text_ += fmt::format("{}{}}} {:.9g}\n", sample_, labels, value);
     }
 
-    void add_by_check(const std::function<std::uint64_t(FaultKind)>& count) {
-        std::map<std::string, std::uint64_t> counts;
-        for (std::size_t i = 0; i < kFaultKinds; ++i) {
-            const auto kind = static_cast<FaultKind>(i);
-            counts[check_name(kind)] += count(kind);
+    [[nodiscard]] const std::string& text() const { return text_; }
+
+private:
+    std::string sample_;  // what each sample begins with
+    std::string text_;
+};
+
+std::string pid_label(std::uint16_t pid) {
+    return fmt::format(",pid=\"{}\"", pid_text(pid));
+}
+
+std::string table_label(const TableKey& table) {
+    const auto label = fmt::format(",table=\"{}\"", table_info(table.kind).name);
+    if (table.kind != TableKind::kPmt) return label;
+    return label + fmt::format(",service_id=\"{}\"", table.service_id);
+}
+
+// Collects the families in the order of the text.
+class Metrics {
+public:
+    explicit Metrics(const Report& report)
+        : report_(report), stream_(report.stream), faults_(stream_.faults()) {}
+
+    void add_stream() {
+        add("up", "1 while datagrams come.").add("", std::uint64_t{stream_.is_up()});
+        add("datagrams_total", "Datagrams received.").add("", stream_.datagrams());
+        Family& rate = add("bit_rate", "Bits per second of the last second.");
+        rate.add("", report_.rates.stream);
+        add_checks();
+        const auto differences = stream_.expected_differences();
+        if (!differences) return;
+        Family& expected = add("expected_differences",
+                               "Differences from the files that are not accepted.");
+        expected.add("", std::uint64_t{*differences});
+    }
+
+    void add_pids() {
+        Family& packets = add("packets_total", "Transport packets received.");
+        Family& rates = add("pid_bit_rate", "Bits per second of the last second.");
+        Family& continuity = add("continuity_errors_total", "Continuity errors.");
+        Family& crc = add("crc_errors_total", "Sections with a wrong CRC_32.");
+        for (const auto& [number, pid] : stream_.pids()) {
+            if (pid.packets == 0) continue;
+            const std::string label = pid_label(number);
+            packets.add(label, pid.packets);
+            const auto rate = report_.rates.pids.find(number);
+            if (rate != report_.rates.pids.end()) rates.add(label, rate->second);
+            continuity.add(label, faults_.count(pid.fault(FaultKind::kContinuity)));
+            crc.add(label, faults_.count(pid.fault(FaultKind::kCrc)));
         }
-        for (const auto& [check, of_it] : counts) sample("check=\"" + check + '"', of_it);
     }
 
-    void for_each_pid(const std::function<void(const PidRecord&)>& visit) {
-        for (const auto& [number, pid] : report_.stream.pids()) {
-            if (pid.packets > 0) visit(pid);
-        }
-    }
-
-    void for_each_table(
-        const std::function<void(const std::string& labels, const TableRecord&)>& visit) {
-        for (const auto& [number, pid] : report_.stream.pids()) {
+    void add_tables() {
+        Family& last = add("last_interval_seconds",
+                           "Time between the last two sections of one number.");
+        Family& longest = add("longest_interval_seconds",
+                              "Longest time without a section of one number.");
+        Family& age = add("table_age_seconds", "Time since the last whole section.");
+        Family& overdue =
+            add("repetition_faults_total", "Times that a section was away for too long.");
+        for (const auto& [number, pid] : stream_.pids()) {
             for (const auto& [key, table] : pid.tables) {
-                std::string labels =
-                    pid_label(pid) + ",table=\"" + table_info(key.kind).name + '"';
-                if (key.kind == TableKind::kPmt)
-                    labels += ",service_id=\"" + std::to_string(key.service_id) + '"';
-                visit(labels, table);
+                const std::string labels = pid_label(number) + table_label(key);
+                const Repetition& repetition = table.repetition();
+                if (repetition.intervals().count > 0)
+                    last.add(labels, to_seconds(repetition.last_interval()));
+                longest.add(labels, to_seconds(repetition.longest()));
+                // A service that has ended must not look like a table that is away.
+                const bool is_on_air =
+                    key.kind != TableKind::kPmt || table.is_announced();
+                if (is_on_air && table.last_section())
+                    age.add(labels, to_seconds(stream_.now() - *table.last_section()));
+                overdue.add(labels,
+                            faults_.count(table.fault(FaultKind::kAbsence)) +
+                                faults_.count(table.fault(FaultKind::kRepetition)));
             }
         }
     }
 
-    static std::string pid_label(const PidRecord& pid) {
-        return "pid=\"" + pid_text(pid.number) + '"';
+    [[nodiscard]] std::string text() const {
+        std::string text;
+        for (const Family& family : families_) text += family.text();
+        return text + "# EOF\n";
     }
 
-    [[nodiscard]] std::string finished() && { return std::move(text_) + "# EOF\n"; }
-
 private:
-    [[nodiscard]] std::string sample_name(const std::string& labels) const {
-        return name_ + '{' + stream_ + (labels.empty() ? "" : ",") + labels + '}';
+    Family& add(const char* name, const char* help) {
+        return families_.emplace_back(report_.address, name, help);
+    }
+
+    void add_checks() {
+        std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> counts;
+        for (std::size_t i = 0; i < kFaultKinds; ++i) {
+            const auto kind = static_cast<FaultKind>(i);
+            auto& [total, accepted] = counts[check_name(kind)];
+            total += faults_.total(kind);
+            accepted += faults_.total_accepted(kind);
+        }
+        Family& totals = add("faults_total", "What was outside the limits, by check.");
+        Family& accepted = add("accepted_faults_total",
+                               "Those of faults_total that are known, by check.");
+        for (const auto& [check, count] : counts) {
+            const std::string label = fmt::format(",check=\"{}\"", check);
+            totals.add(label, count.first);
+            accepted.add(label, count.second);
+        }
     }
 
     const Report& report_;
-    std::string stream_;
-    std::string name_;
-    std::string text_;
+    const StreamStatistics& stream_;
+    const FaultLog& faults_;
+    std::deque<Family> families_;  // references stay valid when others are added
 };
-
-void add_stream(const Report& report, MetricsText& metrics) {
-    const StreamStatistics& stream = report.stream;
-    metrics.family("up", "gauge", "1 while datagrams come.");
-    metrics.sample("", std::uint64_t{stream.is_up() ? 1u : 0u});
-    metrics.family("datagrams_total", "counter", "Datagrams received.");
-    metrics.sample("", stream.datagrams());
-    metrics.family("bit_rate", "gauge", "Bits per second of the last second.");
-    metrics.sample("", report.rates.stream);
-    metrics.family("faults_total", "counter", "What was outside the limits, by check.");
-    metrics.add_by_check([&](FaultKind kind) { return stream.faults().total(kind); });
-    metrics.family("accepted_faults_total", "counter",
-                   "Those of faults_total that are known, by check.");
-    metrics.add_by_check(
-        [&](FaultKind kind) { return stream.faults().total_accepted(kind); });
-    const auto differences = stream.expected_differences();
-    if (!differences) return;
-    metrics.family("expected_differences", "gauge",
-                   "Differences from the files that are not accepted.");
-    metrics.sample("", std::uint64_t{*differences});
-}
-
-void add_pids(const Report& report, MetricsText& metrics) {
-    const auto count = [&](FaultKind kind) {
-        metrics.for_each_pid([&](const PidRecord& pid) {
-            metrics.sample(MetricsText::pid_label(pid),
-                           report.stream.faults().count(pid.fault(kind)));
-        });
-    };
-    metrics.family("packets_total", "counter", "Transport packets received.");
-    metrics.for_each_pid([&](const PidRecord& pid) {
-        metrics.sample(MetricsText::pid_label(pid), pid.packets);
-    });
-    metrics.family("pid_bit_rate", "gauge", "Bits per second of the last second.");
-    metrics.for_each_pid([&](const PidRecord& pid) {
-        const auto rate = report.rates.pids.find(pid.number);
-        if (rate != report.rates.pids.end())
-            metrics.sample(MetricsText::pid_label(pid), rate->second);
-    });
-    metrics.family("continuity_errors_total", "counter", "Continuity errors.");
-    count(FaultKind::kContinuity);
-    metrics.family("crc_errors_total", "counter", "Sections with a wrong CRC_32.");
-    count(FaultKind::kCrc);
-}
-
-// A service that has ended must not look like a table that is away.
-bool is_on_air(const TableRecord& table) {
-    return table.place().table->kind != TableKind::kPmt || table.is_announced();
-}
-
-void add_tables(const Report& report, MetricsText& metrics) {
-    metrics.family("last_interval_seconds", "gauge",
-                   "Time between the last two sections of one number.");
-    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
-        const Repetition& repetition = table.repetition();
-        if (repetition.intervals().count > 0)
-            metrics.sample(labels, to_seconds(repetition.last_interval()));
-    });
-    metrics.family("longest_interval_seconds", "gauge",
-                   "Longest time without a section of one number.");
-    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
-        metrics.sample(labels, to_seconds(table.repetition().longest()));
-    });
-    metrics.family("table_age_seconds", "gauge", "Time since the last whole section.");
-    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
-        const auto last = table.last_section();
-        if (last && is_on_air(table))
-            metrics.sample(labels, to_seconds(report.stream.now() - *last));
-    });
-    metrics.family("repetition_faults_total", "counter",
-                   "Times that a section was away for too long.");
-    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
-        const FaultLog& faults = report.stream.faults();
-        metrics.sample(labels, faults.count(table.fault(FaultKind::kAbsence)) +
-                                   faults.count(table.fault(FaultKind::kRepetition)));
-    });
-}
 
 }  // namespace
 
 std::string metrics_text(const Report& report) {
-    MetricsText metrics(report);
-    add_stream(report, metrics);
-    add_pids(report, metrics);
-    add_tables(report, metrics);
-    return std::move(metrics).finished();
+    Metrics metrics(report);
+    metrics.add_stream();
+    metrics.add_pids();
+    metrics.add_tables();
+    return metrics.text();
 }

@@ -25,11 +25,10 @@ std::string name_of(const Report& report, const TableKey& key, const TableRecord
     if (key.kind == TableKind::kTdt && table.utc())
         return "TDT " + utc_text(*table.utc(), width >= kTdtNameWidth);
     if (key.kind != TableKind::kPmt) return table_name(key);
-    std::string name = fmt::format("PMT {}", key.service_id);
+    const std::string name = fmt::format("PMT {}", key.service_id);
     if (!table.is_announced()) return name + " (not in PAT)";
-    const auto service = report.service_names.find(key.service_id);
-    if (service != report.service_names.end()) name += ' ' + service->second;
-    return name;
+    const std::string* const service = report.service_name(key);
+    return service == nullptr ? name : name + ' ' + *service;
 }
 
 std::string pid_columns(const Report& report, const PidRecord& pid) {
