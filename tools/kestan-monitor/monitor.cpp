@@ -120,7 +120,8 @@ void Monitor::look_at_terminal() {
 }
 
 void Monitor::every_second(std::int64_t complete_until) {
-    advance(complete_until);
+    read_clock();
+    stream_.advance(complete_until, receiver_.lost());
     rates_ = meter_.measure(stream_);
     write_files();
     if (screen_) draw();
@@ -167,11 +168,6 @@ void Monitor::read_clock() {
     stream_.set_civil_clock(
         civil_minus_steady_ns(),
         is_compared ? std::optional(to_ns(options_.clock_tolerance_s)) : std::nullopt);
-}
-
-void Monitor::advance(std::int64_t complete_until) {
-    read_clock();
-    stream_.advance(complete_until, receiver_.lost());
 }
 
 void Monitor::draw() {

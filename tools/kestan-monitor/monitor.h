@@ -60,7 +60,6 @@ private:
     void look_at_terminal();
     void every_second(std::int64_t complete_until);
     void read_clock();
-    void advance(std::int64_t complete_until);
     void write_files();
     void open_files();
     void write_metrics() const;

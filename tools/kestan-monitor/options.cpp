@@ -38,22 +38,22 @@ bool is_for_streams(const Rule& rule) {
     return rule.scope == RuleScope::kAllTables && rule.severity != Severity::kInformation;
 }
 
-// Returns the faults that the user calls "CHECK" or "CHECK:PID", where CHECK is a check
+// Appends the faults that the user calls "CHECK" or "CHECK:PID", where CHECK is a check
 // or a rule of the check `consistency`. Throws std::invalid_argument, with a message for
 // the user, if there are none: `consistency` itself would accept what nobody knows yet.
-std::vector<AcceptedFault> accepted_faults(const std::string& text) {
+void add_accepted(const std::string& text, std::vector<AcceptedFault>& to) {
     const std::size_t colon = text.find(':');
     const std::string name = text.substr(0, colon);
     AcceptedFault accepted{};
     if (colon != std::string::npos) accepted.pid = pid_of(text.substr(colon + 1));
-    std::vector<AcceptedFault> found;
+    const std::size_t before = to.size();
     std::set<std::string> checks;
     std::set<std::string> rules;
     const auto offer = [&](FaultKind kind, std::string_view rule, std::string_view its) {
         accepted.kind = kind;
         accepted.rule = rule;
         (rule.empty() ? checks : rules).emplace(its);
-        if (name == its) found.push_back(accepted);
+        if (name == its) to.push_back(accepted);
     };
     for (std::size_t i = 0; i < kFaultKinds; ++i) {
         const auto kind = static_cast<FaultKind>(i);
@@ -62,7 +62,7 @@ std::vector<AcceptedFault> accepted_faults(const std::string& text) {
     for (const Rule& rule : all_rules()) {
         if (is_for_streams(rule)) offer(FaultKind::kConsistency, rule.name, rule.name);
     }
-    if (!found.empty()) return found;
+    if (to.size() > before) return;
     const std::string rule_names = boost::algorithm::join(rules, ", ");
     if (name == check_name(FaultKind::kConsistency))
         throw std::invalid_argument("--accept: consistency has many rules, name one: " +
@@ -89,11 +89,7 @@ void add_expectations(CLI::App& app, Options& options) {
     app.add_option_function<std::vector<std::string>>(
            "--accept",
            [&options](const std::vector<std::string>& texts) {
-               for (const std::string& text : texts) {
-                   const auto faults = accepted_faults(text);
-                   options.accepted.insert(options.accepted.end(), faults.begin(),
-                                           faults.end());
-               }
+               for (const std::string& text : texts) add_accepted(text, options.accepted);
            },
            "CHECK or CHECK:PID, a known fault that --check does not count: a check of "
            "kestan-monitor(1), or a rule that --json names. Repeatable")

@@ -47,13 +47,13 @@ void ConsistencyCheck::replace(const Multiplex& tables, std::int64_t now) {
     contradictions_.swap(found);
 }
 
-void ConsistencyCheck::advance(std::int64_t now, const LastPcr& last_pcr) {
+void ConsistencyCheck::advance(std::int64_t now, const PidRecords& pids) {
     for (auto& [fault, contradiction] : contradictions_) {
         if (now - contradiction.since <= *table_info(TableKind::kSdt).repetition_limit_ns)
             continue;
-        const auto pcr =
-            contradiction.pcr_pid ? last_pcr(*contradiction.pcr_pid) : std::nullopt;
-        if (pcr && *pcr >= contradiction.since) continue;
+        const auto& pcr_pid = contradiction.pcr_pid;
+        const auto pid = pcr_pid ? pids.find(*pcr_pid) : pids.end();
+        if (pid != pids.end() && pid->second.last_pcr >= contradiction.since) continue;
         if (!std::exchange(contradiction.is_logged, true))
             faults_.add(fault, contradiction.since);
     }

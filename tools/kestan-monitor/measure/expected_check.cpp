@@ -35,7 +35,8 @@ void ExpectedCheck::expect(Multiplex files, bool compares_versions) {
     is_compared_ = false;
 }
 
-void ExpectedCheck::advance(std::int64_t now, const Pids& pids, bool has_new_tables) {
+void ExpectedCheck::advance(std::int64_t now, const PidRecords& pids,
+                            bool has_new_tables) {
     if (!files_) return;
     std::vector<std::pair<std::uint16_t, TableKey>> on_air;
     for (const auto& [number, pid] : pids) {

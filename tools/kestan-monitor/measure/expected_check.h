@@ -24,8 +24,6 @@
 // nanoseconds of the steady clock. One thread.
 class ExpectedCheck {
 public:
-    using Pids = std::map<std::uint16_t, PidRecord>;
-
     explicit ExpectedCheck(FaultLog& faults) : faults_(faults) {}
 
     // Takes the tables of the files, in place of those before.
@@ -34,7 +32,7 @@ public:
     // Compares them with the tables on `pids` if any of these have changed, as
     // `has_new_tables` says, have come or have gone. Logs the differences that count by
     // `now`: each one once while it lasts.
-    void advance(std::int64_t now, const Pids& pids, bool has_new_tables);
+    void advance(std::int64_t now, const PidRecords& pids, bool has_new_tables);
 
     // Forgets what lasts: the stream is down, which is another fault. It is compared
     // again by the next advance().

@@ -32,4 +32,6 @@ struct PidRecord {
     std::optional<std::int64_t> unannounced_since;
 };
 
+using PidRecords = std::map<std::uint16_t, PidRecord>;  // by PID
+
 #endif

@@ -106,15 +106,19 @@ void StreamStatistics::assemble_sections(PidRecord& pid) {
     });
 }
 
+bool StreamStatistics::is_unannounced(std::uint16_t pid, const TableKey& key) const {
+    return key.kind == TableKind::kPmt && announced_.count({pid, key.service_id}) == 0;
+}
+
 // Returns null if the table is a new PMT that is not announced and kMaxUnannouncedTables
 // of those are kept already.
 TableRecord* StreamStatistics::find_or_add(PidRecord& pid, const TableKey& key) {
     const auto found = pid.tables.find(key);
     if (found != pid.tables.end()) return &found->second;
-    const bool is_unannounced = key.kind == TableKind::kPmt &&
-                                announced_.count({pid.number, key.service_id}) == 0;
-    if (is_unannounced && unannounced_tables_ == kMaxUnannouncedTables) return nullptr;
-    if (is_unannounced) ++unannounced_tables_;
+    if (is_unannounced(pid.number, key)) {
+        if (unannounced_tables_ == kMaxUnannouncedTables) return nullptr;
+        ++unannounced_tables_;
+    }
     return &pid.tables.try_emplace(key, pid.number, key, faults_).first->second;
 }
 
@@ -190,10 +194,7 @@ void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
     } else {
         expected_.advance(now_, pids_, has_new_tables);
     }
-    consistency_.advance(now_, [this](std::uint16_t pid) {
-        const auto found = pids_.find(pid);
-        return found == pids_.end() ? std::nullopt : found->second.last_pcr;
-    });
+    consistency_.advance(now_, pids_);
 }
 
 void StreamStatistics::replace_tables() {
@@ -314,16 +315,13 @@ void StreamStatistics::withdraw_unannounced(std::int64_t since) {
         if (table_on(number) == nullptr) pid.has_to_carry_tables = false;
         for (auto at = pid.tables.begin(); at != pid.tables.end();) {
             auto& [key, table] = *at;
-            const bool is_other = key.kind != TableKind::kPmt ||
-                                  announced_.count({number, key.service_id}) != 0;
-            if (is_other) {
-                ++at;
-                continue;
+            bool is_kept = true;
+            if (is_unannounced(number, key)) {
+                if (table.is_announced()) table.withdraw(since);
+                is_kept =
+                    table.sections() > 0 && unannounced_tables_ < kMaxUnannouncedTables;
+                if (is_kept) ++unannounced_tables_;
             }
-            if (table.is_announced()) table.withdraw(since);
-            const bool is_kept =
-                table.sections() > 0 && unannounced_tables_ < kMaxUnannouncedTables;
-            if (is_kept) ++unannounced_tables_;
             at = is_kept ? std::next(at) : pid.tables.erase(at);
         }
     }

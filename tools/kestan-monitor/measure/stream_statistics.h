@@ -75,7 +75,7 @@ public:
     void finish(std::int64_t now, std::uint64_t lost);
 
     [[nodiscard]] const FaultLog& faults() const { return faults_; }
-    [[nodiscard]] const std::map<std::uint16_t, PidRecord>& pids() const { return pids_; }
+    [[nodiscard]] const PidRecords& pids() const { return pids_; }
 
     // Returns whether datagrams have come, and the last one not too long ago.
     [[nodiscard]] bool is_up() const { return start_.has_value() && !is_silent_; }
@@ -115,6 +115,7 @@ private:
     void check_silence();
     PidRecord& expect_tables(std::uint16_t number);
     void assemble_sections(PidRecord& pid);
+    [[nodiscard]] bool is_unannounced(std::uint16_t pid, const TableKey& key) const;
     TableRecord* find_or_add(PidRecord& pid, const TableKey& key);
     void push_packet(const std::uint8_t* packet);
     void replace_tables();
@@ -144,7 +145,7 @@ private:
     RtpSequenceCheck rtp_sequence_{faults_};
     std::set<std::uint16_t> streams_;  // PIDs of the PMTs' streams
     std::optional<StreamSeries> series_;
-    std::map<std::uint16_t, PidRecord> pids_;
+    PidRecords pids_;
     std::set<std::pair<std::uint16_t, std::uint16_t>> announced_;  // PIDs, service_ids
     std::optional<std::int64_t> pat_followed_;                     // when
     std::optional<std::int64_t> pat_changed_;  // when, and it has not been followed since
