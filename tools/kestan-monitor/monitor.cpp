@@ -89,15 +89,16 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested,
 // Does not wait for a pipe: datagrams would be lost.
 void Monitor::read_expected_again() {
     auto tables = read_expected_tables(options_, FileKind::kRegular);
+    if (!tables) {
+        complain(Severity::kError, "kestan-monitor: the tables read before stay");
+        return;
+    }
     const auto& paths = options_.expected;
     const bool has_input =
         std::find(paths.begin(), paths.end(), kStandardInput) != paths.end();
-    complain(tables ? Severity::kInformation : Severity::kError,
-             std::string("kestan-monitor: ") +
-                 (!tables     ? "the tables read before stay"
-                  : has_input ? "files read again, but not standard input"
-                              : "files read again"));
-    if (tables) stream_.expect(*std::move(tables), !options_.any_version);
+    complain(Severity::kInformation, std::string("kestan-monitor: files read again") +
+                                         (has_input ? ", but not standard input" : ""));
+    stream_.expect(*std::move(tables), !options_.any_version);
 }
 
 std::int64_t Monitor::receive(std::int64_t timeout) {

@@ -9,7 +9,6 @@
 #include "tools/kestan-monitor/report/svg.h"
 #include "tools/kestan-monitor/report/text_format.h"
 #include "tools/kestan-monitor/report/text_report.h"
-#include "tools/kestan-monitor/report/text_width.h"
 
 namespace {
 

@@ -7,7 +7,6 @@
 #include "tools/json/number_text.h"
 #include "tools/kestan-monitor/report/fault_text.h"
 #include "tools/kestan-monitor/report/text_format.h"
-#include "tools/kestan-monitor/report/text_width.h"
 
 namespace {
 
@@ -43,16 +42,16 @@ std::string pid_columns(const Report& report, const PidRecord& pid) {
 
 std::string table_columns(TableKind kind, const TableRecord& table) {
     const Spread& intervals = table.repetition().intervals();
-    const auto ms_or_dash = [](bool is_known, double ns) {
+    const std::int64_t longest = table.repetition().longest();
+    const auto ms_or_dash = [](bool is_known, auto ns) {
         return is_known ? fmt::format("{:8.1f}", to_ms(ns)) : fmt::format("{:>8}", "-");
     };
     const auto version = table.version();
     const auto limit = table_info(kind).repetition_limit_ns;
     return fmt::format("{:>4}", version ? std::to_string(*version) : "-") +
-           ms_or_dash(intervals.count > 0, static_cast<double>(intervals.least)) +
+           ms_or_dash(intervals.count > 0, intervals.least) +
            ms_or_dash(intervals.count > 0, intervals.mean()) +
-           ms_or_dash(table.repetition().longest() > 0,
-                      static_cast<double>(table.repetition().longest())) +
+           ms_or_dash(longest > 0, longest) +
            fmt::format("{:>6}", limit ? fmt::format("{:.0f}", to_ms(*limit)) : "-");
 }
 
@@ -111,7 +110,7 @@ Lines silence_lines(const Report& report) {
             "Is kestan running, and does it send there (its option -O)?"};
 }
 
-Lines stream_lines(const Report& report, const std::string& verdict) {
+Lines stream_lines(const Report& report) {
     const StreamStatistics& stream = report.stream;
     const Spread& sizes = stream.packets_per_datagram();
     Lines lines{
@@ -120,7 +119,7 @@ Lines stream_lines(const Report& report, const std::string& verdict) {
         fmt::format("  bit rate   {:.1f} kbit/s; at most {:.1f} kbit/s in any {} ms",
                     report.rates.stream / kBitsPerKbit,
                     stream.peak_bit_rate() / kBitsPerKbit, kPeakWindowNs / kNsPerMs),
-        "  verdict    " + verdict,
+        "  verdict    " + verdict(stream.faults()),
         fmt::format("  datagrams  {} of {} to {} packets, {:.2f} on average{}; "
                     "{} malformed, {} lost here",
                     stream.datagrams(), sizes.least, sizes.greatest, sizes.mean(),
@@ -186,7 +185,7 @@ std::string text_report(const Report& report) {
     if (report.stream.datagrams() == 0) return joined(silence_lines(report));
     const FaultLog& faults = report.stream.faults();
     const std::size_t width = name_width(report, kGreatestNameWidth);
-    std::string text = joined(stream_lines(report, verdict(faults)));
+    std::string text = joined(stream_lines(report));
     text += joined(heading_lines(width));
     for (const auto& [number, pid] : report.stream.pids())
         text += joined(pid_lines(report, pid, width));

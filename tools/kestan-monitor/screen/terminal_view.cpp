@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tools/kestan-monitor/report/text_width.h"
+#include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
@@ -77,7 +77,7 @@ Lines TerminalView::whole_report(const Report& report, const TerminalSize& size)
     const std::size_t width =
         name_width(report, std::clamp(room, kLeastNameWidth, kGreatestNameWidth));
 
-    Lines lines = stream_lines(report, verdict(faults));
+    Lines lines = stream_lines(report);
     append(lines, heading_lines(width));
     const std::size_t left = size.rows - std::min(size.rows, lines.size());
     const std::size_t for_events = event_rows(left, faults.last_events().size());
