@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "dvb/nanoseconds.h"
-#include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "tools/kestan-monitor/measure/fault_log.h"
 
 // Finds a PAT that goes back to the transport_stream_id and version that it had a short

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "dvb/nanoseconds.h"
-#include "dvb/psi_si.h"
+#include "dvb/table_kind.h"
 #include "tools/kestan-monitor/measure/fault_log.h"
 
 // Checks that the time of a TDT advances and is right. Times are nanoseconds of the

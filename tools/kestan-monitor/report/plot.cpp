@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 #include "dvb/nanoseconds.h"
 #include "tools/json/number_text.h"
@@ -87,7 +88,7 @@ public:
             "", kMargin, 50,
             fmt::format("{}, {:.1f} s, {:.1f} kbit/s, at most {:.1f} kbit/s in any {} ms",
                         date_and_time(faults.to_civil(start_)), to_seconds(duration_),
-                        RateMeter().measure(report_.stream).stream / kBitsPerKbit,
+                        report_.rates.stream / kBitsPerKbit,
                         report_.stream.peak_bit_rate() / kBitsPerKbit,
                         kPeakWindowNs / kNsPerMs));
         svg_.text(faults.is_in_order() ? "good" : "bad", kMargin, 70, verdict(faults));

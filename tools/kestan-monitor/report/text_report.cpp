@@ -141,18 +141,18 @@ Lines heading_lines(std::size_t name_width) {
 }
 
 Lines pid_lines(const Report& report, const PidRecord& pid, std::size_t name_width) {
-    Lines lines;
-    if (pid.packets == 0 && pid.tables.empty()) return lines;
-    const bool is_shared = pid.tables.size() > 1;
-    std::string name = is_shared ? fmt::format("{} tables", pid.tables.size()) : "other";
-    std::string columns = pid_columns(report, pid);
+    if (pid.packets == 0 && pid.tables.empty()) return {};
+    const auto line = [&](const std::string& name) {
+        return pid_text(pid.number) + "  " + padded(name, name_width) +
+               pid_columns(report, pid);
+    };
+    if (pid.tables.empty()) return {line("other")};
     if (pid.tables.size() == 1) {
         const auto& [key, table] = *pid.tables.begin();
-        name = name_of(report, key, table, name_width);
-        columns += table_columns(key.kind, table);
+        return {line(name_of(report, key, table, name_width)) +
+                table_columns(key.kind, table)};
     }
-    lines.push_back(pid_text(pid.number) + "  " + padded(name, name_width) + columns);
-    if (!is_shared) return lines;
+    Lines lines{line(fmt::format("{} tables", pid.tables.size()))};
     for (const auto& [key, table] : pid.tables) {
         lines.push_back("          " +
                         padded(name_of(report, key, table, name_width),

@@ -2,8 +2,6 @@
 #define KESTAN_TOOLS_KESTAN_MONITOR_SCREEN_TERMINAL_VIEW_H
 
 #include <cstddef>
-#include <string>
-#include <vector>
 
 #include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/text_report.h"
