@@ -12,7 +12,7 @@
 #include "tests/support/sections.h"
 #include "tools/json/number_text.h"
 #include "tools/json/shown_text.h"
-#include "tools/kestan-monitor/measure/time_series.h"
+#include "tools/kestan-monitor/measure/series.h"
 #include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/text_report.h"
 #include "tools/kestan-monitor/screen/terminal_view.h"

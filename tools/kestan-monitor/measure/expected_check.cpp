@@ -32,7 +32,7 @@ void decode(std::uint16_t pid, TableKind kind, const SectionSet& table, Multiple
 void ExpectedCheck::expect(Multiplex files, bool compares_versions) {
     files_ = std::move(files);
     compares_versions_ = compares_versions;
-    is_compared_ = false;
+    on_air_.reset();
 }
 
 void ExpectedCheck::advance(std::int64_t now, const PidRecords& pids,
@@ -44,12 +44,12 @@ void ExpectedCheck::advance(std::int64_t now, const PidRecords& pids,
             if (is_on_air(key.kind, table, now)) on_air.emplace_back(number, key);
         }
     }
-    if (has_new_tables || !is_compared_ || on_air != on_air_) {
+    if (has_new_tables || on_air != on_air_) {
         Multiplex tables;
         for (const auto& [number, key] : on_air)
             decode(number, key.kind, pids.at(number).tables.at(key).contents(), tables);
         compare(now, tables);
-        on_air_.swap(on_air);
+        on_air_ = std::move(on_air);
     }
     log_begun_by(now - kLeastDurationNs - 1);
 }
@@ -72,12 +72,11 @@ void ExpectedCheck::compare(std::int64_t now, const Multiplex& on_air) {
         found.emplace(place, Difference{std::move(fault), since, now});
     }
     differences_.swap(found);
-    is_compared_ = true;
 }
 
 void ExpectedCheck::forget() {
     differences_.clear();
-    is_compared_ = false;
+    on_air_.reset();
 }
 
 // Logs those that have been there since this time or earlier.
@@ -90,7 +89,7 @@ void ExpectedCheck::log_begun_by(std::int64_t latest) {
 }
 
 std::optional<std::size_t> ExpectedCheck::differences() const {
-    if (!is_compared_) return std::nullopt;
+    if (!on_air_) return std::nullopt;
     return std::count_if(
         differences_.begin(), differences_.end(), [&](const auto& element) {
             const Difference& difference = element.second;

@@ -63,8 +63,9 @@ private:
     FaultLog& faults_;
     std::optional<Multiplex> files_;
     bool compares_versions_ = true;
-    bool is_compared_ = false;
-    std::vector<std::pair<std::uint16_t, TableKey>> on_air_;  // when compared last
+
+    // The tables that were compared last; nullopt if none were since then.
+    std::optional<std::vector<std::pair<std::uint16_t, TableKey>>> on_air_;
     std::map<Place, Difference> differences_;
 };
 

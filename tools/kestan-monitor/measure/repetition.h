@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tools/kestan-monitor/measure/fault_log.h"
-#include "tools/kestan-monitor/measure/spread.h"
+#include "tools/kestan-monitor/measure/series.h"
 
 // Measures how often and how evenly the sections of one table come.
 //

@@ -17,9 +17,8 @@
 #include "tools/kestan-monitor/measure/peak_rate.h"
 #include "tools/kestan-monitor/measure/pid_record.h"
 #include "tools/kestan-monitor/measure/rtp_sequence_check.h"
-#include "tools/kestan-monitor/measure/spread.h"
+#include "tools/kestan-monitor/measure/series.h"
 #include "tools/kestan-monitor/measure/tdt_check.h"
-#include "tools/kestan-monitor/measure/time_series.h"
 #include "tools/receive/datagram_packets.h"
 
 // Measures a transport stream from its datagrams and their times of arrival, and logs

@@ -1,6 +1,7 @@
-#ifndef KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_TIME_SERIES_H
-#define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_TIME_SERIES_H
+#ifndef KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_SERIES_H
+#define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_SERIES_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -9,7 +10,28 @@
 
 #include "dvb/nanoseconds.h"
 #include "tools/kestan-monitor/measure/fault.h"
-#include "tools/kestan-monitor/measure/spread.h"
+
+// The least, the mean and the greatest value of a series; all are 0 while it is empty.
+struct Spread {
+    void add(std::int64_t value) { add(Spread{value, value, value, 1}); }
+
+    void add(const Spread& other) {
+        if (other.count == 0) return;
+        least = count == 0 ? other.least : std::min(least, other.least);
+        greatest = count == 0 ? other.greatest : std::max(greatest, other.greatest);
+        sum += other.sum;
+        count += other.count;
+    }
+
+    [[nodiscard]] double mean() const {
+        return count == 0 ? 0 : static_cast<double>(sum) / static_cast<double>(count);
+    }
+
+    std::int64_t least = 0;
+    std::int64_t greatest = 0;
+    std::int64_t sum = 0;
+    std::uint64_t count = 0;
+};
 
 // A series of values over time, in bounded memory: the first kMaxPoints values, and all
 // of them in bins of time. When the bins do not reach far enough, each two are merged
