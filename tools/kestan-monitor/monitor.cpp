@@ -14,10 +14,6 @@
 
 namespace {
 
-std::int64_t to_ns(double seconds) {
-    return static_cast<std::int64_t>(seconds * static_cast<double>(kNsPerSecond));
-}
-
 std::string unwritten_text(const std::string& path, const std::system_error& error) {
     return shown_path(path) + ": cannot be written: " + error.code().message();
 }
@@ -164,11 +160,10 @@ void Monitor::say_complaints() {
 }
 
 void Monitor::read_clock() {
-    const bool is_compared =
-        options_.clock_tolerance_s > 0 && is_civil_clock_synchronised();
-    stream_.set_civil_clock(
-        civil_minus_steady_ns(),
-        is_compared ? std::optional(to_ns(options_.clock_tolerance_s)) : std::nullopt);
+    std::optional<std::int64_t> tolerance;
+    if (options_.clock_tolerance_s > 0 && is_civil_clock_synchronised())
+        tolerance = static_cast<std::int64_t>(options_.clock_tolerance_s * kNsPerSecond);
+    stream_.set_civil_clock(civil_minus_steady_ns(), tolerance);
 }
 
 void Monitor::draw() {

@@ -20,7 +20,8 @@ public:
         const Identity identity{transport_stream_id, version};
         if (current_ == identity) return;
         if (previous_ == identity && now - replaced_at_ <= kAlternationNs)
-            faults_.add({FaultKind::kPatAlternates, kPatPid, {{TableKind::kPat}}}, now);
+            faults_.add({FaultKind::kPatAlternates, kPatPid, TableKey{TableKind::kPat}},
+                        now);
         previous_ = std::exchange(current_, identity);
         replaced_at_ = now;
     }

@@ -147,25 +147,12 @@ std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
     return found;
 }
 
-// Returns the longest silence that breaks no limit: the least repetition limit of the
-// tables that have come.
-std::int64_t StreamStatistics::longest_silence() const {
-    std::optional<std::int64_t> shortest;
-    for (const auto& [number, pid] : pids_) {
-        for (const auto& [key, table] : pid.tables) {
-            const auto limit = table_info(key.kind).repetition_limit_ns;
-            if (table.sections() > 0 && limit)
-                shortest = std::min(shortest.value_or(*limit), *limit);
-        }
-    }
-    return shortest.value_or(*table_info(TableKind::kPat).repetition_limit_ns);
-}
-
+// The longest silence that breaks no limit is the least limit of the tables that have
+// come.
 void StreamStatistics::check_silence() {
     const std::int64_t silence = now_ - last_arrival_;
-    const std::int64_t least_limit = *table_info(TableKind::kPat).repetition_limit_ns;
-    if (silence <= least_limit) return;
-    const std::int64_t limit = longest_silence();
+    const std::int64_t limit =
+        least_limit_.value_or(*table_info(TableKind::kPat).repetition_limit_ns);
     if (silence <= limit) return;
     const Fault fault{FaultKind::kSilence};
     if (!std::exchange(is_silent_, true))
@@ -261,6 +248,8 @@ void StreamStatistics::on_section(PidRecord& pid, const Section& section,
     TableRecord* const table = find_or_add(pid, key);
     if (table == nullptr) return;
     const TableRecord::Arrival arrival = table->add(section, begun, now_);
+    if (const auto limit = table_info(*kind).repetition_limit_ns)
+        least_limit_ = std::min(least_limit_.value_or(*limit), *limit);
     const bool is_stray = is_pmt && !table->is_announced();
     if (arrival.interval && series_ && !is_stray)
         series_->intervals[{pid.number, key}].add(now_ - series_->start,

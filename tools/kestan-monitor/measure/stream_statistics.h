@@ -110,7 +110,6 @@ public:
 
 private:
     void begin();
-    [[nodiscard]] std::int64_t longest_silence() const;
     void check_silence();
     PidRecord& expect_tables(std::uint16_t number);
     void assemble_sections(PidRecord& pid);
@@ -126,6 +125,7 @@ private:
     std::optional<std::int64_t> start_;  // the first datagram
     std::int64_t now_;
     std::int64_t last_arrival_;
+    std::optional<std::int64_t> least_limit_;  // of the tables that have come
     bool is_silent_ = false;
     std::uint64_t datagrams_ = 0;
     std::uint64_t lost_ = 0;

@@ -22,7 +22,7 @@ public:
     // Takes a TDT that came at `now` with the time `utc`, in seconds since 1970.
     void add(std::int64_t utc, std::int64_t now) {
         const auto report = [&](FaultKind kind, std::int64_t value) {
-            faults_.add({kind, kTdtPid, {{TableKind::kTdt}}}, now, value);
+            faults_.add({kind, kTdtPid, TableKey{TableKind::kTdt}}, now, value);
         };
         if (utc_ && utc < *utc_)
             report(FaultKind::kTdtGoesBack, (*utc_ - utc) * kNsPerSecond);

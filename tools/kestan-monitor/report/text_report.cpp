@@ -13,16 +13,14 @@ namespace {
 constexpr std::size_t kLeastNameWidth = 24;  // if there is room
 constexpr std::size_t kTdtNameWidth = 23;    // with the date
 
-std::string utc_text(std::int64_t utc, bool with_date) {
-    const std::string text = utc_date_and_time(utc);
-    return with_date ? text : text.substr(text.find(' ') + 1);
-}
-
 // Returns a text such as "PMT 101 Harbour Television".
 std::string name_of(const Report& report, const TableKey& key, const TableRecord& table,
                     std::size_t width) {
-    if (key.kind == TableKind::kTdt && table.utc())
-        return "TDT " + utc_text(*table.utc(), width >= kTdtNameWidth);
+    if (key.kind == TableKind::kTdt && table.utc()) {
+        const std::string utc = utc_date_and_time(*table.utc());
+        const bool has_room = width >= kTdtNameWidth;
+        return "TDT " + (has_room ? utc : utc.substr(utc.find(' ') + 1));
+    }
     if (key.kind != TableKind::kPmt) return table_name(key);
     const std::string name = fmt::format("PMT {}", key.service_id);
     if (!table.is_announced()) return name + " (not in PAT)";
