@@ -146,8 +146,8 @@ TEST(FaultLog, KeepsFirstAndLastTimesAndTheLastTenEvents) {
     for (int i = 0; i < 12; ++i)
         log.add({FaultKind::kCrc, static_cast<std::uint16_t>(i % 6)}, i, i % 5);
     log.add({FaultKind::kLost}, 12, 0, 3);
-    EXPECT_EQ(log.total(), 15u);
-    EXPECT_EQ(log.total(FaultKind::kLost), 3u);
+    EXPECT_EQ(log.all().total, 15u);
+    EXPECT_EQ(log.all(FaultKind::kLost).total, 3u);
     const auto& [count, first, last, worst] = log.records().at({FaultKind::kCrc, 4});
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(first, kCivil + 4);

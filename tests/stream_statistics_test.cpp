@@ -166,7 +166,7 @@ TEST(Rtp, TellsWhichDatagramsAreLostComeAgainOrChangePlaces) {
             check.add(bytes_of(header), 0);
             late += order.is_late(bytes_of(header));
         }
-        EXPECT_EQ(fmt::format("{} faults, {} late", log.total(), late), expected)
+        EXPECT_EQ(fmt::format("{} faults, {} late", log.all().total, late), expected)
             << datagrams;
     }
 }
@@ -373,7 +373,7 @@ TEST(StreamStatistics, KeepsItsMemoryBoundedInAHostileStream) {
     EXPECT_LE(tables, 1010u);
     EXPECT_LE(sections, tables);
     EXPECT_LE(stream.statistics.faults().records().size(), FaultLog::kMaxFaults);
-    EXPECT_GT(stream.statistics.faults().total(FaultKind::kUnannouncedPmt), 50u);
+    EXPECT_GT(stream.statistics.faults().all(FaultKind::kUnannouncedPmt).total, 50u);
 }
 
 }  // namespace

@@ -10,17 +10,14 @@ namespace {
 constexpr std::size_t kMaxContradictions = 1000;
 
 Fault fault_of(const Finding& finding, const Multiplex& tables) {
-    Fault fault{FaultKind::kConsistency};
-    fault.rule = finding.rule;
-    fault.rule_clause = finding.clause;
-    fault.detail = finding.text;
-    fault.pid = table_info(finding.table.kind).pid;
-    fault.table = {finding.table.kind};
-    if (finding.table.kind == TableKind::kPmt) {
-        const PmtOnPid& pmt = tables.pmts.at(finding.table.pmt);
-        fault.pid = pmt.pid;
-        fault.table->service_id = static_cast<std::uint16_t>(pmt.pmt.program_number);
-    }
+    const TableKind kind = finding.table.kind;
+    Fault fault{FaultKind::kConsistency, table_info(kind).pid,
+                TableKey{kind},          finding.rule,
+                finding.clause,          finding.text};
+    if (kind != TableKind::kPmt) return fault;
+    const PmtOnPid& pmt = tables.pmts.at(finding.table.pmt);
+    fault.pid = pmt.pid;
+    fault.table->service_id = static_cast<std::uint16_t>(pmt.pmt.program_number);
     return fault;
 }
 

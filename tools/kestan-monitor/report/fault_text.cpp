@@ -63,6 +63,10 @@ const Properties& properties(FaultKind kind) {
     return kProperties[static_cast<std::size_t>(kind)];
 }
 
+std::string ms_text(std::int64_t ns) {
+    return fmt::format("{:.1f} ms", to_ms(ns));
+}
+
 std::string place(const Fault& fault) {
     std::string text;
     if (fault.pid) text += "PID " + pid_text(*fault.pid) + ": ";

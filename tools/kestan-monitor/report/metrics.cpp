@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <map>
-#include <utility>
 
 #include "tools/json/number_text.h"
 #include "tools/kestan-monitor/report/fault_text.h"
@@ -50,20 +49,20 @@ std::string stream_metrics(const Report& report) {
 
 std::string fault_metrics(const Report& report) {
     const FaultLog& faults = report.stream.faults();
-    std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> counts;  // by check
+    std::map<std::string, FaultLog::Count> counts;  // by check
     for (std::size_t i = 0; i < kFaultKinds; ++i) {
         const auto kind = static_cast<FaultKind>(i);
-        auto& [total, accepted] = counts[check_name(kind)];
-        total += faults.total(kind);
-        accepted += faults.total_accepted(kind);
+        FaultLog::Count& count = counts[check_name(kind)];
+        count.total += faults.all(kind).total;
+        count.accepted += faults.all(kind).accepted;
     }
     Family totals(report, "faults_total", "What was outside the limits, by check.");
     Family accepted(report, "accepted_faults_total",
                     "Those of faults_total that are known, by check.");
     for (const auto& [check, count] : counts) {
         const std::string label = fmt::format(",check=\"{}\"", check);
-        totals.add(label, count.first);
-        accepted.add(label, count.second);
+        totals.add(label, count.total);
+        accepted.add(label, count.accepted);
     }
     const auto differences = report.stream.expected_differences();
     return totals.text + accepted.text +

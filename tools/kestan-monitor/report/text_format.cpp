@@ -51,10 +51,6 @@ Extent fitting(const std::string& text, std::size_t columns) {
 
 }  // namespace
 
-std::string ms_text(std::int64_t ns) {
-    return fmt::format("{:.1f} ms", to_ms(ns));
-}
-
 std::string time_of_day(std::int64_t civil) {
     return fmt::format("{:%T}.{:03}", local_time(civil), milliseconds(civil));
 }

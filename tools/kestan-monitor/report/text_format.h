@@ -22,9 +22,6 @@ constexpr double kBitsPerKbit = 1000;
     return static_cast<double>(ns) / kNsPerSecond;
 }
 
-// Returns a text such as "12.3 ms".
-[[nodiscard]] std::string ms_text(std::int64_t ns);
-
 // Writes a time of the civil clock as local time: "12:45:01.250".
 [[nodiscard]] std::string time_of_day(std::int64_t civil);
 

@@ -93,12 +93,12 @@ std::size_t name_width(const Report& report, std::size_t greatest) {
 }
 
 std::string verdict(const FaultLog& faults) {
-    if (faults.total() == 0) return "Nothing is outside the limits.";
-    const std::uint64_t accepted = faults.total_accepted();
+    const auto [total, accepted] = faults.all();
+    if (total == 0) return "Nothing is outside the limits.";
     if (faults.is_in_order())
         return "Nothing is outside the limits but " + fault_count(accepted, "accepted ") +
                '.';
-    return fault_count(faults.total() - accepted) + ", the last at " +
+    return fault_count(total - accepted) + ", the last at " +
            time_of_day(faults.last_time()) +
            (accepted == 0 ? "" : "; " + std::to_string(accepted) + " accepted");
 }
@@ -187,7 +187,7 @@ std::string text_report(const Report& report) {
     text += joined(heading_lines(width));
     for (const auto& [number, pid] : report.stream.pids())
         text += joined(pid_lines(report, pid, width));
-    if (faults.total() == 0) return text;
+    if (faults.all().total == 0) return text;
     text += "\nOutside the limits:\n  first         last              count\n";
     return text + joined(fault_lines(faults));
 }
