@@ -74,8 +74,9 @@ StreamStatistics::StreamStatistics(std::int64_t start)
     for (std::size_t i = 0; i < kTables.size(); ++i) {
         const TableInfo& table = kTables.at(i);
         if (!table.pid) continue;
-        PidRecord& pid = expect_tables(*table.pid);
-        if (table.repetition_limit_ns) find_or_add(pid, {static_cast<TableKind>(i)});
+        const Pid& pid = expect_tables(*table.pid);
+        if (table.repetition_limit_ns)
+            find_or_add(pid.record, {static_cast<TableKind>(i)});
     }
 }
 
@@ -92,14 +93,21 @@ void StreamStatistics::begin() {
     }
 }
 
-PidRecord& StreamStatistics::expect_tables(std::uint16_t number) {
-    PidRecord& pid = pids_.try_emplace(number, number).first->second;
+StreamStatistics::Pid& StreamStatistics::find_or_add(std::uint16_t number) {
+    const auto found = followed_.find(number);
+    if (found != followed_.end()) return found->second;
+    PidRecord& record = pids_.try_emplace(number, number).first->second;
+    return followed_.try_emplace(number, record).first->second;
+}
+
+StreamStatistics::Pid& StreamStatistics::expect_tables(std::uint16_t number) {
+    Pid& pid = find_or_add(number);
     pid.has_to_carry_tables = true;
     assemble_sections(pid);
     return pid;
 }
 
-void StreamStatistics::assemble_sections(PidRecord& pid) {
+void StreamStatistics::assemble_sections(Pid& pid) {
     if (pid.assembler) return;
     pid.assembler.emplace([this, &pid](const Section& section, std::int64_t begun) {
         on_section(pid, section, begun);
@@ -208,20 +216,21 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
         return;
     }
     const std::uint16_t number = pid_of(packet);
-    PidRecord& pid = pids_.try_emplace(number, number).first->second;
-    ++pid.packets;
+    Pid& pid = find_or_add(number);
+    ++pid.record.packets;
     const bool has_error = has_transport_error(packet);
-    if (has_error) faults_.add(pid.fault(FaultKind::kTransportError), now_);
-    if (pid.number == kNullPid) return;
-    if (!has_error && has_pcr(packet)) pid.last_pcr = now_;
+    if (has_error) faults_.add(pid.record.fault(FaultKind::kTransportError), now_);
+    if (pid.record.number == kNullPid) return;
+    if (!has_error && has_pcr(packet)) pid.record.last_pcr = now_;
     const Continuity continuity = pid.continuity.push(packet);
     if (continuity == Continuity::kBroken)
-        faults_.add(pid.fault(FaultKind::kContinuity), now_);
+        faults_.add(pid.record.fault(FaultKind::kContinuity), now_);
     if (continuity == Continuity::kRepeat) return;
     if (has_error || is_scrambled(packet)) {
         if (!has_error && pid.has_to_carry_tables)
-            faults_.add(pid.fault(FaultKind::kScrambled), now_);
-        if (!has_error && streams_.count(pid.number) != 0) cat_check_.add_scrambled(now_);
+            faults_.add(pid.record.fault(FaultKind::kScrambled), now_);
+        if (!has_error && streams_.count(pid.record.number) != 0)
+            cat_check_.add_scrambled(now_);
         if (pid.assembler) pid.assembler->discard();
         return;
     }
@@ -229,31 +238,30 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
     if (pid.assembler) pid.assembler->push(packet, continuity, now_);
 }
 
-void StreamStatistics::on_section(PidRecord& pid, const Section& section,
-                                  std::int64_t begun) {
+void StreamStatistics::on_section(Pid& pid, const Section& section, std::int64_t begun) {
     if (!section.is_valid()) {
-        if (pid.has_to_carry_tables) faults_.add(pid.fault(FaultKind::kCrc), now_);
+        if (pid.has_to_carry_tables) faults_.add(pid.record.fault(FaultKind::kCrc), now_);
         return;
     }
-    if (!may_carry(pid.number, section.table_id())) {
-        faults_.add(pid.fault(FaultKind::kTableId), now_);
+    if (!may_carry(pid.record.number, section.table_id())) {
+        faults_.add(pid.record.fault(FaultKind::kTableId), now_);
         return;
     }
-    const std::optional<TableKind> kind = kind_of(pid.number, section.table_id());
+    const std::optional<TableKind> kind = kind_of(pid.record.number, section.table_id());
     if (!kind || !refreshes(*kind, section)) return;
 
     const bool is_pmt = *kind == TableKind::kPmt;
     if (is_pmt) check_announcement(pid);
     const TableKey key{*kind, is_pmt ? section.extension() : std::uint16_t{0}};
-    TableRecord* const table = find_or_add(pid, key);
+    TableRecord* const table = find_or_add(pid.record, key);
     if (table == nullptr) return;
     const TableRecord::Arrival arrival = table->add(section, begun, now_);
     if (const auto limit = table_info(*kind).repetition_limit_ns)
         least_limit_ = std::min(least_limit_.value_or(*limit), *limit);
     const bool is_stray = is_pmt && !table->is_announced();
     if (arrival.interval && series_ && !is_stray)
-        series_->intervals[{pid.number, key}].add(now_ - series_->start,
-                                                  *arrival.interval);
+        series_->intervals[{pid.record.number, key}].add(now_ - series_->start,
+                                                         *arrival.interval);
     if (arrival.is_changed) has_new_tables_ = true;
     if (*kind == TableKind::kCat) cat_check_.restart();
     if (*kind == TableKind::kTdt) tdt_check_.add(*table->utc(), now_);
@@ -264,7 +272,7 @@ void StreamStatistics::on_section(PidRecord& pid, const Section& section,
 }
 
 // Called when a PMT has come on the PID.
-void StreamStatistics::check_announcement(PidRecord& pid) {
+void StreamStatistics::check_announcement(Pid& pid) {
     const bool has_pat = pids_.at(kPatPid).tables.at({TableKind::kPat}).is_complete();
     if (pid.has_to_carry_tables || !has_pat) {
         pid.unannounced_since.reset();
@@ -272,7 +280,7 @@ void StreamStatistics::check_announcement(PidRecord& pid) {
     }
     if (!pid.unannounced_since) pid.unannounced_since = now_;
     if (pat_changed_ || now_ - *pid.unannounced_since <= kUnannouncedLimitNs) return;
-    faults_.add(pid.fault(FaultKind::kUnannouncedPmt), now_);
+    faults_.add(pid.record.fault(FaultKind::kUnannouncedPmt), now_);
 }
 
 // If the PAT in force has changed, expects the PMTs that it announces, and no others.
@@ -291,8 +299,8 @@ void StreamStatistics::follow_pat() {
     }
     withdraw_unannounced(*std::exchange(pat_changed_, std::nullopt));
     for (const auto& [number, service_id] : announced_) {
-        PidRecord& pid = expect_tables(number);
-        TableRecord& pmt = *find_or_add(pid, {TableKind::kPmt, service_id});
+        const Pid& pid = expect_tables(number);
+        TableRecord& pmt = *find_or_add(pid.record, {TableKind::kPmt, service_id});
         if (!pmt.is_announced()) pmt.expect(now_);
     }
 }
@@ -301,7 +309,7 @@ void StreamStatistics::follow_pat() {
 void StreamStatistics::withdraw_unannounced(std::int64_t since) {
     unannounced_tables_ = 0;
     for (auto& [number, pid] : pids_) {
-        if (table_on(number) == nullptr) pid.has_to_carry_tables = false;
+        if (table_on(number) == nullptr) followed_.at(number).has_to_carry_tables = false;
         for (auto at = pid.tables.begin(); at != pid.tables.end();) {
             auto& [key, table] = *at;
             bool is_kept = true;

@@ -19,7 +19,9 @@
 #include "tools/kestan-monitor/measure/rtp_sequence_check.h"
 #include "tools/kestan-monitor/measure/series.h"
 #include "tools/kestan-monitor/measure/tdt_check.h"
+#include "tools/receive/continuity_check.h"
 #include "tools/receive/datagram_packets.h"
+#include "tools/receive/section_assembler.h"
 
 // Measures a transport stream from its datagrams and their times of arrival, and logs
 // what is wrong with it.
@@ -109,16 +111,33 @@ public:
     }
 
 private:
+    // A PID whose packets are followed.
+    struct Pid {
+        explicit Pid(PidRecord& its_record) : record(its_record) {}
+
+        PidRecord& record;  // in pids_
+        ContinuityCheck continuity;
+        std::optional<SectionAssembler> assembler;  // no value: it carries no tables
+
+        // Whether only tables belong here: the PID has a fixed use, or the PAT announces
+        // a PMT on it.
+        bool has_to_carry_tables = false;
+
+        // The time since which it has carried PMTs without an announcement in the PAT.
+        std::optional<std::int64_t> unannounced_since;
+    };
+
     void begin();
     void check_silence();
-    PidRecord& expect_tables(std::uint16_t number);
-    void assemble_sections(PidRecord& pid);
+    Pid& find_or_add(std::uint16_t number);
+    Pid& expect_tables(std::uint16_t number);
+    void assemble_sections(Pid& pid);
     [[nodiscard]] bool is_unannounced(std::uint16_t pid, const TableKey& key) const;
     TableRecord* find_or_add(PidRecord& pid, const TableKey& key);
     void push_packet(const std::uint8_t* packet);
     void replace_tables();
-    void on_section(PidRecord& pid, const Section& section, std::int64_t begun);
-    void check_announcement(PidRecord& pid);
+    void on_section(Pid& pid, const Section& section, std::int64_t begun);
+    void check_announcement(Pid& pid);
     void follow_pat();
     void withdraw_unannounced(std::int64_t since);
 
@@ -145,6 +164,7 @@ private:
     std::set<std::uint16_t> streams_;  // PIDs of the PMTs' streams
     std::optional<StreamSeries> series_;
     PidRecords pids_;
+    std::map<std::uint16_t, Pid> followed_;
     std::set<std::pair<std::uint16_t, std::uint16_t>> announced_;  // PIDs, service_ids
     std::optional<std::int64_t> pat_followed_;                     // when
     std::optional<std::int64_t> pat_changed_;  // when, and it has not been followed since
