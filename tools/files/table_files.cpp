@@ -129,10 +129,11 @@ const std::string& JoinedFiles::path_of(TablePlace table) const {
     return single_paths_[static_cast<std::size_t>(table.kind)];
 }
 
-FileFinding JoinedFiles::in_file(const Finding& finding) const {
-    const bool is_pmt = finding.table.kind == TableKind::kPmt;
-    const std::size_t pmt = is_pmt ? pmts_[finding.table.pmt].index : 0;
-    std::string text = place_of(finding, pmt) + ": " + finding.text;
+FileFinding JoinedFiles::in_file(Finding finding) const {
+    const std::string& path = path_of(finding.table);
+    if (finding.table.kind == TableKind::kPmt)
+        finding.table.pmt = pmts_[finding.table.pmt].index;
+    std::string text = place_of(finding) + ": " + finding.text;
     if (!finding.clause.empty()) text += " (" + std::string(finding.clause) + ')';
-    return {finding.severity, path_of(finding.table), std::move(text)};
+    return {finding.severity, path, std::move(text)};
 }

@@ -73,7 +73,7 @@ public:
     [[nodiscard]] const std::string& path_of(TablePlace table) const;
 
     // Converts a finding to one about the file that has the table.
-    [[nodiscard]] FileFinding in_file(const Finding& finding) const;
+    [[nodiscard]] FileFinding in_file(Finding finding) const;
 
 private:
     struct PmtOrigin {

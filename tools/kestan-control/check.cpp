@@ -50,7 +50,7 @@ bool remove_files(std::vector<TableFile>& files, const std::set<std::string>& pa
 std::vector<FileFinding> check_files(const JoinedFiles& files,
                                      const CheckSettings& settings) {
     std::vector<FileFinding> findings;
-    for (const Finding& finding : check_file_tables(files.tables())) {
+    for (const Finding& finding : check_tables(files.tables(), RuleScope::kFileTables)) {
         findings.push_back(files.in_file(finding));
     }
     if (!settings.bitrate_kbps) return findings;

@@ -1,6 +1,7 @@
 #include "tools/rules/rules.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -15,22 +16,6 @@ std::vector<Rule> sorted_rules() {
     return rules;
 }
 
-// Checks with the rules for all tables, and with those of `scope`.
-std::vector<Finding> check_by(RuleScope scope, const Multiplex& multiplex) {
-    const TableIndex tables(multiplex);
-    std::vector<Finding> findings;
-    for (const Rule& rule : all_rules()) {
-        if (rule.scope != RuleScope::kAllTables && rule.scope != scope) continue;
-        Finding pattern;
-        pattern.severity = rule.severity;
-        pattern.rule = rule.name;
-        pattern.clause = rule.clause;
-        RuleReport report(pattern, findings);
-        rule.check(tables, report);
-    }
-    return findings;
-}
-
 }  // namespace
 
 const std::vector<Rule>& all_rules() {
@@ -38,16 +23,15 @@ const std::vector<Rule>& all_rules() {
     return rules;
 }
 
-std::vector<Finding> check_tables(const Multiplex& multiplex) {
-    return check_by(RuleScope::kAllTables, multiplex);
-}
-
-std::vector<Finding> check_file_tables(const Multiplex& multiplex) {
-    return check_by(RuleScope::kFileTables, multiplex);
-}
-
-bool has_errors(const std::vector<Finding>& findings) {
-    return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
-        return finding.severity == Severity::kError;
-    });
+std::vector<Finding> check_tables(const Multiplex& multiplex, RuleScope scope) {
+    const TableIndex tables(multiplex);
+    std::vector<Finding> findings;
+    for (const Rule& rule : all_rules()) {
+        if (rule.scope != RuleScope::kAllTables && rule.scope != scope) continue;
+        rule.check(tables, [&](const FieldPlace& place, std::string text) {
+            findings.push_back({rule.severity, rule.name, rule.clause, place.table,
+                                place.field, std::move(text)});
+        });
+    }
+    return findings;
 }
