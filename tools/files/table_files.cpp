@@ -42,12 +42,6 @@ std::string FileFinding::line() const {
            text;
 }
 
-bool has_errors(const std::vector<FileFinding>& findings) {
-    return std::any_of(findings.begin(), findings.end(), [](const FileFinding& finding) {
-        return finding.severity == Severity::kError;
-    });
-}
-
 std::vector<TableFiles::NamedFile> TableFiles::expand(
     std::vector<FileFinding>& mistakes) const {
     std::vector<NamedFile> files;

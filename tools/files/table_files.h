@@ -28,8 +28,6 @@ struct FileFinding {
     [[nodiscard]] std::string line() const;
 };
 
-[[nodiscard]] bool has_errors(const std::vector<FileFinding>& findings);
-
 // The files that could be read, and why the others could not.
 struct ReadFiles {
     std::vector<TableFile> files;

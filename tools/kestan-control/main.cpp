@@ -50,7 +50,7 @@ struct Settings {
 
 int push(const Settings& settings) {
     const TableFiles files(settings.files, FileKind::kRegularOrPipe);
-    const auto joined = tables_to_send(files, settings.check, std::cerr);
+    const auto joined = tables_to_send(files, settings.check);
     if (!joined) {
         complain(Severity::kError, "nothing is sent");
         return kFailed;
@@ -61,10 +61,8 @@ int push(const Settings& settings) {
     kestan.wait_for_turn();
     const Multiplex tables =
         OutgoingTables(settings.address, settings.raises_versions).take(*joined);
-    OnAirRecord record("pushed", settings.address,
-                       "without it, a service whose PID changes stays on the old PID");
-    const auto on_air = record.load();
-    TableSender sender(std::cout, std::move(record), on_air);
+    TableSender sender({"pushed", settings.address,
+                        "without it, a service whose PID changes stays on the old PID"});
     const std::vector<std::string> rejected =
         sender.send(kestan, tables, settings.stops_all);
     for (const std::string& what : rejected) {
@@ -77,7 +75,7 @@ int push(const Settings& settings) {
 
 int check(const Settings& settings) {
     const TableFiles files(settings.files, FileKind::kRegularOrPipe);
-    return report_check(files, settings.check, std::cout) ? kDone : kFailed;
+    return report_check(files, settings.check) ? kDone : kFailed;
 }
 
 void serve(const Settings& settings) {

@@ -52,12 +52,9 @@ void OnAir::add(const OnAir& other) {
 }
 
 std::optional<OnAir> OnAirRecord::load() {
-    try {
-        return file_.load(from_json);
-    } catch (const std::exception& error) {
-        warn(std::string(error.what()) + ": " + effect_);
-        return std::nullopt;
-    }
+    std::optional<OnAir> on_air;
+    file_.load(effect_, [&](const json& content) { on_air = from_json(content); });
+    return on_air;
 }
 
 void OnAirRecord::save(const OnAir& on_air) {

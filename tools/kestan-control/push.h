@@ -1,10 +1,8 @@
 #ifndef KESTAN_TOOLS_KESTAN_CONTROL_PUSH_H
 #define KESTAN_TOOLS_KESTAN_CONTROL_PUSH_H
 
-#include <iosfwd>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tools/kestan-control/control_connection.h"
@@ -17,13 +15,12 @@
 // is not seen. One thread.
 class TableSender {
 public:
-    // Writes one line for each table that it sends: what, version, result. `report` must
-    // outlive the sender. `on_air` is what Kestan can have of earlier processes; nullopt
-    // if it can have any table. Keeps it in `record`.
-    TableSender(std::ostream& report, OnAirRecord record, std::optional<OnAir> on_air)
-        : report_(report), record_(std::move(record)), on_air_(std::move(on_air)) {}
+    // Reads from `record` what Kestan can have of earlier processes, and keeps it there.
+    // If `forgets` or if the record cannot be read, Kestan can have any table.
+    explicit TableSender(OnAirRecord record, bool forgets = false);
 
-    // Sends all tables and withdraws none. Returns the tables that Kestan rejected.
+    // Sends all tables and withdraws none. Writes one line for each to standard output:
+    // what, version, result. Returns the tables that Kestan rejected.
     // Stops a service first if it can be on another PID: Kestan would keep it there. If
     // `stops_all`, does so for each service. Throws ControlError; then the tables whose
     // lines are written are in place.
@@ -51,7 +48,6 @@ private:
     void expect(const Multiplex& tables);
     void keep(const OnAir& on_air);
 
-    std::ostream& report_;
     OnAirRecord record_;
     std::optional<OnAir> on_air_;  // at least what Kestan has
     Multiplex played_;             // those of them whose content is known
