@@ -46,7 +46,8 @@ ControlProcess::ControlProcess(const ControlAddress& address,
       tables_(outgoing_.take(valid_tables_to_send(files_, check_))),
       sender_({"played", address, "a start without it withdraws all tables first"},
               clears),
-      notifications_(ports_of(address.set).notification) {}
+      notifications_(ports_of(address.set).notification),
+      next_kick_(watchdog_time().count() == 0 ? kNever : Clock::now()) {}
 
 void ControlProcess::run() {
     std::cout << bit_rate_line(tables_) << std::endl;
@@ -179,15 +180,13 @@ void ControlProcess::report_sent(std::size_t rejected) {
 }
 
 void ControlProcess::kick_watchdog() {
-    const auto time = watchdog_time();
-    if (time.count() == 0 || Clock::now() < next_kick_) return;
+    if (Clock::now() < next_kick_) return;
     notify_service_manager("WATCHDOG=1");
-    next_kick_ = Clock::now() + time / 3;
+    next_kick_ = Clock::now() + watchdog_time() / 3;
 }
 
 int ControlProcess::milliseconds_to_next_step() const {
-    const bool has_watchdog = watchdog_time().count() != 0;
-    const auto next = has_watchdog ? std::min(next_step_, next_kick_) : next_step_;
+    const Clock::time_point next = std::min(next_step_, next_kick_);
     if (next == kNever) return -1;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
