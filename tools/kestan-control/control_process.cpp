@@ -1,5 +1,7 @@
 #include "tools/kestan-control/control_process.h"
 
+#include <fmt/chrono.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 
@@ -27,11 +29,7 @@ constexpr std::chrono::milliseconds kLongestBackOff{3000};
 constexpr std::chrono::seconds kAnswerInterval{1};
 
 std::string time_of_day() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    char text[sizeof "23:59:59"];
-    return std::strftime(text, sizeof text, "%H:%M:%S", &local) == 0 ? "" : text;
+    return fmt::format("{:%H:%M:%S}", fmt::localtime(std::time(nullptr)));
 }
 
 }  // namespace
@@ -44,8 +42,7 @@ ControlProcess::ControlProcess(const ControlAddress& address,
       check_(check),
       outgoing_(address, raises_versions),
       tables_(outgoing_.take(valid_tables_to_send(files_, check_))),
-      sender_({"played", address, "a start without it withdraws all tables first"},
-              clears),
+      sender_("played", address, "a start without it withdraws all tables first", clears),
       notifications_(ports_of(address.set).notification),
       next_kick_(watchdog_time().count() == 0 ? kNever : Clock::now()) {}
 
@@ -167,14 +164,13 @@ void ControlProcess::say(const std::string& reason, Severity severity) {
 
 void ControlProcess::report_sent(std::size_t rejected) {
     if (sent_at_.empty()) return;  // the status says what it waits for
-    std::string status = "sent " + std::to_string(table_count(tables_) - rejected) +
-                         " tables at " + sent_at_;
-    if (rejected != 0) {
-        status += ", kestan rejected " + std::to_string(rejected) + ": see its log";
-    }
+    std::string status =
+        fmt::format("sent {} tables at {}", table_count(tables_) - rejected, sent_at_);
+    if (rejected != 0)
+        status += fmt::format(", kestan rejected {}: see its log", rejected);
     if (!mistake_at_.empty()) {
-        status = "the files of " + mistake_at_ + " have a mistake: what was sent at " +
-                 sent_at_ + " stays";
+        status = fmt::format("the files of {} have a mistake: what was sent at {} stays",
+                             mistake_at_, sent_at_);
     }
     notify_service_manager("READY=1\nSTATUS=" + status);
 }

@@ -16,7 +16,6 @@
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
-#include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
 #include "tools/receive/table_import.h"
@@ -61,8 +60,8 @@ int push(const Settings& settings) {
     kestan.wait_for_turn();
     const Multiplex tables =
         OutgoingTables(settings.address, settings.raises_versions).take(*joined);
-    TableSender sender({"pushed", settings.address,
-                        "without it, a service whose PID changes stays on the old PID"});
+    TableSender sender("pushed", settings.address,
+                       "without it, a service whose PID changes stays on the old PID");
     const std::vector<std::string> rejected =
         sender.send(kestan, tables, settings.stops_all);
     for (const std::string& what : rejected) {
@@ -125,26 +124,23 @@ bool report_import(const std::string& path, const TableImport& file) {
 
 int import(const std::string& capture) {
     const std::string path = shown_path(capture);
+    const auto fail = [&](const std::string& reason) {
+        std::cerr << path << ": " << reason << '\n';
+        return kFailed;
+    };
     TableImport file;
     try {
         file = import_tables(capture);
     } catch (const std::system_error& error) {
-        std::cerr << path << ": cannot be read: " << error.code().message() << '\n';
-        return kFailed;
+        return fail("cannot be read: " + error.code().message());
     }
-    if (file.packets == 0 && file.sections == 0) {
-        std::cerr << path << ": no transport-stream packets and no sections: is it a "
-                  << "capture?\n";
-        return kFailed;
-    }
-    const Multiplex& found = file.tables;
+    if (file.packets == 0 && file.sections == 0)
+        return fail("no transport-stream packets and no sections: is it a capture?");
     const bool is_whole = report_import(path, file);
-    if (table_count(found) == 0) {
-        std::cerr << path << ": no complete table: capture at least one second\n";
-        return kFailed;
-    }
+    if (table_count(file.tables) == 0)
+        return fail("no complete table: capture at least one second");
     constexpr std::size_t width = 200;  // holds a stream with its descriptors
-    std::cout << compact_json(multiplex_to_json(found), width) << std::endl;
+    std::cout << compact_json(multiplex_to_json(file.tables), width) << std::endl;
     if (std::cout) return is_whole ? kDone : kFailed;
     std::cerr << "cannot write the JSON: is the disk full?\n";
     return kFailed;
@@ -199,10 +195,6 @@ void add_table_options(CLI::App& command, Settings& settings) {
         .add_option("--bitrate", settings.check.bitrate_kbps,
                     "Report an error if the tables need more than this, in kbit/s")
         ->check(CLI::Range(1, 1000000));
-}
-
-void add_sending_options(CLI::App& command, Settings& settings) {
-    add_table_options(command, settings);
     command.add_flag("--force", settings.check.is_forced,
                      "Send the tables in spite of errors that the check finds");
     command.add_flag("--bump-versions", settings.raises_versions,
@@ -220,7 +212,7 @@ void add_table_commands(CLI::App& app, Settings& settings) {
         app.add_subcommand("push",
                            "Check and send the tables in the files; prints what, version "
                            "and result of each");
-    add_sending_options(*push_command, settings);
+    add_table_options(*push_command, settings);
     push_command->add_flag(
         "--move", settings.stops_all,
         "Stop each service before its PMT is sent, so that it moves to "
@@ -231,13 +223,13 @@ void add_table_commands(CLI::App& app, Settings& settings) {
         "serve",
         "Keep the tables in the files on air, and no others: send them now, after each "
         "start of kestan, and after SIGHUP, which reads the files again");
-    add_sending_options(*serve_command, settings);
+    add_table_options(*serve_command, settings);
     add_clearing_option(*serve_command, settings);
     serve_command->callback([&] { serve(settings); });
 
     CLI::App* const check_command = app.add_subcommand(
         "check", "Say what is wrong with the tables in the files, without kestan");
-    add_sending_options(*check_command, settings);
+    add_table_options(*check_command, settings);
     add_clearing_option(*check_command, settings);
     check_command->callback([&] { settings.status = check(settings); });
 }

@@ -1,5 +1,6 @@
 #include "tools/kestan-control/push.h"
 
+#include <exception>
 #include <iostream>
 #include <optional>
 #include <type_traits>
@@ -7,6 +8,7 @@
 
 #include "thrift/table_fields.h"
 #include "tools/json/number_text.h"
+#include "tools/service/diagnostics.h"
 
 using namespace orvel::thrift::dvb_tables;
 
@@ -189,8 +191,12 @@ private:
 
 }  // namespace
 
-TableSender::TableSender(OnAirRecord record, bool forgets) : record_(std::move(record)) {
-    on_air_ = record_.load();
+TableSender::TableSender(const char* name, const ControlAddress& address,
+                         const char* effect, bool forgets)
+    : file_(name, address), effect_(effect) {
+    file_.load(effect, [this](const nlohmann::json& content) {
+        on_air_ = on_air_from_json(content);
+    });
     if (forgets) on_air_.reset();
 }
 
@@ -227,12 +233,21 @@ void TableSender::kestan_has_started() {
 }
 
 void TableSender::expect(const Multiplex& tables) {
-    if (!on_air_) on_air_.emplace();
-    on_air_->add(OnAir(tables));
-    record_.save(*on_air_);
+    OnAir on_air = on_air_.value_or(OnAir());
+    on_air.add(OnAir(tables));
+    keep(on_air);
 }
 
 void TableSender::keep(const OnAir& on_air) {
     on_air_ = on_air;
-    record_.save(on_air);
+    try {
+        file_.save(to_json(on_air));
+        has_failed_ = false;
+    } catch (const std::exception& error) {
+        const bool is_removed = file_.remove();
+        if (has_failed_) return;
+        has_failed_ = true;
+        warn(std::string(error.what()) + ": " +
+             (is_removed ? effect_ : "remove it: it is out of date"));
+    }
 }

@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "tools/kestan-control/control_connection.h"
-#include "tools/kestan-control/on_air_record.h"
+#include "tools/kestan-control/on_air.h"
+#include "tools/kestan-control/state_file.h"
 #include "tools/model/multiplex.h"
 
 // Sends tables to Kestan and remembers what Kestan plays, also for the next process.
@@ -15,9 +16,12 @@
 // is not seen. One thread.
 class TableSender {
 public:
-    // Reads from `record` what Kestan can have of earlier processes, and keeps it there.
-    // If `forgets` or if the record cannot be read, Kestan can have any table.
-    explicit TableSender(OnAirRecord record, bool forgets = false);
+    // Reads what Kestan can have of earlier processes from the state file `name`, and
+    // keeps it there. If `forgets` or if the file cannot be read, Kestan can have any
+    // table. `effect` says what a process without the file does. It must outlive the
+    // object.
+    TableSender(const char* name, const ControlAddress& address, const char* effect,
+                bool forgets = false);
 
     // Sends all tables and withdraws none. Writes one line for each to standard output:
     // what, version, result. Returns the tables that Kestan rejected.
@@ -46,9 +50,14 @@ public:
 private:
     // Records that each of the tables can be on air from now on.
     void expect(const Multiplex& tables);
+
+    // Records what is on air. The file must never lack a table that Kestan has: so one
+    // that cannot be replaced is removed. Warns at the first of several failures.
     void keep(const OnAir& on_air);
 
-    OnAirRecord record_;
+    StateFile file_;
+    const char* effect_;
+    bool has_failed_ = false;      // to write the file
     std::optional<OnAir> on_air_;  // at least what Kestan has
     Multiplex played_;             // those of them whose content is known
 };

@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <cstdint>
 #include <map>
 #include <set>
@@ -16,9 +14,8 @@ void check_ca_on_reserved_pid(const TableIndex& tables, const Report& report) {
     for (const CaDescriptor& ca : tables.ca_descriptors()) {
         const std::string use = reserved_use(ca.pid);
         if (use.empty()) continue;
-        report(ca.place,
-               fmt::format("PID {} is reserved for {}: receivers get no {} there",
-                           pid_text(ca.pid), use, ca.messages()));
+        report(ca.place, "PID {} is reserved for {}: receivers get no {} there",
+               pid_text(ca.pid), use, ca.messages());
     }
 }
 
@@ -35,9 +32,9 @@ void check_emm_on_pmt_pid(const TableIndex& tables, const Report& report) {
         // pmt_on_stream_pid reports a PID of ECMs.
         if (!ca.is_in_cat() || pmt == services.end()) continue;
         report(ca.place,
-               fmt::format("PID {} carries the PMT of {} too: receivers cannot tell the "
-                           "packets apart and lose the {} or the PMT",
-                           pid_text(ca.pid), service_text(pmt->second), ca.messages()));
+               "PID {} carries the PMT of {} too: receivers cannot tell the packets "
+               "apart and lose the {} or the PMT",
+               pid_text(ca.pid), service_text(pmt->second), ca.messages());
     }
 }
 
@@ -49,11 +46,10 @@ void check_ca_on_stream_pid(const TableIndex& tables, const Report& report) {
         const auto stream = services.find(ca.pid);
         // ca_on_reserved_pid reports the null packets' PID.
         if (stream == services.end() || ca.pid == kNullPid) continue;
-        report(
-            ca.place,
-            fmt::format("PID {} carries a stream of {} too: receivers cannot tell the "
-                        "{} from the stream and lose both",
-                        pid_text(ca.pid), service_text(stream->second), ca.messages()));
+        report(ca.place,
+               "PID {} carries a stream of {} too: receivers cannot tell the {} from the "
+               "stream and lose both",
+               pid_text(ca.pid), service_text(stream->second), ca.messages());
     }
 }
 
@@ -62,11 +58,9 @@ void check_ca_system_not_in_cat(const TableIndex& tables, const Report& report) 
     for (const CaDescriptor& ca : tables.ca_descriptors()) {
         if (ca.is_in_cat()) systems.insert(ca.system_id);  // before those of the PMTs
         if (systems.count(ca.system_id) != 0) continue;
-        report(
-            ca.place,
-            fmt::format("{} for CA system {}: receivers get no entitlements for it",
-                        tables.tables().cat ? "the CAT has no entry" : "there is no CAT",
-                        hex_number(ca.system_id, 4)));
+        report(ca.place, "{} for CA system {}: receivers get no entitlements for it",
+               tables.tables().cat ? "the CAT has no entry" : "there is no CAT",
+               hex_number(ca.system_id, 4));
     }
 }
 
@@ -82,11 +76,11 @@ void check_free_ca_mode_differs(const TableIndex& tables, const Report& report) 
         const bool has_ca = scrambled.count(*pmt) != 0;
         if (has_ca == service.free_ca_mode) continue;
         report(place.at("free_ca_mode"),
-               fmt::format(has_ca ? "free_CA_mode is false, but the PMT of {} has CA "
-                                    "descriptors: receivers list it as free"
-                                  : "free_CA_mode is true, but the PMT of {} has no CA "
-                                    "descriptor: receivers list it as scrambled",
-                           service_text(service.service_id)));
+               has_ca ? "free_CA_mode is false, but the PMT of {} has CA descriptors: "
+                        "receivers list it as free"
+                      : "free_CA_mode is true, but the PMT of {} has no CA descriptor: "
+                        "receivers list it as scrambled",
+               service_text(service.service_id));
     }
 }
 

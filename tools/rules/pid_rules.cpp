@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <map>
 #include <utility>
@@ -15,11 +13,10 @@ namespace {
 void report_reserved_pid(const FieldPlace& of, std::int32_t pid, const Report& report) {
     const std::string use = reserved_use(pid);
     if (use.empty()) return;
-    report(of.at("pid"),
-           fmt::format("PID {} is reserved for {}: receivers {}", pid_text(pid), use,
-                       pid == kNullPid ? "discard the PMT"
-                                       : "find no PMT there, and take its sections for "
-                                         "broken ones of that kind"));
+    report(of.at("pid"), "PID {} is reserved for {}: receivers {}", pid_text(pid), use,
+           pid == kNullPid
+               ? "discard the PMT"
+               : "find no PMT there, and take its sections for broken ones of that kind");
 }
 
 void check_pmt_on_reserved_pid(const TableIndex& tables, const Report& report) {
@@ -35,9 +32,9 @@ void check_pmt_on_stream_pid(const TableIndex& tables, const Report& report) {
         const std::string stream = tables.stream_on(pmt.pid);
         if (stream.empty()) continue;
         report(place.at("pid"),
-               fmt::format("PID {} carries {} too: receivers cannot tell "
-                           "the packets apart and lose both",
-                           pid_text(pmt.pid), stream));
+               "PID {} carries {} too: receivers cannot tell the packets apart and lose "
+               "both",
+               pid_text(pmt.pid), stream);
     }
 }
 
@@ -46,11 +43,10 @@ void check_pmt_not_where_announced(const TableIndex& tables, const Report& repor
         const std::int32_t service = pmt.pmt.program_number;
         const auto announced = tables.announced_pid(service);
         if (!announced || *announced == pmt.pid) continue;
-        report(
-            place.at("pid"),
-            fmt::format("this PMT is on PID {}, but the PAT announces {} on PID {}: "
-                        "receivers wait there for a PMT that never comes",
-                        pid_text(pmt.pid), service_text(service), pid_text(*announced)));
+        report(place.at("pid"),
+               "this PMT is on PID {}, but the PAT announces {} on PID {}: receivers "
+               "wait there for a PMT that never comes",
+               pid_text(pmt.pid), service_text(service), pid_text(*announced));
     }
 }
 
@@ -60,10 +56,10 @@ void check_stream_on_reserved_pid(const TableIndex& tables, const Report& report
         const std::string use = reserved_use(pid);
         // PMTs name the null packets' PID for a stream that is off air.
         if (use.empty() || pid == kNullPid) continue;
-        report(place.at("elementary_pid"),
-               fmt::format("PID {} is reserved for {}: receivers take the stream's "
-                           "packets for sections",
-                           pid_text(pid), use));
+        report(
+            place.at("elementary_pid"),
+            "PID {} is reserved for {}: receivers take the stream's packets for sections",
+            pid_text(pid), use);
     }
 }
 
@@ -75,9 +71,9 @@ void check_elementary_pid_twice(const TableIndex& tables, const Report& report) 
             first_with.emplace(std::pair(place.table.pmt, pid), place);
         if (is_new) continue;
         report(place.at("elementary_pid"),
-               fmt::format("{} of this PMT is on PID {} too: receivers give both streams "
-                           "the same packets",
-                           first->second.field, pid_text(pid)));
+               "{} of this PMT is on PID {} too: receivers give both streams the same "
+               "packets",
+               first->second.field, pid_text(pid));
     }
 }
 
@@ -90,9 +86,9 @@ void check_pcr_pid_without_stream(const TableIndex& tables, const Report& report
             });
         if (has_stream || pmt.pcr_pid == kNoPcrPid) continue;
         report(place.at("pcr_pid"),
-               fmt::format("no stream of this PMT is on PID {}: receivers get no clock "
-                           "and show nothing, unless the PCR has a PID for itself",
-                           pid_text(pmt.pcr_pid)));
+               "no stream of this PMT is on PID {}: receivers get no clock and show "
+               "nothing, unless the PCR has a PID for itself",
+               pid_text(pmt.pcr_pid));
     }
 }
 
@@ -106,10 +102,10 @@ void check_stream_type_differs(const TableIndex& tables, const Report& report) {
         // elementary_pid_twice reports a PID that one PMT has twice.
         if (is_new || type == stream.stream_type || service == of) continue;
         report(place.at("stream_type"),
-               fmt::format("{} has the stream on PID {} as type {}, this PMT as type {}: "
-                           "receivers fail to decode it in one of the services",
-                           service_text(service), pid_text(stream.elementary_pid),
-                           hex_number(type, 2), hex_number(stream.stream_type, 2)));
+               "{} has the stream on PID {} as type {}, this PMT as type {}: receivers "
+               "fail to decode it in one of the services",
+               service_text(service), pid_text(stream.elementary_pid),
+               hex_number(type, 2), hex_number(stream.stream_type, 2));
     }
 }
 
@@ -117,9 +113,9 @@ void check_network_pid_differs(const TableIndex& tables, const Report& report) {
     for (const auto& [place, program] : tables.all<PATProgram>()) {
         if (program.program_number != 0 || program.pid == kNitPid) continue;
         report(place.at("pid"),
-               fmt::format("the network PID is {}, and DVB gives PID 0x0010 to the NIT: "
-                           "receivers look for it in one of two places",
-                           pid_text(program.pid)));
+               "the network PID is {}, and DVB gives PID 0x0010 to the NIT: receivers "
+               "look for it in one of two places",
+               pid_text(program.pid));
     }
 }
 

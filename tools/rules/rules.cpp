@@ -1,7 +1,6 @@
 #include "tools/rules/rules.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace {
 
@@ -28,10 +27,7 @@ std::vector<Finding> check_tables(const Multiplex& multiplex, RuleScope scope) {
     std::vector<Finding> findings;
     for (const Rule& rule : all_rules()) {
         if (rule.scope != RuleScope::kAllTables && rule.scope != scope) continue;
-        rule.check(tables, [&](const FieldPlace& place, std::string text) {
-            findings.push_back({rule.severity, rule.name, rule.clause, place.table,
-                                place.field, std::move(text)});
-        });
+        rule.check(tables, Report(rule, findings));
     }
     return findings;
 }

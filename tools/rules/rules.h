@@ -1,8 +1,8 @@
 #ifndef KESTAN_TOOLS_RULES_RULES_H
 #define KESTAN_TOOLS_RULES_RULES_H
 
-#include <functional>
-#include <string>
+#include <fmt/format.h>
+
 #include <string_view>
 #include <vector>
 
@@ -11,8 +11,7 @@
 #include "tools/rules/finding.h"
 #include "tools/rules/table_index.h"
 
-// Takes a place that breaks a rule: what is wrong, and what a receiver does with it.
-using Report = std::function<void(const FieldPlace& place, std::string text)>;
+class Report;
 
 // Whose tables a rule is for.
 enum class RuleScope {
@@ -28,6 +27,27 @@ struct Rule {
     // Reports each place that breaks the rule.
     void (*check)(const TableIndex& tables, const Report& report);
     RuleScope scope = RuleScope::kAllTables;
+};
+
+// Collects the findings of one rule. The rule and `findings` must outlive it.
+class Report {
+public:
+    Report(const Rule& rule, std::vector<Finding>& findings)
+        : rule_(rule), findings_(findings) {}
+
+    // Takes a place that breaks the rule. The text, in the format of fmt::format, is what
+    // is wrong, and what a receiver does with it.
+    template <typename... Args>
+    void operator()(const FieldPlace& place, std::string_view format,
+                    const Args&... args) const {
+        findings_.push_back({rule_.severity, rule_.name, rule_.clause, place.table,
+                             place.field,
+                             fmt::vformat(format, fmt::make_format_args(args...))});
+    }
+
+private:
+    const Rule& rule_;
+    std::vector<Finding>& findings_;
 };
 
 // Each file of rules gives the list of its own.

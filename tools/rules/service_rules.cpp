@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <cstdint>
 #include <set>
 
@@ -18,10 +16,9 @@ void check_service_with_two_pmts(const TableIndex& tables, const Report& report)
         const std::size_t first = *tables.pmt_of(service);
         if (first == place.table.pmt) continue;
         report(place.at("program_number"),
-               fmt::format("{} has another PMT, on PID {}: receivers tune to the streams "
-                           "of one or of the other",
-                           service_text(service),
-                           pid_text(tables.tables().pmts[first].pid)));
+               "{} has another PMT, on PID {}: receivers tune to the streams of one or "
+               "of the other",
+               service_text(service), pid_text(tables.tables().pmts[first].pid));
     }
 }
 
@@ -30,12 +27,11 @@ void check_program_twice_in_pat(const TableIndex& tables, const Report& report) 
     for (const auto& [place, program] : tables.all<PATProgram>()) {
         const std::int32_t number = program.program_number;
         if (seen.insert(number).second) continue;
-        report(
-            place.at("program_number"),
-            fmt::format("{} is in the PAT twice, first on PID {}: receivers follow one "
-                        "entry or the other",
-                        number == 0 ? "the network PID" : service_text(number),
-                        pid_text(*tables.announced_pid(number))));
+        report(place.at("program_number"),
+               "{} is in the PAT twice, first on PID {}: receivers follow one entry or "
+               "the other",
+               number == 0 ? "the network PID" : service_text(number),
+               pid_text(*tables.announced_pid(number)));
     }
 }
 
@@ -44,9 +40,9 @@ void check_service_twice_in_sdt(const TableIndex& tables, const Report& report) 
     for (const auto& [place, service] : tables.all<SDTService>()) {
         if (seen.insert(service.service_id).second) continue;
         report(place.at("service_id"),
-               service_text(service.service_id) +
-                   " is in the SDT twice: receivers show the name of one entry or of the "
-                   "other");
+               "{} is in the SDT twice: receivers show the name of one entry or of the "
+               "other",
+               service_text(service.service_id));
     }
 }
 
@@ -69,8 +65,8 @@ void check_service_without_pmt(const TableIndex& tables, const Report& report) {
     for (const auto& [place, program] : tables.all<PATProgram>()) {
         const std::int32_t service = program.program_number;
         if (service == 0 || tables.pmt_of(service)) continue;
-        report(place, service_text(service) +
-                          " has no PMT: receivers list the service and cannot show it");
+        report(place, "{} has no PMT: receivers list the service and cannot show it",
+               service_text(service));
     }
 }
 
@@ -80,8 +76,8 @@ void check_pmt_not_in_pat(const TableIndex& tables, const Report& report) {
         const std::int32_t service = pmt.pmt.program_number;
         if (service == 0 || tables.announced_pid(service)) continue;
         report(place.at("program_number"),
-               fmt::format("the PAT does not have {}: receivers do not find this PMT",
-                           service_text(service)));
+               "the PAT does not have {}: receivers do not find this PMT",
+               service_text(service));
     }
 }
 
@@ -89,10 +85,10 @@ void check_sdt_service_not_in_pat(const TableIndex& tables, const Report& report
     if (!tables.tables().pat) return;
     for (const auto& [place, service] : tables.all<SDTService>()) {
         if (tables.announced_pid(service.service_id)) continue;
-        report(place.at("service_id"),
-               fmt::format("the PAT does not have {}: receivers list the service and "
-                           "cannot tune to it",
-                           service_text(service.service_id)));
+        report(
+            place.at("service_id"),
+            "the PAT does not have {}: receivers list the service and cannot tune to it",
+            service_text(service.service_id));
     }
 }
 
@@ -106,10 +102,9 @@ void check_service_without_name(const TableIndex& tables, const Report& report) 
             if (service_name_field(descriptor) != "") is_named_or_broken = true;
         }
         if (is_named_or_broken) continue;
-        report(place,
-               fmt::format("{} has {}: receivers list it without a name, or not at all",
-                           service_text(service.service_id),
-                           has_descriptor ? "an empty name" : "no service descriptor"));
+        report(place, "{} has {}: receivers list it without a name, or not at all",
+               service_text(service.service_id),
+               has_descriptor ? "an empty name" : "no service descriptor");
     }
 }
 

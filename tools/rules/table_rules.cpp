@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -21,18 +19,18 @@ void check_version_above_31(const TableIndex& tables, const Report& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         if (table.version_number <= kMaxVersionNumber) return;
         report({place, "version_number"},
-               fmt::format("version {} does not fit in 5 bits and goes out as 0: "
-                           "receivers that have a version 0 see no change",
-                           table.version_number));
+               "version {} does not fit in 5 bits and goes out as 0: receivers that have "
+               "a version 0 see no change",
+               table.version_number);
     });
 }
 
 void check_not_in_force(const TableIndex& tables, const Report& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         if (table.current_next_indicator) return;
-        report({place, "current_next_indicator"},
-               "the table is announced for later and none is in force: receivers ignore "
-               "it");
+        report(
+            {place, "current_next_indicator"},
+            "the table is announced for later and none is in force: receivers ignore it");
     });
 }
 
@@ -43,17 +41,17 @@ void check_transport_stream_id_differs(const TableIndex& tables, const Report& r
     const std::int32_t in_pat = multiplex.pat->transport_stream_id;
     if (in_sdt == in_pat) return;
     report({kInSdt, "transport_stream_id"},
-           fmt::format("the SDT is of transport stream {}, the PAT of {}: receivers take "
-                       "the names for those of another stream",
-                       in_sdt, in_pat));
+           "the SDT is of transport stream {}, the PAT of {}: receivers take the names "
+           "for those of another stream",
+           in_sdt, in_pat);
 }
 
 void check_table_refused(const TableIndex& tables, const Report& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         const std::optional<std::string> reason = refusal_reason(table);
         if (!reason) return;
-        report({place, ""},
-               *reason + ": Kestan refuses the table, receivers do not get it");
+        report({place, ""}, "{}: Kestan refuses the table, receivers do not get it",
+               *reason);
     });
 }
 
@@ -61,8 +59,8 @@ void check_descriptor_overrun(const TableIndex& tables, const Report& report) {
     for (const auto& [place, descriptor] : tables.all<Descriptor>()) {
         const std::string overrun = inner_overrun(descriptor);
         if (overrun.empty()) continue;
-        report(place,
-               overrun + ": receivers ignore the descriptor, or read past its end");
+        report(place, "{}: receivers ignore the descriptor, or read past its end",
+               overrun);
     }
 }
 
@@ -99,9 +97,9 @@ void check_sdt_sections_too_close(const TableIndex& tables, const Report& report
     const SectionFill fill = fill_sections(*multiplex.sdt);
     if (fill.sections() < 2 || fill.packets() < first_too_many) return;
     report({kInSdt, ""},
-           fmt::format("the SDT has {} packets in {} sections, and from {} on its "
-                       "sections come less than 25 ms apart: slow receivers miss some",
-                       fill.packets(), fill.sections(), first_too_many));
+           "the SDT has {} packets in {} sections, and from {} on its sections come less "
+           "than 25 ms apart: slow receivers miss some",
+           fill.packets(), fill.sections(), first_too_many);
 }
 
 }  // namespace
