@@ -38,29 +38,21 @@ std::vector<std::string> json_files_in(const std::string& directory) {
     return paths;
 }
 
-}  // namespace
-
-std::string FileFinding::line() const {
-    const std::string file =
-        shown_path(path) + (line_number == 0 ? "" : ':' + std::to_string(line_number));
-    return std::string(name_of(severity)) + ": " + (path.empty() ? "" : file + ": ") +
-           text;
-}
-
-std::vector<TableFiles::NamedFile> TableFiles::expand(
-    std::vector<FileFinding>& mistakes) const {
-    std::vector<NamedFile> files;
-    for (const std::string& path : paths_) {
+// Returns the files that the paths stand for. `kind` is that of a file with its own path.
+std::vector<std::pair<std::string, FileKind>> expand(
+    const std::vector<std::string>& paths, FileKind kind,
+    std::vector<FileFinding>& mistakes) {
+    std::vector<std::pair<std::string, FileKind>> files;
+    for (const std::string& path : paths) {
         std::error_code error;
         if (!fs::is_directory(path, error)) {
-            files.push_back({path, kind_});
+            files.emplace_back(path, kind);
             continue;
         }
         try {
             const std::vector<std::string> in_it = json_files_in(path);
-            for (const std::string& file : in_it) {
-                files.push_back({file, FileKind::kRegular});
-            }
+            for (const std::string& file : in_it)
+                files.emplace_back(file, FileKind::kRegular);
             if (in_it.empty()) {
                 mistakes.push_back({Severity::kError, path,
                                     "no file in this directory is named *.json"});
@@ -73,10 +65,19 @@ std::vector<TableFiles::NamedFile> TableFiles::expand(
     return files;
 }
 
+}  // namespace
+
+std::string FileFinding::line() const {
+    const std::string file =
+        shown_path(path) + (line_number == 0 ? "" : ':' + std::to_string(line_number));
+    return std::string(name_of(severity)) + ": " + (path.empty() ? "" : file + ": ") +
+           text;
+}
+
 ReadFiles TableFiles::read(Severity of_doubts) const {
     ReadFiles read;
     std::set<TableKind> singles;
-    for (const auto& [path, kind] : expand(read.mistakes)) {
+    for (const auto& [path, kind] : expand(paths_, kind_, read.mistakes)) {
         std::vector<FileRemark> doubts;
         try {
             TableFile file{path, read_multiplex_file(path, kind, &doubts)};

@@ -50,13 +50,6 @@ public:
     [[nodiscard]] ReadFiles read(Severity of_doubts) const;
 
 private:
-    struct NamedFile {
-        std::string path;
-        FileKind kind;
-    };
-
-    [[nodiscard]] std::vector<NamedFile> expand(std::vector<FileFinding>& mistakes) const;
-
     std::vector<std::string> paths_;
     FileKind kind_;
 };

@@ -60,17 +60,18 @@ bool take_table(bool raises, Table& table, Table& written, Table& sent) {
 // `raises` is whether the version has been raised.
 Finding unchanged_version(TablePlace table, std::int32_t written, std::int32_t sent,
                           bool raises) {
-    Finding finding;
-    finding.severity = raises ? Severity::kInformation : Severity::kWarning;
-    finding.table = table;
-    finding.field = "version_number";
-    finding.text =
+    std::string text =
         raises ? "the table has changed, version " + std::to_string(sent) +
                      " goes out instead of " + std::to_string(written)
                : "the table has changed and is still version " + std::to_string(written) +
                      ": receivers ignore the change; raise the version, or use "
                      "--bump-versions";
-    return finding;
+    return {raises ? Severity::kInformation : Severity::kWarning,
+            "",
+            "",
+            table,
+            "version_number",
+            std::move(text)};
 }
 
 }  // namespace

@@ -172,11 +172,7 @@ private:
 };
 
 TableDifference place_of(const PmtOnPid& pmt) {
-    TableDifference place;
-    place.table = TableKind::kPmt;
-    place.service_id = static_cast<std::uint16_t>(pmt.pmt.program_number);
-    place.pid = pmt.pid;
-    return place;
+    return {TableKind::kPmt, static_cast<std::uint16_t>(pmt.pmt.program_number), pmt.pid};
 }
 
 // The PMTs of the files by service and PID.
@@ -218,12 +214,9 @@ std::vector<TableDifference> table_differences(const Multiplex& stream,
     for_each_single_table([&](TableKind kind, auto member) {
         const auto& on_air = stream.*member;
         const auto& expected = files.*member;
-        TableDifference place;
-        place.table = kind;
-        place.pid = *table_info(kind).pid;
-        if (on_air || expected)
-            comparison.compare(place, on_air ? &*on_air : nullptr,
-                               expected ? &*expected : nullptr);
+        if (!on_air && !expected) return;
+        comparison.compare({kind, 0, *table_info(kind).pid}, on_air ? &*on_air : nullptr,
+                           expected ? &*expected : nullptr);
     });
     compare_pmts(stream, files, comparison);
     return std::move(comparison).found();
