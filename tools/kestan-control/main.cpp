@@ -77,13 +77,14 @@ int check(const Settings& settings) {
     return report_check(files, settings.check) ? kDone : kFailed;
 }
 
-void serve(const Settings& settings) {
+int serve(const Settings& settings) {
     CheckSettings check = settings.check;
     check.of_doubts = Severity::kWarning;
     try {
         ControlProcess(settings.address, settings.files, check, settings.raises_versions,
                        settings.clears)
             .run();
+        return kDone;
     } catch (const std::exception& error) {
         notify_service_manager(std::string("STATUS=has failed: ") + error.what());
         throw;
@@ -183,55 +184,50 @@ void call(const Settings& settings, const char* method, Call make_call) {
     kestan.call(method, make_call);
 }
 
-// Adds the options of the commands that read tables.
-void add_table_options(CLI::App& command, Settings& settings) {
+// Adds a command that reads tables.
+CLI::App* add_table_command(CLI::App& app, Settings& settings, const char* name,
+                            int (*run)(const Settings&), const char* help) {
+    CLI::App* const command = app.add_subcommand(name, help);
     command
-        .add_option(
+        ->add_option(
             "FILE", settings.files,
             "JSON files of tables; a directory stands for all *.json in it, - for "
             "standard input")
         ->required();
     command
-        .add_option("--bitrate", settings.check.bitrate_kbps,
-                    "Report an error if the tables need more than this, in kbit/s")
+        ->add_option("--bitrate", settings.check.bitrate_kbps,
+                     "Report an error if the tables need more than this, in kbit/s")
         ->check(CLI::Range(1, 1000000));
-    command.add_flag("--force", settings.check.is_forced,
-                     "Send the tables in spite of errors that the check finds");
-    command.add_flag("--bump-versions", settings.raises_versions,
-                     "Give a table that has changed the next version_number, so that "
-                     "receivers read it again");
-}
-
-void add_clearing_option(CLI::App& command, Settings& settings) {
-    command.add_flag("--clear", settings.clears,
-                     "Withdraw all tables of kestan first, also those of other clients");
+    command->add_flag("--force", settings.check.is_forced,
+                      "Send the tables in spite of errors that the check finds");
+    command->add_flag("--bump-versions", settings.raises_versions,
+                      "Give a table that has changed the next version_number, so that "
+                      "receivers read it again");
+    command->callback([&settings, run] { settings.status = run(settings); });
+    return command;
 }
 
 void add_table_commands(CLI::App& app, Settings& settings) {
-    CLI::App* const push_command =
-        app.add_subcommand("push",
-                           "Check and send the tables in the files; prints what, version "
-                           "and result of each");
-    add_table_options(*push_command, settings);
+    CLI::App* const push_command = add_table_command(
+        app, settings, "push", push,
+        "Check and send the tables in the files; prints what, version and result of "
+        "each");
     push_command->add_flag(
         "--move", settings.stops_all,
         "Stop each service before its PMT is sent, so that it moves to "
         "the PID in the file");
-    push_command->callback([&] { settings.status = push(settings); });
-
-    CLI::App* const serve_command = app.add_subcommand(
-        "serve",
+    CLI::App* const serve_command = add_table_command(
+        app, settings, "serve", serve,
         "Keep the tables in the files on air, and no others: send them now, after each "
         "start of kestan, and after SIGHUP, which reads the files again");
-    add_table_options(*serve_command, settings);
-    add_clearing_option(*serve_command, settings);
-    serve_command->callback([&] { serve(settings); });
-
-    CLI::App* const check_command = app.add_subcommand(
-        "check", "Say what is wrong with the tables in the files, without kestan");
-    add_table_options(*check_command, settings);
-    add_clearing_option(*check_command, settings);
-    check_command->callback([&] { settings.status = check(settings); });
+    CLI::App* const check_command = add_table_command(
+        app, settings, "check", check,
+        "Say what is wrong with the tables in the files, without kestan");
+    for (CLI::App* const command : {serve_command, check_command}) {
+        command->add_flag(
+            "--clear", settings.clears,
+            "Withdraw all tables of kestan first, also those of other clients");
+    }
 }
 
 void add_commands(CLI::App& app, Settings& settings) {
