@@ -8,6 +8,7 @@
 
 #include "thrift/table_fields.h"
 #include "tools/json/number_text.h"
+#include "tools/rules/table_index.h"
 #include "tools/service/diagnostics.h"
 
 using namespace orvel::thrift::dvb_tables;
@@ -25,12 +26,8 @@ std::string id_text(std::int32_t id) {
     return std::to_string(id) + " (" + hex_number(id, 4) + ")";
 }
 
-std::string service_text(std::int32_t service) {
-    return "PMT of service " + id_text(service);
-}
-
 std::string pmt_text(std::int32_t service, std::int32_t pid) {
-    return service_text(service) + " on PID " + pid_text(pid);
+    return "PMT of " + service_text(service) + " on PID " + pid_text(pid);
 }
 
 // Ids and PIDs travel as i16 and carry their 16 bits.
@@ -104,8 +101,8 @@ public:
 
     // Stops the service, wherever it is. Returns true.
     bool stop(const PmtOnPid& pmt) {
-        std::cout << service_text(pmt.pmt.program_number) << ": stopped before it is sent"
-                  << std::endl;
+        std::cout << "PMT of " << service_text(pmt.pmt.program_number)
+                  << ": stopped before it is sent" << std::endl;
         stop_pmt(pmt.pmt.program_number);
         return true;
     }

@@ -43,7 +43,7 @@ ServiceSignals::ServiceSignals() {
 
 ServiceSignals::~ServiceSignals() {
     destroyed_.set_value();
-    pthread_kill(thread_.native_handle(), SIGTERM);  // as if it were the end
+    pthread_kill(thread_.native_handle(), SIGINT);  // ends the wait for a signal
     thread_.join();
     for (const int fd : {reload_, end_}) close(fd);
 }
