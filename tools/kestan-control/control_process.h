@@ -48,12 +48,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    enum class Phase {
-        kIdle,        // nothing to push
-        kDue,         // to connect at next_step_
-        kQueued,      // connected, waiting for the turn; to print a message at next_step_
-        kLongQueued,  // the same, the message is printed
-    };
+    static constexpr Clock::time_point kNever = Clock::time_point::max();
 
     void on_notification();
     void read_again();
@@ -77,10 +72,6 @@ private:
     // Does what is due at next_step_.
     void take_step();
 
-    // Returns whether take_step() is to be called at next_step_, without another event.
-    [[nodiscard]] bool has_next_step() const {
-        return phase_ == Phase::kDue || phase_ == Phase::kQueued;
-    }
     [[nodiscard]] int milliseconds_to_next_step() const;
 
     ServiceSignals signals_;
@@ -92,9 +83,10 @@ private:
     TableSender sender_;
     NotificationServer notifications_;
 
-    Phase phase_ = Phase::kIdle;
-    Clock::time_point next_step_;
-    std::optional<ControlConnection> connection_;  // while queued
+    // While a push waits for its turn.
+    std::optional<ControlConnection> connection_;
+    // When to connect, or to print that the push still waits.
+    Clock::time_point next_step_ = kNever;
     std::chrono::milliseconds back_off_{};
     Clock::time_point answer_;  // the last or the next push for a start notification
     std::string said_;
