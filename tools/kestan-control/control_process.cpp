@@ -83,7 +83,7 @@ void ControlProcess::read_again() {
     mistake_at_.clear();
     tables_ = outgoing_.take(*files);
     std::cout << "files read again, " << bit_rate_line(tables_) << std::endl;
-    if (!connection_ && next_step_ == kNever && sender_.plays(tables_)) {
+    if (phase_ == Phase::kIdle && sender_.plays(tables_)) {
         std::cout << "no table has changed" << std::endl;
         report_sent(0);
         return;
@@ -110,17 +110,20 @@ void ControlProcess::on_notification() {
 void ControlProcess::request_push(Clock::time_point when) {
     back_off_ = kFirstBackOff;
     if (connection_) return;
+    phase_ = Phase::kDue;
     next_step_ = std::min(next_step_, when);
 }
 
 void ControlProcess::take_step() {
-    if (connection_) {
+    if (phase_ == Phase::kQueued) {
+        phase_ = Phase::kLongQueued;
         next_step_ = kNever;
         say(address_.waiting_text() + "; waiting for it to leave", Severity::kWarning);
         return;
     }
     try {
         connection_.emplace(address_);
+        phase_ = Phase::kQueued;
         next_step_ = Clock::now() +
                      std::chrono::milliseconds(std::llround(address_.timeout_s * 1000));
     } catch (const NothingListens& error) {
@@ -138,6 +141,7 @@ void ControlProcess::push() {
         for (const std::string& what : rejected) {
             complain(Severity::kError, "kestan rejected the " + what);
         }
+        phase_ = Phase::kIdle;
         next_step_ = kNever;
         said_.clear();
         sent_at_ = time_of_day();
@@ -150,6 +154,7 @@ void ControlProcess::push() {
 
 void ControlProcess::fail(const ControlError& error, Severity severity) {
     say(error.what(), severity);
+    phase_ = Phase::kDue;
     next_step_ = Clock::now() + back_off_;
     back_off_ = std::min(2 * back_off_, kLongestBackOff);
 }

@@ -50,6 +50,13 @@ private:
 
     static constexpr Clock::time_point kNever = Clock::time_point::max();
 
+    enum class Phase {
+        kIdle,        // nothing to push
+        kDue,         // to connect at next_step_
+        kQueued,      // connected, waiting for the turn; to print a message at next_step_
+        kLongQueued,  // the same, the message is printed
+    };
+
     void on_notification();
     void read_again();
 
@@ -83,10 +90,9 @@ private:
     TableSender sender_;
     NotificationServer notifications_;
 
-    // While a push waits for its turn.
-    std::optional<ControlConnection> connection_;
-    // When to connect, or to print that the push still waits.
-    Clock::time_point next_step_ = kNever;
+    Phase phase_ = Phase::kIdle;
+    Clock::time_point next_step_ = kNever;         // kNever unless due or queued
+    std::optional<ControlConnection> connection_;  // while queued
     std::chrono::milliseconds back_off_{};
     Clock::time_point answer_;  // the last or the next push for a start notification
     std::string said_;

@@ -37,12 +37,13 @@ std::int16_t as_i16(std::int32_t id) {
 
 // Returns the transport stream that a table is of, if it says so.
 template <typename Table>
-std::string stream_text(const Table& table) {
-    if constexpr (std::is_same_v<Table, CAT>) {
-        return "";
-    } else {
-        return " of transport stream " + id_text(table.transport_stream_id);
-    }
+auto stream_text(const Table& table, int /*preferred*/)
+    -> decltype(id_text(table.transport_stream_id)) {
+    return " of transport stream " + id_text(table.transport_stream_id);
+}
+template <typename Table>
+std::string stream_text(const Table& /*table*/, long /*otherwise*/) {
+    return "";
 }
 
 std::string result_text(std::int32_t version, std::int32_t result) {
@@ -114,8 +115,8 @@ public:
             if (!table || table == played_.*member) return;
             using Fields = TableFields<std::decay_t<decltype(*table)>>;
             const bool is_accepted =
-                call(table_info(kind).name + stream_text(*table), table->version_number,
-                     Fields::method,
+                call(table_info(kind).name + stream_text(*table, 0),
+                     table->version_number, Fields::method,
                      [&](Service& service) { return Fields::send(service, *table); });
             if (is_accepted) played_.*member = table;
         });

@@ -10,7 +10,7 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-void check_ca_on_reserved_pid(const TableIndex& tables, const Report& report) {
+void check_ca_on_reserved_pid(const TableIndex& tables, const RuleReport& report) {
     for (const CaDescriptor& ca : tables.ca_descriptors()) {
         const std::string use = reserved_use(ca.pid);
         if (use.empty()) continue;
@@ -19,7 +19,7 @@ void check_ca_on_reserved_pid(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_emm_on_pmt_pid(const TableIndex& tables, const Report& report) {
+void check_emm_on_pmt_pid(const TableIndex& tables, const RuleReport& report) {
     std::map<std::int32_t, std::int32_t> services;  // by the PID of their PMT
     for (const PmtOnPid& pmt : tables.tables().pmts)
         services.emplace(pmt.pid, pmt.pmt.program_number);
@@ -38,7 +38,7 @@ void check_emm_on_pmt_pid(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_ca_on_stream_pid(const TableIndex& tables, const Report& report) {
+void check_ca_on_stream_pid(const TableIndex& tables, const RuleReport& report) {
     std::map<std::int32_t, std::int32_t> services;  // by the PIDs of their streams
     for (const auto& [place, stream] : tables.all<PMTStream>())
         services.emplace(stream.elementary_pid, tables.service_of(place));
@@ -53,7 +53,7 @@ void check_ca_on_stream_pid(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_ca_system_not_in_cat(const TableIndex& tables, const Report& report) {
+void check_ca_system_not_in_cat(const TableIndex& tables, const RuleReport& report) {
     std::set<std::uint16_t> systems;
     for (const CaDescriptor& ca : tables.ca_descriptors()) {
         if (ca.is_in_cat()) systems.insert(ca.system_id);  // before those of the PMTs
@@ -64,7 +64,7 @@ void check_ca_system_not_in_cat(const TableIndex& tables, const Report& report) 
     }
 }
 
-void check_free_ca_mode_differs(const TableIndex& tables, const Report& report) {
+void check_free_ca_mode_differs(const TableIndex& tables, const RuleReport& report) {
     std::set<std::size_t> scrambled;  // PMTs
     for (const auto& [place, descriptor] : tables.all<Descriptor>()) {
         if (place.table.kind == TableKind::kPmt && descriptor.tag == kCaTag)

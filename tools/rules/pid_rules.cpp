@@ -10,7 +10,8 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-void report_reserved_pid(const FieldPlace& of, std::int32_t pid, const Report& report) {
+void report_reserved_pid(const FieldPlace& of, std::int32_t pid,
+                         const RuleReport& report) {
     const std::string use = reserved_use(pid);
     if (use.empty()) return;
     report(of.at("pid"), "PID {} is reserved for {}: receivers {}", pid_text(pid), use,
@@ -19,7 +20,7 @@ void report_reserved_pid(const FieldPlace& of, std::int32_t pid, const Report& r
                : "find no PMT there, and take its sections for broken ones of that kind");
 }
 
-void check_pmt_on_reserved_pid(const TableIndex& tables, const Report& report) {
+void check_pmt_on_reserved_pid(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, program] : tables.all<PATProgram>()) {
         if (program.program_number != 0) report_reserved_pid(place, program.pid, report);
     }
@@ -27,7 +28,7 @@ void check_pmt_on_reserved_pid(const TableIndex& tables, const Report& report) {
         report_reserved_pid(place, pmt.pid, report);
 }
 
-void check_pmt_on_stream_pid(const TableIndex& tables, const Report& report) {
+void check_pmt_on_stream_pid(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, pmt] : tables.all<PmtOnPid>()) {
         const std::string stream = tables.stream_on(pmt.pid);
         if (stream.empty()) continue;
@@ -38,7 +39,7 @@ void check_pmt_on_stream_pid(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_pmt_not_where_announced(const TableIndex& tables, const Report& report) {
+void check_pmt_not_where_announced(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, pmt] : tables.all<PmtOnPid>()) {
         const std::int32_t service = pmt.pmt.program_number;
         const auto announced = tables.announced_pid(service);
@@ -50,7 +51,7 @@ void check_pmt_not_where_announced(const TableIndex& tables, const Report& repor
     }
 }
 
-void check_stream_on_reserved_pid(const TableIndex& tables, const Report& report) {
+void check_stream_on_reserved_pid(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, stream] : tables.all<PMTStream>()) {
         const std::int32_t pid = stream.elementary_pid;
         const std::string use = reserved_use(pid);
@@ -63,7 +64,7 @@ void check_stream_on_reserved_pid(const TableIndex& tables, const Report& report
     }
 }
 
-void check_elementary_pid_twice(const TableIndex& tables, const Report& report) {
+void check_elementary_pid_twice(const TableIndex& tables, const RuleReport& report) {
     std::map<std::pair<std::size_t, std::int32_t>, FieldPlace> first_with;
     for (const auto& [place, stream] : tables.all<PMTStream>()) {
         const std::int32_t pid = stream.elementary_pid;
@@ -77,7 +78,7 @@ void check_elementary_pid_twice(const TableIndex& tables, const Report& report) 
     }
 }
 
-void check_pcr_pid_without_stream(const TableIndex& tables, const Report& report) {
+void check_pcr_pid_without_stream(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, on_pid] : tables.all<PmtOnPid>()) {
         const PMT& pmt = on_pid.pmt;
         const bool has_stream = std::any_of(
@@ -92,7 +93,7 @@ void check_pcr_pid_without_stream(const TableIndex& tables, const Report& report
     }
 }
 
-void check_stream_type_differs(const TableIndex& tables, const Report& report) {
+void check_stream_type_differs(const TableIndex& tables, const RuleReport& report) {
     std::map<std::int32_t, std::pair<std::int32_t, std::int32_t>> first_with;  // by PID
     for (const auto& [place, stream] : tables.all<PMTStream>()) {
         const std::int32_t of = tables.service_of(place);
@@ -109,7 +110,7 @@ void check_stream_type_differs(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_network_pid_differs(const TableIndex& tables, const Report& report) {
+void check_network_pid_differs(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, program] : tables.all<PATProgram>()) {
         if (program.program_number != 0 || program.pid == kNitPid) continue;
         report(place.at("pid"),
@@ -119,7 +120,7 @@ void check_network_pid_differs(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_network_pid_missing(const TableIndex& tables, const Report& report) {
+void check_network_pid_missing(const TableIndex& tables, const RuleReport& report) {
     if (!tables.tables().pat || !tables.tables().sdt || tables.announced_pid(0)) return;
     report({kInPat, "programs"},
            "no program_number 0 announces a network PID: receivers take PID 0x0010, "

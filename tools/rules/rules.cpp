@@ -27,7 +27,7 @@ std::vector<Finding> check_tables(const Multiplex& multiplex, RuleScope scope) {
     std::vector<Finding> findings;
     for (const Rule& rule : all_rules()) {
         if (rule.scope != RuleScope::kAllTables && rule.scope != scope) continue;
-        rule.check(tables, Report(rule, findings));
+        rule.check(tables, RuleReport(rule, findings));
     }
     return findings;
 }

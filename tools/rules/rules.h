@@ -11,7 +11,7 @@
 #include "tools/rules/finding.h"
 #include "tools/rules/table_index.h"
 
-class Report;
+class RuleReport;
 
 // Whose tables a rule is for.
 enum class RuleScope {
@@ -25,14 +25,14 @@ struct Rule {
     Severity severity;
     std::string_view clause;  // of the standard that asks for it
     // Reports each place that breaks the rule.
-    void (*check)(const TableIndex& tables, const Report& report);
+    void (*check)(const TableIndex& tables, const RuleReport& report);
     RuleScope scope = RuleScope::kAllTables;
 };
 
 // Collects the findings of one rule. The rule and `findings` must outlive it.
-class Report {
+class RuleReport {
 public:
-    Report(const Rule& rule, std::vector<Finding>& findings)
+    RuleReport(const Rule& rule, std::vector<Finding>& findings)
         : rule_(rule), findings_(findings) {}
 
     // Takes a place that breaks the rule. The text, in the format of fmt::format, is what

@@ -10,7 +10,7 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-void check_service_with_two_pmts(const TableIndex& tables, const Report& report) {
+void check_service_with_two_pmts(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, pmt] : tables.all<PmtOnPid>()) {
         const std::int32_t service = pmt.pmt.program_number;
         const std::size_t first = *tables.pmt_of(service);
@@ -22,7 +22,7 @@ void check_service_with_two_pmts(const TableIndex& tables, const Report& report)
     }
 }
 
-void check_program_twice_in_pat(const TableIndex& tables, const Report& report) {
+void check_program_twice_in_pat(const TableIndex& tables, const RuleReport& report) {
     std::set<std::int32_t> seen;
     for (const auto& [place, program] : tables.all<PATProgram>()) {
         const std::int32_t number = program.program_number;
@@ -35,7 +35,7 @@ void check_program_twice_in_pat(const TableIndex& tables, const Report& report) 
     }
 }
 
-void check_service_twice_in_sdt(const TableIndex& tables, const Report& report) {
+void check_service_twice_in_sdt(const TableIndex& tables, const RuleReport& report) {
     std::set<std::int32_t> seen;
     for (const auto& [place, service] : tables.all<SDTService>()) {
         if (seen.insert(service.service_id).second) continue;
@@ -46,7 +46,7 @@ void check_service_twice_in_sdt(const TableIndex& tables, const Report& report) 
     }
 }
 
-void check_pmt_of_program_0(const TableIndex& tables, const Report& report) {
+void check_pmt_of_program_0(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, pmt] : tables.all<PmtOnPid>()) {
         if (pmt.pmt.program_number != 0) continue;
         report(place.at("program_number"),
@@ -55,13 +55,13 @@ void check_pmt_of_program_0(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_pat_missing(const TableIndex& tables, const Report& report) {
+void check_pat_missing(const TableIndex& tables, const RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
     if (multiplex.pat || (multiplex.pmts.empty() && !multiplex.sdt)) return;
     report({kInPat, ""}, "there is no PAT: receivers find no service without one");
 }
 
-void check_service_without_pmt(const TableIndex& tables, const Report& report) {
+void check_service_without_pmt(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, program] : tables.all<PATProgram>()) {
         const std::int32_t service = program.program_number;
         if (service == 0 || tables.pmt_of(service)) continue;
@@ -70,7 +70,7 @@ void check_service_without_pmt(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_pmt_not_in_pat(const TableIndex& tables, const Report& report) {
+void check_pmt_not_in_pat(const TableIndex& tables, const RuleReport& report) {
     if (!tables.tables().pat) return;
     for (const auto& [place, pmt] : tables.all<PmtOnPid>()) {
         const std::int32_t service = pmt.pmt.program_number;
@@ -81,7 +81,7 @@ void check_pmt_not_in_pat(const TableIndex& tables, const Report& report) {
     }
 }
 
-void check_sdt_service_not_in_pat(const TableIndex& tables, const Report& report) {
+void check_sdt_service_not_in_pat(const TableIndex& tables, const RuleReport& report) {
     if (!tables.tables().pat) return;
     for (const auto& [place, service] : tables.all<SDTService>()) {
         if (tables.announced_pid(service.service_id)) continue;
@@ -92,7 +92,7 @@ void check_sdt_service_not_in_pat(const TableIndex& tables, const Report& report
     }
 }
 
-void check_service_without_name(const TableIndex& tables, const Report& report) {
+void check_service_without_name(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, service] : tables.all<SDTService>()) {
         bool has_descriptor = false;
         bool is_named_or_broken = false;  // another rule reports a broken descriptor

@@ -13,7 +13,13 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
+template <typename Element, typename... Kept>
+constexpr bool is_kept(const std::tuple<std::vector<Placed<Kept>>...>* /*elements*/) {
+    return (std::is_same_v<Element, Kept> || ...);
+}
+
 // A visitor that collects the elements of a structure's lists, and those of their lists.
+// It leaves out the kinds of elements that no rule looks at.
 template <typename Structure>
 struct ElementCollector : IgnoringVisitor {
     const Structure& structure;
@@ -25,7 +31,8 @@ struct ElementCollector : IgnoringVisitor {
         const std::vector<Element>& elements = structure.*member;
         for (std::size_t i = 0; i < elements.size(); ++i) {
             const FieldPlace at = place.at(fmt::format("{}[{}]", name, i));
-            std::get<std::vector<Placed<Element>>>(to).push_back({at, elements[i]});
+            if constexpr (is_kept<Element>(static_cast<TableIndex::Elements*>(nullptr)))
+                std::get<std::vector<Placed<Element>>>(to).push_back({at, elements[i]});
             TableFields<Element>::visit(
                 ElementCollector<Element>{{}, elements[i], at, to});
         }

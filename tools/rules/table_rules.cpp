@@ -15,7 +15,7 @@ using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-void check_version_above_31(const TableIndex& tables, const Report& report) {
+void check_version_above_31(const TableIndex& tables, const RuleReport& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         if (table.version_number <= kMaxVersionNumber) return;
         report({place, "version_number"},
@@ -25,7 +25,7 @@ void check_version_above_31(const TableIndex& tables, const Report& report) {
     });
 }
 
-void check_not_in_force(const TableIndex& tables, const Report& report) {
+void check_not_in_force(const TableIndex& tables, const RuleReport& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         if (table.current_next_indicator) return;
         report(
@@ -34,7 +34,8 @@ void check_not_in_force(const TableIndex& tables, const Report& report) {
     });
 }
 
-void check_transport_stream_id_differs(const TableIndex& tables, const Report& report) {
+void check_transport_stream_id_differs(const TableIndex& tables,
+                                       const RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
     if (!multiplex.pat || !multiplex.sdt) return;
     const std::int32_t in_sdt = multiplex.sdt->transport_stream_id;
@@ -46,7 +47,7 @@ void check_transport_stream_id_differs(const TableIndex& tables, const Report& r
            in_sdt, in_pat);
 }
 
-void check_table_refused(const TableIndex& tables, const Report& report) {
+void check_table_refused(const TableIndex& tables, const RuleReport& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         const std::optional<std::string> reason = refusal_reason(table);
         if (!reason) return;
@@ -55,7 +56,7 @@ void check_table_refused(const TableIndex& tables, const Report& report) {
     });
 }
 
-void check_descriptor_overrun(const TableIndex& tables, const Report& report) {
+void check_descriptor_overrun(const TableIndex& tables, const RuleReport& report) {
     for (const auto& [place, descriptor] : tables.all<Descriptor>()) {
         const std::string overrun = inner_overrun(descriptor);
         if (overrun.empty()) continue;
@@ -75,7 +76,7 @@ bool says_what_is_carried(const Descriptor& descriptor) {
     return descriptor.tag >= first_private_tag || tags.count(descriptor.tag) != 0;
 }
 
-void check_private_stream_unknown(const TableIndex& tables, const Report& report) {
+void check_private_stream_unknown(const TableIndex& tables, const RuleReport& report) {
     constexpr std::int32_t private_pes = 0x06;  // ISO/IEC 13818-1, table 2-34
     for (const auto& [place, stream] : tables.all<PMTStream>()) {
         const std::vector<Descriptor>& descriptors = stream.descriptors;
@@ -89,7 +90,7 @@ void check_private_stream_unknown(const TableIndex& tables, const Report& report
     }
 }
 
-void check_sdt_sections_too_close(const TableIndex& tables, const Report& report) {
+void check_sdt_sections_too_close(const TableIndex& tables, const RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
     if (!multiplex.sdt) return;
     constexpr auto first_too_many = static_cast<std::size_t>(
