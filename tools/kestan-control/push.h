@@ -11,6 +11,7 @@
 #include "tools/model/multiplex.h"
 
 // Sends tables to Kestan and remembers what Kestan plays, also for the next process.
+// Writes one line for each table to standard output: what, version, result.
 //
 // Other clients may change what Kestan plays in between: what they leave there stays, and
 // is not seen. One thread.
@@ -23,8 +24,7 @@ public:
     TableSender(const char* name, const ControlAddress& address, const char* effect,
                 bool forgets = false);
 
-    // Sends all tables and withdraws none. Writes one line for each to standard output:
-    // what, version, result. Returns the tables that Kestan rejected.
+    // Sends all tables and withdraws none. Returns the tables that Kestan rejected.
     // Stops a service first if it can be on another PID: Kestan would keep it there. If
     // `stops_all`, does so for each service. Throws ControlError; then the tables whose
     // lines are written are in place.
