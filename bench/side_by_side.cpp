@@ -30,7 +30,7 @@
 #include "thrift/cm_MuxControlSrv.h"
 #include "thrift/instance_ports.h"
 #include "thrift/simple_client.h"
-#include "tools/kestan-monitor/measure/spread.h"
+#include "tools/kestan-monitor/measure/series.h"
 #include "tools/receive/udp_receiver.h"
 
 using std::chrono::seconds;

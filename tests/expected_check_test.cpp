@@ -84,7 +84,7 @@ TEST(ExpectedCheck, CountsADifferenceOnceAfterTwoSecondsOrAtTheEnd) {
     using Counts = std::pair<std::size_t, std::optional<std::size_t>>;  // in all, now
     const auto counts = [&](std::int64_t ms, std::int64_t ns = 0) {
         statistics.advance(ms * kNsPerMs + ns, 0);
-        return Counts(statistics.faults().total(FaultKind::kExpected),
+        return Counts(statistics.faults().all(FaultKind::kExpected).total,
                       statistics.expected_differences());
     };
     statistics.accept({{FaultKind::kExpected, {}, kSdtPid}});

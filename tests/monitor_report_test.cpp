@@ -12,11 +12,8 @@
 #include "tests/support/sections.h"
 #include "tools/json/number_text.h"
 #include "tools/json/shown_text.h"
-#include "tools/kestan-monitor/measure/carried_tables.h"
-#include "tools/kestan-monitor/measure/time_series.h"
-#include "tools/kestan-monitor/report/json_report.h"
-#include "tools/kestan-monitor/report/metrics.h"
-#include "tools/kestan-monitor/report/plot.h"
+#include "tools/kestan-monitor/measure/series.h"
+#include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/text_report.h"
 #include "tools/kestan-monitor/screen/terminal_view.h"
 #include "tools/receive/packet_recorder.h"
@@ -30,7 +27,10 @@ constexpr std::uint16_t kVideoPid = 0x0200;
 constexpr std::int64_t kCivil = 1781525100 * kNsPerSecond;  // 2026-06-15 12:05:00 UTC
 
 struct Stream {
-    Stream() { statistics.set_civil_clock(kCivil, std::nullopt); }
+    Stream() {
+        statistics.set_civil_clock(kCivil, std::nullopt);
+        statistics.keep_series();
+    }
 
     // Returns the packets of a section: its hexadecimal digits but for length and CRC_32.
     std::string packets(std::uint16_t pid, const char* hex) {
@@ -42,8 +42,7 @@ struct Stream {
     }
 
     [[nodiscard]] Report report() const {
-        return {"226.0.0.10:1234", statistics, RateMeter().measure(statistics),
-                service_names(statistics.tables())};
+        return {"226.0.0.10:1234", statistics, RateMeter().measure(statistics)};
     }
 
     StreamStatistics statistics{0};
@@ -118,13 +117,9 @@ TEST(MonitorReport, TellsPeopleWhatIsWrongWithAStream) {
 }
 
 TEST(MonitorReport, DrawsAnyNameAndTheRateOfALongRun) {
-    const FaultyStream stream;
-    Plot plot(0);
-    for (int second = 0; second < 61; ++second) {
-        plot.add_interval(kPmtPid, {TableKind::kPmt, 7}, second * kNsPerSecond, kNsPerMs);
-        plot.add_packets(second * kNsPerSecond, 1);
-    }
-    const std::string svg = plot.svg(stream.report(), 61 * kNsPerSecond);
+    FaultyStream stream;
+    stream.send(61000, ts_packet(kVideoPid, 3));
+    const std::string svg = plot_svg(stream.report());
     EXPECT_THAT(svg, HasSubstr(">&lt;A> &amp; B</text>"));
     EXPECT_THAT(svg, Not(HasSubstr("<A>")));
     EXPECT_THAT(svg, HasSubstr("kbit/s, over 200 ms each"));
@@ -151,8 +146,8 @@ TEST(FaultLog, KeepsFirstAndLastTimesAndTheLastTenEvents) {
     for (int i = 0; i < 12; ++i)
         log.add({FaultKind::kCrc, static_cast<std::uint16_t>(i % 6)}, i, i % 5);
     log.add({FaultKind::kLost}, 12, 0, 3);
-    EXPECT_EQ(log.total(), 15u);
-    EXPECT_EQ(log.total(FaultKind::kLost), 3u);
+    EXPECT_EQ(log.all().total, 15u);
+    EXPECT_EQ(log.all(FaultKind::kLost).total, 3u);
     const auto& [count, first, last, worst] = log.records().at({FaultKind::kCrc, 4});
     EXPECT_EQ(count, 2u);
     EXPECT_EQ(first, kCivil + 4);

@@ -13,13 +13,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Returns the names of the tables that a multiplex has only once and `tables` has.
-std::vector<std::string> single_tables_of(const Multiplex& tables) {
-    std::vector<std::string> names;
+// Adds the kinds of the file's tables but PMTs. Throws FileMistake if there is one of
+// them already.
+void add_single_tables(const TableFile& file, std::set<TableKind>& kinds) {
     for_each_single_table([&](TableKind kind, auto member) {
-        if (tables.*member) names.emplace_back(table_info(kind).key);
+        if (!(file.tables.*member) || kinds.count(kind) == 0) return;
+        const std::string name = table_info(kind).key;
+        throw FileMistake(file.path, {{0, name + ": an earlier file has this table too, "
+                                                 "expected it in one file"}});
     });
-    return names;
+    for_each_single_table([&](TableKind kind, auto member) {
+        if (file.tables.*member) kinds.insert(kind);
+    });
 }
 
 std::vector<std::string> json_files_in(const std::string& directory) {
@@ -33,35 +38,21 @@ std::vector<std::string> json_files_in(const std::string& directory) {
     return paths;
 }
 
-}  // namespace
-
-std::string FileFinding::line() const {
-    const std::string file =
-        shown_path(path) + (line_number == 0 ? "" : ':' + std::to_string(line_number));
-    return std::string(name_of(severity)) + ": " + (path.empty() ? "" : file + ": ") +
-           text;
-}
-
-bool has_errors(const std::vector<FileFinding>& findings) {
-    return std::any_of(findings.begin(), findings.end(), [](const FileFinding& finding) {
-        return finding.severity == Severity::kError;
-    });
-}
-
-std::vector<TableFiles::NamedFile> TableFiles::expand(
-    std::vector<FileFinding>& mistakes) const {
-    std::vector<NamedFile> files;
-    for (const std::string& path : paths_) {
+// Returns the files that the paths stand for. `kind` is that of a file with its own path.
+std::vector<std::pair<std::string, FileKind>> expand(
+    const std::vector<std::string>& paths, FileKind kind,
+    std::vector<FileFinding>& mistakes) {
+    std::vector<std::pair<std::string, FileKind>> files;
+    for (const std::string& path : paths) {
         std::error_code error;
         if (!fs::is_directory(path, error)) {
-            files.push_back({path, kind_});
+            files.emplace_back(path, kind);
             continue;
         }
         try {
             const std::vector<std::string> in_it = json_files_in(path);
-            for (const std::string& file : in_it) {
-                files.push_back({file, FileKind::kRegular});
-            }
+            for (const std::string& file : in_it)
+                files.emplace_back(file, FileKind::kRegular);
             if (in_it.empty()) {
                 mistakes.push_back({Severity::kError, path,
                                     "no file in this directory is named *.json"});
@@ -74,38 +65,30 @@ std::vector<TableFiles::NamedFile> TableFiles::expand(
     return files;
 }
 
+}  // namespace
+
+std::string FileFinding::line() const {
+    const std::string file =
+        shown_path(path) + (line_number == 0 ? "" : ':' + std::to_string(line_number));
+    return std::string(name_of(severity)) + ": " + (path.empty() ? "" : file + ": ") +
+           text;
+}
+
 ReadFiles TableFiles::read(Severity of_doubts) const {
     ReadFiles read;
-    std::set<std::string> seen;  // names of single tables
-    for (const auto& [path, kind] : expand(read.mistakes)) {
-        TableFile file{path, {}};
+    std::set<TableKind> singles;
+    for (const auto& [path, kind] : expand(paths_, kind_, read.mistakes)) {
         std::vector<FileRemark> doubts;
-        bool is_valid = true;
         try {
-            file.tables = read_multiplex_file(path, kind, &doubts);
+            TableFile file{path, read_multiplex_file(path, kind, &doubts)};
+            add_single_tables(file, singles);
+            read.files.push_back(std::move(file));
         } catch (const FileMistake& mistake) {
-            is_valid = false;
-            for (const auto& [line, text] : mistake.remarks()) {
+            for (const auto& [line, text] : mistake.remarks())
                 read.mistakes.push_back({Severity::kError, path, text, line});
-            }
         }
-        for (const auto& [line, text] : doubts) {
+        for (const auto& [line, text] : doubts)
             read.doubts.push_back({of_doubts, path, text, line});
-        }
-        if (!is_valid) continue;
-        const std::vector<std::string> names = single_tables_of(file.tables);
-        const auto repeated =
-            std::find_if(names.begin(), names.end(),
-                         [&](const std::string& name) { return seen.count(name) != 0; });
-        if (repeated != names.end()) {
-            read.mistakes.push_back({Severity::kError, path,
-                                     *repeated +
-                                         ": an earlier file has this table too, expected "
-                                         "it in one file"});
-            continue;
-        }
-        seen.insert(names.begin(), names.end());
-        read.files.push_back(std::move(file));
     }
     return read;
 }
@@ -115,7 +98,7 @@ JoinedFiles::JoinedFiles(const std::vector<TableFile>& files) {
         for_each_single_table([&](TableKind kind, auto member) {
             if (!(file.tables.*member)) return;
             tables_.*member = file.tables.*member;
-            single_paths_[static_cast<std::size_t>(kind)] = file.path;
+            singles_[static_cast<std::size_t>(kind)].path = file.path;
         });
         for (std::size_t i = 0; i < file.tables.pmts.size(); ++i) {
             tables_.pmts.push_back(file.tables.pmts[i]);
@@ -124,15 +107,13 @@ JoinedFiles::JoinedFiles(const std::vector<TableFile>& files) {
     }
 }
 
-const std::string& JoinedFiles::path_of(TablePlace table) const {
-    if (table.kind == TableKind::kPmt) return pmts_[table.pmt].path;
-    return single_paths_[static_cast<std::size_t>(table.kind)];
-}
-
-FileFinding JoinedFiles::in_file(const Finding& finding) const {
-    const bool is_pmt = finding.table.kind == TableKind::kPmt;
-    const std::size_t pmt = is_pmt ? pmts_[finding.table.pmt].index : 0;
-    std::string text = place_of(finding, pmt) + ": " + finding.text;
+FileFinding JoinedFiles::in_file(Finding finding) const {
+    TablePlace& table = finding.table;
+    const Origin& origin = table.kind == TableKind::kPmt
+                               ? pmts_[table.pmt]
+                               : singles_[static_cast<std::size_t>(table.kind)];
+    table.pmt = origin.pmt;
+    std::string text = place_of(finding) + ": " + finding.text;
     if (!finding.clause.empty()) text += " (" + std::string(finding.clause) + ')';
-    return {finding.severity, path_of(finding.table), std::move(text)};
+    return {finding.severity, origin.path, std::move(text)};
 }

@@ -28,8 +28,6 @@ struct FileFinding {
     [[nodiscard]] std::string line() const;
 };
 
-[[nodiscard]] bool has_errors(const std::vector<FileFinding>& findings);
-
 // The files that could be read, and why the others could not.
 struct ReadFiles {
     std::vector<TableFile> files;
@@ -52,13 +50,6 @@ public:
     [[nodiscard]] ReadFiles read(Severity of_doubts) const;
 
 private:
-    struct NamedFile {
-        std::string path;
-        FileKind kind;
-    };
-
-    [[nodiscard]] std::vector<NamedFile> expand(std::vector<FileFinding>& mistakes) const;
-
     std::vector<std::string> paths_;
     FileKind kind_;
 };
@@ -70,20 +61,19 @@ public:
     explicit JoinedFiles(const std::vector<TableFile>& files);
 
     [[nodiscard]] const Multiplex& tables() const { return tables_; }
-    [[nodiscard]] const std::string& path_of(TablePlace table) const;
 
     // Converts a finding to one about the file that has the table.
-    [[nodiscard]] FileFinding in_file(const Finding& finding) const;
+    [[nodiscard]] FileFinding in_file(Finding finding) const;
 
 private:
-    struct PmtOrigin {
+    struct Origin {
         std::string path;
-        std::size_t index;  // in the file's pmts
+        std::size_t pmt = 0;  // index in the file's pmts
     };
 
     Multiplex tables_;
-    std::array<std::string, kTables.size()> single_paths_;  // by TableKind
-    std::vector<PmtOrigin> pmts_;                           // as tables_.pmts
+    std::array<Origin, kTables.size()> singles_;  // by TableKind
+    std::vector<Origin> pmts_;                    // as tables_.pmts
 };
 
 #endif

@@ -2,28 +2,24 @@
 
 #include <algorithm>
 
+#include <boost/algorithm/string/erase.hpp>
+#include <boost/algorithm/string/replace.hpp>
+
 using nlohmann::ordered_json;
 
 namespace {
 
 constexpr std::size_t kIndent = 2;
 
-std::string scalar(const ordered_json& value) {
-    return value.dump();
-}
-
 std::string name_in(const ordered_json& owner, const std::string& key) {
-    return owner.is_object() ? scalar(key) + ": " : "";
+    return owner.is_object() ? ordered_json(key).dump() + ": " : "";
 }
 
 std::string on_one_line(const ordered_json& value) {
-    if (!value.is_structured()) return scalar(value);
-    std::string elements;
-    for (const auto& element : value.items()) {
-        if (!elements.empty()) elements += ", ";
-        elements += name_in(value, element.key()) + on_one_line(element.value());
-    }
-    return value.is_object() ? '{' + elements + '}' : '[' + elements + ']';
+    std::string text = value.dump(0);  // in lines that are not indented
+    boost::algorithm::replace_all(text, ",\n", ", ");
+    boost::algorithm::erase_all(text, "\n");
+    return text;
 }
 
 // Returns whether the value has no object or array in it.

@@ -1,16 +1,19 @@
 #include "tools/json/descriptor_fields.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstddef>
-#include <optional>
+#include <iterator>
+#include <utility>
 
 #include "dvb/psi_si.h"
 
 using orvel::thrift::dvb_tables::Descriptor;
+using namespace std::string_literals;
 
 namespace {
 
-constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kLanguageBits = kLanguageSize * kBitsOfByte;
 
 DescriptorField number(const char* name, unsigned bits) {
@@ -21,15 +24,6 @@ DescriptorField hex(const char* name, unsigned bits) {
     return {FieldKind::kHexNumber, bits, name};
 }
 
-DescriptorField bcd(const char* name) {
-    return {FieldKind::kBcdNumber, kBitsOfByte, name, FieldNeed::kRequired,
-            "BCD: \"0x88\" is 88"};
-}
-
-DescriptorField character_code(const char* name) {
-    return {FieldKind::kCharacterCode, 32, name};
-}
-
 DescriptorField flag(const char* name) {
     return {FieldKind::kFlag, 1, name};
 }
@@ -38,20 +32,16 @@ DescriptorField language() {
     return {FieldKind::kLanguage, kLanguageBits, "language"};
 }
 
-DescriptorField text(const char* name) {
-    return {FieldKind::kText, 0, name};
-}
-
-DescriptorField text_rest(const char* name) {
-    return {FieldKind::kTextRest, 0, name};
+DescriptorField text(const char* name, unsigned length_bits = kBitsOfByte) {
+    return {FieldKind::kText, length_bits, name};
 }
 
 DescriptorField bytes(const char* name) {
-    return {FieldKind::kBytes, 0, name};
+    return {FieldKind::kBytes, kBitsOfByte, name};
 }
 
 DescriptorField rest(const char* name) {
-    return {FieldKind::kRest, 0, name, FieldNeed::kAbsentIfZero};
+    return {FieldKind::kBytes, 0, name, FieldNeed::kAbsentIfZero};
 }
 
 DescriptorField zeros(unsigned bits) {
@@ -64,10 +54,6 @@ DescriptorField ones(unsigned bits) {
 
 DescriptorField presence_of(const char* name) {
     return {FieldKind::kPresence, 1, name};
-}
-
-DescriptorField absence_of(const char* name) {
-    return {FieldKind::kAbsence, 1, name};
 }
 
 DescriptorField if_more() {
@@ -85,15 +71,14 @@ DescriptorField with_note(const char* note, DescriptorField field) {
 }
 
 // Makes a field that is there if its presence flag is 1.
-DescriptorField announced(const char* name) {
-    return with(FieldNeed::kIfPresenceFlag, hex(name, kBitsOfByte));
+DescriptorField announced(DescriptorField field) {
+    return with(FieldNeed::kIfPresenceFlag, field);
 }
 
 // Makes a field that is there if the other one is.
 DescriptorField together_with(const char* other, DescriptorField field) {
-    field.need = FieldNeed::kIfPresenceFlag;
     field.with = other;
-    return field;
+    return announced(field);
 }
 
 DescriptorForm single(const char* name, std::uint8_t tag,
@@ -111,6 +96,10 @@ std::vector<DescriptorForm> all_forms() {
     constexpr auto zero_if_absent = FieldNeed::kZeroIfAbsent;
     constexpr auto absent_if_zero = FieldNeed::kAbsentIfZero;
     constexpr auto absent_if_ones = FieldNeed::kAbsentIfOnes;
+    const std::vector<DescriptorField> teletext_pages{
+        language(), number("teletext_type", 5), number("teletext_magazine_number", 3),
+        with_note("BCD: \"0x88\" is 88",
+                  {FieldKind::kBcdNumber, 8, "teletext_page_number"})};
     return {
         // ISO/IEC 13818-1, 2.6
         single("video_stream", 0x02,
@@ -131,7 +120,7 @@ std::vector<DescriptorForm> all_forms() {
                 number("hierarchy_embedded_layer_index", 6), ones(2),
                 number("hierarchy_channel", 6)}),
         single("registration", 0x05,
-               {character_code("format_identifier"),
+               {{FieldKind::kCharacterCode, 32, "format_identifier"},
                 rest("additional_identification_info")}),
         single("data_stream_alignment", 0x06, {number("alignment_type", 8)}),
         single(
@@ -139,9 +128,9 @@ std::vector<DescriptorForm> all_forms() {
             {hex("ca_system_id", 16), ones(3), hex("ca_pid", 13), rest("private_data")}),
         list("iso_639_language", 0x0A,
              {language(), with(zero_if_absent, number("audio_type", 8))}),
-        single(
-            "copyright", 0x0D,
-            {character_code("copyright_identifier"), rest("additional_copyright_info")}),
+        single("copyright", 0x0D,
+               {{FieldKind::kCharacterCode, 32, "copyright_identifier"},
+                rest("additional_copyright_info")}),
         single("maximum_bitrate", 0x0E,
                {ones(2), with_note("in units of 50 bytes a second",
                                    number("maximum_bitrate", 22))}),
@@ -174,45 +163,33 @@ std::vector<DescriptorForm> all_forms() {
         single(
             "avc_timing_and_hrd", 0x2A,
             {flag("hrd_management_valid_flag"), ones(6), presence_of("num_units_in_tick"),
-             together_with("num_units_in_tick", absence_of("n")),
+             together_with("num_units_in_tick", {FieldKind::kAbsence, 1, "n"}),
              together_with("num_units_in_tick", ones(7)),
-             with(FieldNeed::kIfPresenceFlag,
-                  with_note("of the time base; 90 kHz without it", number("n", 32))),
+             announced(with_note("of the time base; 90 kHz without it", number("n", 32))),
              together_with("n", number("k", 32)),
-             with(FieldNeed::kIfPresenceFlag, number("num_units_in_tick", 32)),
-             flag("fixed_frame_rate_flag"), flag("temporal_poc_flag"),
-             flag("picture_to_display_conversion_flag"), ones(5)}),
+             announced(number("num_units_in_tick", 32)), flag("fixed_frame_rate_flag"),
+             flag("temporal_poc_flag"), flag("picture_to_display_conversion_flag"),
+             ones(5)}),
         single("mpeg_2_aac_audio", 0x2B,
                {hex("mpeg_2_aac_profile", 8), hex("mpeg_2_aac_channel_configuration", 8),
                 hex("mpeg_2_aac_additional_information", 8)}),
-        single("hevc_video", 0x38,
-               {number("profile_space", 2),
-                flag("tier_flag"),
-                number("profile_idc", 5),
-                hex("profile_compatibility_indication", 32),
-                flag("progressive_source_flag"),
-                flag("interlaced_source_flag"),
-                flag("non_packed_constraint_flag"),
-                flag("frame_only_constraint_flag"),
-                hex("copied_44bits", 44),
-                number("level_idc", 8),
-                flag("temporal_layer_subset_flag"),
-                flag("hevc_still_present_flag"),
-                flag("hevc_24hr_picture_present_flag"),
-                flag("sub_pic_hrd_params_not_present_flag"),
-                ones(2),
-                number("hdr_wcg_idc", 2),
-                if_more(),
-                with(zero_if_absent, number("temporal_id_min", 3)),
-                ones(5),
-                with(zero_if_absent, number("temporal_id_max", 3)),
-                ones(5)}),
+        single(
+            "hevc_video", 0x38,
+            {number("profile_space", 2), flag("tier_flag"), number("profile_idc", 5),
+             hex("profile_compatibility_indication", 32), flag("progressive_source_flag"),
+             flag("interlaced_source_flag"), flag("non_packed_constraint_flag"),
+             flag("frame_only_constraint_flag"), hex("copied_44bits", 44),
+             number("level_idc", 8), flag("temporal_layer_subset_flag"),
+             flag("hevc_still_present_flag"), flag("hevc_24hr_picture_present_flag"),
+             flag("sub_pic_hrd_params_not_present_flag"), ones(2),
+             number("hdr_wcg_idc", 2),
+             // present if temporal_layer_subset_flag is 1
+             if_more(), with(zero_if_absent, number("temporal_id_min", 3)), ones(5),
+             with(zero_if_absent, number("temporal_id_max", 3)), ones(5)}),
         // ETSI EN 300 468, 6.2
         list("vbi_data", 0x45,
              {hex("data_service_id", 8), bytes("data_service_descriptor")}),
-        list("vbi_teletext", 0x46,
-             {language(), number("teletext_type", 5),
-              number("teletext_magazine_number", 3), bcd("teletext_page_number")}),
+        list("vbi_teletext", 0x46, teletext_pages),
         single("service", kServiceTag,
                {number("service_type", 8), text("provider_name"), text("service_name")}),
         single("country_availability", 0x49,
@@ -229,12 +206,10 @@ std::vector<DescriptorForm> all_forms() {
         single("component", 0x50,
                {hex("stream_content_ext", 4), hex("stream_content", 4),
                 hex("component_type", 8), number("component_tag", 8), language(),
-                text_rest("text")}),
+                text("text", 0)}),
         single("stream_identifier", 0x52, {number("component_tag", 8)}),
         list("ca_identifier", 0x53, {hex("ca_system_id", 16)}),
-        list("teletext", 0x56,
-             {language(), number("teletext_type", 5),
-              number("teletext_magazine_number", 3), bcd("teletext_page_number")}),
+        list("teletext", 0x56, teletext_pages),
         list("subtitling", 0x59,
              {language(), hex("subtitling_type", 8), number("composition_page_id", 16),
               number("ancillary_page_id", 16)}),
@@ -254,8 +229,9 @@ std::vector<DescriptorForm> all_forms() {
         single("ac_3", 0x6A,
                {presence_of("component_type"), presence_of("bsid"), presence_of("mainid"),
                 presence_of("asvc"), with(absent_if_zero, hex("reserved_flags", 4)),
-                announced("component_type"), announced("bsid"), announced("mainid"),
-                announced("asvc"), rest("additional_info")}),
+                announced(hex("component_type", 8)), announced(hex("bsid", 8)),
+                announced(hex("mainid", 8)), announced(hex("asvc", 8)),
+                rest("additional_info")}),
         // ETSI EN 300 468, 6.2
         single("ancillary_data", 0x6B, {hex("ancillary_data_identifier", 8)}),
         // ETSI TS 102 809, 5.3.5.1
@@ -267,16 +243,17 @@ std::vector<DescriptorForm> all_forms() {
         single("adaptation_field_data", 0x70,
                {hex("adaptation_field_data_identifier", 8)}),
         // ETSI TS 102 323, 6.3.1
-        single("default_authority", 0x73, {text_rest("default_authority")}),
+        single("default_authority", 0x73, {text("default_authority", 0)}),
         // ETSI EN 300 468, annexes D, G and H
-        single(
-            "enhanced_ac_3", 0x7A,
-            {presence_of("component_type"), presence_of("bsid"), presence_of("mainid"),
-             presence_of("asvc"), with(absent_if_zero, flag("mixinfoexists")),
-             presence_of("substream1"), presence_of("substream2"),
-             presence_of("substream3"), announced("component_type"), announced("bsid"),
-             announced("mainid"), announced("asvc"), announced("substream1"),
-             announced("substream2"), announced("substream3"), rest("additional_info")}),
+        single("enhanced_ac_3", 0x7A,
+               {presence_of("component_type"), presence_of("bsid"), presence_of("mainid"),
+                presence_of("asvc"), with(absent_if_zero, flag("mixinfoexists")),
+                presence_of("substream1"), presence_of("substream2"),
+                presence_of("substream3"), announced(hex("component_type", 8)),
+                announced(hex("bsid", 8)), announced(hex("mainid", 8)),
+                announced(hex("asvc", 8)), announced(hex("substream1", 8)),
+                announced(hex("substream2", 8)), announced(hex("substream3", 8)),
+                rest("additional_info")}),
         single("dts", 0x7B,
                {number("sample_rate_code", 4), number("bit_rate_code", 6),
                 number("nblks", 7), number("fsize", 14), number("surround_mode", 6),
@@ -285,7 +262,7 @@ std::vector<DescriptorForm> all_forms() {
         single("aac", 0x7C,
                {hex("profile_and_level", 8), if_more(), presence_of("aac_type"),
                 with(zero_if_absent, flag("saoc_de_flag")), zeros(6),
-                announced("aac_type"), rest("additional_info")}),
+                announced(hex("aac_type", 8)), rest("additional_info")}),
         // ETSI EN 300 468, 6.2
         single("fta_content_management", 0x7E,
                {flag("user_defined"), ones(3), flag("do_not_scramble"),
@@ -294,8 +271,7 @@ std::vector<DescriptorForm> all_forms() {
         // ETSI EN 300 468, annex J
         single("supplementary_audio", 0x7F,
                {number("mix_type", 1), hex("editorial_classification", 5), ones(1),
-                presence_of("language"), with(FieldNeed::kIfPresenceFlag, language()),
-                rest("private_data")},
+                presence_of("language"), announced(language()), rest("private_data")},
                0x06),
         // ETSI EN 300 468, 6.2
         single("extension", 0x7F,
@@ -329,8 +305,6 @@ public:
         return bytes;
     }
 
-    std::string_view take_rest() { return take_bytes(bits_left() / kBitsOfByte); }
-
 private:
     std::string_view data_;
     std::size_t position_ = 0;  // in bits
@@ -345,42 +319,33 @@ bool is_announced(const DescriptorField& field, const std::vector<FieldValue>& b
     });
 }
 
-// Takes 8 bits of length and as many bytes. Returns as `take` does.
-std::string take_counted(const DescriptorField& field, BitReader& data,
-                         FieldValue& value) {
-    if (data.bits_left() < kBitsOfByte) {
-        return std::string("too short for the length of ") + field.name;
-    }
-    const std::size_t size = data.take(kBitsOfByte);
+// Takes a text or bytes, as `take` does.
+std::string take_bytes(const DescriptorField& field, BitReader& data, FieldValue& value) {
+    const std::size_t length = data.take(field.bits);
     const std::size_t left = data.bits_left() / kBitsOfByte;
-    if (size > left) {
-        return std::string(field.name) + " takes " + std::to_string(size) + " bytes, " +
-               std::to_string(left) + " are left";
-    }
-    value.bytes = data.take_bytes(size);
-    return {};
+    value.bytes = data.take_bytes(field.bits == 0 ? left : std::min(length, left));
+    if (length <= left) return {};
+    return fmt::format("{} takes {} bytes, {} are left", field.name, length, left);
 }
 
 // Takes the field's value. Returns what overruns the data, or an empty text.
 std::string take(const DescriptorField& field, BitReader& data, FieldValue& value) {
+    const bool may_have_length =
+        field.kind == FieldKind::kText || field.kind == FieldKind::kBytes;
     if (data.bits_left() < field.bits) {
-        return std::string("too short for ") + field.name;
+        return (may_have_length ? "too short for the length of "s : "too short for ") +
+               field.name;
     }
+    if (may_have_length) return take_bytes(field, data, value);
     switch (field.kind) {
-        case FieldKind::kText:
-        case FieldKind::kBytes:
-            return take_counted(field, data, value);
+        case FieldKind::kCharacterCode:
         case FieldKind::kLanguage:
             value.bytes = data.take_bytes(field.bits / kBitsOfByte);
             return {};
         case FieldKind::kCountries:
-            value.bytes = data.take_rest();
+            value.bytes = data.take_bytes(data.bits_left() / kBitsOfByte);
             if (value.bytes.size() % kLanguageSize == 0) return {};
-            return std::string("too short for the last of ") + field.name;
-        case FieldKind::kTextRest:
-        case FieldKind::kRest:
-            value.bytes = data.take_rest();
-            return {};
+            return "too short for the last of "s + field.name;
         default:
             value.number = data.take(field.bits);
             return {};
@@ -406,35 +371,15 @@ std::string take_entry(const DescriptorForm& form, BitReader& data,
 }  // namespace
 
 bool is_in_json(const DescriptorField& field) {
-    switch (field.kind) {
-        case FieldKind::kZeros:
-        case FieldKind::kOnes:
-        case FieldKind::kPresence:
-        case FieldKind::kAbsence:
-        case FieldKind::kIfMore:
-            return false;
-        case FieldKind::kNumber:
-        case FieldKind::kHexNumber:
-        case FieldKind::kBcdNumber:
-        case FieldKind::kCharacterCode:
-        case FieldKind::kFlag:
-        case FieldKind::kLanguage:
-        case FieldKind::kCountries:
-        case FieldKind::kText:
-        case FieldKind::kTextRest:
-        case FieldKind::kBytes:
-        case FieldKind::kRest:
-            break;
-    }
-    return true;
-}
-
-bool is_text(const DescriptorField& field) {
-    return field.kind == FieldKind::kText || field.kind == FieldKind::kTextRest;
+    constexpr FieldKind implied[] = {FieldKind::kZeros, FieldKind::kOnes,
+                                     FieldKind::kPresence, FieldKind::kAbsence,
+                                     FieldKind::kIfMore};
+    return std::find(std::begin(implied), std::end(implied), field.kind) ==
+           std::end(implied);
 }
 
 std::string coding_field(const char* text_field) {
-    return text_field + std::string("_coding");
+    return text_field + "_coding"s;
 }
 
 const std::vector<DescriptorForm>& descriptor_forms() {
@@ -461,20 +406,19 @@ SplitDescriptor split_descriptor(const DescriptorForm& form,
                                  const Descriptor& descriptor) {
     std::string_view data = descriptor.data;
     if (form.extension) data.remove_prefix(1);
-    SplitDescriptor split;
     BitReader reader(data);
-    bool is_at_end = form.is_list && data.empty();
-    while (!is_at_end) {
-        const std::size_t index = split.entries.size();
+    SplitDescriptor split;
+    const auto has_more = [&] {
+        return form.is_list ? reader.bits_left() != 0 : split.entries.empty();
+    };
+    while (split.overrun.empty() && has_more()) {
         const std::string overrun =
             take_entry(form, reader, split.entries.emplace_back());
-        if (!overrun.empty()) {
-            const std::string place =
-                form.is_list ? '[' + std::to_string(index) + ']' : "";
-            split.overrun = form.name;
-            split.overrun.append(place).append(": ").append(overrun);
-        }
-        is_at_end = !form.is_list || !overrun.empty() || reader.bits_left() == 0;
+        if (overrun.empty()) continue;
+        const std::size_t index = split.entries.size() - 1;
+        split.overrun = form.is_list
+                            ? fmt::format("{}[{}]: {}", form.name, index, overrun)
+                            : fmt::format("{}: {}", form.name, overrun);
     }
     return split;
 }

@@ -15,6 +15,7 @@
 // A descriptor's data is a sequence of fields, most significant bit first, or a list of
 // entries that have these fields each. Field names are the standards' in lower case.
 
+constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kLanguageSize = 3;  // bytes of a code of a language or a country
 
 enum class FieldKind : std::uint8_t {
@@ -25,10 +26,8 @@ enum class FieldKind : std::uint8_t {
     kFlag,           // one bit
     kLanguage,       // three ASCII letters (ISO 639-2)
     kCountries,      // all bytes that are left: codes of three ASCII letters (ISO 3166)
-    kText,           // 8 bits of length and a text (ETSI EN 300 468, annex A)
-    kTextRest,       // a text of all bytes that are left
-    kBytes,          // 8 bits of length and bytes
-    kRest,           // all bytes that are left
+    kText,           // a length and a text (ETSI EN 300 468, annex A)
+    kBytes,          // a length and bytes
     kZeros,          // reserved bits, all 0
     kOnes,           // reserved bits, all 1
     kPresence,       // one bit: whether the later field of the same name is there
@@ -46,21 +45,18 @@ enum class FieldNeed : std::uint8_t {
 
 struct DescriptorField {
     FieldKind kind;
-    unsigned bits;  // of a field of fixed size, at most 62
+    unsigned bits;  // at most 62; of a text or bytes: their length's, or 0 if they have
+                    // none and take all bytes that are left
     const char* name;
     FieldNeed need = FieldNeed::kRequired;
     const char* note = "";  // what a value means, for people
-    const char* with =
-        "";  // kIfPresenceFlag: the field whose bit is meant, if not its own
+    const char* with = "";  // whose bit is meant by kIfPresenceFlag, if not its own
 
     // Returns the field whose bit says whether this one is there.
     [[nodiscard]] const char* announced_as() const { return *with == '\0' ? name : with; }
 };
 
-// Returns whether the field is a text, which has a second field for its coding in JSON.
-[[nodiscard]] bool is_text(const DescriptorField& field);
-
-// Returns the name of the field that says a text's coding.
+// Returns the name of the JSON field that says a text's coding.
 [[nodiscard]] std::string coding_field(const char* text_field);
 
 // Returns whether the field has a value in JSON. Reserved bits, kPresence, kAbsence and
@@ -88,8 +84,9 @@ struct DescriptorForm {
 [[nodiscard]] const DescriptorForm* form_of(
     const orvel::thrift::dvb_tables::Descriptor& descriptor);
 
-// A field in a descriptor. `bytes` is the content of languages, texts and bytes, and
-// points into the descriptor's data; `number` is the value of all other kinds.
+// A field in a descriptor. `bytes` is the content of character codes, languages,
+// countries, texts and bytes, and points into the descriptor's data; `number` is the
+// value of all other kinds.
 struct FieldValue {
     const DescriptorField* field;
     std::uint64_t number;

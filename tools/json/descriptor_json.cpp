@@ -1,10 +1,18 @@
 #include "tools/json/descriptor_json.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <locale>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include <boost/algorithm/hex.hpp>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/predicate.hpp>
 
 #include "dvb/section_limits.h"
 #include "tools/json/descriptor_fields.h"
@@ -20,29 +28,20 @@ namespace {
 constexpr std::size_t kCharacterCodeSize = 4;
 constexpr std::uint64_t kAllOnes = ~std::uint64_t{0};
 
-bool is_ascii_letter(char byte) {
-    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
-}
-
+// The classic locale knows the characters of ASCII alone.
 bool is_language(std::string_view code) {
-    return code.size() == kLanguageSize &&
-           std::all_of(code.begin(), code.end(), is_ascii_letter);
-}
-
-bool is_printable_ascii(char byte) {
-    return byte >= ' ' && byte <= '~';
+    const auto is_letter = boost::algorithm::is_alpha(std::locale::classic());
+    return code.size() == kLanguageSize && boost::algorithm::all(code, is_letter);
 }
 
 bool is_character_code(std::string_view text) {
-    return text.size() == kCharacterCodeSize &&
-           std::all_of(text.begin(), text.end(), is_printable_ascii);
+    const auto is_printable = boost::algorithm::is_print(std::locale::classic());
+    return text.size() == kCharacterCodeSize && boost::algorithm::all(text, is_printable);
 }
 
-// Appends fields to a descriptor's data, the most significant bit first.
-class BitWriter {
+// Writes the data of a descriptor, the most significant bit first.
+class DescriptorWriter {
 public:
-    explicit BitWriter(std::string& data) : data_(data) {}
-
     void put(std::uint64_t value, unsigned bits) {
         for (; bits != 0; --bits) {
             pending_ = pending_ << 1 | (value >> (bits - 1) & 1U);
@@ -54,27 +53,34 @@ public:
     // REQUIRES: the fields so far are whole bytes.
     void put_bytes(std::string_view bytes) { data_ += bytes; }
 
+    // Puts a text as it is coded. `node` is where it stands. REQUIRES: as put_bytes().
+    void put_text(const JsonNode& node, const std::string& coded) {
+        put_bytes(coded);
+        if (longest_text_ && coded.size() <= longest_size_) return;
+        longest_text_.emplace(node);
+        longest_size_ = coded.size();
+    }
+
+    // Returns the data of the descriptor `node`. Raises a mistake if they are too long:
+    // at the longest text if that one alone can be made short enough.
+    [[nodiscard]] std::string data(const JsonNode& node) && {
+        if (data_.size() <= kMaxDescriptorData) return std::move(data_);
+        const std::size_t surplus = data_.size() - kMaxDescriptorData;
+        if (surplus > longest_size_)
+            node.mistake(fmt::format("at most {} bytes of data, these are {}",
+                                     kMaxDescriptorData, data_.size()));
+        longest_text_->mistake(
+            fmt::format("at most {} bytes as it is coded, these are {}",
+                        longest_size_ - surplus, longest_size_));
+    }
+
 private:
-    std::string& data_;
+    std::string data_;
     std::uint64_t pending_ = 0;  // the last bits, of which the last byte may be partial
     unsigned pending_bits_ = 0;
+    std::optional<JsonNode> longest_text_;
+    std::size_t longest_size_ = 0;  // of that text, as it is coded
 };
-
-std::uint64_t character_code_from_json(const JsonNode& node) {
-    if (!node.is_text() || !is_character_code(node.text())) return node.unsigned_of(32);
-    std::uint64_t code = 0;
-    for (const char byte : node.text())
-        code = code << 8 | static_cast<std::uint8_t>(byte);
-    return code;
-}
-
-std::string character_code_text(std::uint64_t code) {
-    std::string text;
-    for (const unsigned shift : {24U, 16U, 8U, 0U})
-        text += static_cast<char>(code >> shift);
-    return is_character_code(text) ? text
-                                   : hex_number(static_cast<std::int64_t>(code), 8);
-}
 
 std::string language_from_json(const JsonNode& node) {
     if (!is_language(node.text())) node.mistake("a code of three letters, as in \"eng\"");
@@ -93,12 +99,11 @@ const DvbCoding& coding_from_json(const JsonNode& node) {
 [[noreturn]] void refuse_coding(const JsonNode& node, const DvbCoding& coding) {
     const std::string text = node.text();
     const std::string lacking(first_lacking(text, coding));
-    std::string what = "a text whose characters all are in its coding";
-    if (!lacking.empty()) {
-        what += ": " + coding.name + " lacks " +
-                nlohmann::json(lacking).dump(-1, ' ', /*ensure_ascii=*/true);
-    }
-    node.mistake(what + ", " + coding_for(text).name + " has all");
+    const std::string what =
+        lacking.empty() ? "" : ": " + coding.name + " lacks " + abridged(lacking);
+    node.mistake(
+        fmt::format("a text whose characters all are in its coding{}, {} has all", what,
+                    coding_for(text).name));
 }
 
 std::string text_from_json(const JsonNode& entry, const char* name) {
@@ -109,58 +114,30 @@ std::string text_from_json(const JsonNode& entry, const char* name) {
             "\"\\ue086\" and \"\\ue087\" switch emphasis on and off");
     }
     const std::string coding_name = coding_field(name);
-    const DvbCoding* coding = nullptr;
-    if (entry.has(coding_name.c_str())) {
-        coding = &coding_from_json(entry[coding_name.c_str()]);
-    }
+    const DvbCoding* const coding =
+        entry.has(coding_name) ? &coding_from_json(entry[coding_name]) : nullptr;
     const std::optional<std::string> encoded = encode_dvb_text(node.text(), coding);
-    if (!encoded) {
+    if (!encoded)
         refuse_coding(node, coding == nullptr ? coding_for(node.text()) : *coding);
-    }
     return *encoded;
-}
-
-// The data of a descriptor while it is read.
-struct DescriptorWriter {
-    BitWriter data;
-    std::optional<JsonNode> longest_text{};
-    std::size_t longest_size = 0;  // of that text, as it is coded
-
-    void put_text(const JsonNode& node, const std::string& coded) {
-        data.put_bytes(coded);
-        if (longest_text && coded.size() <= longest_size) return;
-        longest_text.emplace(node);
-        longest_size = coded.size();
-    }
-};
-
-// Raises a mistake if the data is too long: at the longest text if that one alone can be
-// made short enough.
-void expect_size(const DescriptorWriter& written, std::size_t size,
-                 const JsonNode& node) {
-    if (size <= kMaxDescriptorData) return;
-    const std::size_t surplus = size - kMaxDescriptorData;
-    if (surplus > written.longest_size) {
-        node.mistake("at most 255 bytes of data, these are " + std::to_string(size));
-    }
-    written.longest_text->mistake(
-        "at most " + std::to_string(written.longest_size - surplus) +
-        " bytes as it is coded, these are " + std::to_string(written.longest_size));
 }
 
 // Writes one field from the entry `node`.
 // REQUIRES: the entry has the field, unless other fields say its value.
 void write_field(const DescriptorField& field, const JsonNode& node,
-                 DescriptorWriter& writer) {
-    BitWriter& to = writer.data;
+                 DescriptorWriter& to) {
     switch (field.kind) {
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
             return to.put(node[field.name].unsigned_of(field.bits), field.bits);
         case FieldKind::kBcdNumber:
             return to.put(node[field.name].bcd(), field.bits);
-        case FieldKind::kCharacterCode:
-            return to.put(character_code_from_json(node[field.name]), field.bits);
+        case FieldKind::kCharacterCode: {
+            const JsonNode code = node[field.name];
+            if (code.is_text() && is_character_code(code.text()))
+                return to.put_bytes(code.text());
+            return to.put(code.unsigned_of(field.bits), field.bits);
+        }
         case FieldKind::kFlag:
             return to.put(node[field.name].boolean() ? 1 : 0, field.bits);
         case FieldKind::kLanguage:
@@ -170,16 +147,14 @@ void write_field(const DescriptorField& field, const JsonNode& node,
                 country.keep([&] { to.put_bytes(language_from_json(country)); });
             }
             return;
-        case FieldKind::kText:
-        case FieldKind::kTextRest: {
+        case FieldKind::kText: {
             const std::string text = text_from_json(node, field.name);
-            if (field.kind == FieldKind::kText) to.put(text.size(), 8);
-            return writer.put_text(node[field.name], text);
+            to.put(text.size(), field.bits);
+            return to.put_text(node[field.name], text);
         }
-        case FieldKind::kBytes:
-        case FieldKind::kRest: {
+        case FieldKind::kBytes: {
             const std::string bytes = node[field.name].bytes();
-            if (field.kind == FieldKind::kBytes) to.put(bytes.size(), 8);
+            to.put(bytes.size(), field.bits);
             return to.put_bytes(bytes);
         }
         case FieldKind::kZeros:
@@ -206,7 +181,7 @@ void write_if_there(const DescriptorField& field, const JsonNode& node,
     if (is_announced || field.need == FieldNeed::kRequired || node.has(field.name)) {
         return write_field(field, node, to);
     }
-    to.data.put(field.need == FieldNeed::kAbsentIfOnes ? kAllOnes : 0, field.bits);
+    to.put(field.need == FieldNeed::kAbsentIfOnes ? kAllOnes : 0, field.bits);
 }
 
 void entry_from_json(const DescriptorForm& form, const JsonNode& node,
@@ -214,83 +189,74 @@ void entry_from_json(const DescriptorForm& form, const JsonNode& node,
     std::vector<std::string> names;
     for (const DescriptorField& field : form.fields) {
         if (is_in_json(field)) names.emplace_back(field.name);
-        if (is_text(field)) names.push_back(coding_field(field.name));
+        if (field.kind == FieldKind::kText) names.push_back(coding_field(field.name));
     }
-    node.keep_unknown_fields({names.begin(), names.end()});
+    node.keep_unknown_fields(names);
     for (auto field = form.fields.begin(); field != form.fields.end(); ++field) {
-        const bool has_more = std::any_of(
-            field, form.fields.end(),
-            [&](const DescriptorField& later) { return node.has(later.name); });
-        if (field->kind == FieldKind::kIfMore && !has_more) return;
+        const auto is_there = [&](const auto& later) { return node.has(later.name); };
+        if (field->kind == FieldKind::kIfMore &&
+            std::none_of(field, form.fields.end(), is_there))
+            return;
         node.keep([&] { write_if_there(*field, node, to); });
     }
 }
 
 Descriptor named_from_json(const DescriptorForm& form, const JsonNode& node) {
+    DescriptorWriter writer;
+    if (form.extension) writer.put(*form.extension, 8);
+    for (const JsonNode& entry : form.is_list ? node.elements() : std::vector{node})
+        entry.keep([&] { entry_from_json(form, entry, writer); });
     Descriptor descriptor;
     descriptor.tag = form.tag;
-    DescriptorWriter writer{BitWriter(descriptor.data)};
-    if (form.extension) writer.data.put(*form.extension, 8);
-    if (form.is_list) {
-        for (const JsonNode& entry : node.elements()) {
-            entry.keep([&] { entry_from_json(form, entry, writer); });
-        }
-    } else {
-        entry_from_json(form, node, writer);
-    }
-    expect_size(writer, descriptor.data.size(), node);
+    descriptor.data = std::move(writer).data(node);
     return descriptor;
 }
 
-// Writes the field's value to an entry. Returns false if JSON has no way to say it.
-bool add_field(const FieldValue& value, ordered_json& entry) {
+// Writes the field's value to an entry. Where JSON has no way to say it, the reader
+// refuses what is written.
+void add_field(const FieldValue& value, ordered_json& entry) {
     ordered_json& to = entry[value.field->name];
     switch (value.field->kind) {
         case FieldKind::kHexNumber:
         case FieldKind::kBcdNumber:
             to = hex_number(static_cast<std::int64_t>(value.number),
                             static_cast<int>(value.field->bits + 3) / 4);
-            return true;
+            return;
         case FieldKind::kCharacterCode:
-            to = character_code_text(value.number);
-            return true;
+            to = value.bytes;
+            if (!is_character_code(value.bytes))
+                to = "0x" + boost::algorithm::hex(std::string(value.bytes));
+            return;
         case FieldKind::kFlag:
             to = value.number != 0;
-            return true;
+            return;
         case FieldKind::kLanguage:
             to = value.bytes;
-            return is_language(value.bytes);
+            return;
         case FieldKind::kCountries:
             to = ordered_json::array();
-            for (std::size_t i = 0; i < value.bytes.size(); i += kLanguageSize) {
+            for (std::size_t i = 0; i < value.bytes.size(); i += kLanguageSize)
                 to.push_back(value.bytes.substr(i, kLanguageSize));
-                if (!is_language(value.bytes.substr(i, kLanguageSize))) return false;
-            }
-            return true;
-        case FieldKind::kText:
-        case FieldKind::kTextRest: {
+            return;
+        case FieldKind::kText: {
             const auto decoded = decode_dvb_text(value.bytes);
-            if (!decoded) return false;
+            if (!decoded) return;  // leaves null
             to = decoded->text;
-            if (decoded->coding != nullptr) {
+            if (decoded->coding != nullptr)
                 entry[coding_field(value.field->name)] = decoded->coding->name;
-            }
-            return true;
+            return;
         }
         case FieldKind::kBytes:
-        case FieldKind::kRest:
             to = to_hex(value.bytes);
-            return true;
+            return;
         case FieldKind::kNumber:
         case FieldKind::kZeros:
         case FieldKind::kOnes:
         case FieldKind::kPresence:
         case FieldKind::kAbsence:
         case FieldKind::kIfMore:
-            break;
+            to = value.number;
     }
-    to = value.number;
-    return true;
 }
 
 // Returns whether the field has the value that leaving it out means, and JSON has it
@@ -303,24 +269,19 @@ bool is_left_out(const FieldValue& value) {
            value.bytes.empty();
 }
 
-std::optional<ordered_json> entry_to_json(const std::vector<FieldValue>& entry) {
+ordered_json entry_to_json(const std::vector<FieldValue>& entry) {
     ordered_json to = ordered_json::object();
     for (const FieldValue& value : entry) {
-        if (!is_in_json(*value.field) || is_left_out(value)) continue;
-        if (!add_field(value, to)) return std::nullopt;
+        if (is_in_json(*value.field) && !is_left_out(value)) add_field(value, to);
     }
     return to;
 }
 
-std::optional<ordered_json> fields_to_json(const DescriptorForm& form,
-                                           const SplitDescriptor& split) {
-    if (!form.is_list) return entry_to_json(split.entries.front());
+ordered_json entries_to_json(const DescriptorForm& form,
+                             const std::vector<std::vector<FieldValue>>& entries) {
+    if (!form.is_list) return entry_to_json(entries.front());
     ordered_json list = ordered_json::array();
-    for (const std::vector<FieldValue>& entry : split.entries) {
-        auto element = entry_to_json(entry);
-        if (!element) return std::nullopt;
-        list.push_back(std::move(*element));
-    }
+    for (const auto& entry : entries) list.push_back(entry_to_json(entry));
     return list;
 }
 
@@ -328,23 +289,29 @@ std::optional<ordered_json> fields_to_json(const DescriptorForm& form,
 // REQUIRES: no field overruns the descriptor.
 std::optional<ordered_json> named_to_json(const DescriptorForm& form,
                                           const Descriptor& descriptor) {
-    const auto fields = fields_to_json(form, split_descriptor(form, descriptor));
-    if (!fields) return std::nullopt;
-    const nlohmann::json document = *fields;
+    const ordered_json fields =
+        entries_to_json(form, split_descriptor(form, descriptor).entries);
+    const nlohmann::json document = fields;
     JsonFindings findings;
     const JsonNode node(document, &findings);
     Descriptor again;
     node.keep([&] { again = named_from_json(form, node); });
     const bool is_valid = findings.mistakes.is_empty() && findings.doubts.is_empty();
     if (!is_valid || again != descriptor) return std::nullopt;
-    return ordered_json{{form.name, *fields}};
+    return ordered_json{{form.name, fields}};
+}
+
+// Returns the names of the fields that a descriptor may have.
+std::vector<std::string> names_of_fields() {
+    std::vector<std::string> names{"tag", "data"};
+    for (const DescriptorForm& form : descriptor_forms()) names.emplace_back(form.name);
+    return names;
 }
 
 }  // namespace
 
 Descriptor descriptor_from_json(const JsonNode& node) {
-    std::vector<std::string_view> names{"tag", "data"};
-    for (const DescriptorForm& form : descriptor_forms()) names.emplace_back(form.name);
+    static const std::vector<std::string> names = names_of_fields();
     node.expect_fields(names);
     const DescriptorForm* named = nullptr;
     for (const DescriptorForm& form : descriptor_forms()) {
@@ -360,7 +327,7 @@ Descriptor descriptor_from_json(const JsonNode& node) {
         return named_from_json(*named, node[named->name]);
     }
     Descriptor descriptor;
-    node.keep([&] { descriptor.tag = node["tag"].i32_of(8); });
+    node.keep([&] { descriptor.tag = node["tag"].number(0, UINT8_MAX); });
     const JsonNode data = node["data"];
     descriptor.data = data.bytes();
     if (descriptor.data.size() > kMaxDescriptorData) data.mistake("at most 255 bytes");

@@ -3,19 +3,25 @@
 #include <iconv.h>
 
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <utility>
 
+#include <boost/algorithm/string/predicate.hpp>
+#include <boost/locale/utf.hpp>
+
 namespace {
 
-constexpr std::string_view kEuroInUtf8 = "\xE2\x82\xAC";
-constexpr std::string_view kEuroInDefaultTable = "\xA4";
+using Utf8 = boost::locale::utf::utf_traits<char>;
+
+constexpr const char* kUtf8 = "UTF-8";
+constexpr const char* kIso6937 = "ISO_6937";
 
 // ETSI EN 300 468, tables A.3 and A.4.
 std::vector<DvbCoding> all_codings() {
     std::vector<DvbCoding> codings{
-        {"default", "", "ISO_6937", true},    {"UTF-8", "\x15", "UTF-8", false},
+        {"default", "", kIso6937, true},      {"UTF-8", "\x15", kUtf8, false},
         {"UCS-2", "\x11", "UCS-2BE", false},  {"KS-X-1001", "\x12", "EUC-KR", false},
         {"GB-2312", "\x13", "GB2312", false}, {"UCS-2/0x14", "\x14", "UCS-2BE", false},
     };
@@ -52,8 +58,9 @@ iconv_t conversion_between(const std::string& from, const std::string& to) {
     return conversion.get();
 }
 
-std::optional<std::string> convert(const std::string& from, const std::string& to,
-                                   std::string_view text) {
+// Converts what the library knows of the two.
+std::optional<std::string> convert_known(const std::string& from, const std::string& to,
+                                         std::string_view text) {
     void* const conversion = conversion_between(from, to);
     if (conversion == nullptr) return std::nullopt;
     iconv(conversion, nullptr, nullptr, nullptr, nullptr);  // forgets an earlier failure
@@ -70,42 +77,40 @@ std::optional<std::string> convert(const std::string& from, const std::string& t
     return converted;
 }
 
-// Converts like `convert`, also with one character that the library lacks in both
-// codings.
-std::optional<std::string> convert_around(std::string_view known_from,
-                                          std::string_view known_to,
-                                          const std::string& from, const std::string& to,
-                                          std::string_view text) {
+std::string_view euro_in(const std::string& charset) {
+    return charset == kUtf8 ? "\xE2\x82\xAC" : "\xA4";
+}
+
+// Converts between UTF-8 and another charset. ISO 6937 is the default table here, which
+// has a euro sign.
+std::optional<std::string> convert(const std::string& from, const std::string& to,
+                                   std::string_view text) {
+    if (from != kIso6937 && to != kIso6937) return convert_known(from, to, text);
     std::string converted;
     for (;;) {
-        const std::size_t end = text.find(known_from);
-        const auto piece = convert(from, to, text.substr(0, end));
+        const std::size_t end = text.find(euro_in(from));
+        const auto piece = convert_known(from, to, text.substr(0, end));
         if (!piece) return std::nullopt;
         converted += *piece;
         if (end == std::string_view::npos) return converted;
-        converted += known_to;
-        text.remove_prefix(end + known_from.size());
+        converted += euro_in(to);
+        text.remove_prefix(end + euro_in(from).size());
     }
 }
 
-// Replaces the control characters U+0080 to U+009F by U+E080 to U+E09F, or the other way
-// round; `from` and `to` are all bytes of the UTF-8 but the last.
-std::string with_controls(std::string_view from, std::string_view to,
-                          std::string_view text) {
+constexpr char32_t kControls = 0x80;
+constexpr char32_t kPrivateControls = 0xE080;
+
+// Replaces the 32 control characters from `from` on by those from `to` on.
+std::string with_controls(char32_t from, char32_t to, std::string_view text) {
     std::string replaced;
-    for (std::size_t i = 0; i < text.size();) {
-        const std::size_t last = i + from.size();
-        const bool is_control = text.substr(i, from.size()) == from &&
-                                last < text.size() &&
-                                static_cast<std::uint8_t>(text[last]) < 0xA0;
-        replaced += is_control ? to : text.substr(i, 1);
-        i += is_control ? from.size() : 1;
+    for (auto at = text.begin(); at != text.end();) {
+        const char32_t code = Utf8::decode(at, text.end());
+        const bool is_control = code >= from && code < from + 32;
+        Utf8::encode(is_control ? code - from + to : code, std::back_inserter(replaced));
     }
     return replaced;
 }
-
-constexpr std::string_view kControlPrefix = "\xC2";             // U+0080 to U+009F
-constexpr std::string_view kPrivateControlPrefix = "\xEE\x82";  // U+E080 to U+E09F
 
 const DvbCoding& default_table() {
     return dvb_codings()[0];
@@ -115,28 +120,14 @@ const DvbCoding& utf_8() {
     return dvb_codings()[1];
 }
 
-// Converts between UTF-8 and the coding, which has its controls at U+0080 to U+009F.
-std::optional<std::string> to_coding(const DvbCoding& coding,
-                                     std::string_view utf_8_text) {
-    if (&coding != &default_table()) return convert("UTF-8", coding.charset, utf_8_text);
-    return convert_around(kEuroInUtf8, kEuroInDefaultTable, "UTF-8", coding.charset,
-                          utf_8_text);
-}
-
-std::optional<std::string> from_coding(const DvbCoding& coding, std::string_view bytes) {
-    if (&coding != &default_table()) return convert(coding.charset, "UTF-8", bytes);
-    return convert_around(kEuroInDefaultTable, kEuroInUtf8, coding.charset, "UTF-8",
-                          bytes);
-}
-
 std::optional<std::string> encode(std::string_view text, const DvbCoding& coding) {
-    std::string controls(text);
-    if (coding.has_one_byte_controls) {
-        controls = with_controls(kPrivateControlPrefix, kControlPrefix, controls);
-    }
-    const auto encoded = to_coding(coding, controls);
+    const std::string controls = coding.has_one_byte_controls
+                                     ? with_controls(kPrivateControls, kControls, text)
+                                     : std::string(text);
+    const auto encoded = convert(kUtf8, coding.charset, controls);
+    if (!encoded) return std::nullopt;
     // Some converters write a character that only looks alike.
-    if (!encoded || from_coding(coding, *encoded) != controls) return std::nullopt;
+    if (convert(coding.charset, kUtf8, *encoded) != controls) return std::nullopt;
     return coding.selector + *encoded;
 }
 
@@ -144,10 +135,8 @@ std::optional<std::string> encode(std::string_view text, const DvbCoding& coding
 const DvbCoding* coding_of(std::string_view field) {
     if (static_cast<std::uint8_t>(field.front()) >= ' ') return &default_table();
     for (const DvbCoding& coding : dvb_codings()) {
-        const std::string_view selector = coding.selector;
-        const bool is_selected =
-            !selector.empty() && field.substr(0, selector.size()) == selector;
-        if (is_selected) return &coding;
+        if (&coding == &default_table()) continue;
+        if (boost::algorithm::starts_with(field, coding.selector)) return &coding;
     }
     return nullptr;
 }
@@ -160,14 +149,12 @@ const std::vector<DvbCoding>& dvb_codings() {
 }
 
 bool is_dvb_text(std::string_view text) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<std::uint8_t>(text[i]);
-        const bool is_c1 = byte == 0xC2 && i + 1 < text.size() &&
-                           static_cast<std::uint8_t>(text[i + 1]) < 0xA0;
-        if (byte < ' ' || byte == 0x7F || is_c1) return false;
+    for (auto at = text.begin(); at != text.end();) {
+        const char32_t code = Utf8::decode(at, text.end());
+        const bool is_control = code < ' ' || (code >= 0x7F && code < 0xA0);
+        if (is_control || !boost::locale::utf::is_valid_codepoint(code)) return false;
     }
-    // UTF-16 has what UTF-8 may have, and no more.
-    return convert("UTF-8", "UTF-16BE", text).has_value();
+    return true;
 }
 
 std::optional<std::string> encode_dvb_text(std::string_view text,
@@ -180,13 +167,11 @@ std::optional<std::string> encode_dvb_text(std::string_view text,
 
 std::string_view first_lacking(std::string_view text, const DvbCoding& coding) {
     while (!text.empty()) {
-        std::size_t size = 1;
-        while (size < text.size() &&
-               (static_cast<std::uint8_t>(text[size]) & 0xC0) == 0x80)
-            ++size;
-        const std::string_view character = text.substr(0, size);
+        const int trail = Utf8::trail_length(text.front());
+        const std::string_view character =
+            text.substr(0, 1 + static_cast<std::size_t>(trail));
         if (!encode(character, coding)) return character;
-        text.remove_prefix(size);
+        text.remove_prefix(character.size());
     }
     return {};
 }
@@ -202,9 +187,10 @@ std::optional<DvbText> decode_dvb_text(std::string_view field) {
     if (field.empty()) return DvbText{"", nullptr};
     const DvbCoding* const coding = coding_of(field);
     if (coding == nullptr) return std::nullopt;
-    const auto converted = from_coding(*coding, field.substr(coding->selector.size()));
+    const auto converted =
+        convert(coding->charset, kUtf8, field.substr(coding->selector.size()));
     if (!converted) return std::nullopt;
-    std::string text = with_controls(kControlPrefix, kPrivateControlPrefix, *converted);
+    std::string text = with_controls(kControls, kPrivateControls, *converted);
     if (!is_dvb_text(text)) return std::nullopt;
     const bool is_chosen = encode_dvb_text(text, nullptr) == field;
     return DvbText{std::move(text), is_chosen ? nullptr : coding};

@@ -1,7 +1,11 @@
 #include "tools/json/json_node.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
+
+#include <boost/algorithm/string/join.hpp>
 
 #include "tools/json/number_text.h"
 
@@ -35,16 +39,10 @@ bool has_leading_zero(const json& value) {
     return text != nullptr && text->size() > 1 && text->front() == '0' && !is_hex(value);
 }
 
-std::string list(const std::vector<std::string_view>& names) {
+std::string list(const std::vector<std::string>& names) {
     if (names.size() > kMostNames)
-        return "one of the " + std::to_string(names.size()) +
-               " names in kestan-multiplex(5)";
-    std::string text;
-    for (const std::string_view name : names) {
-        if (!text.empty()) text += ", ";
-        text += name;
-    }
-    return text;
+        return fmt::format("one of the {} names in kestan-multiplex(5)", names.size());
+    return boost::algorithm::join(names, ", ");
 }
 
 }  // namespace
@@ -95,32 +93,24 @@ void JsonNode::doubt(const std::string& advice) const {
     findings_->doubts.add(remark("found " + abridged(*value_) + ", " + advice));
 }
 
-void JsonNode::expect_object(const std::vector<std::string_view>& names) const {
+void JsonNode::expect_fields(const std::vector<std::string>& names) const {
+    JsonNode strict = *this;
+    strict.findings_ = nullptr;
+    strict.keep_unknown_fields(names);
+}
+
+void JsonNode::keep_unknown_fields(const std::vector<std::string>& names) const {
     if (!value_->is_object()) mistake("an object with the fields " + list(names));
-}
-
-void JsonNode::expect_known(const std::string& field,
-                            const std::vector<std::string_view>& names) const {
-    if (std::find(names.begin(), names.end(), field) != names.end()) return;
-    JsonRemark unknown =
-        remark("found the field " + abridged(field) + ", expected only " + list(names));
-    unknown.place = path_of(field);
-    throw JsonMistake(unknown);
-}
-
-void JsonNode::expect_fields(const std::vector<std::string_view>& names) const {
-    expect_object(names);
-    for (const auto& field : value_->items()) expect_known(field.key(), names);
-}
-
-void JsonNode::keep_unknown_fields(const std::vector<std::string_view>& names) const {
-    expect_object(names);
     for (const auto& field : value_->items()) {
-        keep([&] { expect_known(field.key(), names); });
+        if (std::find(names.begin(), names.end(), field.key()) != names.end()) continue;
+        JsonRemark unknown = remark("found the field " + abridged(field.key()) +
+                                    ", expected only " + list(names));
+        unknown.place = path_of(field.key());
+        keep([&] { throw JsonMistake(unknown); });
     }
 }
 
-JsonNode JsonNode::operator[](const char* name) const {
+JsonNode JsonNode::operator[](const std::string& name) const {
     const auto field = value_->find(name);
     if (field != value_->end()) return {*field, path_of(name), *this};
     const JsonNode missing(*value_, path_of(name), *this);
@@ -131,10 +121,8 @@ std::vector<JsonNode> JsonNode::elements() const {
     if (!value_->is_array()) mistake("an array");
     std::vector<JsonNode> nodes;
     nodes.reserve(value_->size());
-    for (const json& element : *value_) {
-        nodes.push_back(
-            {element, path_ + '[' + std::to_string(nodes.size()) + ']', *this});
-    }
+    for (const json& element : *value_)
+        nodes.push_back({element, fmt::format("{}[{}]", path_, nodes.size()), *this});
     return nodes;
 }
 
@@ -149,18 +137,15 @@ std::optional<std::int64_t> JsonNode::number_if_any(const char* name) const {
 
 std::int64_t JsonNode::in_range(std::int64_t lowest, std::int64_t highest) const {
     const std::int64_t value = any_in_range(lowest, highest);
-    if (!has_leading_zero(*value_)) return value;
-    const std::string digits = std::to_string(value);
-    doubt("write " + digits + " or \"0x" +
-          std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits + '"');
+    if (has_leading_zero(*value_)) doubt(fmt::format("write {0} or \"0x{0:04}\"", value));
     return value;
 }
 
 std::int64_t JsonNode::any_in_range(std::int64_t lowest, std::int64_t highest) const {
     const std::optional<std::int64_t> value = integer(*value_);
     if (!value || *value < lowest || *value > highest) {
-        mistake("a number from " + std::to_string(lowest) + " to " +
-                std::to_string(highest) + ", decimal or as in \"0x1F\"");
+        mistake(fmt::format("a number from {} to {}, decimal or as in \"0x1F\"", lowest,
+                            highest));
     }
     return *value;
 }
@@ -171,9 +156,8 @@ std::uint64_t JsonNode::bcd() const {
     if (value / 16 >= base || value % 16 >= base) {
         doubt("write two decimal digits, as in \"0x88\"");
     } else if (value >= base && !is_hex(*value_)) {
-        const std::string digits = std::to_string(value);
-        doubt("write " + abridged(hex_number(value, 2)) + " or, for " + digits +
-              ", \"0x" + digits + '"');
+        doubt(fmt::format("write \"{}\" or, for {}, \"0x{}\"", hex_number(value, 2),
+                          value, value));
     }
     return static_cast<std::uint64_t>(value);
 }

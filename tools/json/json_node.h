@@ -6,7 +6,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -42,15 +41,11 @@ struct JsonFindings {
 };
 
 // A mistake in a JSON document.
-class JsonMistake : public std::runtime_error {
-public:
-    explicit JsonMistake(JsonRemark remark)
-        : std::runtime_error(remark.text), place_(std::move(remark.place)) {}
+struct JsonMistake : std::runtime_error {
+    explicit JsonMistake(JsonRemark found)
+        : std::runtime_error(found.text), remark(std::move(found)) {}
 
-    [[nodiscard]] JsonRemark remark() const { return {place_, what()}; }
-
-private:
-    std::string place_;
+    JsonRemark remark;
 };
 
 // A value in a JSON document and the path to it.
@@ -76,7 +71,7 @@ public:
             read();
         } catch (const JsonMistake& mistake) {
             if (findings_ == nullptr) throw;
-            findings_->mistakes.add(mistake.remark());
+            findings_->mistakes.add(mistake.remark);
         }
     }
 
@@ -87,16 +82,18 @@ public:
 
     // Raises a mistake if this is no object or has a field that is not in the list: a
     // misspelt name must not look like a field that was left out.
-    void expect_fields(const std::vector<std::string_view>& names) const;
+    void expect_fields(const std::vector<std::string>& names) const;
 
     // Raises a mistake if this is no object, and keeps one for each field that is not in
     // the list.
-    void keep_unknown_fields(const std::vector<std::string_view>& names) const;
+    void keep_unknown_fields(const std::vector<std::string>& names) const;
 
-    [[nodiscard]] bool has(const char* name) const { return value_->contains(name); }
+    [[nodiscard]] bool has(const std::string& name) const {
+        return value_->contains(name);
+    }
 
     // Returns the object's field. Raises a mistake if it is missing.
-    [[nodiscard]] JsonNode operator[](const char* name) const;
+    [[nodiscard]] JsonNode operator[](const std::string& name) const;
 
     // Returns the elements of an array.
     [[nodiscard]] std::vector<JsonNode> elements() const;
@@ -116,12 +113,6 @@ public:
     // Returns the value of an unsigned field with this number of bits, at most 62.
     [[nodiscard]] std::uint64_t unsigned_of(unsigned bits) const {
         return static_cast<std::uint64_t>(in_range(0, (std::int64_t{1} << bits) - 1));
-    }
-
-    // Returns the value of an unsigned field with at most 31 bits, in the type that
-    // Thrift has for it.
-    [[nodiscard]] std::int32_t i32_of(unsigned bits) const {
-        return static_cast<std::int32_t>(unsigned_of(bits));
     }
 
     // Returns the value of a field of 8 bits that has two decimal digits. Doubts whether
@@ -148,9 +139,6 @@ private:
           subject_(parent.subject_),
           findings_(parent.findings_) {}
 
-    void expect_object(const std::vector<std::string_view>& names) const;
-    void expect_known(const std::string& field,
-                      const std::vector<std::string_view>& names) const;
     [[nodiscard]] JsonRemark remark(const std::string& text) const;
     [[nodiscard]] std::string path_of(const std::string& field) const;
     [[nodiscard]] std::int64_t in_range(std::int64_t lowest, std::int64_t highest) const;

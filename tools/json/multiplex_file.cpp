@@ -1,13 +1,15 @@
 #include "tools/json/multiplex_file.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <iterator>
 #include <string_view>
 #include <utility>
 
+#include <boost/iterator/transform_iterator.hpp>
 #include <nlohmann/json.hpp>
 
-#include "tools/json/document_path.h"
+#include "tools/json/document_walk.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/shown_text.h"
 
@@ -38,96 +40,29 @@ std::string in_ascii(const std::string& path) {
     return text.size() <= kLongestPath ? text : text.substr(0, kLongestPath) + "...";
 }
 
-// Calls follow(event, key) for each event of the parser. The library has such a callback
-// for json::parse() too, but its time grows with the square of an array's elements.
-template <typename Follow>
-class Follower final : public nlohmann::json_sax<json> {
-public:
-    explicit Follower(Follow follow) : follow_(std::move(follow)) {}
-
-    bool null() override { return on(Event::value); }
-    bool boolean(bool) override { return on(Event::value); }
-    bool number_integer(number_integer_t) override { return on(Event::value); }
-    bool number_unsigned(number_unsigned_t) override { return on(Event::value); }
-    bool number_float(number_float_t, const string_t&) override {
-        return on(Event::value);
-    }
-    bool string(string_t&) override { return on(Event::value); }
-    bool binary(binary_t&) override { return on(Event::value); }
-    bool start_object(std::size_t) override { return on(Event::object_start); }
-    bool key(string_t& name) override { return on(Event::key, name); }
-    bool end_object() override { return on(Event::object_end); }
-    bool start_array(std::size_t) override { return on(Event::array_start); }
-    bool end_array() override { return on(Event::array_end); }
-    bool parse_error(std::size_t, const std::string&,
-                     const nlohmann::detail::exception&) override {
-        return false;
-    }
-
-private:
-    using Event = DocumentPath::Event;
-
-    bool on(Event event, const std::string& key = {}) {
-        follow_(event, key);
-        return true;
-    }
-
-    Follow follow_;
-};
-
-template <typename Input, typename Follow>
-void follow(Input from, Input to, Follow on_event) {
-    Follower<Follow> follower(on_event);
-    json::sax_parse(from, to, &follower, json::input_format_t::json, /*strict=*/true,
+// Calls visit(walk) at each place of the JSON text from `first` to `end`.
+template <typename Iterator, typename Visit>
+void walk_through(Iterator first, Iterator end, Visit visit) {
+    DocumentWalk<Visit> walk(visit);
+    json::sax_parse(first, end, &walk, json::input_format_t::json, /*strict=*/true,
                     /*ignore_comments=*/true);
 }
 
 // Adds a mistake for each name that stands twice in one object: the library keeps one of
 // the two values without an error. REQUIRES: the text is JSON.
 void find_repeated_names(const std::string& text, JsonRemarks& mistakes) {
-    DocumentPath path;
-    follow(text.begin(), text.end(),
-           [&](DocumentPath::Event event, const std::string& key) {
-               path.follow(event, key);
-               if (event != DocumentPath::Event::key || !path.is_repeated()) return;
-               if (mistakes.is_full()) {
-                   mistakes.add({});  // counts it
-                   return;
-               }
-               const std::string owner = path.owner();
-               mistakes.add({path.text(), (owner.empty() ? "" : in_ascii(owner) + ": ") +
-                                              "found the field " + abridged(path.name()) +
-                                              " twice in one object, expected it once"});
-           });
+    walk_through(text.begin(), text.end(), [&](const auto& walk) {
+        if (!walk.is_repeated()) return;
+        if (mistakes.is_full()) {
+            mistakes.add({});  // counts it
+            return;
+        }
+        const std::string owner = walk.owner();
+        mistakes.add({walk.path(), (owner.empty() ? "" : in_ascii(owner) + ": ") +
+                                       "found the field " + abridged(walk.name()) +
+                                       " twice in one object, expected it once"});
+    });
 }
-
-// Gives a text to the parser and counts the lines. A line begins when its first character
-// is read, because the parser reads one character more than a number has.
-class LineCounter {
-public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = char;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const char*;
-    using reference = const char&;
-
-    LineCounter(const char* at, std::size_t& line) : at_(at), line_(&line) {}
-
-    const char& operator*() const { return *at_; }
-    LineCounter& operator++() {
-        if (is_after_break_) ++*line_;
-        is_after_break_ = *at_ == '\n';
-        ++at_;
-        return *this;
-    }
-    bool operator==(const LineCounter& other) const { return at_ == other.at_; }
-    bool operator!=(const LineCounter& other) const { return at_ != other.at_; }
-
-private:
-    const char* at_;
-    std::size_t* line_;
-    bool is_after_break_ = false;
-};
 
 // Returns whether the place is the one of the path, or inside it.
 bool is_at(std::string_view place, std::string_view path) {
@@ -146,22 +81,28 @@ std::vector<FileRemark> with_lines(const JsonRemarks& remarks, const std::string
     for (const JsonRemark& remark : remarks.first) found.push_back({0, remark.text});
     constexpr std::size_t deepest = 16;  // more than a valid document has
     std::size_t line = 1;
-    DocumentPath path;
-    const auto note_line = [&](DocumentPath::Event event, const std::string& key) {
-        if (!path.follow(event, key) || path.depth() > deepest) return;
-        const std::string at = path.text();
-        for (std::size_t i = 0; i < found.size(); ++i) {
-            if (is_at(remarks.first[i].place, at)) found[i].line = line;
-        }
+    bool is_after_break = false;
+    // The parser reads each character once, and a number's end with the character after
+    // it.
+    const auto counted = [&](char character) {
+        if (is_after_break) ++line;
+        is_after_break = character == '\n';
+        return character;
     };
-    follow(LineCounter(text.data(), line), LineCounter(text.data() + text.size(), line),
-           note_line);
+    walk_through(boost::make_transform_iterator(text.begin(), counted),
+                 boost::make_transform_iterator(text.end(), counted),
+                 [&](const auto& walk) {
+                     if (walk.depth() > deepest) return;
+                     const std::string path = walk.path();
+                     for (std::size_t i = 0; i < found.size(); ++i) {
+                         if (is_at(remarks.first[i].place, path)) found[i].line = line;
+                     }
+                 });
     std::stable_sort(
         found.begin(), found.end(),
         [](const FileRemark& a, const FileRemark& b) { return a.line < b.line; });
-    if (remarks.others != 0) {
-        found.push_back({0, std::to_string(remarks.others) + " more " + plural});
-    }
+    if (remarks.others != 0)
+        found.push_back({0, fmt::format("{} more {}", remarks.others, plural)});
     return found;
 }
 
@@ -196,8 +137,8 @@ std::string syntax_error(const std::string& what) {
 std::string lines_of(const std::string& path, const std::vector<FileRemark>& remarks) {
     std::string lines;
     for (const auto& [line, text] : remarks) {
-        lines += (lines.empty() ? "" : "\n") + shown_path(path) +
-                 (line == 0 ? "" : ':' + std::to_string(line)) + ": " + text;
+        lines += fmt::format("{}{}{}: {}", lines.empty() ? "" : "\n", shown_path(path),
+                             line == 0 ? "" : fmt::format(":{}", line), text);
     }
     return lines;
 }

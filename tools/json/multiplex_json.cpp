@@ -1,12 +1,15 @@
 #include "tools/json/multiplex_json.h"
 
+#include <fmt/format.h>
+
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <type_traits>
 #include <vector>
+
+#include <boost/algorithm/string/join.hpp>
 
 #include "tools/json/descriptor_json.h"
 #include "tools/json/number_text.h"
@@ -20,7 +23,7 @@ constexpr const char* kProgramNumber = "program_number";
 
 // A visitor that collects the names of the fields.
 struct Names {
-    std::vector<std::string_view> names;
+    std::vector<std::string> names;
 
     template <typename Member>
     void number(Member, const NumberField& field) {
@@ -37,7 +40,7 @@ struct Names {
 };
 
 template <typename Structure>
-std::vector<std::string_view> names_of() {
+std::vector<std::string> names_of() {
     Names names;
     TableFields<Structure>::visit(names);
     return names.names;
@@ -100,13 +103,13 @@ struct Reader {
 
 template <typename Structure>
 void read(const JsonNode& node, Structure& structure) {
-    static const std::vector<std::string_view> names = names_of<Structure>();
+    static const std::vector<std::string> names = names_of<Structure>();
     node.keep_unknown_fields(names);
     TableFields<Structure>::visit(Reader<Structure>{node, structure});
 }
 
 void read(const JsonNode& node, PmtOnPid& to) {
-    std::vector<std::string_view> names = names_of<PMT>();
+    std::vector<std::string> names = names_of<PMT>();
     names.insert(names.begin(), kPmtPidField.name);
     node.keep_unknown_fields(names);
     node.keep([&] { to.pid = static_cast<std::uint16_t>(read(node, kPmtPidField)); });
@@ -124,9 +127,8 @@ std::vector<PmtOnPid> read_pmts(const std::vector<JsonNode>& elements) {
         const auto [same, is_new] = place_of.emplace(*service, pmts.size() - 1);
         if (is_new) continue;
         node.keep([&, same = same] {
-            node[kProgramNumber].mistake("one PMT per service: pmts[" +
-                                         std::to_string(same->second) +
-                                         "] is this service's too");
+            node[kProgramNumber].mistake(fmt::format(
+                "one PMT per service: pmts[{}] is this service's too", same->second));
         });
     }
     return pmts;
@@ -140,14 +142,9 @@ template <typename Structure>
 ordered_json write(const Structure& structure);
 
 void write(ordered_json& to, std::int32_t value, const NumberField& field) {
-    constexpr unsigned bits_of_digit = 4;
-    const unsigned digits = (field.bits + bits_of_digit - 1) / bits_of_digit;
-    ordered_json& written = to[field.name];
-    if (field.is_hex) {
-        written = hex_number(value, static_cast<int>(digits));
-    } else {
-        written = value;
-    }
+    const int digits = static_cast<int>(field.bits + 3) / 4;
+    to[field.name] =
+        field.is_hex ? ordered_json(hex_number(value, digits)) : ordered_json(value);
 }
 
 // A visitor that writes the fields that do not have their default.
@@ -194,14 +191,12 @@ const char* key_of(TableKind kind) {
 }  // namespace
 
 Multiplex multiplex_from_json(const JsonNode& root) {
-    std::vector<std::string_view> names;
-    std::string tables;
-    for_each_single_table([&](TableKind kind, auto) {
-        names.emplace_back(key_of(kind));
-        tables += std::string(key_of(kind)) + ", ";
-    });
-    names.insert(names.end(), {key_of(TableKind::kPmt), "$schema"});
-    tables += key_of(TableKind::kPmt);
+    std::vector<std::string> names;
+    for_each_single_table(
+        [&](TableKind kind, auto) { names.emplace_back(key_of(kind)); });
+    names.emplace_back(key_of(TableKind::kPmt));
+    const std::string tables = boost::algorithm::join(names, ", ");
+    names.emplace_back("$schema");
     Multiplex multiplex;
     root.keep([&] {
         root.keep_unknown_fields(names);

@@ -1,8 +1,8 @@
 #include "tools/json/number_text.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
-#include <cinttypes>
-#include <cstdio>
 #include <iterator>
 #include <system_error>
 
@@ -26,9 +26,7 @@ std::optional<std::int64_t> parse_argument(std::string_view text) {
 }
 
 std::string hex_number(std::int64_t value, int digits) {
-    char text[24];
-    std::snprintf(text, sizeof(text), "0x%0*" PRIX64, digits, value);
-    return text;
+    return fmt::format("0x{:0{}X}", value, digits);
 }
 
 std::string pid_text(std::int32_t pid) {

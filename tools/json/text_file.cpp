@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
@@ -22,51 +23,40 @@ constexpr std::size_t kBlock = 64U << 10U;
     throw std::system_error(errno, std::generic_category());
 }
 
-// Standard input stays open.
-class OpenFile {
+// An open file. Closes it, but not standard input.
+class File {
 public:
-    // O_NONBLOCK: opening a pipe would wait for its writer, and a device for anything.
-    explicit OpenFile(const std::string& path)
-        : is_own_(path != kStandardInput),
-          fd_(is_own_ ? open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)
-                      : STDIN_FILENO) {
+    explicit File(int fd) : fd_(fd) {
         if (fd_ < 0) fail();
     }
-    ~OpenFile() {
-        if (is_own_) close(fd_);
+    ~File() {
+        if (fd_ > STDIN_FILENO) ::close(fd_);
     }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
 
-    [[nodiscard]] mode_t mode() const {
-        struct stat status {};
-        if (fstat(fd_, &status) != 0) fail();
-        return status.st_mode;
-    }
+    [[nodiscard]] int fd() const { return fd_; }
 
-    // Waits until a pipe has a writer, and makes the next reads wait for it.
-    void wait_for_writer() const {
-        if (!is_own_) return;
-        pollfd event{fd_, POLLIN, 0};
-        while (poll(&event, 1, -1) < 0) {
-            if (errno != EINTR) fail();
-        }
-        if (fcntl(fd_, F_SETFL, 0) != 0) fail();
-    }
-
-    // Returns the number of bytes read, 0 at the end.
-    std::size_t read_some(char* to, std::size_t size) const {
-        for (;;) {
-            const ssize_t got = ::read(fd_, to, size);
-            if (got >= 0) return static_cast<std::size_t>(got);
-            if (errno != EINTR) fail();
-        }
+    // Some file systems report a full disk only when the file is closed.
+    void close() {
+        if (::close(std::exchange(fd_, -1)) != 0) fail();
     }
 
 private:
-    bool is_own_;
     int fd_;
 };
+
+// O_NONBLOCK: opening a pipe would wait for its writer, and a device for anything.
+int open_for_reading(const std::string& path) {
+    if (path == kStandardInput) return STDIN_FILENO;
+    return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+}
+
+mode_t mode_of(const File& file) {
+    struct stat status {};
+    if (fstat(file.fd(), &status) != 0) fail();
+    return status.st_mode;
+}
 
 void expect(FileKind kind, const std::string& path, mode_t mode) {
     if (S_ISREG(mode)) return;
@@ -76,74 +66,59 @@ void expect(FileKind kind, const std::string& path, mode_t mode) {
     throw std::runtime_error("neither a regular file nor a pipe");
 }
 
-// A new file next to the one that it replaces. It is removed if it does not get there.
-class Replacement {
-public:
-    // mkostemp(3) opens only a file that is new, and follows no link.
-    explicit Replacement(const std::string& path)
-        : path_(path), next_(path + ".XXXXXX"), fd_(mkostemp(next_.data(), O_CLOEXEC)) {
-        if (fd_ < 0) fail();
+// Waits until a pipe has a writer, and makes the next reads wait for it.
+void wait_for_writer(const File& pipe) {
+    pollfd event{pipe.fd(), POLLIN, 0};
+    while (poll(&event, 1, -1) < 0) {
+        if (errno != EINTR) fail();
     }
-    ~Replacement() {
-        if (fd_ >= 0) close(fd_);
-        if (!is_done_) unlink(next_.c_str());
-    }
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
+    if (fcntl(pipe.fd(), F_SETFL, 0) != 0) fail();
+}
 
-    void write_all(std::string_view text) const {
-        while (!text.empty()) {
-            const ssize_t written = ::write(fd_, text.data(), text.size());
-            if (written < 0 && errno != EINTR) fail();
-            if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
-        }
+void write_all(const File& file, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(file.fd(), text.data(), text.size());
+        if (written < 0 && errno != EINTR) fail();
+        if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
     }
+}
 
-    void let_all_read() const {
-        const mode_t mask = umask(0);
-        umask(mask);
-        if (fchmod(fd_, 0666 & ~mask) != 0) fail();
-    }
-
-    void reach_the_disk() const {
-        if (fsync(fd_) != 0) fail();
-    }
-
-    // Some file systems report a full disk only when the file is closed.
-    void commit() {
-        if (close(std::exchange(fd_, -1)) != 0) fail();
-        if (std::rename(next_.c_str(), path_.c_str()) != 0) fail();
-        is_done_ = true;
-    }
-
-private:
-    std::string path_;
-    std::string next_;
-    int fd_;
-    bool is_done_ = false;
-};
+void let_all_read(const File& file) {
+    const mode_t mask = umask(0);
+    umask(mask);
+    if (fchmod(file.fd(), 0666 & ~mask) != 0) fail();
+}
 
 }  // namespace
 
 void replace_text_file(const std::string& path, std::string_view text, FileUse use) {
-    Replacement file(path);
-    file.write_all(text);
-    if (use == FileUse::kReport) file.let_all_read();
-    if (use == FileUse::kState) file.reach_the_disk();
-    file.commit();
+    std::string next = path + ".XXXXXX";
+    // mkostemp(3) opens only a file that is new, and follows no link.
+    File file(mkostemp(next.data(), O_CLOEXEC));
+    try {
+        write_all(file, text);
+        if (use == FileUse::kReport) let_all_read(file);
+        if (use == FileUse::kState && fsync(file.fd()) != 0) fail();
+        file.close();
+        if (std::rename(next.c_str(), path.c_str()) != 0) fail();
+    } catch (...) {
+        unlink(next.c_str());
+        throw;
+    }
 }
 
 std::string read_text_file(const std::string& path, FileKind kind) {
-    const OpenFile file(path);
-    const mode_t mode = file.mode();
+    const File file(open_for_reading(path));
+    const mode_t mode = mode_of(file);
     expect(kind, path, mode);
-    if (S_ISFIFO(mode)) file.wait_for_writer();
+    if (S_ISFIFO(mode) && path != kStandardInput) wait_for_writer(file);
     std::string text;
     for (;;) {
         const std::size_t size = text.size();
         text.resize(size + kBlock);
-        const std::size_t got = file.read_some(&text[size], kBlock);
-        text.resize(size + got);
+        const ssize_t got = ::read(file.fd(), &text[size], kBlock);
+        if (got < 0 && errno != EINTR) fail();
+        text.resize(size + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
         if (got == 0) return text;
         if (text.size() > kLargestFile) throw std::runtime_error("larger than 64 MB");
     }

@@ -2,9 +2,7 @@
 // two tables of its manual, from the descriptions of the fields that the reader and the
 // writer use too.
 
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -16,6 +14,7 @@
 #include "tools/json/dvb_text.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
+#include "tools/json/text_file.h"
 
 using nlohmann::ordered_json;
 using namespace orvel::thrift::dvb_tables;
@@ -24,7 +23,6 @@ using namespace std::string_literals;
 namespace {
 
 constexpr std::size_t kWidth = 160;  // of the schema's lines
-constexpr unsigned kBitsOfByte = 8;
 constexpr unsigned kBitsOfHexDigit = 4;
 
 ordered_json reference(const std::string& name) {
@@ -46,7 +44,8 @@ ordered_json object_of(const ordered_json& properties, const ordered_json& requi
 }
 
 std::string times(const std::string& digit, std::size_t least, std::size_t most) {
-    if (most == 1) return digit;
+    if (most == 0) return "";
+    if (least == 1 && most == 1) return digit;
     const std::string from = least == most ? "" : std::to_string(least) + ",";
     return digit + '{' + from + std::to_string(most) + '}';
 }
@@ -56,53 +55,49 @@ std::string digit_up_to(char lowest, char highest) {
     return "["s + lowest + '-' + highest + ']';
 }
 
-// Returns a pattern of the decimal numbers from 0 to `highest`, without leading zeros.
-std::string decimal_pattern(std::uint64_t highest) {
-    const std::string digits = std::to_string(highest);
-    std::string pattern;
-    if (digits.size() > 1) pattern = "[0-9]|";
-    if (digits.size() > 2)
-        pattern += "[1-9]" + times("[0-9]", 1, digits.size() - 2) + '|';
+// Returns a pattern of the decimal numbers below `end`, without leading zeros.
+std::string decimal_pattern(std::uint64_t end) {
+    const std::string digits = std::to_string(end);
+    std::string pattern = "0";
+    if (digits.size() > 1) pattern += "|[1-9]" + times("[0-9]", 0, digits.size() - 2);
     for (std::size_t i = 0; i < digits.size(); ++i) {
-        // As the highest one up to digit i, which is smaller.
-        const char lowest = i == 0 && digits.size() > 1 ? '1' : '0';
-        if (digits[i] <= lowest) continue;
-        pattern += digits.substr(0, i);
-        pattern += digit_up_to(lowest, static_cast<char>(digits[i] - 1));
+        // As the end up to digit i, which is smaller.
+        const char lowest = i == 0 ? '1' : '0';
+        if (digits[i] == lowest) continue;
         const std::size_t rest = digits.size() - i - 1;
-        if (rest > 0) pattern += times("[0-9]", rest, rest);
-        pattern += '|';
+        pattern += '|' + digits.substr(0, i) +
+                   digit_up_to(lowest, static_cast<char>(digits[i] - 1)) +
+                   times("[0-9]", rest, rest);
     }
-    return pattern + digits;
+    return pattern;
 }
 
 std::string hex_pattern(unsigned bits) {
     const unsigned whole = bits / kBitsOfHexDigit;
     const unsigned rest = bits % kBitsOfHexDigit;
-    std::string digits = whole == 0 ? "" : times("[0-9a-fA-F]", 1, whole);
+    std::string digits = times("[0-9a-fA-F]", 1, whole);
     if (rest == 0) return digits;
     const std::string first = digit_up_to('0', static_cast<char>('0' + (1U << rest) - 1));
     return first + (whole == 0 ? "" : "?") + digits;
 }
 
-ordered_json number_schema(unsigned bits, std::int32_t lowest) {
-    const std::uint64_t highest = (std::uint64_t{1} << bits) - 1;
-    const std::string pattern =
-        "^(0[xX]0*(" + hex_pattern(bits) + ")|" + decimal_pattern(highest) + ")$";
-    ordered_json schema{{"type", ordered_json::array({"integer", "string"})},
-                        {"minimum", lowest},
-                        {"maximum", highest},
-                        {"pattern", pattern}};
-    if (lowest == 1) schema["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
-    return schema;
+ordered_json number_schema(unsigned bits) {
+    const std::uint64_t end = std::uint64_t{1} << bits;
+    return {{"type", ordered_json::array({"integer", "string"})},
+            {"minimum", 0},
+            {"maximum", end - 1},
+            {"pattern",
+             "^(0[xX]0*(" + hex_pattern(bits) + ")|" + decimal_pattern(end) + ")$"}};
 }
 
-// Two decimal digits, where a decimal number above 9 may be meant otherwise.
-ordered_json bcd_schema() {
-    return {{"anyOf",
-             {{{"type", "integer"}, {"minimum", 0}, {"maximum", 9}},
-              {{"type", "string"}, {"pattern", "^(0[xX]0*[0-9]{1,2}|[0-9])$"}}}}};
-}
+// Values in descriptors. BCD above 9 is a string: a number may be meant otherwise.
+constexpr const char* kDefinitions = R"({
+    "bcd": {"anyOf": [{"type": "integer", "minimum": 0, "maximum": 9},
+                      {"type": "string", "pattern": "^(0[xX]0*[0-9]{1,2}|[0-9])$"}]},
+    "language": {"description": "ISO 639-2 or, of a country, ISO 3166",
+                 "type": "string", "pattern": "^[A-Za-z]{3}$"},
+    "text": {"type": "string", "pattern": "^[^\\u0000-\\u001F\\u007F-\\u009F]*$"}
+})";
 
 ordered_json bytes_schema(std::size_t most) {
     return {{"type", "string"},
@@ -131,11 +126,13 @@ class Schema {
 public:
     // REQUIRES: `lowest` is 0 or 1.
     ordered_json number(unsigned bits, std::int32_t lowest = 0) {
-        const bool is_pid = bits == kPidBits;
-        const std::string name = is_pid ? "pid" : "u" + std::to_string(bits);
-        const std::string key = lowest == 0 ? name : name + "_from_1";
-        definitions_[key] = number_schema(bits, lowest);
-        return reference(key);
+        const std::string name = bits == kPidBits ? "pid" : "u" + std::to_string(bits);
+        definitions_[name] = number_schema(bits);
+        if (lowest == 0) return reference(name);
+        ordered_json& from_1 = definitions_[name + "_from_1"] = reference(name);
+        from_1["minimum"] = 1;
+        from_1["not"] = {{"type", "string"}, {"pattern", "^(0[xX])?0+$"}};
+        return reference(name + "_from_1");
     }
 
     template <typename Structure>
@@ -190,10 +187,7 @@ ordered_json Schema::structure() {
 unsigned least_bits(const DescriptorForm& form) {
     unsigned bits = form.extension ? kBitsOfByte : 0;
     for (const DescriptorField& field : form.fields) {
-        const bool has_length =
-            field.kind == FieldKind::kText || field.kind == FieldKind::kBytes;
         if (field.need != FieldNeed::kIfPresenceFlag) bits += field.bits;
-        if (has_length) bits += kBitsOfByte;
     }
     return bits;
 }
@@ -224,16 +218,14 @@ ordered_json Schema::field(const DescriptorForm& form, const DescriptorField& fi
             return reference("bcd");
         case FieldKind::kCountries:
             return {{"type", "array"},
-                    {"maxItems", bytes_left / 3},
+                    {"maxItems", bytes_left / kLanguageSize},
                     {"items", reference("language")}};
-        case FieldKind::kText:
-        case FieldKind::kTextRest: {
+        case FieldKind::kText: {
             ordered_json text = reference("text");
             text["maxLength"] = bytes_left;
             return text;
         }
         case FieldKind::kBytes:
-        case FieldKind::kRest:
             return bytes_schema(bytes_left);
         case FieldKind::kNumber:
         case FieldKind::kHexNumber:
@@ -253,7 +245,8 @@ ordered_json Schema::descriptor_named(const DescriptorForm& form) {
     for (const DescriptorField& part : form.fields) {
         if (!is_in_json(part)) continue;
         properties[part.name] = with_note(part.note, field(form, part));
-        if (is_text(part)) properties[coding_field(part.name)] = reference("coding");
+        if (part.kind == FieldKind::kText)
+            properties[coding_field(part.name)] = reference("coding");
         if (part.need == FieldNeed::kRequired) required.push_back(part.name);
     }
     ordered_json entry = object_of(properties, required);
@@ -276,20 +269,15 @@ ordered_json Schema::descriptor() {
     }
     ordered_json schema = with_note("raw with tag and data, or one name with its fields",
                                     object_of(properties, {}));
-    schema["oneOf"] = {{{"required", {"tag", "data"}}, {"maxProperties", 2}},
-                       {{"minProperties", 1},
-                        {"maxProperties", 1},
-                        {"properties", {{"tag", false}, {"data", false}}}}};
+    schema["oneOf"] = ordered_json::parse(R"([
+        {"required": ["tag", "data"], "maxProperties": 2},
+        {"minProperties": 1, "maxProperties": 1, "properties": {"tag": false, "data": false}}
+    ])");
     return schema;
 }
 
 void Schema::define_descriptors() {
-    definitions_["bcd"] = bcd_schema();
-    definitions_["language"] =
-        with_note("ISO 639-2 or, of a country, ISO 3166",
-                  {{"type", "string"}, {"pattern", "^[A-Za-z]{3}$"}});
-    definitions_["text"] = {{"type", "string"},
-                            {"pattern", R"(^[^\u0000-\u001F\u007F-\u009F]*$)"}};
+    definitions_.update(ordered_json::parse(kDefinitions));
     ordered_json codings;
     for (const DvbCoding& coding : dvb_codings()) codings.push_back(coding.name);
     definitions_["coding"] = with_note(
@@ -390,11 +378,6 @@ std::string manual_descriptors() {
     return text + ".TE\n";
 }
 
-std::string content_of(const char* path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // Replaces the first table at `from` or after. Returns the end of the new one.
 std::size_t replace_table(std::string& manual, std::size_t from,
                           const std::string& table) {
@@ -413,9 +396,10 @@ int main(int argc, char* argv[]) {
         std::cerr << "usage: write_format SCHEMA MANUAL\n";
         return 2;
     }
-    std::string manual = content_of(argv[2]);
+    std::string manual = read_text_file(argv[2], FileKind::kRegular);
     const std::size_t end = replace_table(manual, 0, manual_fields());
     replace_table(manual, end, manual_descriptors());
-    std::ofstream(argv[1]) << compact_json(Schema().multiplex(), kWidth) << '\n';
-    std::ofstream(argv[2]) << manual;
+    const std::string schema = compact_json(Schema().multiplex(), kWidth) + '\n';
+    replace_text_file(argv[1], schema, FileUse::kReport);
+    replace_text_file(argv[2], manual, FileUse::kReport);
 }

@@ -1,7 +1,7 @@
 #include "tools/kestan-control/check.h"
 
 #include <algorithm>
-#include <ostream>
+#include <iostream>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -15,13 +15,12 @@ namespace {
 
 constexpr std::size_t kBitsPerKbit = 1000;
 
-std::vector<FileFinding> only_errors(std::vector<FileFinding> findings) {
-    const auto end = std::remove_if(
-        findings.begin(), findings.end(),
-        [](const FileFinding& found) { return found.severity != Severity::kError; });
-    findings.erase(end, findings.end());
-    return findings;
-}
+struct CheckedFiles {
+    JoinedFiles joined;
+    std::vector<FileFinding> findings;
+    bool is_whole = false;  // all files could be read
+    bool can_be_sent = false;
+};
 
 std::vector<FileFinding> with(std::vector<FileFinding> first,
                               const std::vector<FileFinding>& second) {
@@ -31,26 +30,18 @@ std::vector<FileFinding> with(std::vector<FileFinding> first,
 
 std::set<std::string> paths_with_errors(const std::vector<FileFinding>& findings) {
     std::set<std::string> paths;
-    for (const FileFinding& finding : only_errors(findings)) paths.insert(finding.path);
+    for (const FileFinding& finding : findings) {
+        if (finding.severity == Severity::kError) paths.insert(finding.path);
+    }
     return paths;
 }
 
-// Returns whether it removed a file.
-bool remove_files(std::vector<TableFile>& files, const std::set<std::string>& paths) {
-    const auto end = std::remove_if(
-        files.begin(), files.end(),
-        [&](const TableFile& file) { return paths.count(file.path) != 0; });
-    const bool has_removed = end != files.end();
-    files.erase(end, files.end());
-    return has_removed;
-}
-
-}  // namespace
-
-std::vector<FileFinding> check_files(const JoinedFiles& files,
-                                     const CheckSettings& settings) {
+// Returns each place where the tables of the files break a rule, and an error if they
+// need more than the bit rate.
+std::vector<FileFinding> check_joined(const JoinedFiles& files,
+                                      const CheckSettings& settings) {
     std::vector<FileFinding> findings;
-    for (const Finding& finding : check_file_tables(files.tables())) {
+    for (const Finding& finding : check_tables(files.tables(), RuleScope::kFileTables)) {
         findings.push_back(files.in_file(finding));
     }
     if (!settings.bitrate_kbps) return findings;
@@ -64,10 +55,25 @@ std::vector<FileFinding> check_files(const JoinedFiles& files,
     return findings;
 }
 
+CheckedFiles check_files(const TableFiles& files, const CheckSettings& settings) {
+    const ReadFiles read = files.read(settings.of_doubts);
+    CheckedFiles checked{JoinedFiles(read.files), with(read.mistakes, read.doubts)};
+    // Tables that could not be read would count as missing, and their bit rate as 0.
+    if (!read.mistakes.empty()) return checked;
+    checked.is_whole = true;
+    checked.findings =
+        with(std::move(checked.findings), check_joined(checked.joined, settings));
+    checked.can_be_sent =
+        settings.is_forced || paths_with_errors(checked.findings).empty();
+    return checked;
+}
+
+}  // namespace
+
 void print_findings(std::ostream& to, const std::vector<FileFinding>& findings,
-                    bool with_information) {
+                    Severity least) {
     for (const FileFinding& finding : findings) {
-        if (finding.severity == Severity::kInformation && !with_information) continue;
+        if (finding.severity > least) continue;
         to << level_prefix(to, finding.severity) << finding.line() << '\n';
     }
     to.flush();
@@ -77,58 +83,49 @@ std::string bit_rate_line(const Multiplex& tables) {
     return "bit rate: " + needed_bit_rate(tables).text();
 }
 
-bool report_check(const TableFiles& files, const CheckSettings& settings,
-                  std::ostream& report) {
-    ReadFiles read = files.read(settings.of_doubts);
-    // Tables that could not be read would count as missing, and their bit rate as 0.
-    const bool is_whole = read.mistakes.empty();
-    const JoinedFiles joined(read.files);
-    std::vector<FileFinding> findings = with(std::move(read.mistakes), read.doubts);
-    if (is_whole) findings = with(std::move(findings), check_files(joined, settings));
-    print_findings(report, findings, /*with_information=*/true);
-    if (is_whole) report << bit_rate_line(joined.tables()) << '\n';
-    report.flush();
-    if (!report) throw std::runtime_error("cannot write the findings: is the disk full?");
-    return is_whole && (settings.is_forced || !has_errors(findings));
+bool report_check(const TableFiles& files, const CheckSettings& settings) {
+    const CheckedFiles checked = check_files(files, settings);
+    print_findings(std::cout, checked.findings, Severity::kInformation);
+    if (checked.is_whole)
+        std::cout << bit_rate_line(checked.joined.tables()) << std::endl;
+    if (!std::cout)
+        throw std::runtime_error("cannot write the findings: is the disk full?");
+    return checked.can_be_sent;
 }
 
 std::optional<JoinedFiles> tables_to_send(const TableFiles& files,
-                                          const CheckSettings& settings,
-                                          std::ostream& errors) {
-    const ReadFiles read = files.read(settings.of_doubts);
-    JoinedFiles joined(read.files);
-    std::vector<FileFinding> findings = with(read.mistakes, read.doubts);
-    const bool is_whole = read.mistakes.empty();
-    if (is_whole) findings = with(std::move(findings), check_files(joined, settings));
-    print_findings(errors, findings, /*with_information=*/false);
-    if (!is_whole) return std::nullopt;
-    if (has_errors(findings) && !settings.is_forced) return std::nullopt;
-    return joined;
+                                          const CheckSettings& settings) {
+    CheckedFiles checked = check_files(files, settings);
+    print_findings(std::cerr, checked.findings, Severity::kWarning);
+    if (!checked.can_be_sent) return std::nullopt;
+    return std::move(checked.joined);
 }
 
-std::optional<JoinedFiles> valid_tables_to_send(const TableFiles& files,
-                                                const CheckSettings& settings,
-                                                std::ostream& errors) {
-    ReadFiles read = files.read(settings.of_doubts);
-    print_findings(errors, with(read.mistakes, read.doubts), /*with_information=*/false);
-    std::set<std::string> left_out = paths_with_errors(read.mistakes);
-    while (!read.files.empty()) {
-        JoinedFiles joined(read.files);
-        const std::vector<FileFinding> findings = check_files(joined, settings);
-        if (!has_errors(findings) || settings.is_forced) {
-            print_findings(errors, findings, /*with_information=*/false);
+JoinedFiles valid_tables_to_send(const TableFiles& files, const CheckSettings& settings) {
+    auto [valid, mistakes, doubts] = files.read(settings.of_doubts);
+    print_findings(std::cerr, with(mistakes, doubts), Severity::kWarning);
+    std::set<std::string> left_out = paths_with_errors(mistakes);
+    while (!valid.empty()) {
+        JoinedFiles joined(valid);
+        const std::vector<FileFinding> findings = check_joined(joined, settings);
+        const std::set<std::string> faulty = paths_with_errors(findings);
+        if (faulty.empty() || settings.is_forced) {
+            print_findings(std::cerr, findings, Severity::kWarning);
             for (const std::string& path : left_out) {
-                errors << level_prefix(errors, Severity::kError) << shown_path(path)
-                       << ": left out because of its errors" << std::endl;
+                complain(Severity::kError,
+                         shown_path(path) + ": left out because of its errors");
             }
             return joined;
         }
         // Prints no warnings: without the faulty files they can be different ones.
-        print_findings(errors, only_errors(findings), /*with_information=*/false);
-        const std::set<std::string> faulty = paths_with_errors(findings);
+        print_findings(std::cerr, findings, Severity::kError);
+        const auto end = std::remove_if(
+            valid.begin(), valid.end(),
+            [&](const TableFile& file) { return faulty.count(file.path) != 0; });
         // An error of all files together leaves nothing to send.
-        if (!remove_files(read.files, faulty)) break;
+        if (end == valid.end()) break;
+        valid.erase(end, valid.end());
         left_out.insert(faulty.begin(), faulty.end());
     }
-    return std::nullopt;
+    throw std::runtime_error("no file can be served");
 }

@@ -1,9 +1,10 @@
 #include "tools/kestan-control/control_connection.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <cmath>
 #include <memory>
-#include <sstream>
 #include <system_error>
 
 #include <thrift/transport/TBufferTransports.h>
@@ -29,9 +30,7 @@ bool is_refused(const TTransportException& error) {
 }
 
 std::string seconds_text(double seconds) {
-    std::ostringstream text;
-    text << seconds << " s";
-    return text.str();
+    return fmt::format("{:g} s", seconds);
 }
 
 }  // namespace

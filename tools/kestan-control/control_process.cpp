@@ -1,5 +1,7 @@
 #include "tools/kestan-control/control_process.h"
 
+#include <fmt/chrono.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 
@@ -27,25 +29,7 @@ constexpr std::chrono::milliseconds kLongestBackOff{3000};
 constexpr std::chrono::seconds kAnswerInterval{1};
 
 std::string time_of_day() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    char text[sizeof "23:59:59"];
-    return std::strftime(text, sizeof text, "%H:%M:%S", &local) == 0 ? "" : text;
-}
-
-JoinedFiles first_files(const TableFiles& files, const CheckSettings& check) {
-    const auto valid = valid_tables_to_send(files, check, std::cerr);
-    if (!valid) throw std::runtime_error("no file can be served");
-    return *valid;
-}
-
-TableSender make_sender(const ControlAddress& address, bool clears) {
-    OnAirRecord record("played", address,
-                       "a start without it withdraws all tables first");
-    std::optional<OnAir> on_air = record.load();
-    if (clears) on_air.reset();
-    return {std::cout, std::move(record), std::move(on_air)};
+    return fmt::format("{:%H:%M:%S}", fmt::localtime(std::time(nullptr)));
 }
 
 }  // namespace
@@ -57,9 +41,10 @@ ControlProcess::ControlProcess(const ControlAddress& address,
       files_(std::move(paths), FileKind::kRegular),
       check_(check),
       outgoing_(address, raises_versions),
-      tables_(outgoing_.take(first_files(files_, check_))),
-      sender_(make_sender(address, clears)),
-      notifications_(ports_of(address.set).notification) {}
+      tables_(outgoing_.take(valid_tables_to_send(files_, check_))),
+      sender_("played", address, "a start without it withdraws all tables first", clears),
+      notifications_(ports_of(address.set).notification),
+      next_kick_(watchdog_time().count() == 0 ? kNever : Clock::now()) {}
 
 void ControlProcess::run() {
     std::cout << bit_rate_line(tables_) << std::endl;
@@ -77,7 +62,7 @@ void ControlProcess::run() {
         if (events[1].revents != 0) read_again();
         if (events[2].revents != 0) on_notification();
         if (events[3].revents != 0) push();
-        if (has_next_step() && Clock::now() >= next_step_) take_step();
+        if (Clock::now() >= next_step_) take_step();
         kick_watchdog();
     }
     notify_service_manager("STOPPING=1\nSTATUS=has ended; " +
@@ -88,7 +73,7 @@ void ControlProcess::run() {
 
 void ControlProcess::read_again() {
     signals_.take_reload();
-    const auto files = tables_to_send(files_, check_, std::cerr);
+    const auto files = tables_to_send(files_, check_);
     if (!files) {
         complain(Severity::kError, "the tables read before stay");
         mistake_at_ = time_of_day();
@@ -125,13 +110,14 @@ void ControlProcess::on_notification() {
 void ControlProcess::request_push(Clock::time_point when) {
     back_off_ = kFirstBackOff;
     if (connection_) return;
-    next_step_ = phase_ == Phase::kDue ? std::min(next_step_, when) : when;
     phase_ = Phase::kDue;
+    next_step_ = std::min(next_step_, when);
 }
 
 void ControlProcess::take_step() {
     if (phase_ == Phase::kQueued) {
         phase_ = Phase::kLongQueued;
+        next_step_ = kNever;
         say(address_.waiting_text() + "; waiting for it to leave", Severity::kWarning);
         return;
     }
@@ -156,6 +142,7 @@ void ControlProcess::push() {
             complain(Severity::kError, "kestan rejected the " + what);
         }
         phase_ = Phase::kIdle;
+        next_step_ = kNever;
         said_.clear();
         sent_at_ = time_of_day();
         report_sent(rejected.size());
@@ -182,29 +169,26 @@ void ControlProcess::say(const std::string& reason, Severity severity) {
 
 void ControlProcess::report_sent(std::size_t rejected) {
     if (sent_at_.empty()) return;  // the status says what it waits for
-    std::string status = "sent " + std::to_string(table_count(tables_) - rejected) +
-                         " tables at " + sent_at_;
-    if (rejected != 0) {
-        status += ", kestan rejected " + std::to_string(rejected) + ": see its log";
-    }
+    std::string status =
+        fmt::format("sent {} tables at {}", table_count(tables_) - rejected, sent_at_);
+    if (rejected != 0)
+        status += fmt::format(", kestan rejected {}: see its log", rejected);
     if (!mistake_at_.empty()) {
-        status = "the files of " + mistake_at_ + " have a mistake: what was sent at " +
-                 sent_at_ + " stays";
+        status = fmt::format("the files of {} have a mistake: what was sent at {} stays",
+                             mistake_at_, sent_at_);
     }
     notify_service_manager("READY=1\nSTATUS=" + status);
 }
 
 void ControlProcess::kick_watchdog() {
-    const auto time = watchdog_time();
-    if (time.count() == 0 || Clock::now() < next_kick_) return;
+    if (Clock::now() < next_kick_) return;
     notify_service_manager("WATCHDOG=1");
-    next_kick_ = Clock::now() + time / 3;
+    next_kick_ = Clock::now() + watchdog_time() / 3;
 }
 
 int ControlProcess::milliseconds_to_next_step() const {
-    if (!has_next_step() && watchdog_time().count() == 0) return -1;
-    Clock::time_point next = has_next_step() ? next_step_ : Clock::time_point::max();
-    if (watchdog_time().count() != 0) next = std::min(next, next_kick_);
+    const Clock::time_point next = std::min(next_step_, next_kick_);
+    if (next == kNever) return -1;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }

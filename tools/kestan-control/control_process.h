@@ -48,6 +48,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    static constexpr Clock::time_point kNever = Clock::time_point::max();
+
     enum class Phase {
         kIdle,        // nothing to push
         kDue,         // to connect at next_step_
@@ -77,10 +79,6 @@ private:
     // Does what is due at next_step_.
     void take_step();
 
-    // Returns whether take_step() is to be called at next_step_, without another event.
-    [[nodiscard]] bool has_next_step() const {
-        return phase_ == Phase::kDue || phase_ == Phase::kQueued;
-    }
     [[nodiscard]] int milliseconds_to_next_step() const;
 
     ServiceSignals signals_;
@@ -93,7 +91,7 @@ private:
     NotificationServer notifications_;
 
     Phase phase_ = Phase::kIdle;
-    Clock::time_point next_step_;
+    Clock::time_point next_step_ = kNever;         // kNever unless due or queued
     std::optional<ControlConnection> connection_;  // while queued
     std::chrono::milliseconds back_off_{};
     Clock::time_point answer_;  // the last or the next push for a start notification

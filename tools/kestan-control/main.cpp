@@ -16,7 +16,6 @@
 #include "tools/kestan-control/check.h"
 #include "tools/kestan-control/control_connection.h"
 #include "tools/kestan-control/control_process.h"
-#include "tools/kestan-control/on_air_record.h"
 #include "tools/kestan-control/outgoing_tables.h"
 #include "tools/kestan-control/push.h"
 #include "tools/receive/table_import.h"
@@ -50,7 +49,7 @@ struct Settings {
 
 int push(const Settings& settings) {
     const TableFiles files(settings.files, FileKind::kRegularOrPipe);
-    const auto joined = tables_to_send(files, settings.check, std::cerr);
+    const auto joined = tables_to_send(files, settings.check);
     if (!joined) {
         complain(Severity::kError, "nothing is sent");
         return kFailed;
@@ -61,10 +60,8 @@ int push(const Settings& settings) {
     kestan.wait_for_turn();
     const Multiplex tables =
         OutgoingTables(settings.address, settings.raises_versions).take(*joined);
-    OnAirRecord record("pushed", settings.address,
+    TableSender sender("pushed", settings.address,
                        "without it, a service whose PID changes stays on the old PID");
-    const auto on_air = record.load();
-    TableSender sender(std::cout, std::move(record), on_air);
     const std::vector<std::string> rejected =
         sender.send(kestan, tables, settings.stops_all);
     for (const std::string& what : rejected) {
@@ -77,16 +74,17 @@ int push(const Settings& settings) {
 
 int check(const Settings& settings) {
     const TableFiles files(settings.files, FileKind::kRegularOrPipe);
-    return report_check(files, settings.check, std::cout) ? kDone : kFailed;
+    return report_check(files, settings.check) ? kDone : kFailed;
 }
 
-void serve(const Settings& settings) {
+int serve(const Settings& settings) {
     CheckSettings check = settings.check;
     check.of_doubts = Severity::kWarning;
     try {
         ControlProcess(settings.address, settings.files, check, settings.raises_versions,
                        settings.clears)
             .run();
+        return kDone;
     } catch (const std::exception& error) {
         notify_service_manager(std::string("STATUS=has failed: ") + error.what());
         throw;
@@ -127,26 +125,23 @@ bool report_import(const std::string& path, const TableImport& file) {
 
 int import(const std::string& capture) {
     const std::string path = shown_path(capture);
+    const auto fail = [&](const std::string& reason) {
+        std::cerr << path << ": " << reason << '\n';
+        return kFailed;
+    };
     TableImport file;
     try {
         file = import_tables(capture);
     } catch (const std::system_error& error) {
-        std::cerr << path << ": cannot be read: " << error.code().message() << '\n';
-        return kFailed;
+        return fail("cannot be read: " + error.code().message());
     }
-    if (file.packets == 0 && file.sections == 0) {
-        std::cerr << path << ": no transport-stream packets and no sections: is it a "
-                  << "capture?\n";
-        return kFailed;
-    }
-    const Multiplex& found = file.tables;
+    if (file.packets == 0 && file.sections == 0)
+        return fail("no transport-stream packets and no sections: is it a capture?");
     const bool is_whole = report_import(path, file);
-    if (table_count(found) == 0) {
-        std::cerr << path << ": no complete table: capture at least one second\n";
-        return kFailed;
-    }
+    if (table_count(file.tables) == 0)
+        return fail("no complete table: capture at least one second");
     constexpr std::size_t width = 200;  // holds a stream with its descriptors
-    std::cout << compact_json(multiplex_to_json(found), width) << std::endl;
+    std::cout << compact_json(multiplex_to_json(file.tables), width) << std::endl;
     if (std::cout) return is_whole ? kDone : kFailed;
     std::cerr << "cannot write the JSON: is the disk full?\n";
     return kFailed;
@@ -189,59 +184,50 @@ void call(const Settings& settings, const char* method, Call make_call) {
     kestan.call(method, make_call);
 }
 
-// Adds the options of the commands that read tables.
-void add_table_options(CLI::App& command, Settings& settings) {
+// Adds a command that reads tables.
+CLI::App* add_table_command(CLI::App& app, Settings& settings, const char* name,
+                            int (*run)(const Settings&), const char* help) {
+    CLI::App* const command = app.add_subcommand(name, help);
     command
-        .add_option(
+        ->add_option(
             "FILE", settings.files,
             "JSON files of tables; a directory stands for all *.json in it, - for "
             "standard input")
         ->required();
     command
-        .add_option("--bitrate", settings.check.bitrate_kbps,
-                    "Report an error if the tables need more than this, in kbit/s")
+        ->add_option("--bitrate", settings.check.bitrate_kbps,
+                     "Report an error if the tables need more than this, in kbit/s")
         ->check(CLI::Range(1, 1000000));
-}
-
-void add_sending_options(CLI::App& command, Settings& settings) {
-    add_table_options(command, settings);
-    command.add_flag("--force", settings.check.is_forced,
-                     "Send the tables in spite of errors that the check finds");
-    command.add_flag("--bump-versions", settings.raises_versions,
-                     "Give a table that has changed the next version_number, so that "
-                     "receivers read it again");
-}
-
-void add_clearing_option(CLI::App& command, Settings& settings) {
-    command.add_flag("--clear", settings.clears,
-                     "Withdraw all tables of kestan first, also those of other clients");
+    command->add_flag("--force", settings.check.is_forced,
+                      "Send the tables in spite of errors that the check finds");
+    command->add_flag("--bump-versions", settings.raises_versions,
+                      "Give a table that has changed the next version_number, so that "
+                      "receivers read it again");
+    command->callback([&settings, run] { settings.status = run(settings); });
+    return command;
 }
 
 void add_table_commands(CLI::App& app, Settings& settings) {
-    CLI::App* const push_command =
-        app.add_subcommand("push",
-                           "Check and send the tables in the files; prints what, version "
-                           "and result of each");
-    add_sending_options(*push_command, settings);
+    CLI::App* const push_command = add_table_command(
+        app, settings, "push", push,
+        "Check and send the tables in the files; prints what, version and result of "
+        "each");
     push_command->add_flag(
         "--move", settings.stops_all,
         "Stop each service before its PMT is sent, so that it moves to "
         "the PID in the file");
-    push_command->callback([&] { settings.status = push(settings); });
-
-    CLI::App* const serve_command = app.add_subcommand(
-        "serve",
+    CLI::App* const serve_command = add_table_command(
+        app, settings, "serve", serve,
         "Keep the tables in the files on air, and no others: send them now, after each "
         "start of kestan, and after SIGHUP, which reads the files again");
-    add_sending_options(*serve_command, settings);
-    add_clearing_option(*serve_command, settings);
-    serve_command->callback([&] { serve(settings); });
-
-    CLI::App* const check_command = app.add_subcommand(
-        "check", "Say what is wrong with the tables in the files, without kestan");
-    add_sending_options(*check_command, settings);
-    add_clearing_option(*check_command, settings);
-    check_command->callback([&] { settings.status = check(settings); });
+    CLI::App* const check_command = add_table_command(
+        app, settings, "check", check,
+        "Say what is wrong with the tables in the files, without kestan");
+    for (CLI::App* const command : {serve_command, check_command}) {
+        command->add_flag(
+            "--clear", settings.clears,
+            "Withdraw all tables of kestan first, also those of other clients");
+    }
 }
 
 void add_commands(CLI::App& app, Settings& settings) {

@@ -47,23 +47,14 @@ private:
 };
 
 // Tells whether the server could open its port.
-class Listening final : public TServerEventHandler {
-public:
+struct Listening final : TServerEventHandler {
     void preServe() override {
-        is_listening_ = true;
-        promise_.set_value();
+        has_begun = true;
+        promise.set_value();
     }
 
-    void failed(const std::exception_ptr& error) {
-        if (!is_listening_) promise_.set_exception(error);
-    }
-
-    // Throws what the server threw.
-    void wait() { promise_.get_future().get(); }
-
-private:
-    bool is_listening_ = false;  // server's thread only
-    std::promise<void> promise_;
+    std::promise<void> promise;
+    bool has_begun = false;  // server's thread only
 };
 
 }  // namespace
@@ -88,13 +79,14 @@ NotificationServer::NotificationServer(int port)
         try {
             server_->serve();
         } catch (const std::exception&) {
-            listening->failed(std::current_exception());
+            if (!listening->has_begun)
+                listening->promise.set_exception(std::current_exception());
         }
         has_ended_ = true;
         eventfd_write(fd_, 1);
     });
     try {
-        listening->wait();
+        listening->promise.get_future().get();
     } catch (const std::exception& error) {
         thread_.join();
         close(fd_);

@@ -1,14 +1,17 @@
 #include "tools/kestan-control/push.h"
 
+#include <exception>
+#include <iostream>
 #include <optional>
-#include <ostream>
 #include <type_traits>
 #include <utility>
 
 #include "thrift/table_fields.h"
 #include "tools/json/number_text.h"
+#include "tools/rules/table_index.h"
+#include "tools/service/diagnostics.h"
 
-using orvel::thrift::dvb_tables::TableFields;
+using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
@@ -23,12 +26,8 @@ std::string id_text(std::int32_t id) {
     return std::to_string(id) + " (" + hex_number(id, 4) + ")";
 }
 
-std::string service_text(std::int32_t service) {
-    return "PMT of service " + id_text(service);
-}
-
 std::string pmt_text(std::int32_t service, std::int32_t pid) {
-    return service_text(service) + " on PID " + pid_text(pid);
+    return "PMT of " + service_text(service) + " on PID " + pid_text(pid);
 }
 
 // Ids and PIDs travel as i16 and carry their 16 bits.
@@ -57,19 +56,15 @@ std::string result_text(std::int32_t version, std::int32_t result) {
 class Sending {
 public:
     // `on_air` is what Kestan can have, `played` those whose content is known.
-    Sending(ControlConnection& kestan, std::ostream& report, OnAir on_air,
-            Multiplex played)
-        : kestan_(kestan),
-          report_(report),
-          on_air_(std::move(on_air)),
-          played_(std::move(played)) {}
+    Sending(ControlConnection& kestan, OnAir on_air, Multiplex played)
+        : kestan_(kestan), on_air_(std::move(on_air)), played_(std::move(played)) {}
 
     void clear() {
         kestan_.call("ClearAllTables",
                      [](Service& service) { service.ClearAllTables(); });
         on_air_ = {};
         played_ = {};
-        report_ << "all tables: cleared" << std::endl;
+        std::cout << "all tables: cleared" << std::endl;
     }
 
     // Withdraws what the tables lack, and a PMT that can be on another PID than there.
@@ -84,7 +79,7 @@ public:
         for (const auto& [service, pids] : pids_of) {
             const auto found = wanted.pids_of.find(service);
             if (found != wanted.pids_of.end() && found->second == pids) continue;
-            report_ << pmt_text(service, *pids.begin()) << ": withdrawn" << std::endl;
+            std::cout << pmt_text(service, *pids.begin()) << ": withdrawn" << std::endl;
             stop_pmt(service);
         }
     }
@@ -97,8 +92,8 @@ public:
         if (known == on_air_.pids_of.end()) return false;
         for (const std::uint16_t pid : known->second) {
             if (pid == pmt.pid) continue;
-            report_ << pmt_text(service, pid) << ": stopped, it moves to PID "
-                    << pid_text(pmt.pid) << std::endl;
+            std::cout << pmt_text(service, pid) << ": stopped, it moves to PID "
+                      << pid_text(pmt.pid) << std::endl;
             stop_pmt(service);
             return true;
         }
@@ -107,8 +102,8 @@ public:
 
     // Stops the service, wherever it is. Returns true.
     bool stop(const PmtOnPid& pmt) {
-        report_ << service_text(pmt.pmt.program_number) << ": stopped before it is sent"
-                << std::endl;
+        std::cout << "PMT of " << service_text(pmt.pmt.program_number)
+                  << ": stopped before it is sent" << std::endl;
         stop_pmt(pmt.pmt.program_number);
         return true;
     }
@@ -156,7 +151,7 @@ private:
         kestan_.call("ClearCAT", [](Service& service) { service.ClearCAT(); });
         on_air_.singles.erase(TableKind::kCat);
         played_.cat.reset();
-        report_ << "CAT: withdrawn" << std::endl;
+        std::cout << "CAT: withdrawn" << std::endl;
     }
 
     // Kestan takes the service off whatever PID it is on; it only logs the PID.
@@ -179,14 +174,14 @@ private:
               Call make_call, const char* note = "") {
         const std::int32_t result = kestan_.call(method, make_call);
         const bool is_accepted = result != kRejected;
-        report_ << what << ": version " << version << ", " << result_text(version, result)
-                << (is_accepted ? note : "") << std::endl;
+        std::cout << what << ": version " << version << ", "
+                  << result_text(version, result) << (is_accepted ? note : "")
+                  << std::endl;
         if (!is_accepted) rejected_.push_back(what);
         return is_accepted;
     }
 
     ControlConnection& kestan_;
-    std::ostream& report_;
     OnAir on_air_;
     Multiplex played_;
     std::vector<std::string> rejected_;
@@ -194,9 +189,18 @@ private:
 
 }  // namespace
 
+TableSender::TableSender(const char* name, const ControlAddress& address,
+                         const char* effect, bool forgets)
+    : file_(name, address), effect_(effect) {
+    file_.load(effect, [this](const nlohmann::json& content) {
+        on_air_ = on_air_from_json(content);
+    });
+    if (forgets) on_air_.reset();
+}
+
 std::vector<std::string> TableSender::send(ControlConnection& kestan,
                                            const Multiplex& tables, bool stops_all) {
-    Sending sending(kestan, report_, on_air_.value_or(OnAir()), {});
+    Sending sending(kestan, on_air_.value_or(OnAir()), {});
     expect(tables);
     sending.send_single_tables(tables);
     for (const PmtOnPid& pmt : tables.pmts) {
@@ -209,8 +213,7 @@ std::vector<std::string> TableSender::send(ControlConnection& kestan,
 
 std::vector<std::string> TableSender::make_play(ControlConnection& kestan,
                                                 const Multiplex& tables) {
-    Sending sending(kestan, report_, on_air_.value_or(OnAir()),
-                    std::exchange(played_, {}));
+    Sending sending(kestan, on_air_.value_or(OnAir()), std::exchange(played_, {}));
     // What is recorded stays until nothing is on air for certain.
     if (!on_air_) sending.clear();
     expect(tables);
@@ -228,12 +231,21 @@ void TableSender::kestan_has_started() {
 }
 
 void TableSender::expect(const Multiplex& tables) {
-    if (!on_air_) on_air_.emplace();
-    on_air_->add(OnAir(tables));
-    record_.save(*on_air_);
+    OnAir on_air = on_air_.value_or(OnAir());
+    on_air.add(OnAir(tables));
+    keep(on_air);
 }
 
 void TableSender::keep(const OnAir& on_air) {
     on_air_ = on_air;
-    record_.save(on_air);
+    try {
+        file_.save(to_json(on_air));
+        has_failed_ = false;
+    } catch (const std::exception& error) {
+        const bool is_removed = file_.remove();
+        if (has_failed_) return;
+        has_failed_ = true;
+        warn(std::string(error.what()) + ": " +
+             (is_removed ? effect_ : "remove it: it is out of date"));
+    }
 }

@@ -1,27 +1,28 @@
 #ifndef KESTAN_TOOLS_KESTAN_CONTROL_PUSH_H
 #define KESTAN_TOOLS_KESTAN_CONTROL_PUSH_H
 
-#include <iosfwd>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tools/kestan-control/control_connection.h"
-#include "tools/kestan-control/on_air_record.h"
+#include "tools/kestan-control/on_air.h"
+#include "tools/kestan-control/state_file.h"
 #include "tools/model/multiplex.h"
 
 // Sends tables to Kestan and remembers what Kestan plays, also for the next process.
+// Writes one line for each table to standard output: what, version, result.
 //
 // Other clients may change what Kestan plays in between: what they leave there stays, and
 // is not seen. One thread.
 class TableSender {
 public:
-    // Writes one line for each table that it sends: what, version, result. `report` must
-    // outlive the sender. `on_air` is what Kestan can have of earlier processes; nullopt
-    // if it can have any table. Keeps it in `record`.
-    TableSender(std::ostream& report, OnAirRecord record, std::optional<OnAir> on_air)
-        : report_(report), record_(std::move(record)), on_air_(std::move(on_air)) {}
+    // Reads what Kestan can have of earlier processes from the state file `name`, and
+    // keeps it there. If `forgets` or if the file cannot be read, Kestan can have any
+    // table. `effect` says what a process without the file does. It must outlive the
+    // object.
+    TableSender(const char* name, const ControlAddress& address, const char* effect,
+                bool forgets = false);
 
     // Sends all tables and withdraws none. Returns the tables that Kestan rejected.
     // Stops a service first if it can be on another PID: Kestan would keep it there. If
@@ -49,10 +50,14 @@ public:
 private:
     // Records that each of the tables can be on air from now on.
     void expect(const Multiplex& tables);
+
+    // Records what is on air. The file must never lack a table that Kestan has: so one
+    // that cannot be replaced is removed. Warns at the first of several failures.
     void keep(const OnAir& on_air);
 
-    std::ostream& report_;
-    OnAirRecord record_;
+    StateFile file_;
+    const char* effect_;
+    bool has_failed_ = false;      // to write the file
     std::optional<OnAir> on_air_;  // at least what Kestan has
     Multiplex played_;             // those of them whose content is known
 };

@@ -1,6 +1,5 @@
 #include "tools/kestan-control/service_signals.h"
 
-#include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
@@ -10,7 +9,6 @@
 #include <chrono>
 #include <csignal>
 #include <initializer_list>
-#include <iterator>
 #include <system_error>
 
 #include "tools/service/service_manager.h"
@@ -40,14 +38,14 @@ ServiceSignals::ServiceSignals() {
     const sigset_t hangup = set_of({SIGHUP});
     reload_ = opened(signalfd(-1, &hangup, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd");
     end_ = opened(eventfd(0, EFD_CLOEXEC), "eventfd");
-    destroyed_ = opened(eventfd(0, EFD_CLOEXEC), "eventfd");
     thread_ = std::thread([this] { watch(); });
 }
 
 ServiceSignals::~ServiceSignals() {
-    eventfd_write(destroyed_, 1);
+    destroyed_.set_value();
+    pthread_kill(thread_.native_handle(), SIGINT);  // ends the wait for a signal
     thread_.join();
-    for (const int fd : {reload_, end_, destroyed_}) close(fd);
+    for (const int fd : {reload_, end_}) close(fd);
 }
 
 void ServiceSignals::take_reload() const {
@@ -56,18 +54,12 @@ void ServiceSignals::take_reload() const {
     }
 }
 
-void ServiceSignals::watch() const {
+void ServiceSignals::watch() {
     const sigset_t ends = set_of({SIGINT, SIGTERM});
-    const int signals = signalfd(-1, &ends, SFD_CLOEXEC);
-    pollfd events[] = {{destroyed_, POLLIN, 0}, {signals, POLLIN, 0}};
-    while (poll(events, std::size(events), -1) < 0) {
-    }
+    int signal = 0;
+    sigwait(&ends, &signal);
     eventfd_write(end_, 1);
-    pollfd destroyed{destroyed_, POLLIN, 0};
-    const bool is_late = poll(&destroyed, 1, static_cast<int>(kGrace.count())) == 0;
-    if (is_late) {
-        notify_service_manager("STOPPING=1\nSTATUS=has ended before its work was done");
-        _exit(0);
-    }
-    close(signals);
+    if (destroyed_.get_future().wait_for(kGrace) == std::future_status::ready) return;
+    notify_service_manager("STOPPING=1\nSTATUS=has ended before its work was done");
+    _exit(0);
 }

@@ -1,6 +1,7 @@
 #ifndef KESTAN_TOOLS_KESTAN_CONTROL_SERVICE_SIGNALS_H
 #define KESTAN_TOOLS_KESTAN_CONTROL_SERVICE_SIGNALS_H
 
+#include <future>
 #include <thread>
 
 // The signals of a process that serves: SIGHUP, and SIGINT and SIGTERM, which end it.
@@ -25,11 +26,11 @@ public:
     void take_reload() const;
 
 private:
-    void watch() const;
+    void watch();
 
-    int reload_ = -1;     // signalfd
-    int end_ = -1;        // eventfd
-    int destroyed_ = -1;  // eventfd
+    int reload_ = -1;  // signalfd
+    int end_ = -1;     // eventfd
+    std::promise<void> destroyed_;
     std::thread thread_;
 };
 

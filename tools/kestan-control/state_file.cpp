@@ -3,12 +3,15 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 
 #include "tools/json/shown_text.h"
 #include "tools/json/text_file.h"
+#include "tools/service/diagnostics.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -51,20 +54,24 @@ StateFile::StateFile(const char* name, const ControlAddress& address) {
             std::to_string(address.set) + ".json";
 }
 
-std::optional<json> StateFile::load_json() {
-    if (!keeps()) return std::nullopt;
-    const auto text = read_if_present(path_);
-    if (!text) return std::nullopt;
-    json content = json::parse(*text);
-    const int format = content.value(kFormatField, 1);
-    is_newer_ = format > kFormat;
-    if (is_newer_) {
-        throw std::runtime_error("a newer release wrote it (format " +
-                                 std::to_string(format) + "); it is left as it is");
+void StateFile::load(const char* effect, const std::function<void(const json&)>& read) {
+    if (!keeps()) return;
+    try {
+        const auto text = read_if_present(path_);
+        if (!text) return;
+        json content = json::parse(*text);
+        const int format = content.value(kFormatField, 1);
+        is_newer_ = format > kFormat;
+        if (is_newer_) {
+            throw std::runtime_error("a newer release wrote it (format " +
+                                     std::to_string(format) + "); it is left as it is");
+        }
+        content.erase(kFormatField);
+        kept_ = *text;
+        read(content);
+    } catch (const std::exception& error) {
+        warn(shown_path(path_) + ": not read: " + error.what() + ": " + effect);
     }
-    content.erase(kFormatField);
-    kept_ = *text;
-    return content;
 }
 
 void StateFile::save(const nlohmann::ordered_json& content) {

@@ -92,16 +92,12 @@ void Inserter::push_table_packet(std::int64_t now, const std::uint8_t* packet) {
 // Returns whether the packet is an exact repeat of the one before on its PID: it carries
 // nothing new. Counts the packets that are missing before it.
 bool Inserter::is_repeat(const std::uint8_t* packet) {
-    TablePid& pid = table_pids_[pid_of(packet)];
-    const std::uint8_t counter = continuity_counter_of(packet);
-    const Continuity continuity = pid.continuity.push(packet);
+    ContinuityCheck& check = table_pids_[pid_of(packet)];
+    const Continuity continuity = check.push(packet);
     if (continuity == Continuity::kBroken) {
-        const unsigned missing =
-            (16U + counter - next_counter(*pid.counter, packet)) & kContinuityMask;
-        record_.lost += missing;
-        record_.pids[pid_of(packet)].lost += missing;
+        record_.lost += check.missing();
+        record_.pids[pid_of(packet)].lost += check.missing();
     }
-    pid.counter = counter;
     return continuity == Continuity::kRepeat;
 }
 
@@ -134,7 +130,9 @@ std::optional<DatagramPackets> Inserter::fill(std::int64_t now, std::uint8_t* da
     drop_old_queue(now);
     const auto packets = find(now, record_.input, datagram, size);
     if (!packets) return packets;
-    const bool is_late = packets->in_rtp && rtp_order_.is_late(datagram);
+    const std::optional<int> ahead =
+        packets->in_rtp ? rtp_order_.push(datagram) : std::nullopt;
+    const bool is_late = ahead && *ahead <= 0;
     for (std::size_t i = 0; i < packets->count; ++i) {
         take_packet(now, datagram + (packets->packet(i) - datagram), is_late);
     }

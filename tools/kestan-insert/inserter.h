@@ -53,12 +53,6 @@ public:
     [[nodiscard]] const InsertionRecord& record() const { return record_; }
 
 private:
-    // What is known of a PID of TABLES, to find repeats and losses.
-    struct TablePid {
-        ContinuityCheck continuity;
-        std::optional<std::uint8_t> counter;
-    };
-
     struct TablePacket {
         std::int64_t arrival;
         std::array<std::uint8_t, kTsPacketSize> bytes;
@@ -80,7 +74,7 @@ private:
     PidUse pid_use_;
     InsertionRecord record_;
     RtpOrder rtp_order_;
-    std::map<std::uint16_t, TablePid> table_pids_;
+    std::map<std::uint16_t, ContinuityCheck> table_pids_;  // to find repeats and losses
     std::deque<TablePacket> queue_;
     std::vector<std::optional<std::uint8_t>> left_;  // counters that left last, by PID
 

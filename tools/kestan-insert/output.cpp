@@ -26,41 +26,32 @@ void set_option(int fd, int name, const Value& value) {
 
 }  // namespace
 
-Output::Output(const std::string& address, const std::string& interface, int ttl) {
+Output::Output(const std::string& address, const std::string& interface, int ttl)
+    : socket_(address == kPipe ? -1 : socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     if (address == kPipe) return;
+    if (socket_.get() < 0) fail("open a UDP socket");
     to_ = parse_endpoint(address);
-    fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd_ < 0) fail("open a UDP socket");
-    try {
-        set_option(fd_, IP_TTL, ttl);
-        set_option(fd_, IP_MULTICAST_TTL, ttl);
-        if (!interface.empty()) use_interface(interface);
-    } catch (...) {
-        close(fd_);
-        throw;
-    }
-}
-
-Output::~Output() {
-    if (fd_ >= 0) close(fd_);
+    set_option(socket_.get(), IP_TTL, ttl);
+    set_option(socket_.get(), IP_MULTICAST_TTL, ttl);
+    if (!interface.empty()) use_interface(interface);
 }
 
 void Output::use_interface(const std::string& interface) const {
     const unsigned index = if_nametoindex(interface.c_str());
     if (index == 0)
         fail("use interface " + interface, "; \"ip link\" lists those of this machine");
-    set_option(fd_, IP_MULTICAST_IF, ip_mreqn{{}, {}, static_cast<int>(index)});
+    set_option(socket_.get(), IP_MULTICAST_IF, ip_mreqn{{}, {}, static_cast<int>(index)});
     if (!IN_MULTICAST(ntohl(to_.sin_addr.s_addr)) &&
-        setsockopt(fd_, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
+        setsockopt(socket_.get(), SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
                    static_cast<socklen_t>(interface.size())) != 0)
         fail("send through interface " + interface);
 }
 
 bool Output::send(const std::uint8_t* datagram, std::size_t size,
                   const std::optional<DatagramPackets>& packets) {
-    if (fd_ >= 0) {
-        return sendto(fd_, datagram, size, 0, reinterpret_cast<const sockaddr*>(&to_),
-                      sizeof to_) >= 0;
+    if (socket_.get() >= 0) {
+        return sendto(socket_.get(), datagram, size, 0,
+                      reinterpret_cast<const sockaddr*>(&to_), sizeof to_) >= 0;
     }
     if (!packets) return true;
     if (packets->stride == kTsPacketSize)

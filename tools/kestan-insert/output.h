@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/model/file_descriptor.h"
 #include "tools/receive/datagram_packets.h"
 
 // Where the stream goes: an address, or standard output. One thread.
@@ -16,9 +17,6 @@ public:
     // `address` is ADDRESS:PORT or kPipe. Throws std::runtime_error with a message that
     // says what to do.
     Output(const std::string& address, const std::string& interface, int ttl);
-    ~Output();
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
 
     // Sends a datagram, `packets` being those in it. To standard output go the packets
     // alone, 188 bytes each. Returns whether it was sent; errno says why not. Throws
@@ -30,8 +28,8 @@ private:
     void use_interface(const std::string& interface) const;
     static bool write(const std::uint8_t* data, std::size_t size);
 
-    int fd_ = -1;  // -1: standard output
     sockaddr_in to_{};
+    FileDescriptor socket_;  // none: standard output
 };
 
 #endif

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "dvb/nanoseconds.h"
-#include "tools/kestan-insert/announced_pids.h"
+#include "tools/receive/announced_pids.h"
 #include "tools/receive/section_assembler.h"
 
 // What has not come for this long is gone: a source, Kestan's use of a PID, a PMT on air.

@@ -7,10 +7,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/kestan-monitor/expected_tables.h"
 #include "tools/kestan-monitor/monitor.h"
 #include "tools/kestan-monitor/options.h"
-#include "tools/kestan-monitor/report/json_report.h"
+#include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/text_report.h"
 #include "tools/service/program.h"
 
@@ -46,7 +45,7 @@ int run(const Options& options) {
     // the program.
     std::optional<Multiplex> expected;
     if (!options.expected.empty()) {
-        expected = read_expected_tables(options.expected, FileKind::kRegularOrPipe);
+        expected = read_expected_tables(options, FileKind::kRegularOrPipe);
         if (!expected) return kCannotRun;
     }
     const auto& stop_requested = handle_signals(expected && !has_terminal());

@@ -7,19 +7,12 @@
 #include <utility>
 
 #include "dvb/civil_clock.h"
+#include "tools/files/table_files.h"
 #include "tools/json/shown_text.h"
-#include "tools/json/text_file.h"
-#include "tools/kestan-monitor/expected_tables.h"
-#include "tools/kestan-monitor/measure/carried_tables.h"
-#include "tools/kestan-monitor/report/metrics.h"
 #include "tools/service/diagnostics.h"
 #include "tools/service/program.h"
 
 namespace {
-
-std::int64_t to_ns(double seconds) {
-    return static_cast<std::int64_t>(seconds * static_cast<double>(kNsPerSecond));
-}
 
 std::string unwritten_text(const std::string& path, const std::system_error& error) {
     return shown_path(path) + ": cannot be written: " + error.code().message();
@@ -27,8 +20,13 @@ std::string unwritten_text(const std::string& path, const std::system_error& err
 
 }  // namespace
 
-bool has_display(const Options& options) {
-    return !options.json && Terminal::is_there();
+std::optional<Multiplex> read_expected_tables(const Options& options, FileKind kind) {
+    const ReadFiles read = TableFiles(options.expected, kind).read(Severity::kWarning);
+    const bool is_valid = read.mistakes.empty();
+    for (const FileFinding& finding : is_valid ? read.doubts : read.mistakes)
+        complain(finding.severity, "kestan-monitor: " + finding.line());
+    if (!is_valid) return std::nullopt;
+    return JoinedFiles(read.files).tables();
 }
 
 Monitor::Monitor(const Options& options, std::optional<Multiplex> expected)
@@ -38,7 +36,7 @@ Monitor::Monitor(const Options& options, std::optional<Multiplex> expected)
     read_clock();
     stream_.accept(options_.accepted);
     if (expected) stream_.expect(*std::move(expected), !options_.any_version);
-    if (!options_.plot.empty()) start_plot();
+    if (!options_.plot.empty()) stream_.keep_series();
     open_files();
 }
 
@@ -54,17 +52,9 @@ void Monitor::open_files() {
     }
 }
 
-void Monitor::start_plot() {
-    plot_.emplace(steady_now_ns());
-    stream_.set_interval_observer([this](std::uint16_t pid, const TableKey& table,
-                                         std::int64_t now, std::int64_t interval) {
-        plot_->add_interval(pid, table, now, interval);
-    });
-}
-
 void Monitor::run(const volatile std::sig_atomic_t& stop_requested,
                   volatile std::sig_atomic_t& wants_reload) {
-    if (has_display(options_)) screen_.emplace();
+    if (!options_.json && Terminal::is_there()) screen_.emplace();
     std::int64_t now = steady_now_ns();
     std::int64_t refresh = now + kNsPerSecond;
     const std::int64_t end = end_of_run(now, options_.duration_s);
@@ -85,27 +75,26 @@ void Monitor::run(const volatile std::sig_atomic_t& stop_requested,
     say_complaints();
     read_clock();
     stream_.finish(complete_until, receiver_.lost());
-    service_names_ = service_names(stream_.tables());
     write_files();
-    if (!plot_) return;
+    if (options_.plot.empty()) return;
     try_to_write(options_.plot, "", [&] {
-        replace_text_file(options_.plot, plot_->svg(report(), complete_until),
-                          FileUse::kReport);
+        replace_text_file(options_.plot, plot_svg(report()), FileUse::kReport);
     });
 }
 
 // Does not wait for a pipe: datagrams would be lost.
 void Monitor::read_expected_again() {
-    auto tables = read_expected_tables(options_.expected, FileKind::kRegular);
+    auto tables = read_expected_tables(options_, FileKind::kRegular);
+    if (!tables) {
+        complain(Severity::kError, "kestan-monitor: the tables read before stay");
+        return;
+    }
     const auto& paths = options_.expected;
     const bool has_input =
         std::find(paths.begin(), paths.end(), kStandardInput) != paths.end();
-    complain(tables ? Severity::kInformation : Severity::kError,
-             std::string("kestan-monitor: ") +
-                 (!tables     ? "the tables read before stay"
-                  : has_input ? "files read again, but not standard input"
-                              : "files read again"));
-    if (tables) stream_.expect(*std::move(tables), !options_.any_version);
+    complain(Severity::kInformation, std::string("kestan-monitor: files read again") +
+                                         (has_input ? ", but not standard input" : ""));
+    stream_.expect(*std::move(tables), !options_.any_version);
 }
 
 std::int64_t Monitor::receive(std::int64_t timeout) {
@@ -114,7 +103,6 @@ std::int64_t Monitor::receive(std::int64_t timeout) {
         [this](std::int64_t arrival, const std::uint8_t* data, std::size_t size) {
             const auto packets = stream_.push(arrival, data, size);
             if (packets && recorder_) recorder_->write(*packets);
-            if (packets && plot_) plot_->add_packets(arrival, packets->count);
         },
         screen_ ? screen_->terminal.key_fd() : -1);
 }
@@ -129,7 +117,8 @@ void Monitor::look_at_terminal() {
 }
 
 void Monitor::every_second(std::int64_t complete_until) {
-    advance(complete_until);
+    read_clock();
+    stream_.advance(complete_until, receiver_.lost());
     rates_ = meter_.measure(stream_);
     write_files();
     if (screen_) draw();
@@ -171,17 +160,10 @@ void Monitor::say_complaints() {
 }
 
 void Monitor::read_clock() {
-    const bool is_compared =
-        options_.clock_tolerance_s > 0 && is_civil_clock_synchronised();
-    stream_.set_civil_clock(
-        civil_minus_steady_ns(),
-        is_compared ? std::optional(to_ns(options_.clock_tolerance_s)) : std::nullopt);
-}
-
-void Monitor::advance(std::int64_t complete_until) {
-    read_clock();
-    stream_.advance(complete_until, receiver_.lost());
-    service_names_ = service_names(stream_.tables());
+    std::optional<std::int64_t> tolerance;
+    if (options_.clock_tolerance_s > 0 && is_civil_clock_synchronised())
+        tolerance = static_cast<std::int64_t>(options_.clock_tolerance_s * kNsPerSecond);
+    stream_.set_civil_clock(civil_minus_steady_ns(), tolerance);
 }
 
 void Monitor::draw() {
@@ -190,9 +172,9 @@ void Monitor::draw() {
 }
 
 Report Monitor::report_of_last_second() const {
-    return {options_.address, stream_, rates_, service_names_};
+    return {options_.address, stream_, rates_};
 }
 
 Report Monitor::report() const {
-    return {options_.address, stream_, RateMeter().measure(stream_), service_names_};
+    return {options_.address, stream_, RateMeter().measure(stream_)};
 }

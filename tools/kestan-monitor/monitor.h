@@ -3,15 +3,14 @@
 
 #include <csignal>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
 
+#include "tools/json/text_file.h"
 #include "tools/kestan-monitor/measure/bit_rates.h"
 #include "tools/kestan-monitor/measure/stream_statistics.h"
 #include "tools/kestan-monitor/options.h"
-#include "tools/kestan-monitor/report/plot.h"
 #include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/screen/terminal.h"
 #include "tools/kestan-monitor/screen/terminal_view.h"
@@ -19,8 +18,11 @@
 #include "tools/receive/packet_recorder.h"
 #include "tools/receive/udp_receiver.h"
 
-// Returns whether the report is shown on a terminal in place.
-[[nodiscard]] bool has_display(const Options& options);
+// Reads the tables of the files and directories that the options name, as kestan-control
+// reads them. Writes their mistakes to standard error, or else their doubts. Returns
+// nullopt if there is a mistake.
+[[nodiscard]] std::optional<Multiplex> read_expected_tables(const Options& options,
+                                                            FileKind kind);
 
 // One run of the program: receives and measures the stream, and shows and writes what the
 // options ask for. One thread.
@@ -54,12 +56,10 @@ private:
 
     [[nodiscard]] Report report_of_last_second() const;
     [[nodiscard]] std::int64_t receive(std::int64_t timeout);
-    void start_plot();
     void read_expected_again();
     void look_at_terminal();
     void every_second(std::int64_t complete_until);
     void read_clock();
-    void advance(std::int64_t complete_until);
     void write_files();
     void open_files();
     void write_metrics() const;
@@ -74,10 +74,8 @@ private:
     StreamStatistics stream_;
     RateMeter meter_;
     BitRates rates_;  // of the last second
-    std::map<std::uint16_t, std::string> service_names_;
     bool quit_ = false;
     std::optional<PacketRecorder> recorder_;
-    std::optional<Plot> plot_;
     std::optional<Screen> screen_;
     std::set<std::string> unwritten_;  // files that could not be written
     std::string complaints_;           // to be said when there is no display

@@ -1,8 +1,15 @@
 #include "tools/kestan-monitor/options.h"
 
-#include <CLI/CLI.hpp>
+#include <set>
+#include <stdexcept>
 
-#include "tools/kestan-monitor/accepted_faults.h"
+#include <CLI/CLI.hpp>
+#include <boost/algorithm/string/join.hpp>
+
+#include "dvb/psi_si.h"
+#include "tools/json/number_text.h"
+#include "tools/kestan-monitor/report/fault_text.h"
+#include "tools/rules/rules.h"
 #include "tools/service/program.h"
 
 namespace {
@@ -17,6 +24,54 @@ constexpr const char* kFooter =
     "Exit status: 0; 1 when --check finds something outside the limits or nothing was\n"
     "received; 2 when it cannot receive, cannot read or write a file, or the command "
     "line is wrong.";
+
+std::uint16_t pid_of(const std::string& text) {
+    const auto pid = parse_argument(text);
+    if (pid && *pid <= kMaxPid) return static_cast<std::uint16_t>(*pid);
+    throw std::invalid_argument("--accept: \"" + text +
+                                "\" is not a PID: expected 0 to " +
+                                std::to_string(kMaxPid) + ", decimal or as in 0x0100");
+}
+
+// Returns whether the check `consistency` reports what breaks the rule.
+bool is_for_streams(const Rule& rule) {
+    return rule.scope == RuleScope::kAllTables && rule.severity != Severity::kInformation;
+}
+
+// Appends the faults that the user calls "CHECK" or "CHECK:PID", where CHECK is a check
+// or a rule of the check `consistency`. Throws std::invalid_argument, with a message for
+// the user, if there are none: `consistency` itself would accept what nobody knows yet.
+void add_accepted(const std::string& text, std::vector<AcceptedFault>& to) {
+    const std::size_t colon = text.find(':');
+    const std::string name = text.substr(0, colon);
+    AcceptedFault accepted{};
+    if (colon != std::string::npos) accepted.pid = pid_of(text.substr(colon + 1));
+    const std::size_t before = to.size();
+    std::set<std::string> checks;
+    std::set<std::string> rules;
+    const auto offer = [&](FaultKind kind, std::string_view rule, std::string_view its) {
+        accepted.kind = kind;
+        accepted.rule = rule;
+        (rule.empty() ? checks : rules).emplace(its);
+        if (name == its) to.push_back(accepted);
+    };
+    for (std::size_t i = 0; i < kFaultKinds; ++i) {
+        const auto kind = static_cast<FaultKind>(i);
+        if (kind != FaultKind::kConsistency) offer(kind, "", check_name(kind));
+    }
+    for (const Rule& rule : all_rules()) {
+        if (is_for_streams(rule)) offer(FaultKind::kConsistency, rule.name, rule.name);
+    }
+    if (to.size() > before) return;
+    const std::string rule_names = boost::algorithm::join(rules, ", ");
+    if (name == check_name(FaultKind::kConsistency))
+        throw std::invalid_argument("--accept: consistency has many rules, name one: " +
+                                    rule_names);
+    throw std::invalid_argument("--accept: \"" + name +
+                                "\" is no check: expected one of " +
+                                boost::algorithm::join(checks, ", ") +
+                                ", or a rule of consistency: " + rule_names);
+}
 
 void add_expectations(CLI::App& app, Options& options) {
     CLI::Option* const expected =
@@ -34,11 +89,7 @@ void add_expectations(CLI::App& app, Options& options) {
     app.add_option_function<std::vector<std::string>>(
            "--accept",
            [&options](const std::vector<std::string>& texts) {
-               for (const std::string& text : texts) {
-                   const auto faults = accepted_faults(text);
-                   options.accepted.insert(options.accepted.end(), faults.begin(),
-                                           faults.end());
-               }
+               for (const std::string& text : texts) add_accepted(text, options.accepted);
            },
            "CHECK or CHECK:PID, a known fault that --check does not count: a check of "
            "kestan-monitor(1), or a rule that --json names. Repeatable")

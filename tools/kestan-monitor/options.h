@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/kestan-monitor/measure/accepted_fault.h"
+#include "tools/kestan-monitor/measure/fault.h"
 
 namespace CLI {
 class App;

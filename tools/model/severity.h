@@ -11,15 +11,8 @@ enum class Severity {
 };
 
 [[nodiscard]] constexpr std::string_view name_of(Severity severity) {
-    switch (severity) {
-        case Severity::kError:
-            return "error";
-        case Severity::kWarning:
-            return "warning";
-        case Severity::kInformation:
-            break;
-    }
-    return "information";
+    if (severity == Severity::kError) return "error";
+    return severity == Severity::kWarning ? "warning" : "information";
 }
 
 #endif

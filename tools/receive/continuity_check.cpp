@@ -16,20 +16,19 @@ bool has_discontinuity_indicator(const std::uint8_t* packet) {
 }  // namespace
 
 Continuity ContinuityCheck::push(const std::uint8_t* packet) {
-    const bool is_repeat = last_ && repeats(packet);
-    const bool follows_last = !last_ || follows(packet);
-    repeated_ = is_repeat;
+    repeated_ = last_ && repeats(packet);
+    missing_ = last_ && !repeated_ ? missing_before(packet) : 0;
     std::copy_n(packet, kTsPacketSize, last_.emplace().begin());
-    if (is_repeat) return Continuity::kRepeat;
-    if (follows_last) return Continuity::kInOrder;
+    if (repeated_) return Continuity::kRepeat;
+    if (missing_ == 0) return Continuity::kInOrder;
     return has_discontinuity_indicator(packet) ? Continuity::kExcused
                                                : Continuity::kBroken;
 }
 
-bool ContinuityCheck::follows(const std::uint8_t* packet) const {
-    const int step = has_payload(packet) ? 1 : 0;
-    const int expected = (continuity_counter_of(last_->data()) + step) & kContinuityMask;
-    return continuity_counter_of(packet) == expected;
+unsigned ContinuityCheck::missing_before(const std::uint8_t* packet) const {
+    const unsigned step = has_payload(packet) ? 1 : 0;
+    const unsigned last = continuity_counter_of(last_->data());
+    return (continuity_counter_of(packet) - last - step) & kContinuityMask;
 }
 
 bool ContinuityCheck::repeats(const std::uint8_t* packet) const {

@@ -24,12 +24,16 @@ public:
     // Takes the PID's next packet, kTsPacketSize bytes.
     [[nodiscard]] Continuity push(const std::uint8_t* packet);
 
+    // Returns how many packets are missing before the last one, as far as 4 bits can say.
+    [[nodiscard]] unsigned missing() const { return missing_; }
+
 private:
-    [[nodiscard]] bool follows(const std::uint8_t* packet) const;
+    [[nodiscard]] unsigned missing_before(const std::uint8_t* packet) const;
     [[nodiscard]] bool repeats(const std::uint8_t* packet) const;
 
     std::optional<std::array<std::uint8_t, kTsPacketSize>> last_;
     bool repeated_ = false;
+    unsigned missing_ = 0;
 };
 
 #endif

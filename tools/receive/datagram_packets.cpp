@@ -1,14 +1,9 @@
 #include "tools/receive/datagram_packets.h"
 
+#include <bitstream/ietf/rtp.h>
+
 namespace {
 
-// The RTP header (RFC 3550, 5.1).
-constexpr std::size_t kRtpFixedSize = 12;
-constexpr std::uint8_t kRtpVersionMask = 0xC0;
-constexpr std::uint8_t kRtpVersion = 0x80;
-constexpr std::uint8_t kRtpPadding = 0x20;
-constexpr std::uint8_t kRtpExtension = 0x10;
-constexpr std::uint8_t kRtpSourcesMask = 0x0F;
 constexpr std::size_t kRtpWord = 4;
 
 struct Bytes {
@@ -35,18 +30,16 @@ std::optional<DatagramPackets> packets_in(Bytes bytes) {
     return packets_with(kCodedPacketSize, bytes);
 }
 
-// Returns the bytes after an RTP header, or nullopt if the datagram has none.
-std::optional<Bytes> rtp_payload(Bytes bytes) {
-    if (bytes.size < kRtpFixedSize || (bytes.data[0] & kRtpVersionMask) != kRtpVersion)
-        return std::nullopt;
-    std::size_t header =
-        kRtpFixedSize + kRtpWord * std::size_t(bytes.data[0] & kRtpSourcesMask);
-    if ((bytes.data[0] & kRtpExtension) != 0) {
-        if (header + kRtpWord > bytes.size) return std::nullopt;
-        const std::uint8_t* const length = bytes.data + header + 2;
-        header += kRtpWord * (1u + (std::size_t{length[0]} << 8 | length[1]));
+// Returns the bytes after an RTP header (RFC 3550, 5.1), or nullopt if the datagram has
+// none.
+std::optional<Bytes> payload_of_rtp(Bytes bytes) {
+    if (bytes.size < RTP_HEADER_SIZE || !rtp_check_hdr(bytes.data)) return std::nullopt;
+    std::size_t header = RTP_HEADER_SIZE + kRtpWord * rtp_get_cc(bytes.data);
+    if (rtp_check_extension(bytes.data)) {
+        if (header + RTP_EXTENSION_SIZE > bytes.size) return std::nullopt;
+        header += RTP_EXTENSION_SIZE + kRtpWord * rtpx_get_length(bytes.data + header);
     }
-    const bool is_padded = (bytes.data[0] & kRtpPadding) != 0;
+    const bool is_padded = rtp_check_padding(bytes.data);
     const std::size_t padding = is_padded ? bytes.data[bytes.size - 1] : 0;
     if (header + padding >= bytes.size) return std::nullopt;
     return Bytes{bytes.data + header, bytes.size - header - padding};
@@ -58,7 +51,7 @@ std::optional<DatagramPackets> find_packets(const std::uint8_t* datagram,
                                             std::size_t size) {
     const Bytes bytes{datagram, size};
     if (const auto plain = packets_in(bytes)) return plain;
-    if (const auto payload = rtp_payload(bytes)) {
+    if (const auto payload = payload_of_rtp(bytes)) {
         auto packets = packets_in(*payload);
         if (packets) packets->in_rtp = true;
         if (packets) return packets;

@@ -16,11 +16,7 @@ constexpr mode_t kMode = 0666;  // less the umask
 PacketRecorder::PacketRecorder(const std::string& path)
     : fd_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY,
                kMode)) {
-    if (fd_ < 0) throw std::system_error(errno, std::generic_category());
-}
-
-PacketRecorder::~PacketRecorder() {
-    close(fd_);
+    if (fd_.get() < 0) throw std::system_error(errno, std::generic_category());
 }
 
 void PacketRecorder::write(const DatagramPackets& packets) {
@@ -39,7 +35,7 @@ void PacketRecorder::flush() {
 
 void PacketRecorder::write_out() {
     for (std::size_t at = 0; at < waiting_.size() && error_ == 0;) {
-        const ssize_t written = ::write(fd_, &waiting_[at], waiting_.size() - at);
+        const ssize_t written = ::write(fd_.get(), &waiting_[at], waiting_.size() - at);
         if (written < 0 && errno != EINTR) error_ = errno;
         if (written <= 0) continue;
         at += static_cast<std::size_t>(written);
@@ -48,5 +44,6 @@ void PacketRecorder::write_out() {
     waiting_.clear();
     if (error_ == 0 || bytes_ % kTsPacketSize == 0) return;
     bytes_ -= bytes_ % kTsPacketSize;
-    if (ftruncate(fd_, static_cast<off_t>(bytes_)) != 0) return;  // a device or a pipe
+    if (ftruncate(fd_.get(), static_cast<off_t>(bytes_)) != 0)
+        return;  // a device or a pipe
 }

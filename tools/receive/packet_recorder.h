@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/model/file_descriptor.h"
 #include "tools/receive/datagram_packets.h"
 
 // Writes transport packets to a file as they come, 188 bytes each. If the file cannot
@@ -13,9 +14,6 @@ class PacketRecorder {
 public:
     // Replaces the file. Throws std::system_error if it cannot be opened.
     explicit PacketRecorder(const std::string& path);
-    ~PacketRecorder();
-    PacketRecorder(const PacketRecorder&) = delete;
-    PacketRecorder& operator=(const PacketRecorder&) = delete;
 
     void write(const DatagramPackets& packets);
 
@@ -26,7 +24,7 @@ public:
 private:
     void write_out();
 
-    int fd_;
+    FileDescriptor fd_;
     std::vector<std::uint8_t> waiting_;
     std::uint64_t bytes_ = 0;  // in the file
     int error_ = 0;            // errno of the write that failed

@@ -1,26 +1,22 @@
 #include "tools/receive/rtp_order.h"
 
+#include <bitstream/ietf/rtp.h>
+
 #include <utility>
 
-namespace {
-
-constexpr int kMaxMisorder = 100;  // RFC 3550, A.1
-
-}  // namespace
-
-bool RtpOrder::is_late(const std::uint8_t* header) {
-    const auto number = static_cast<std::uint16_t>(header[2] << 8 | header[3]);
-    const std::uint32_t source = static_cast<std::uint32_t>(header[8]) << 24 |
-                                 static_cast<std::uint32_t>(header[9]) << 16 |
-                                 static_cast<std::uint32_t>(header[10]) << 8 | header[11];
-    const auto after_far_behind = std::exchange(after_far_behind_, std::nullopt);
-    if (highest_ && highest_->source == source) {
-        const auto ahead = static_cast<std::int16_t>(number - highest_->number);
-        const bool is_far_behind = ahead <= -kMaxMisorder;
-        const bool has_restarted = is_far_behind && after_far_behind == number;
-        if (is_far_behind) after_far_behind_ = static_cast<std::uint16_t>(number + 1);
-        if (ahead <= 0 && !has_restarted) return true;
+std::optional<int> RtpOrder::push(const std::uint8_t* header) {
+    const std::uint32_t source = rtp_get_int_ssrc(header);
+    number_ = rtp_get_seqnum(header);
+    const int ahead = static_cast<std::int16_t>(number_ - highest_);
+    const bool has_restarted =
+        std::exchange(after_far_behind_, std::nullopt) == number_ && ahead <= 0;
+    if (source_ != source || has_restarted) {
+        source_ = source;
+        highest_ = number_;
+        return std::nullopt;
     }
-    highest_ = {source, number};
-    return false;
+    if (ahead > 0) highest_ = number_;
+    if (ahead <= -kMaxMisorder)
+        after_far_behind_ = static_cast<std::uint16_t>(number_ + 1);
+    return ahead;
 }

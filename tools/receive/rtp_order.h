@@ -4,22 +4,26 @@
 #include <cstdint>
 #include <optional>
 
-// Finds the datagrams of an RTP stream that come too late or again (RFC 3550, 5.1). One
-// thread.
+// Follows the sequence numbers of an RTP stream (RFC 3550, 5.1). One thread.
 class RtpOrder {
 public:
-    // Takes the next datagram's RTP header. Returns whether its sequence number is not
-    // above the highest one so far. A new source, or a second datagram in a row that is
-    // far behind, begins a new count: the sender has restarted (RFC 3550, A.1).
-    [[nodiscard]] bool is_late(const std::uint8_t* header);
+    // A datagram that is this far behind is no late one (RFC 3550, A.1).
+    static constexpr int kMaxMisorder = 100;
+
+    // Takes the next datagram's RTP header. Returns how far its sequence number is ahead
+    // of the highest one so far: 1 if no datagram is missing, 0 or less if it comes late
+    // or again. Returns nullopt if a new count begins: with the first datagram, with
+    // another source, and with the second datagram in a row that is far behind, for then
+    // the sender has restarted.
+    [[nodiscard]] std::optional<int> push(const std::uint8_t* header);
+
+    // Returns the sequence number of the last datagram.
+    [[nodiscard]] std::uint16_t number() const { return number_; }
 
 private:
-    struct Highest {
-        std::uint32_t source;
-        std::uint16_t number;
-    };
-
-    std::optional<Highest> highest_;
+    std::optional<std::uint32_t> source_;
+    std::uint16_t number_ = 0;
+    std::uint16_t highest_ = 0;
     std::optional<std::uint16_t> after_far_behind_;
 };
 

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <poll.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -111,24 +110,15 @@ UdpReceiver::UdpReceiver(const sockaddr_in& from, const std::string& interface,
         messages_[i].msg_hdr.msg_control = slots_[i].control.data();
         messages_[i].msg_hdr.msg_controllen = slots_[i].control.size();
     }
-    if (fd_ < 0) fail("open a UDP socket", "");
-    try {
-        // Without a privilege, the buffer gets what net.core.rmem_max allows.
-        if (!set_option(fd_, SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBufferSize))
-            set_option(fd_, SOL_SOCKET, SO_RCVBUF, kReceiveBufferSize);
-        if (arrival_time_ == ArrivalTime::kStampOfKernel &&
-            !set_option(fd_, SOL_SOCKET, SO_TIMESTAMPNS, 1))
-            fail("have datagrams stamped with their time of arrival", "");
-        set_option(fd_, SOL_SOCKET, SO_RXQ_OVFL, 1);
-        bind_and_join(fd_, from, interface);
-    } catch (...) {
-        close(fd_);
-        throw;
-    }
-}
-
-UdpReceiver::~UdpReceiver() {
-    close(fd_);
+    if (fd() < 0) fail("open a UDP socket", "");
+    // Without a privilege, the buffer gets what net.core.rmem_max allows.
+    if (!set_option(fd(), SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBufferSize))
+        set_option(fd(), SOL_SOCKET, SO_RCVBUF, kReceiveBufferSize);
+    if (arrival_time_ == ArrivalTime::kStampOfKernel &&
+        !set_option(fd(), SOL_SOCKET, SO_TIMESTAMPNS, 1))
+        fail("have datagrams stamped with their time of arrival", "");
+    set_option(fd(), SOL_SOCKET, SO_RXQ_OVFL, 1);
+    bind_and_join(fd(), from, interface);
 }
 
 std::int64_t UdpReceiver::receive(std::int64_t timeout_ns, const Callback& on_datagram,
@@ -147,7 +137,7 @@ void UdpReceiver::read(const Callback& on_datagram) {
 }
 
 void UdpReceiver::wait(std::int64_t timeout_ns, int wake_fd) const {
-    std::array<pollfd, 2> readable{{{fd_, POLLIN, 0}, {wake_fd, POLLIN, 0}}};
+    std::array<pollfd, 2> readable{{{fd(), POLLIN, 0}, {wake_fd, POLLIN, 0}}};
     const std::int64_t wait_ns = std::max<std::int64_t>(timeout_ns, 0);
     const timespec timeout{static_cast<time_t>(wait_ns / kNsPerSecond),
                            static_cast<long>(wait_ns % kNsPerSecond)};
@@ -159,7 +149,7 @@ void UdpReceiver::wait(std::int64_t timeout_ns, int wake_fd) const {
 int UdpReceiver::read_batch(const Callback& on_datagram, std::int64_t& last_arrival) {
     if (arrival_time_ == ArrivalTime::kStampOfKernel)
         civil_minus_steady_ = civil_minus_steady_ns();
-    const int count = recvmmsg(fd_, messages_.data(), kBatch, MSG_DONTWAIT, nullptr);
+    const int count = recvmmsg(fd(), messages_.data(), kBatch, MSG_DONTWAIT, nullptr);
     if (count < 0 && errno != EAGAIN && errno != EINTR)
         throw std::system_error(errno, std::generic_category(), "cannot receive");
     for (int i = 0; i < count; ++i) {

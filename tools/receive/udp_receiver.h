@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/model/file_descriptor.h"
+
 // Parses "ADDRESS:PORT", an IPv4 address and a UDP port. Throws std::runtime_error, with
 // a message for the user, if the text is anything else.
 [[nodiscard]] sockaddr_in parse_endpoint(const std::string& text);
@@ -36,9 +38,6 @@ public:
     // what to do.
     UdpReceiver(const sockaddr_in& from, const std::string& interface,
                 ArrivalTime arrival_time = ArrivalTime::kStampOfKernel);
-    ~UdpReceiver();
-    UdpReceiver(const UdpReceiver&) = delete;
-    UdpReceiver& operator=(const UdpReceiver&) = delete;
 
     // Takes a datagram, which may be changed and lasts until the call returns.
     using Callback =
@@ -57,7 +56,7 @@ public:
     // wait: for a program that waits for fd() and others to become readable. Throws
     // std::system_error if the socket fails.
     void read(const Callback& on_datagram);
-    [[nodiscard]] int fd() const { return fd_; }
+    [[nodiscard]] int fd() const { return fd_.get(); }
 
     // Returns how many datagrams the kernel had dropped, because the socket's buffer was
     // full, when the last received one came.
@@ -75,7 +74,7 @@ private:
         iovec buffer;
     };
 
-    int fd_;
+    FileDescriptor fd_;
     ArrivalTime arrival_time_;
     std::uint32_t lost_ = 0;
     std::int64_t civil_minus_steady_ = 0;

@@ -1,7 +1,6 @@
 #include "tools/rules/bit_rate.h"
 
-#include <iomanip>
-#include <sstream>
+#include <fmt/format.h>
 
 #include "dvb/ts_packet.h"
 #include "thrift/table_fields.h"
@@ -11,11 +10,9 @@ std::size_t BitRate::bits_per_second() const {
 }
 
 std::string BitRate::text() const {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(1) << static_cast<double>(packets_per_second)
-         << " packets a second, " << static_cast<double>(bits_per_second()) / 1000
-         << " kbit/s";
-    return text.str();
+    return fmt::format("{:.1f} packets a second, {:.1f} kbit/s",
+                       static_cast<double>(packets_per_second),
+                       static_cast<double>(bits_per_second()) / 1000);
 }
 
 BitRate needed_bit_rate(const Multiplex& multiplex) {

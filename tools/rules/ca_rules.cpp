@@ -1,116 +1,87 @@
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <set>
-#include <string>
 
 #include "dvb/psi_si.h"
 #include "tools/json/number_text.h"
-#include "tools/rules/ca_descriptor.h"
-#include "tools/rules/rule.h"
+#include "tools/rules/rules.h"
 
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-// Calls `visit` for each CA descriptor of the CAT, which names an EMM PID, and of the
-// PMTs, which name ECM PIDs. `what` is "EMMs" or "ECMs".
-void for_each_ca_pid(
-    const TableIndex& tables,
-    const std::function<void(TablePlace, const std::string& field, std::int32_t pid,
-                             const std::string& what)>& visit) {
-    tables.for_each_descriptor(
-        [&](TablePlace place, const std::string& field, const Descriptor& descriptor) {
-            const auto ca = ca_descriptor(descriptor);
-            if (!ca || place.kind == TableKind::kSdt) return;
-            visit(place, field, ca->pid, place.kind == TableKind::kCat ? "EMMs" : "ECMs");
-        });
+void check_ca_on_reserved_pid(const TableIndex& tables, const RuleReport& report) {
+    for (const CaDescriptor& ca : tables.ca_descriptors()) {
+        const std::string use = reserved_use(ca.pid);
+        if (use.empty()) continue;
+        report(ca.place, "PID {} is reserved for {}: receivers get no {} there",
+               pid_text(ca.pid), use, ca.messages());
+    }
 }
 
-void check_ca_on_reserved_pid(const TableIndex& tables, RuleReport& report) {
-    for_each_ca_pid(tables, [&](TablePlace place, const std::string& field,
-                                std::int32_t pid, const std::string& what) {
-        const std::string use = reserved_use(pid);
-        if (use.empty()) return;
-        report.add(place, field,
-                   "PID " + pid_text(pid) + " is reserved for " + use +
-                       ": receivers get no " + what + " there");
-    });
-}
-
-void check_emm_on_pmt_pid(const TableIndex& tables, RuleReport& report) {
+void check_emm_on_pmt_pid(const TableIndex& tables, const RuleReport& report) {
     std::map<std::int32_t, std::int32_t> services;  // by the PID of their PMT
     for (const PmtOnPid& pmt : tables.tables().pmts)
         services.emplace(pmt.pid, pmt.pmt.program_number);
-    tables.for_each_program([&](std::size_t, const PATProgram& program) {
+    for (const auto& [place, program] : tables.all<PATProgram>()) {
         if (program.program_number != 0)
             services.emplace(program.pid, program.program_number);
-    });
-    for_each_ca_pid(tables, [&](TablePlace place, const std::string& field,
-                                std::int32_t pid, const std::string& what) {
-        const auto pmt = services.find(pid);
+    }
+    for (const CaDescriptor& ca : tables.ca_descriptors()) {
+        const auto pmt = services.find(ca.pid);
         // pmt_on_stream_pid reports a PID of ECMs.
-        if (place.kind != TableKind::kCat || pmt == services.end()) return;
-        report.add(place, field,
-                   "PID " + pid_text(pid) + " carries the PMT of " +
-                       service_text(pmt->second) +
-                       " too: receivers cannot tell the packets apart and lose the " +
-                       what + " or the PMT");
-    });
+        if (!ca.is_in_cat() || pmt == services.end()) continue;
+        report(ca.place,
+               "PID {} carries the PMT of {} too: receivers cannot tell the packets "
+               "apart and lose the {} or the PMT",
+               pid_text(ca.pid), service_text(pmt->second), ca.messages());
+    }
 }
 
-void check_ca_on_stream_pid(const TableIndex& tables, RuleReport& report) {
+void check_ca_on_stream_pid(const TableIndex& tables, const RuleReport& report) {
     std::map<std::int32_t, std::int32_t> services;  // by the PIDs of their streams
-    tables.for_each_stream(
-        [&](TablePlace, const PMT& pmt, std::size_t, const PMTStream& stream) {
-            services.emplace(stream.elementary_pid, pmt.program_number);
-        });
-    for_each_ca_pid(tables, [&](TablePlace place, const std::string& field,
-                                std::int32_t pid, const std::string& what) {
-        const auto stream = services.find(pid);
+    for (const auto& [place, stream] : tables.all<PMTStream>())
+        services.emplace(stream.elementary_pid, tables.service_of(place));
+    for (const CaDescriptor& ca : tables.ca_descriptors()) {
+        const auto stream = services.find(ca.pid);
         // ca_on_reserved_pid reports the null packets' PID.
-        if (stream == services.end() || pid == kNullPid) return;
-        report.add(place, field,
-                   "PID " + pid_text(pid) + " carries a stream of " +
-                       service_text(stream->second) + " too: receivers cannot tell the " +
-                       what + " from the stream and lose both");
-    });
+        if (stream == services.end() || ca.pid == kNullPid) continue;
+        report(ca.place,
+               "PID {} carries a stream of {} too: receivers cannot tell the {} from the "
+               "stream and lose both",
+               pid_text(ca.pid), service_text(stream->second), ca.messages());
+    }
 }
 
-void check_ca_system_not_in_cat(const TableIndex& tables, RuleReport& report) {
+void check_ca_system_not_in_cat(const TableIndex& tables, const RuleReport& report) {
     std::set<std::uint16_t> systems;
-    tables.for_each_descriptor(
-        [&](TablePlace place, const std::string& field, const Descriptor& descriptor) {
-            const auto ca = ca_descriptor(descriptor);
-            if (ca && place.kind == TableKind::kCat) systems.insert(ca->system_id);
-            const bool is_in_pmt = place.kind == TableKind::kPmt;  // after the CAT
-            if (!ca || !is_in_pmt || systems.count(ca->system_id) != 0) return;
-            report.add(place, field,
-                       (tables.tables().cat ? "the CAT has no entry for CA system "
-                                            : "there is no CAT for CA system ") +
-                           hex_number(ca->system_id, 4) +
-                           ": receivers get no entitlements for it");
-        });
+    for (const CaDescriptor& ca : tables.ca_descriptors()) {
+        if (ca.is_in_cat()) systems.insert(ca.system_id);  // before those of the PMTs
+        if (systems.count(ca.system_id) != 0) continue;
+        report(ca.place, "{} for CA system {}: receivers get no entitlements for it",
+               tables.tables().cat ? "the CAT has no entry" : "there is no CAT",
+               hex_number(ca.system_id, 4));
+    }
 }
 
-void check_free_ca_mode_differs(const TableIndex& tables, RuleReport& report) {
-    tables.for_each_service([&](std::size_t i, const SDTService& service) {
+void check_free_ca_mode_differs(const TableIndex& tables, const RuleReport& report) {
+    std::set<std::size_t> scrambled;  // PMTs
+    for (const auto& [place, descriptor] : tables.all<Descriptor>()) {
+        if (place.table.kind == TableKind::kPmt && descriptor.tag == kCaTag)
+            scrambled.insert(place.table.pmt);
+    }
+    for (const auto& [place, service] : tables.all<SDTService>()) {
         const auto pmt = tables.pmt_of(service.service_id);
-        if (!pmt) return;
-        bool has_ca = false;
-        tables.for_each_descriptor_of_pmt(
-            *pmt, [&](TablePlace, const std::string&, const Descriptor& descriptor) {
-                if (descriptor.tag == kCaTag) has_ca = true;
-            });
-        if (has_ca == service.free_ca_mode) return;
-        report.add(kInSdt, element("services", i) + ".free_ca_mode",
-                   has_ca ? "free_CA_mode is false, but the PMT of " +
-                                service_text(service.service_id) +
-                                " has CA descriptors: receivers list it as free"
-                          : "free_CA_mode is true, but the PMT of " +
-                                service_text(service.service_id) +
-                                " has no CA descriptor: receivers list it as scrambled");
-    });
+        if (!pmt) continue;
+        const bool has_ca = scrambled.count(*pmt) != 0;
+        if (has_ca == service.free_ca_mode) continue;
+        report(place.at("free_ca_mode"),
+               has_ca ? "free_CA_mode is false, but the PMT of {} has CA descriptors: "
+                        "receivers list it as free"
+                      : "free_CA_mode is true, but the PMT of {} has no CA descriptor: "
+                        "receivers list it as scrambled",
+               service_text(service.service_id));
+    }
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #ifndef KESTAN_TOOLS_RULES_FINDING_H
 #define KESTAN_TOOLS_RULES_FINDING_H
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -19,9 +18,11 @@ struct Finding {
 };
 
 // Returns the place in the JSON of a multiplex: "pmts[2].streams[1].elementary_pid".
-// `pmt` is the index to write for a PMT, which differs from the finding's if the tables
-// are from several files.
-[[nodiscard]] std::string place_of(const Finding& finding, std::size_t pmt);
-[[nodiscard]] std::string place_of(const Finding& finding);
+[[nodiscard]] inline std::string place_of(const Finding& finding) {
+    std::string place = table_info(finding.table.kind).key;
+    if (finding.table.kind == TableKind::kPmt)
+        place += '[' + std::to_string(finding.table.pmt) + ']';
+    return finding.field.empty() ? place : place + '.' + finding.field;
+}
 
 #endif

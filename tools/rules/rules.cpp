@@ -15,22 +15,6 @@ std::vector<Rule> sorted_rules() {
     return rules;
 }
 
-// Checks with the rules for all tables, and with those of `scope`.
-std::vector<Finding> check_by(RuleScope scope, const Multiplex& multiplex) {
-    const TableIndex tables(multiplex);
-    std::vector<Finding> findings;
-    for (const Rule& rule : all_rules()) {
-        if (rule.scope != RuleScope::kAllTables && rule.scope != scope) continue;
-        Finding pattern;
-        pattern.severity = rule.severity;
-        pattern.rule = rule.name;
-        pattern.clause = rule.clause;
-        RuleReport report(pattern, findings);
-        rule.check(tables, report);
-    }
-    return findings;
-}
-
 }  // namespace
 
 const std::vector<Rule>& all_rules() {
@@ -38,16 +22,12 @@ const std::vector<Rule>& all_rules() {
     return rules;
 }
 
-std::vector<Finding> check_tables(const Multiplex& multiplex) {
-    return check_by(RuleScope::kAllTables, multiplex);
-}
-
-std::vector<Finding> check_file_tables(const Multiplex& multiplex) {
-    return check_by(RuleScope::kFileTables, multiplex);
-}
-
-bool has_errors(const std::vector<Finding>& findings) {
-    return std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
-        return finding.severity == Severity::kError;
-    });
+std::vector<Finding> check_tables(const Multiplex& multiplex, RuleScope scope) {
+    const TableIndex tables(multiplex);
+    std::vector<Finding> findings;
+    for (const Rule& rule : all_rules()) {
+        if (rule.scope != RuleScope::kAllTables && rule.scope != scope) continue;
+        rule.check(tables, RuleReport(rule, findings));
+    }
+    return findings;
 }

@@ -5,16 +5,19 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <type_traits>
 #include <utility>
 
 #include <nlohmann/json.hpp>
 
 #include "dvb/psi_si.h"
+#include "thrift/table_fields.h"
 #include "tools/json/multiplex_json.h"
 #include "tools/json/number_text.h"
 #include "tools/json/shown_text.h"
 
 using nlohmann::ordered_json;
+using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
@@ -70,14 +73,12 @@ std::optional<FieldDifference> first_difference(const ordered_json& stream,
     }
     if (!share_a_name(stream, files)) return FieldDifference{path, stream, files};
     const std::string prefix = path.empty() ? "" : path + '.';
-    for (const auto& [name, value] : files.items()) {
-        auto found =
-            first_difference(field_of(stream, name, value), value, prefix + name);
-        if (found) return found;
-    }
-    for (const auto& [name, value] : stream.items()) {
-        auto found = first_difference(value, field_of(files, name, value), prefix + name);
-        if (found) return found;
+    for (const ordered_json* const named : {&files, &stream}) {
+        for (const auto& [name, value] : named->items()) {
+            auto found = first_difference(field_of(stream, name, value),
+                                          field_of(files, name, value), prefix + name);
+            if (found) return found;
+        }
     }
     return std::nullopt;
 }
@@ -96,34 +97,50 @@ std::string quote(const ordered_json& value) {
     return text.substr(0, end) + "…";
 }
 
+// Returns the fields of a table in its JSON, but for its version.
+template <typename Table>
+ordered_json fields_of(const Table& table) {
+    constexpr TableKind kind = TableFields<Table>::kind;
+    Multiplex alone;
+    if constexpr (kind == TableKind::kPmt) {
+        alone.pmts.push_back({0, table});
+    } else {
+        for_each_single_table([&](TableKind, auto member) {
+            using Member = std::decay_t<decltype(alone.*member)>;
+            if constexpr (std::is_same_v<Member, std::optional<Table>>)
+                alone.*member = table;
+        });
+    }
+    const ordered_json tables = multiplex_to_json(alone).at(table_info(kind).key);
+    ordered_json fields = kind == TableKind::kPmt ? tables.at(0) : tables;
+    fields.erase("version_number");
+    return fields;
+}
+
 // Compares the tables one by one and collects the differences.
 class Comparison {
 public:
     explicit Comparison(bool compares_versions) : compares_versions_(compares_versions) {}
 
-    // Takes a table of both. `place` is where it is on air; `alone` makes a multiplex of
-    // one table.
-    template <typename Table, typename Alone>
-    void compare(const TableDifference& place, const Table& stream, const Table& files,
-                 const Alone& alone) {
-        if (stream == files) return;
-        compare_versions(place, stream.version_number, files.version_number);
-        const auto found = first_difference(fields_of(alone(stream), place.table),
-                                            fields_of(alone(files), place.table), "");
+    // Takes a table of the stream, of the files, or of both; null stands for a table that
+    // is not there.
+    template <typename Table>
+    void compare(const TableDifference& place, const Table* stream, const Table* files) {
+        if (files == nullptr) {
+            return add(place, DifferenceKind::kForeign,
+                       "is on air, the files do not have it");
+        }
+        if (stream == nullptr) {
+            if (!files->current_next_indicator) return;
+            return add(place, DifferenceKind::kMissing, "is missing, the files have it");
+        }
+        if (*stream == *files) return;
+        compare_versions(place, stream->version_number, files->version_number);
+        const auto found = first_difference(fields_of(*stream), fields_of(*files), "");
         if (!found) return;
         add(place, DifferenceKind::kContent,
             "has " + quote(found->stream) + " at " + found->path + kFilesHave +
                 quote(found->files));
-    }
-
-    template <typename Table>
-    void miss(const TableDifference& place, const Table& files) {
-        if (files.current_next_indicator)
-            add(place, DifferenceKind::kMissing, "is missing, the files have it");
-    }
-
-    void add_foreign(const TableDifference& place) {
-        add(place, DifferenceKind::kForeign, "is on air, the files do not have it");
     }
 
     void compare_pids(const TableDifference& place, std::uint16_t files) {
@@ -150,24 +167,12 @@ private:
                 (is_too_high ? ", which is 0 on air" : ""));
     }
 
-    // Returns the fields of the table that is alone, but for its version.
-    static ordered_json fields_of(const Multiplex& alone, TableKind kind) {
-        const ordered_json tables = multiplex_to_json(alone).at(table_info(kind).key);
-        ordered_json fields = kind == TableKind::kPmt ? tables.at(0) : tables;
-        fields.erase("version_number");
-        return fields;
-    }
-
     bool compares_versions_;
     std::vector<TableDifference> found_;
 };
 
 TableDifference place_of(const PmtOnPid& pmt) {
-    TableDifference place;
-    place.table = TableKind::kPmt;
-    place.service_id = static_cast<std::uint16_t>(pmt.pmt.program_number);
-    place.pid = pmt.pid;
-    return place;
+    return {TableKind::kPmt, static_cast<std::uint16_t>(pmt.pmt.program_number), pmt.pid};
 }
 
 // The PMTs of the files by service and PID.
@@ -191,20 +196,12 @@ void compare_pmts(const Multiplex& stream, const Multiplex& files, Comparison& t
     for (const PmtOnPid& pmt : stream.pmts) {
         const TableDifference place = place_of(pmt);
         const PmtOnPid* const other = counterpart(expected, pmt);
-        if (other == nullptr) {
-            to.add_foreign(place);
-            continue;
-        }
+        if (other != nullptr) to.compare_pids(place, other->pid);
+        to.compare(place, &pmt.pmt, other == nullptr ? nullptr : &other->pmt);
         on_air.insert(other);
-        to.compare_pids(place, other->pid);
-        to.compare(place, pmt.pmt, other->pmt, [](const auto& table) {
-            Multiplex alone;
-            alone.pmts = {PmtOnPid{0, table}};
-            return alone;
-        });
     }
     for (const auto& [place, pmt] : expected) {
-        if (on_air.count(pmt) == 0) to.miss(place_of(*pmt), pmt->pmt);
+        if (on_air.count(pmt) == 0) to.compare<PMT>(place_of(*pmt), nullptr, &pmt->pmt);
     }
 }
 
@@ -217,17 +214,9 @@ std::vector<TableDifference> table_differences(const Multiplex& stream,
     for_each_single_table([&](TableKind kind, auto member) {
         const auto& on_air = stream.*member;
         const auto& expected = files.*member;
-        TableDifference place;
-        place.table = kind;
-        place.pid = *table_info(kind).pid;
-        if (!on_air && expected) comparison.miss(place, *expected);
-        if (on_air && !expected) comparison.add_foreign(place);
-        if (!on_air || !expected) return;
-        comparison.compare(place, *on_air, *expected, [&](const auto& table) {
-            Multiplex alone;
-            alone.*member = table;
-            return alone;
-        });
+        if (!on_air && !expected) return;
+        comparison.compare({kind, 0, *table_info(kind).pid}, on_air ? &*on_air : nullptr,
+                           expected ? &*expected : nullptr);
     });
     compare_pmts(stream, files, comparison);
     return std::move(comparison).found();

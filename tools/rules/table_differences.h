@@ -19,11 +19,11 @@ enum class DifferenceKind : std::uint8_t {
 };
 
 struct TableDifference {
-    DifferenceKind kind = DifferenceKind::kMissing;
     TableKind table = TableKind::kPat;
     std::uint16_t service_id = 0;  // of a PMT
     std::uint16_t pid = 0;  // in the stream, or in the files if it is missing there
-    std::string text;       // follows the table's name: "is version 3, the files have 4"
+    DifferenceKind kind = DifferenceKind::kMissing;
+    std::string text = {};  // follows the table's name: "is version 3, the files have 4"
 };
 
 // Returns the differences, at most one of a kind for each table of the stream. That of

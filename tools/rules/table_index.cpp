@@ -1,55 +1,66 @@
 #include "tools/rules/table_index.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
 #include <type_traits>
-#include <vector>
 
 #include "dvb/psi_si.h"
 #include "thrift/table_fields.h"
-#include "tools/json/number_text.h"
-#include "tools/rules/ca_descriptor.h"
 
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-// A visitor that calls `visit` for the descriptors of a structure and of what is in its
-// lists. `owner` is the structure's place in `table`, as in "streams[1].".
+template <typename Element, typename... Kept>
+constexpr bool is_kept(const std::tuple<std::vector<Placed<Kept>>...>* /*elements*/) {
+    return (std::is_same_v<Element, Kept> || ...);
+}
+
+// A visitor that collects the elements of a structure's lists, and those of their lists.
+// It leaves out the kinds of elements that no rule looks at.
 template <typename Structure>
-struct DescriptorVisitor : IgnoringVisitor {
+struct ElementCollector : IgnoringVisitor {
     const Structure& structure;
-    TablePlace table;
-    std::string owner;
-    const TableIndex::Visit& visit;
+    const FieldPlace& place;  // of the structure
+    TableIndex::Elements& to;
 
     template <typename Element>
     void list(std::vector<Element> Structure::*member, const char* name) {
         const std::vector<Element>& elements = structure.*member;
         for (std::size_t i = 0; i < elements.size(); ++i) {
-            if constexpr (std::is_same_v<Element, Descriptor>) {
-                visit(table, owner + element(name, i), elements[i]);
-            } else {
-                TableFields<Element>::visit(DescriptorVisitor<Element>{
-                    {}, elements[i], table, owner + element(name, i) + '.', visit});
-            }
+            const FieldPlace at = place.at(fmt::format("{}[{}]", name, i));
+            if constexpr (is_kept<Element>(static_cast<TableIndex::Elements*>(nullptr)))
+                std::get<std::vector<Placed<Element>>>(to).push_back({at, elements[i]});
+            TableFields<Element>::visit(
+                ElementCollector<Element>{{}, elements[i], at, to});
         }
     }
 };
 
-template <typename Table>
-void visit_descriptors(TablePlace place, const Table& table,
-                       const TableIndex::Visit& visit) {
-    TableFields<Table>::visit(DescriptorVisitor<Table>{{}, table, place, "", visit});
+std::optional<CaDescriptor> ca_descriptor(const Placed<Descriptor>& descriptor) {
+    const auto& [place, content] = descriptor;
+    if (place.table.kind == TableKind::kSdt) return std::nullopt;
+    if (content.tag != kCaTag || content.data.size() < 4) return std::nullopt;
+    const auto byte = [&data = content.data](std::size_t at) {
+        return static_cast<std::uint8_t>(data[at]);
+    };
+    return CaDescriptor{place, static_cast<std::uint16_t>(byte(0) << 8 | byte(1)),
+                        static_cast<std::uint16_t>((byte(2) & 0x1F) << 8 | byte(3))};
+}
+
+template <typename Key, typename Value>
+std::optional<Value> value_of(const std::unordered_map<Key, Value>& map, Key key) {
+    const auto found = map.find(key);
+    if (found == map.end()) return std::nullopt;
+    return found->second;
 }
 
 }  // namespace
 
-std::string element(const char* list, std::size_t index) {
-    return std::string(list) + '[' + std::to_string(index) + ']';
-}
-
 std::string service_text(std::int32_t service_id) {
-    return "service " + std::to_string(service_id) + " (" + hex_number(service_id, 4) +
-           ')';
+    return fmt::format("service {0} (0x{0:04X})", service_id);
 }
 
 std::string reserved_use(std::int32_t pid) {
@@ -62,55 +73,50 @@ std::string reserved_use(std::int32_t pid) {
 }
 
 TableIndex::TableIndex(const Multiplex& multiplex) : tables_(multiplex) {
-    if (tables_.pat) {
-        for (const PATProgram& program : tables_.pat->programs) {
-            announced_pids_.emplace(program.program_number, program.pid);
-        }
+    for_each_table(tables_, [&](TablePlace table, const auto& content) {
+        using Table = std::decay_t<decltype(content)>;
+        const FieldPlace place{table, ""};
+        TableFields<Table>::visit(ElementCollector<Table>{{}, content, place, elements_});
+    });
+    for (const auto& [place, program] : all<PATProgram>())
+        announced_pids_.emplace(program.program_number, program.pid);
+    for (const Placed<Descriptor>& descriptor : all<Descriptor>()) {
+        const auto ca = ca_descriptor(descriptor);
+        if (ca) ca_descriptors_.push_back(*ca);
     }
     for (std::size_t i = 0; i < tables_.pmts.size(); ++i) {
-        pmts_.emplace(tables_.pmts[i].pmt.program_number, i);
-        index_pids(i);
+        const PmtOnPid& pmt = tables_.pmts[i];
+        pmts_.emplace(pmt.pmt.program_number, i);
+        std::get<std::vector<Placed<PmtOnPid>>>(elements_).push_back(
+            {{{TableKind::kPmt, i}, ""}, pmt});
     }
+    index_streams();
 }
 
-void TableIndex::index_pids(std::size_t pmt) {
-    const PMT& table = tables_.pmts[pmt].pmt;
-    const std::string owner = " of " + service_text(table.program_number);
-    for (const PMTStream& stream : table.streams) {
-        streams_.emplace(stream.elementary_pid, "a stream" + owner);
+// Of several PMTs that name a PID, the first one counts.
+void TableIndex::index_streams() {
+    auto ca = std::find_if_not(ca_descriptors_.begin(), ca_descriptors_.end(),
+                               std::mem_fn(&CaDescriptor::is_in_cat));
+    for (const auto& [place, on_pid] : all<PmtOnPid>()) {
+        const PMT& pmt = on_pid.pmt;
+        const std::string owner = " of " + service_text(pmt.program_number);
+        for (const PMTStream& stream : pmt.streams)
+            streams_.emplace(stream.elementary_pid, "a stream" + owner);
+        if (pmt.pcr_pid != kNoPcrPid) streams_.emplace(pmt.pcr_pid, "the PCR" + owner);
+        for (; ca != ca_descriptors_.end() && ca->place.table.pmt == place.table.pmt;
+             ++ca)
+            streams_.emplace(ca->pid, "the CA data" + owner);
     }
-    if (table.pcr_pid != kNoPcrPid) streams_.emplace(table.pcr_pid, "the PCR" + owner);
-    for_each_descriptor_of_pmt(
-        pmt, [&](TablePlace, const std::string&, const Descriptor& descriptor) {
-            const auto ca = ca_descriptor(descriptor);
-            if (ca) streams_.emplace(ca->pid, "the CA data" + owner);
-        });
 }
 
 std::optional<std::int32_t> TableIndex::announced_pid(std::int32_t service_id) const {
-    const auto found = announced_pids_.find(service_id);
-    if (found == announced_pids_.end()) return std::nullopt;
-    return found->second;
+    return value_of(announced_pids_, service_id);
 }
 
 std::optional<std::size_t> TableIndex::pmt_of(std::int32_t service_id) const {
-    const auto found = pmts_.find(service_id);
-    if (found == pmts_.end()) return std::nullopt;
-    return found->second;
+    return value_of(pmts_, service_id);
 }
 
-const std::string& TableIndex::stream_on(std::int32_t pid) const {
-    static const std::string nobody;
-    const auto found = streams_.find(pid);
-    return found == streams_.end() ? nobody : found->second;
-}
-
-void TableIndex::for_each_descriptor(const Visit& visit) const {
-    for_each_table(tables_, [&](TablePlace place, const auto& table) {
-        visit_descriptors(place, table, visit);
-    });
-}
-
-void TableIndex::for_each_descriptor_of_pmt(std::size_t index, const Visit& visit) const {
-    visit_descriptors(in_pmt(index), tables_.pmts[index].pmt, visit);
+std::string TableIndex::stream_on(std::int32_t pid) const {
+    return value_of(streams_, pid).value_or("");
 }

@@ -3,24 +3,46 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <unordered_map>
+#include <vector>
 
 #include "thrift/dvb_tables_types.h"
 #include "tools/model/multiplex.h"
 
+// A field or an element of a table, or the table itself.
+struct FieldPlace {
+    TablePlace table;
+    std::string field;  // such as "streams[1].elementary_pid"; empty for the table
+
+    // Returns the place of a field that this table or element has.
+    [[nodiscard]] FieldPlace at(const std::string& name) const {
+        return {table, field.empty() ? name : field + '.' + name};
+    }
+};
+
 constexpr TablePlace kInPat{TableKind::kPat, 0};
 constexpr TablePlace kInSdt{TableKind::kSdt, 0};
 
-[[nodiscard]] constexpr TablePlace in_pmt(std::size_t index) {
-    return {TableKind::kPmt, index};
-}
+// An element of a table's list, or a PMT.
+template <typename Element>
+struct Placed {
+    FieldPlace place;
+    const Element& element;
+};
 
-// Returns the place of an element, such as "streams[1]".
-[[nodiscard]] std::string element(const char* list, std::size_t index);
+// The fixed part of a CA descriptor (ISO/IEC 13818-1, 2.6.16), which names the PID of
+// EMMs if it is in the CAT, and that of ECMs in a PMT.
+struct CaDescriptor {
+    FieldPlace place;
+    std::uint16_t system_id = 0;
+    std::uint16_t pid = 0;
+
+    [[nodiscard]] bool is_in_cat() const { return place.table.kind == TableKind::kCat; }
+    [[nodiscard]] const char* messages() const { return is_in_cat() ? "EMMs" : "ECMs"; }
+};
 
 // Returns a text such as "service 101 (0x0065)".
 [[nodiscard]] std::string service_text(std::int32_t service_id);
@@ -37,6 +59,19 @@ public:
 
     [[nodiscard]] const Multiplex& tables() const { return tables_; }
 
+    // Returns all programs, services, PMTs, streams or descriptors, in the order of the
+    // tables.
+    template <typename Element>
+    [[nodiscard]] const std::vector<Placed<Element>>& all() const {
+        return std::get<std::vector<Placed<Element>>>(elements_);
+    }
+
+    // Returns the CA descriptors of the CAT, and then those of the PMTs. Those that are
+    // too short are left out.
+    [[nodiscard]] const std::vector<CaDescriptor>& ca_descriptors() const {
+        return ca_descriptors_;
+    }
+
     // Returns the PID that the PAT gives for a service in its first entry for it. Returns
     // nullopt if there is no PAT or if the PAT lacks the service.
     [[nodiscard]] std::optional<std::int32_t> announced_pid(
@@ -45,56 +80,29 @@ public:
     // Returns the index of the first PMT of a service, or nullopt if there is none.
     [[nodiscard]] std::optional<std::size_t> pmt_of(std::int32_t service_id) const;
 
+    // Returns the service of the PMT that has the place.
+    [[nodiscard]] std::int32_t service_of(const FieldPlace& in_pmt) const {
+        return tables_.pmts[in_pmt.table.pmt].pmt.program_number;
+    }
+
     // Returns what a PID carries (a stream, a PCR or CA data), such as "a stream of
     // service 101 (0x0065)". Returns an empty text if no PMT names the PID for one of
     // these.
-    [[nodiscard]] const std::string& stream_on(std::int32_t pid) const;
+    [[nodiscard]] std::string stream_on(std::int32_t pid) const;
 
-    // Calls visit(place, pmt) for each PMT.
-    template <typename Visit>
-    void for_each_pmt(Visit visit) const {
-        for (std::size_t i = 0; i < tables_.pmts.size(); ++i)
-            visit(in_pmt(i), tables_.pmts[i]);
-    }
-
-    // Calls visit(index, program) for each program of the PAT.
-    template <typename Visit>
-    void for_each_program(Visit visit) const {
-        if (!tables_.pat) return;
-        for (std::size_t i = 0; i < tables_.pat->programs.size(); ++i)
-            visit(i, tables_.pat->programs[i]);
-    }
-
-    // Calls visit(index, service) for each service of the SDT.
-    template <typename Visit>
-    void for_each_service(Visit visit) const {
-        if (!tables_.sdt) return;
-        for (std::size_t i = 0; i < tables_.sdt->services.size(); ++i)
-            visit(i, tables_.sdt->services[i]);
-    }
-
-    // Calls visit(place, pmt, index, stream) for each stream of each PMT.
-    template <typename Visit>
-    void for_each_stream(Visit visit) const {
-        for_each_pmt([&](TablePlace place, const PmtOnPid& pmt) {
-            for (std::size_t i = 0; i < pmt.pmt.streams.size(); ++i)
-                visit(place, pmt.pmt, i, pmt.pmt.streams[i]);
-        });
-    }
-
-    // Calls `visit` for each descriptor of all tables. `field` is its place, as in
-    // "streams[1].descriptors[0]".
-    using Visit = std::function<void(TablePlace table, const std::string& field,
-                                     const orvel::thrift::dvb_tables::Descriptor&)>;
-    void for_each_descriptor(const Visit& visit) const;
-
-    // Calls `visit` for the descriptors of one PMT and of its streams.
-    void for_each_descriptor_of_pmt(std::size_t index, const Visit& visit) const;
+    using Elements =
+        std::tuple<std::vector<Placed<orvel::thrift::dvb_tables::PATProgram>>,
+                   std::vector<Placed<orvel::thrift::dvb_tables::SDTService>>,
+                   std::vector<Placed<PmtOnPid>>,
+                   std::vector<Placed<orvel::thrift::dvb_tables::PMTStream>>,
+                   std::vector<Placed<orvel::thrift::dvb_tables::Descriptor>>>;
 
 private:
-    void index_pids(std::size_t pmt);
+    void index_streams();
 
     const Multiplex& tables_;
+    Elements elements_;
+    std::vector<CaDescriptor> ca_descriptors_;
     std::unordered_map<std::int32_t, std::int32_t> announced_pids_;  // by service
     std::unordered_map<std::int32_t, std::size_t> pmts_;             // by service
     std::unordered_map<std::int32_t, std::string> streams_;          // by PID

@@ -9,60 +9,60 @@
 #include "thrift/table_fields.h"
 #include "thrift/table_refusal.h"
 #include "tools/json/descriptor_fields.h"
-#include "tools/rules/rule.h"
+#include "tools/rules/rules.h"
 
 using namespace orvel::thrift::dvb_tables;
 
 namespace {
 
-void check_version_above_31(const TableIndex& tables, RuleReport& report) {
+void check_version_above_31(const TableIndex& tables, const RuleReport& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         if (table.version_number <= kMaxVersionNumber) return;
-        report.add(place, "version_number",
-                   "version " + std::to_string(table.version_number) +
-                       " does not fit in 5 bits and goes out as 0: receivers that have a "
-                       "version 0 see no change");
+        report({place, "version_number"},
+               "version {} does not fit in 5 bits and goes out as 0: receivers that have "
+               "a version 0 see no change",
+               table.version_number);
     });
 }
 
-void check_not_in_force(const TableIndex& tables, RuleReport& report) {
+void check_not_in_force(const TableIndex& tables, const RuleReport& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         if (table.current_next_indicator) return;
-        report.add(place, "current_next_indicator",
-                   "the table is announced for later and none is in force: receivers "
-                   "ignore it");
+        report(
+            {place, "current_next_indicator"},
+            "the table is announced for later and none is in force: receivers ignore it");
     });
 }
 
-void check_transport_stream_id_differs(const TableIndex& tables, RuleReport& report) {
+void check_transport_stream_id_differs(const TableIndex& tables,
+                                       const RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
     if (!multiplex.pat || !multiplex.sdt) return;
     const std::int32_t in_sdt = multiplex.sdt->transport_stream_id;
     const std::int32_t in_pat = multiplex.pat->transport_stream_id;
     if (in_sdt == in_pat) return;
-    report.add(kInSdt, "transport_stream_id",
-               "the SDT is of transport stream " + std::to_string(in_sdt) +
-                   ", the PAT of " + std::to_string(in_pat) +
-                   ": receivers take the names for those of another stream");
+    report({kInSdt, "transport_stream_id"},
+           "the SDT is of transport stream {}, the PAT of {}: receivers take the names "
+           "for those of another stream",
+           in_sdt, in_pat);
 }
 
-void check_table_refused(const TableIndex& tables, RuleReport& report) {
+void check_table_refused(const TableIndex& tables, const RuleReport& report) {
     for_each_table(tables.tables(), [&](TablePlace place, const auto& table) {
         const std::optional<std::string> reason = refusal_reason(table);
         if (!reason) return;
-        report.add(place, "",
-                   *reason + ": Kestan refuses the table, receivers do not get it");
+        report({place, ""}, "{}: Kestan refuses the table, receivers do not get it",
+               *reason);
     });
 }
 
-void check_descriptor_overrun(const TableIndex& tables, RuleReport& report) {
-    tables.for_each_descriptor([&](TablePlace place, const std::string& field,
-                                   const Descriptor& descriptor) {
+void check_descriptor_overrun(const TableIndex& tables, const RuleReport& report) {
+    for (const auto& [place, descriptor] : tables.all<Descriptor>()) {
         const std::string overrun = inner_overrun(descriptor);
-        if (overrun.empty()) return;
-        report.add(place, field,
-                   overrun + ": receivers ignore the descriptor, or read past its end");
-    });
+        if (overrun.empty()) continue;
+        report(place, "{}: receivers ignore the descriptor, or read past its end",
+               overrun);
+    }
 }
 
 // Returns whether a descriptor says what a stream of private data carries.
@@ -76,34 +76,31 @@ bool says_what_is_carried(const Descriptor& descriptor) {
     return descriptor.tag >= first_private_tag || tags.count(descriptor.tag) != 0;
 }
 
-void check_private_stream_unknown(const TableIndex& tables, RuleReport& report) {
+void check_private_stream_unknown(const TableIndex& tables, const RuleReport& report) {
     constexpr std::int32_t private_pes = 0x06;  // ISO/IEC 13818-1, table 2-34
-    tables.for_each_stream([&](TablePlace place, const PMT& /*pmt*/, std::size_t i,
-                               const PMTStream& stream) {
+    for (const auto& [place, stream] : tables.all<PMTStream>()) {
         const std::vector<Descriptor>& descriptors = stream.descriptors;
         if (stream.stream_type != private_pes ||
             std::any_of(descriptors.begin(), descriptors.end(), says_what_is_carried)) {
-            return;
+            continue;
         }
-        report.add(place, element("streams", i),
-                   "stream_type 0x06 is private data, and no descriptor says which: "
-                   "receivers do not play the stream");
-    });
+        report(place,
+               "stream_type 0x06 is private data, and no descriptor says which: "
+               "receivers do not play the stream");
+    }
 }
 
-void check_sdt_sections_too_close(const TableIndex& tables, RuleReport& report) {
+void check_sdt_sections_too_close(const TableIndex& tables, const RuleReport& report) {
     const Multiplex& multiplex = tables.tables();
     if (!multiplex.sdt) return;
     constexpr auto first_too_many = static_cast<std::size_t>(
         table_info(TableKind::kSdt).period_ns / kLeastSectionGapNs);
     const SectionFill fill = fill_sections(*multiplex.sdt);
     if (fill.sections() < 2 || fill.packets() < first_too_many) return;
-    report.add(kInSdt, "",
-               "the SDT has " + std::to_string(fill.packets()) + " packets in " +
-                   std::to_string(fill.sections()) + " sections, and from " +
-                   std::to_string(first_too_many) +
-                   " on its sections come less than 25 ms apart: slow receivers miss "
-                   "some");
+    report({kInSdt, ""},
+           "the SDT has {} packets in {} sections, and from {} on its sections come less "
+           "than 25 ms apart: slow receivers miss some",
+           fill.packets(), fill.sections(), first_too_many);
 }
 
 }  // namespace

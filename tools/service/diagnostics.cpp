@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdlib>
 #include <iostream>
 
@@ -15,23 +17,13 @@ bool is_the_journals(int fd) {
     return stream == std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino);
 }
 
-const char* level_of(Severity severity) {
-    switch (severity) {
-        case Severity::kError:
-            return "<3>";
-        case Severity::kWarning:
-            return "<4>";
-        case Severity::kInformation:
-            break;
-    }
-    return "<6>";
-}
-
 }  // namespace
 
 std::string level_prefix(const std::ostream& to, Severity severity) {
+    // By Severity: those of an error, a warning and an information.
+    constexpr std::array levels{"<3>", "<4>", "<6>"};
     const int fd = &to == &std::cout ? STDOUT_FILENO : STDERR_FILENO;
-    return is_the_journals(fd) ? level_of(severity) : "";
+    return is_the_journals(fd) ? levels[static_cast<std::size_t>(severity)] : "";
 }
 
 void complain(Severity severity, const std::string& line) {

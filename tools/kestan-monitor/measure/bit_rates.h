@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <utility>
 
 #include "tools/kestan-monitor/measure/stream_statistics.h"
 
@@ -18,7 +19,18 @@ class RateMeter {
 public:
     // Returns the rates since the last call. The first call returns those since the first
     // datagram.
-    [[nodiscard]] BitRates measure(const StreamStatistics& stream);
+    [[nodiscard]] BitRates measure(const StreamStatistics& stream) {
+        BitRates rates;
+        const std::int64_t time =
+            stream.duration() - std::exchange(duration_, stream.duration());
+        const std::uint64_t packets = std::exchange(packets_, stream.packets());
+        rates.stream = bit_rate(stream.packets() - packets, time);
+        for (const auto& [number, pid] : stream.pids()) {
+            const std::uint64_t before = std::exchange(pid_packets_[number], pid.packets);
+            rates.pids[number] = bit_rate(pid.packets - before, time);
+        }
+        return rates;
+    }
 
 private:
     std::int64_t duration_ = 0;

@@ -33,7 +33,7 @@ std::string name_of(const orvel::thrift::dvb_tables::Descriptor& service) {
 
 }  // namespace
 
-Multiplex carried_tables(const std::map<std::uint16_t, PidRecord>& pids) {
+Multiplex carried_tables(const PidRecords& pids) {
     TableCollector collector;
     for (const auto& [number, pid] : pids) {  // the PAT first
         for (const auto& [key, table] : pid.tables) {
@@ -45,7 +45,7 @@ Multiplex carried_tables(const std::map<std::uint16_t, PidRecord>& pids) {
     return collector.tables();
 }
 
-std::map<std::uint16_t, std::string> service_names(const Multiplex& tables) {
+std::map<std::uint16_t, std::string> service_names_in(const Multiplex& tables) {
     std::map<std::uint16_t, std::string> names;
     if (!tables.sdt) return names;
     for (const auto& service : tables.sdt->services) {

@@ -10,10 +10,11 @@
 
 // Returns the last complete tables on `pids`. Leaves out PMTs that the PAT does not
 // announce.
-[[nodiscard]] Multiplex carried_tables(const std::map<std::uint16_t, PidRecord>& pids);
+[[nodiscard]] Multiplex carried_tables(const PidRecords& pids);
 
 // Returns the names in the service descriptors (ETSI EN 300 468, 6.2.33) of `tables`'
 // SDT, by service_id, without control characters.
-[[nodiscard]] std::map<std::uint16_t, std::string> service_names(const Multiplex& tables);
+[[nodiscard]] std::map<std::uint16_t, std::string> service_names_in(
+    const Multiplex& tables);
 
 #endif

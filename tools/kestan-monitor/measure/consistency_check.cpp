@@ -10,17 +10,14 @@ namespace {
 constexpr std::size_t kMaxContradictions = 1000;
 
 Fault fault_of(const Finding& finding, const Multiplex& tables) {
-    Fault fault{FaultKind::kConsistency};
-    fault.rule = finding.rule;
-    fault.rule_clause = finding.clause;
-    fault.detail = finding.text;
-    fault.pid = table_info(finding.table.kind).pid;
-    fault.table = {finding.table.kind};
-    if (finding.table.kind == TableKind::kPmt) {
-        const PmtOnPid& pmt = tables.pmts.at(finding.table.pmt);
-        fault.pid = pmt.pid;
-        fault.table->service_id = static_cast<std::uint16_t>(pmt.pmt.program_number);
-    }
+    const TableKind kind = finding.table.kind;
+    Fault fault{FaultKind::kConsistency, table_info(kind).pid,
+                TableKey{kind},          finding.rule,
+                finding.clause,          finding.text};
+    if (kind != TableKind::kPmt) return fault;
+    const PmtOnPid& pmt = tables.pmts.at(finding.table.pmt);
+    fault.pid = pmt.pid;
+    fault.table->service_id = static_cast<std::uint16_t>(pmt.pmt.program_number);
     return fault;
 }
 
@@ -47,13 +44,13 @@ void ConsistencyCheck::replace(const Multiplex& tables, std::int64_t now) {
     contradictions_.swap(found);
 }
 
-void ConsistencyCheck::advance(std::int64_t now, const LastPcr& last_pcr) {
+void ConsistencyCheck::advance(std::int64_t now, const PidRecords& pids) {
     for (auto& [fault, contradiction] : contradictions_) {
         if (now - contradiction.since <= *table_info(TableKind::kSdt).repetition_limit_ns)
             continue;
-        const auto pcr =
-            contradiction.pcr_pid ? last_pcr(*contradiction.pcr_pid) : std::nullopt;
-        if (pcr && *pcr >= contradiction.since) continue;
+        const auto& pcr_pid = contradiction.pcr_pid;
+        const auto pid = pcr_pid ? pids.find(*pcr_pid) : pids.end();
+        if (pid != pids.end() && pid->second.last_pcr >= contradiction.since) continue;
         if (!std::exchange(contradiction.is_logged, true))
             faults_.add(fault, contradiction.since);
     }

@@ -2,11 +2,11 @@
 #define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_CONSISTENCY_CHECK_H
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 
 #include "tools/kestan-monitor/measure/fault_log.h"
+#include "tools/kestan-monitor/measure/pid_record.h"
 #include "tools/model/multiplex.h"
 
 // Finds tables that contradict each other. The rules are those of kestan-control check.
@@ -23,8 +23,7 @@ public:
 
     // Logs each contradiction that has lasted for long enough by `now`. Logs it once
     // while it lasts. A PCR PID without a stream is none while a PCR comes there.
-    using LastPcr = std::function<std::optional<std::int64_t>(std::uint16_t pid)>;
-    void advance(std::int64_t now, const LastPcr& last_pcr);
+    void advance(std::int64_t now, const PidRecords& pids);
 
 private:
     struct Contradiction {

@@ -32,10 +32,11 @@ void decode(std::uint16_t pid, TableKind kind, const SectionSet& table, Multiple
 void ExpectedCheck::expect(Multiplex files, bool compares_versions) {
     files_ = std::move(files);
     compares_versions_ = compares_versions;
-    is_compared_ = false;
+    on_air_.reset();
 }
 
-void ExpectedCheck::advance(std::int64_t now, const Pids& pids, bool has_new_tables) {
+void ExpectedCheck::advance(std::int64_t now, const PidRecords& pids,
+                            bool has_new_tables) {
     if (!files_) return;
     std::vector<std::pair<std::uint16_t, TableKey>> on_air;
     for (const auto& [number, pid] : pids) {
@@ -43,12 +44,12 @@ void ExpectedCheck::advance(std::int64_t now, const Pids& pids, bool has_new_tab
             if (is_on_air(key.kind, table, now)) on_air.emplace_back(number, key);
         }
     }
-    if (has_new_tables || !is_compared_ || on_air != on_air_) {
+    if (has_new_tables || on_air != on_air_) {
         Multiplex tables;
         for (const auto& [number, key] : on_air)
             decode(number, key.kind, pids.at(number).tables.at(key).contents(), tables);
         compare(now, tables);
-        on_air_.swap(on_air);
+        on_air_ = std::move(on_air);
     }
     log_begun_by(now - kLeastDurationNs - 1);
 }
@@ -57,26 +58,25 @@ void ExpectedCheck::compare(std::int64_t now, const Multiplex& on_air) {
     std::map<Place, Difference> found;
     for (TableDifference& difference :
          table_differences(on_air, *files_, compares_versions_)) {
-        const Place place{
-            difference.kind, difference.pid, {difference.table, difference.service_id}};
-        Fault fault{FaultKind::kExpected, place.pid, place.table};
+        const TableKey table{difference.table, difference.service_id};
+        const Place place{difference.kind, difference.pid, table};
+        Fault fault{FaultKind::kExpected, difference.pid, table};
         fault.detail = std::move(difference.text);
         const auto before = differences_.find(place);
-        if (before == differences_.end()) {
-            found.emplace(place, Difference{std::move(fault), now, now});
-        } else if (before->second.fault.detail == fault.detail) {
-            found.emplace(place, before->second);
-        } else {
-            found.emplace(place, Difference{std::move(fault), before->second.since, now});
+        const bool is_new = before == differences_.end();
+        if (!is_new && before->second.fault.detail == fault.detail) {
+            found.insert(*before);
+            continue;
         }
+        const std::int64_t since = is_new ? now : before->second.since;
+        found.emplace(place, Difference{std::move(fault), since, now});
     }
     differences_.swap(found);
-    is_compared_ = true;
 }
 
 void ExpectedCheck::forget() {
     differences_.clear();
-    is_compared_ = false;
+    on_air_.reset();
 }
 
 // Logs those that have been there since this time or earlier.
@@ -89,7 +89,7 @@ void ExpectedCheck::log_begun_by(std::int64_t latest) {
 }
 
 std::optional<std::size_t> ExpectedCheck::differences() const {
-    if (!is_compared_) return std::nullopt;
+    if (!on_air_) return std::nullopt;
     return std::count_if(
         differences_.begin(), differences_.end(), [&](const auto& element) {
             const Difference& difference = element.second;

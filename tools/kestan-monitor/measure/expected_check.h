@@ -24,8 +24,6 @@
 // nanoseconds of the steady clock. One thread.
 class ExpectedCheck {
 public:
-    using Pids = std::map<std::uint16_t, PidRecord>;
-
     explicit ExpectedCheck(FaultLog& faults) : faults_(faults) {}
 
     // Takes the tables of the files, in place of those before.
@@ -34,7 +32,7 @@ public:
     // Compares them with the tables on `pids` if any of these have changed, as
     // `has_new_tables` says, have come or have gone. Logs the differences that count by
     // `now`: each one once while it lasts.
-    void advance(std::int64_t now, const Pids& pids, bool has_new_tables);
+    void advance(std::int64_t now, const PidRecords& pids, bool has_new_tables);
 
     // Forgets what lasts: the stream is down, which is another fault. It is compared
     // again by the next advance().
@@ -48,17 +46,8 @@ public:
     [[nodiscard]] std::optional<std::size_t> differences() const;
 
 private:
-    // What differs: a table, in one respect.
-    struct Place {
-        DifferenceKind kind;
-        std::uint16_t pid;
-        TableKey table;
-
-        bool operator<(const Place& other) const {
-            return std::tie(kind, pid, table) <
-                   std::tie(other.kind, other.pid, other.table);
-        }
-    };
+    // What differs: the table on a PID, in one respect.
+    using Place = std::tuple<DifferenceKind, std::uint16_t, TableKey>;
 
     // `found` is the time of the fault, and `since` that of the first one at its place.
     struct Difference {
@@ -74,8 +63,9 @@ private:
     FaultLog& faults_;
     std::optional<Multiplex> files_;
     bool compares_versions_ = true;
-    bool is_compared_ = false;
-    std::vector<std::pair<std::uint16_t, TableKey>> on_air_;  // when compared last
+
+    // The tables that were compared last; nullopt if none were since then.
+    std::optional<std::vector<std::pair<std::uint16_t, TableKey>>> on_air_;
     std::map<Place, Difference> differences_;
 };
 

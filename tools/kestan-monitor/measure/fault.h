@@ -8,7 +8,20 @@
 #include <string_view>
 #include <tuple>
 
-#include "tools/kestan-monitor/measure/table_key.h"
+#include "dvb/table_kind.h"
+
+// A table of a stream.
+struct TableKey {
+    TableKind kind = TableKind::kPat;
+    std::uint16_t service_id = 0;  // of a PMT
+
+    bool operator==(const TableKey& other) const {
+        return kind == other.kind && service_id == other.service_id;
+    }
+    bool operator<(const TableKey& other) const {
+        return std::tie(kind, service_id) < std::tie(other.kind, other.service_id);
+    }
+};
 
 // The kinds of fault of a stream.
 enum class FaultKind : std::uint8_t {
@@ -59,12 +72,16 @@ struct Fault {
     }
 };
 
-// A place for faults: the whole stream, a PID, or a table on a PID.
-struct FaultPlace {
-    std::optional<std::uint16_t> pid = std::nullopt;
-    std::optional<TableKey> table = std::nullopt;
+// Faults that are known and are not counted as faults.
+struct AcceptedFault {
+    FaultKind kind;
+    std::string_view rule = {};  // only its faults, unless it is empty
+    std::optional<std::uint16_t> pid = std::nullopt;  // only those on it, if there is one
 
-    [[nodiscard]] Fault fault(FaultKind kind) const { return {kind, pid, table}; }
+    [[nodiscard]] bool covers(const Fault& fault) const {
+        return fault.kind == kind && (rule.empty() || fault.rule == rule) &&
+               (!pid || fault.pid == pid);
+    }
 };
 
 #endif

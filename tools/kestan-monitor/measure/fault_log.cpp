@@ -25,7 +25,7 @@ void FaultLog::add(const Fault& fault, std::int64_t time, std::int64_t value,
                    std::uint64_t count) {
     const std::int64_t civil = to_civil(time);
     const bool is_known = is_accepted(fault);
-    for (Count* const of : {&all_, &totals_.at(static_cast<std::size_t>(fault.kind))}) {
+    for (Count* const of : {&all_, &of_kind_.at(static_cast<std::size_t>(fault.kind))}) {
         of->total += count;
         if (is_known) of->accepted += count;
     }

@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "tools/kestan-monitor/measure/accepted_fault.h"
 #include "tools/kestan-monitor/measure/fault.h"
 
 // Counts faults by kind and place, with the times of the first and the last. Those that
@@ -22,6 +21,11 @@ class FaultLog {
 public:
     static constexpr std::size_t kMaxFaults = 20000;
     static constexpr std::size_t kEvents = 10;
+
+    struct Count {
+        std::uint64_t total = 0;
+        std::uint64_t accepted = 0;  // of them
+    };
 
     struct Record {
         std::uint64_t count = 0;
@@ -62,13 +66,9 @@ public:
     void extend(const Fault& fault, std::int64_t value);
 
     [[nodiscard]] std::uint64_t count(const Fault& fault) const;
-    [[nodiscard]] std::uint64_t total() const { return all_.total; }
-    [[nodiscard]] std::uint64_t total(FaultKind kind) const {
-        return totals_.at(static_cast<std::size_t>(kind)).total;
-    }
-    [[nodiscard]] std::uint64_t total_accepted() const { return all_.accepted; }
-    [[nodiscard]] std::uint64_t total_accepted(FaultKind kind) const {
-        return totals_.at(static_cast<std::size_t>(kind)).accepted;
+    [[nodiscard]] const Count& all() const { return all_; }
+    [[nodiscard]] const Count& all(FaultKind kind) const {
+        return of_kind_.at(static_cast<std::size_t>(kind));
     }
 
     // Returns whether no fault has been added, or accepted ones alone.
@@ -86,15 +86,10 @@ private:
     void add_event(const Fault& fault, std::int64_t civil, std::int64_t value,
                    std::uint64_t count);
 
-    struct Count {
-        std::uint64_t total = 0;
-        std::uint64_t accepted = 0;
-    };
-
     std::int64_t civil_minus_steady_ = 0;
     std::vector<AcceptedFault> accepted_;
     Count all_;
-    std::array<Count, kFaultKinds> totals_{};
+    std::array<Count, kFaultKinds> of_kind_{};
     std::int64_t last_time_ = 0;
     std::map<Fault, Record> records_;
     std::deque<Event> events_;

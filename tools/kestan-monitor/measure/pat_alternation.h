@@ -5,6 +5,8 @@
 #include <optional>
 #include <utility>
 
+#include "dvb/nanoseconds.h"
+#include "dvb/table_kind.h"
 #include "tools/kestan-monitor/measure/fault_log.h"
 
 // Finds a PAT that goes back to the transport_stream_id and version that it had a short
@@ -14,10 +16,21 @@ public:
     explicit PatAlternation(FaultLog& faults) : faults_(faults) {}
 
     // Takes a section of a PAT that is in force and came at `now`, in nanoseconds.
-    void add(const Fault& pat, std::uint16_t transport_stream_id, std::uint8_t version,
-             std::int64_t now);
+    void add(std::uint16_t transport_stream_id, std::uint8_t version, std::int64_t now) {
+        const Identity identity{transport_stream_id, version};
+        if (current_ == identity) return;
+        if (previous_ == identity && now - replaced_at_ <= kAlternationNs)
+            faults_.add({FaultKind::kPatAlternates, kPatPid, TableKey{TableKind::kPat}},
+                        now);
+        previous_ = std::exchange(current_, identity);
+        replaced_at_ = now;
+    }
 
 private:
+    // If two PATs are in the stream and each keeps its repetition limit, they alternate
+    // faster than this. An operator who restores the previous tables is slower.
+    static constexpr std::int64_t kAlternationNs = kNsPerSecond;
+
     using Identity = std::pair<std::uint16_t, std::uint8_t>;
 
     FaultLog& faults_;

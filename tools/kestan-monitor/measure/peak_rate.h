@@ -8,7 +8,14 @@
 #include <utility>
 
 #include "dvb/nanoseconds.h"
-#include "tools/kestan-monitor/measure/bit_rate.h"
+#include "dvb/ts_packet.h"
+
+// Returns the rate of whole transport packets in bit/s, or 0 if the duration is 0.
+[[nodiscard]] inline double bit_rate(std::uint64_t packets, std::int64_t duration_ns) {
+    if (duration_ns <= 0) return 0;
+    return static_cast<double>(packets * kTsPacketBits) * kNsPerSecond /
+           static_cast<double>(duration_ns);
+}
 
 // The length of the sliding window of the peak bit rate.
 constexpr std::int64_t kPeakWindowNs = 100 * kNsPerMs;

@@ -19,4 +19,6 @@ struct PidRecord {
     std::map<TableKey, TableRecord> tables;
 };
 
+using PidRecords = std::map<std::uint16_t, PidRecord>;  // by PID
+
 #endif

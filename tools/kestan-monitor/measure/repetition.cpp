@@ -41,7 +41,11 @@ void Repetition::advance(std::int64_t now) {
 void Repetition::look_at(Timer& timer, std::int64_t now) {
     const std::int64_t wait = now - timer.since;
     longest_ = std::max(longest_, wait);
-    if (!limit_ || wait <= *limit_) return;
-    const bool is_new = !std::exchange(timer.is_overdue, true);
-    on_overdue_({timer.since + *limit_, wait, is_new, timer.has_come});
+    const auto limit = table_info(table_.kind).repetition_limit_ns;
+    if (!limit || wait <= *limit) return;
+    const auto kind = timer.has_come ? FaultKind::kRepetition : FaultKind::kAbsence;
+    const Fault fault{kind, pid_, table_};
+    if (!std::exchange(timer.is_overdue, true))
+        faults_.add(fault, timer.since + *limit, wait);
+    faults_.extend(fault, wait);
 }

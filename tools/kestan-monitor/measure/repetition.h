@@ -2,32 +2,23 @@
 #define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_REPETITION_H
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <vector>
 
-#include "tools/kestan-monitor/measure/spread.h"
+#include "tools/kestan-monitor/measure/fault_log.h"
+#include "tools/kestan-monitor/measure/series.h"
 
 // Measures how often and how evenly the sections of one table come.
 //
 // Each section_number has its own timer: a table repeats as often as its rarest
-// section. Times and durations are nanoseconds, of any clock that does not go back; the
-// time of a section is the arrival of its last byte. One thread.
+// section. Times are nanoseconds of the steady clock; the time of a section is the
+// arrival of its last byte. One thread.
 class Repetition {
 public:
-    // A wait that is longer than the limit.
-    struct Overdue {
-        std::int64_t limit_passed;  // when
-        std::int64_t wait;          // its length so far
-        bool is_new;                // it has not been reported before
-        bool has_come;              // the section came before the wait
-    };
-    using OnOverdue = std::function<void(const Overdue&)>;
-
-    // Calls `on_overdue` for each wait that is longer than `limit`, at the latest when
-    // the wait ends or at the next call of advance().
-    Repetition(std::optional<std::int64_t> limit, OnOverdue on_overdue)
-        : limit_(limit), on_overdue_(std::move(on_overdue)) {}
+    // Logs each wait that is longer than the table's limit, at the latest when the wait
+    // ends or at the next call of advance().
+    Repetition(std::uint16_t pid, const TableKey& table, FaultLog& faults)
+        : pid_(pid), table_(table), faults_(faults) {}
 
     // Expects the table from `now` on: waits for its sections count.
     void expect(std::int64_t now);
@@ -69,8 +60,9 @@ private:
 
     void look_at(Timer& timer, std::int64_t now);
 
-    std::optional<std::int64_t> limit_;
-    OnOverdue on_overdue_;
+    std::uint16_t pid_;
+    TableKey table_;
+    FaultLog& faults_;
     bool expected_ = false;
     std::vector<Timer> timers_;  // by section_number; empty until one is known of
     Spread intervals_;

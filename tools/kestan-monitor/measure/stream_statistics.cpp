@@ -86,10 +86,10 @@ void StreamStatistics::set_civil_clock(std::int64_t civil_minus_steady,
     tdt_check_.set_tolerance(tolerance);
 }
 
-void StreamStatistics::begin(std::int64_t now) {
-    start_ = now;
+void StreamStatistics::begin() {
+    start_ = now_;
     for (auto& [number, pid] : pids_) {
-        for (auto& [key, table] : pid.tables) table.expect(now);
+        for (auto& [key, table] : pid.tables) table.expect(now_);
     }
 }
 
@@ -97,8 +97,7 @@ StreamStatistics::Pid& StreamStatistics::find_or_add(std::uint16_t number) {
     const auto found = followed_.find(number);
     if (found != followed_.end()) return found->second;
     PidRecord& record = pids_.try_emplace(number, number).first->second;
-    return followed_.emplace(number, Pid{record, {}, nullptr, false, std::nullopt})
-        .first->second;
+    return followed_.try_emplace(number, record).first->second;
 }
 
 StreamStatistics::Pid& StreamStatistics::expect_tables(std::uint16_t number) {
@@ -110,10 +109,13 @@ StreamStatistics::Pid& StreamStatistics::expect_tables(std::uint16_t number) {
 
 void StreamStatistics::assemble_sections(Pid& pid) {
     if (pid.assembler) return;
-    pid.assembler = std::make_unique<SectionAssembler>(
-        [this, &pid](const Section& section, std::int64_t begun) {
-            on_section(pid, section, begun);
-        });
+    pid.assembler.emplace([this, &pid](const Section& section, std::int64_t begun) {
+        on_section(pid, section, begun);
+    });
+}
+
+bool StreamStatistics::is_unannounced(std::uint16_t pid, const TableKey& key) const {
+    return key.kind == TableKind::kPmt && announced_.count({pid, key.service_id}) == 0;
 }
 
 // Returns null if the table is a new PMT that is not announced and kMaxUnannouncedTables
@@ -121,10 +123,10 @@ void StreamStatistics::assemble_sections(Pid& pid) {
 TableRecord* StreamStatistics::find_or_add(PidRecord& pid, const TableKey& key) {
     const auto found = pid.tables.find(key);
     if (found != pid.tables.end()) return &found->second;
-    const bool is_unannounced = key.kind == TableKind::kPmt &&
-                                announced_.count({pid.number, key.service_id}) == 0;
-    if (is_unannounced && unannounced_tables_ == kMaxUnannouncedTables) return nullptr;
-    if (is_unannounced) ++unannounced_tables_;
+    if (is_unannounced(pid.number, key)) {
+        if (unannounced_tables_ == kMaxUnannouncedTables) return nullptr;
+        ++unannounced_tables_;
+    }
     return &pid.tables.try_emplace(key, pid.number, key, faults_).first->second;
 }
 
@@ -132,10 +134,10 @@ std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
                                                       const std::uint8_t* datagram,
                                                       std::size_t size) {
     now_ = std::max(now_, arrival);
-    check_silence(now_);
+    check_silence();
     if (std::exchange(is_silent_, false)) cat_check_.restart();
     last_arrival_ = now_;
-    if (!start_) begin(now_);
+    if (!start_) begin();
     ++datagrams_;
     const auto found = find_packets(datagram, size);
     if (!found) {
@@ -145,32 +147,20 @@ std::optional<DatagramPackets> StreamStatistics::push(std::int64_t arrival,
     if (found->stride == kCodedPacketSize) faults_.add({FaultKind::kCodedPackets}, now_);
     if (found->in_rtp) rtp_sequence_.add(datagram, now_);
     if (found->in_rtp) is_rtp_ = true;
-    packets_ += found->count;
-    sizes_.add(static_cast<std::int64_t>(found->count));
+    const auto count = static_cast<std::int64_t>(found->count);
+    sizes_.add(count);
     peak_.add(now_, found->count);
+    if (series_) series_->packets.add(now_ - series_->start, count);
     for (std::size_t i = 0; i < found->count; ++i) push_packet(found->packet(i));
     return found;
 }
 
-// Returns the longest silence that breaks no limit: the least repetition limit of the
-// tables that have come.
-std::int64_t StreamStatistics::longest_silence() const {
-    std::optional<std::int64_t> shortest;
-    for (const auto& [number, pid] : pids_) {
-        for (const auto& [key, table] : pid.tables) {
-            const auto limit = table_info(key.kind).repetition_limit_ns;
-            if (table.sections() > 0 && limit)
-                shortest = std::min(shortest.value_or(*limit), *limit);
-        }
-    }
-    return shortest.value_or(*table_info(TableKind::kPat).repetition_limit_ns);
-}
-
-void StreamStatistics::check_silence(std::int64_t now) {
-    const std::int64_t silence = now - last_arrival_;
-    if (silence <= *table_info(TableKind::kPat).repetition_limit_ns)
-        return;  // the least one
-    const std::int64_t limit = longest_silence();
+// The longest silence that breaks no limit is the least limit of the tables that have
+// come.
+void StreamStatistics::check_silence() {
+    const std::int64_t silence = now_ - last_arrival_;
+    const std::int64_t limit =
+        least_limit_.value_or(*table_info(TableKind::kPat).repetition_limit_ns);
     if (silence <= limit) return;
     const Fault fault{FaultKind::kSilence};
     if (!std::exchange(is_silent_, true))
@@ -185,7 +175,7 @@ void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
         lost_ = lost;
     }
     if (!start_) return;
-    check_silence(now_);
+    check_silence();
     follow_pat();
     for (auto& [number, pid] : pids_) {
         for (auto& [key, table] : pid.tables) {
@@ -199,17 +189,15 @@ void StreamStatistics::advance(std::int64_t now, std::uint64_t lost) {
     } else {
         expected_.advance(now_, pids_, has_new_tables);
     }
-    consistency_.advance(now_, [this](std::uint16_t pid) {
-        const auto found = pids_.find(pid);
-        return found == pids_.end() ? std::nullopt : found->second.last_pcr;
-    });
+    consistency_.advance(now_, pids_);
 }
 
 void StreamStatistics::replace_tables() {
-    tables_ = carried_tables(pids_);
-    consistency_.replace(tables_, now_);
+    const Multiplex tables = carried_tables(pids_);
+    service_names_ = service_names_in(tables);
+    consistency_.replace(tables, now_);
     streams_.clear();
-    for (const PmtOnPid& pmt : tables_.pmts) {
+    for (const PmtOnPid& pmt : tables.pmts) {
         for (const auto& stream : pmt.pmt.streams)
             streams_.insert(static_cast<std::uint16_t>(stream.elementary_pid));
     }
@@ -227,7 +215,8 @@ void StreamStatistics::push_packet(const std::uint8_t* packet) {
         faults_.add({FaultKind::kNoSyncByte}, now_);
         return;
     }
-    Pid& pid = find_or_add(pid_of(packet));
+    const std::uint16_t number = pid_of(packet);
+    Pid& pid = find_or_add(number);
     ++pid.record.packets;
     const bool has_error = has_transport_error(packet);
     if (has_error) faults_.add(pid.record.fault(FaultKind::kTransportError), now_);
@@ -267,15 +256,17 @@ void StreamStatistics::on_section(Pid& pid, const Section& section, std::int64_t
     TableRecord* const table = find_or_add(pid.record, key);
     if (table == nullptr) return;
     const TableRecord::Arrival arrival = table->add(section, begun, now_);
+    if (const auto limit = table_info(*kind).repetition_limit_ns)
+        least_limit_ = std::min(least_limit_.value_or(*limit), *limit);
     const bool is_stray = is_pmt && !table->is_announced();
-    if (arrival.interval && on_interval_ && !is_stray)
-        on_interval_(pid.record.number, key, now_, *arrival.interval);
+    if (arrival.interval && series_ && !is_stray)
+        series_->intervals[{pid.record.number, key}].add(now_ - series_->start,
+                                                         *arrival.interval);
     if (arrival.is_changed) has_new_tables_ = true;
     if (*kind == TableKind::kCat) cat_check_.restart();
-    if (*kind == TableKind::kTdt) tdt_check_.add(table->place(), *table->utc(), now_);
+    if (*kind == TableKind::kTdt) tdt_check_.add(*table->utc(), now_);
     if (*kind != TableKind::kPat) return;
-    pat_alternation_.add(table->fault(FaultKind::kPatAlternates), section.extension(),
-                         section.version(), now_);
+    pat_alternation_.add(section.extension(), section.version(), now_);
     if (arrival.is_changed && table->is_complete()) pat_changed_ = now_;
     follow_pat();
 }
@@ -321,16 +312,13 @@ void StreamStatistics::withdraw_unannounced(std::int64_t since) {
         if (table_on(number) == nullptr) followed_.at(number).has_to_carry_tables = false;
         for (auto at = pid.tables.begin(); at != pid.tables.end();) {
             auto& [key, table] = *at;
-            const bool is_other = key.kind != TableKind::kPmt ||
-                                  announced_.count({number, key.service_id}) != 0;
-            if (is_other) {
-                ++at;
-                continue;
+            bool is_kept = true;
+            if (is_unannounced(number, key)) {
+                if (table.is_announced()) table.withdraw(since);
+                is_kept =
+                    table.sections() > 0 && unannounced_tables_ < kMaxUnannouncedTables;
+                if (is_kept) ++unannounced_tables_;
             }
-            if (table.is_announced()) table.withdraw(since);
-            const bool is_kept =
-                table.sections() > 0 && unannounced_tables_ < kMaxUnannouncedTables;
-            if (is_kept) ++unannounced_tables_;
             at = is_kept ? std::next(at) : pid.tables.erase(at);
         }
     }

@@ -2,11 +2,10 @@
 #define KESTAN_TOOLS_KESTAN_MONITOR_MEASURE_STREAM_STATISTICS_H
 
 #include <cstdint>
-#include <functional>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -18,7 +17,7 @@
 #include "tools/kestan-monitor/measure/peak_rate.h"
 #include "tools/kestan-monitor/measure/pid_record.h"
 #include "tools/kestan-monitor/measure/rtp_sequence_check.h"
-#include "tools/kestan-monitor/measure/spread.h"
+#include "tools/kestan-monitor/measure/series.h"
 #include "tools/kestan-monitor/measure/tdt_check.h"
 #include "tools/receive/continuity_check.h"
 #include "tools/receive/datagram_packets.h"
@@ -59,13 +58,9 @@ public:
         expected_.expect(std::move(files), compares_versions);
     }
 
-    // Called with each interval from a section to the next one with its number, except
-    // those of PMTs that the PAT does not announce.
-    using OnInterval = std::function<void(std::uint16_t pid, const TableKey&,
-                                          std::int64_t now, std::int64_t interval)>;
-    void set_interval_observer(OnInterval observer) {
-        on_interval_ = std::move(observer);
-    }
+    // Keeps series from the start on, for series(). Without this call there are none.
+    // REQUIRES: push() has not been called.
+    void keep_series() { series_ = StreamSeries{now_}; }
 
     // Takes the next datagram, `size` bytes of any content. Returns its packets; nullopt
     // if it is malformed.
@@ -81,7 +76,7 @@ public:
     void finish(std::int64_t now, std::uint64_t lost);
 
     [[nodiscard]] const FaultLog& faults() const { return faults_; }
-    [[nodiscard]] const std::map<std::uint16_t, PidRecord>& pids() const { return pids_; }
+    [[nodiscard]] const PidRecords& pids() const { return pids_; }
 
     // Returns whether datagrams have come, and the last one not too long ago.
     [[nodiscard]] bool is_up() const { return start_.has_value() && !is_silent_; }
@@ -91,14 +86,23 @@ public:
     // Returns the time from the first datagram to the last advance().
     [[nodiscard]] std::int64_t duration() const { return start_ ? now_ - *start_ : 0; }
     [[nodiscard]] std::uint64_t datagrams() const { return datagrams_; }
-    [[nodiscard]] std::uint64_t packets() const { return packets_; }
+    [[nodiscard]] std::uint64_t packets() const {
+        return static_cast<std::uint64_t>(sizes_.sum);
+    }
     [[nodiscard]] const Spread& packets_per_datagram() const { return sizes_; }
     [[nodiscard]] double peak_bit_rate() const { return peak_.value(); }
     [[nodiscard]] std::uint64_t lost_datagrams() const { return lost_; }
     [[nodiscard]] bool is_rtp() const { return is_rtp_; }
 
-    // Returns the tables that were on air and complete at the last advance().
-    [[nodiscard]] const Multiplex& tables() const { return tables_; }
+    // Returns the names in the SDT that was on air and complete at the last advance(), by
+    // service_id.
+    [[nodiscard]] const std::map<std::uint16_t, std::string>& service_names() const {
+        return service_names_;
+    }
+
+    // Returns the series from the start on, without intervals of PMTs that the PAT did
+    // not announce at the time. REQUIRES: keep_series() has been called.
+    [[nodiscard]] const StreamSeries& series() const { return *series_; }
 
     // Returns how many differences from the files count now. Returns nullopt without
     // files, and while the stream is down.
@@ -109,9 +113,11 @@ public:
 private:
     // A PID whose packets are followed.
     struct Pid {
+        explicit Pid(PidRecord& its_record) : record(its_record) {}
+
         PidRecord& record;  // in pids_
         ContinuityCheck continuity;
-        std::unique_ptr<SectionAssembler> assembler;  // null if it carries no tables
+        std::optional<SectionAssembler> assembler;  // no value: it carries no tables
 
         // Whether only tables belong here: the PID has a fixed use, or the PAT announces
         // a PMT on it.
@@ -121,12 +127,12 @@ private:
         std::optional<std::int64_t> unannounced_since;
     };
 
-    void begin(std::int64_t now);
-    [[nodiscard]] std::int64_t longest_silence() const;
-    void check_silence(std::int64_t now);
+    void begin();
+    void check_silence();
     Pid& find_or_add(std::uint16_t number);
     Pid& expect_tables(std::uint16_t number);
     void assemble_sections(Pid& pid);
+    [[nodiscard]] bool is_unannounced(std::uint16_t pid, const TableKey& key) const;
     TableRecord* find_or_add(PidRecord& pid, const TableKey& key);
     void push_packet(const std::uint8_t* packet);
     void replace_tables();
@@ -138,15 +144,15 @@ private:
     std::optional<std::int64_t> start_;  // the first datagram
     std::int64_t now_;
     std::int64_t last_arrival_;
+    std::optional<std::int64_t> least_limit_;  // of the tables that have come
     bool is_silent_ = false;
     std::uint64_t datagrams_ = 0;
-    std::uint64_t packets_ = 0;
     std::uint64_t lost_ = 0;
-    Spread sizes_;
+    Spread sizes_;  // of the datagrams, in packets
     PeakRate peak_;
     bool is_rtp_ = false;
     bool has_new_tables_ = false;
-    Multiplex tables_;
+    std::map<std::uint16_t, std::string> service_names_;
     std::size_t unannounced_tables_ = 0;
     FaultLog faults_;
     TdtCheck tdt_check_{faults_};
@@ -156,8 +162,8 @@ private:
     CatCheck cat_check_{faults_};
     RtpSequenceCheck rtp_sequence_{faults_};
     std::set<std::uint16_t> streams_;  // PIDs of the PMTs' streams
-    OnInterval on_interval_;
-    std::map<std::uint16_t, PidRecord> pids_;
+    std::optional<StreamSeries> series_;
+    PidRecords pids_;
     std::map<std::uint16_t, Pid> followed_;
     std::set<std::pair<std::uint16_t, std::uint16_t>> announced_;  // PIDs, service_ids
     std::optional<std::int64_t> pat_followed_;                     // when

@@ -19,19 +19,6 @@ std::int64_t utc_seconds(const std::uint8_t* utc_time) {
 
 }  // namespace
 
-TableRecord::TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& faults)
-    : pid_(pid),
-      key_(key),
-      faults_(faults),
-      repetition_(table_info(key.kind).repetition_limit_ns,
-                  [this](const Repetition::Overdue& overdue) {
-                      const Fault found = fault(overdue.has_come ? FaultKind::kRepetition
-                                                                 : FaultKind::kAbsence);
-                      if (overdue.is_new)
-                          faults_.add(found, overdue.limit_passed, overdue.wait);
-                      faults_.extend(found, overdue.wait);
-                  }) {}
-
 TableRecord::Arrival TableRecord::add(const Section& section, std::int64_t start,
                                       std::int64_t end) {
     ++sections_;
@@ -42,7 +29,10 @@ TableRecord::Arrival TableRecord::add(const Section& section, std::int64_t start
         utc_ = utc_seconds(section.body());
     } else {
         arrival.interval = repetition_.add(section.number(), section.last_number(), end);
-        arrival.is_changed = keep(section, end);
+        const SectionSet::Change change = contents_.add(section);
+        arrival.is_changed = change != SectionSet::Change::kNone;
+        if (change == SectionSet::Change::kReplaced)
+            faults_.add(fault(FaultKind::kVersion), end);
     }
     return arrival;
 }
@@ -52,12 +42,4 @@ void TableRecord::check_gap(std::int64_t start, std::int64_t end) {
     if (!last_end || !table_info(key_.kind).has_gap_limit) return;
     const std::int64_t gap = start - *last_end;
     if (gap < kLeastSectionGapNs) faults_.add(fault(FaultKind::kSectionGap), start, gap);
-}
-
-// Keeps the section. Returns whether it differs from the one that was kept.
-bool TableRecord::keep(const Section& section, std::int64_t now) {
-    const SectionSet::Change change = contents_.add(section);
-    if (change == SectionSet::Change::kReplaced)
-        faults_.add(fault(FaultKind::kVersion), now);
-    return change != SectionSet::Change::kNone;
 }

@@ -6,7 +6,6 @@
 
 #include "tools/kestan-monitor/measure/fault_log.h"
 #include "tools/kestan-monitor/measure/repetition.h"
-#include "tools/kestan-monitor/measure/table_key.h"
 #include "tools/receive/section_set.h"
 
 // The record of one table: its sections, their intervals and their faults.
@@ -15,7 +14,8 @@
 // steady clock. Faults go to the log, which must live longer. One thread.
 class TableRecord {
 public:
-    TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& faults);
+    TableRecord(std::uint16_t pid, const TableKey& key, FaultLog& faults)
+        : pid_(pid), key_(key), faults_(faults), repetition_(pid, key, faults) {}
     TableRecord(const TableRecord&) = delete;
     TableRecord& operator=(const TableRecord&) = delete;
 
@@ -51,12 +51,10 @@ public:
     [[nodiscard]] const SectionSet& contents() const { return contents_; }
     [[nodiscard]] bool is_complete() const { return contents_.is_complete(); }
 
-    [[nodiscard]] FaultPlace place() const { return {pid_, key_}; }
-    [[nodiscard]] Fault fault(FaultKind kind) const { return place().fault(kind); }
+    [[nodiscard]] Fault fault(FaultKind kind) const { return {kind, pid_, key_}; }
 
 private:
     void check_gap(std::int64_t start, std::int64_t end);
-    bool keep(const Section& section, std::int64_t now);
 
     std::uint16_t pid_;
     TableKey key_;

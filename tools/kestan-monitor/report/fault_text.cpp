@@ -16,27 +16,10 @@ const TableInfo& tables_on(const Fault& fault) {
     return info == nullptr ? table_info(TableKind::kPmt) : *info;
 }
 
-std::string_view repetition_clause(const Fault& fault) {
-    return fault.table ? table_info(fault.table->kind).repetition_clause : "";
-}
-
-std::string_view table_id_clause(const Fault& fault) {
-    return tables_on(fault).table_id_clause;
-}
-
-std::string_view scrambled_clause(const Fault& fault) {
-    return tables_on(fault).scrambled_clause;
-}
-
-std::string_view rule_clause(const Fault& fault) {
-    return fault.rule_clause;
-}
-
 struct Properties {
     const char* check;
-    const char* text;  // "{}" is the duration
-    const char* clause;
-    std::string_view (*clause_of)(const Fault&) = nullptr;  // in its place
+    const char* text;    // "{}" is the duration
+    const char* clause;  // null: clause() finds it
 };
 
 // In the order of FaultKind.
@@ -52,13 +35,12 @@ constexpr Properties kProperties[] = {
      ""},
     {"sync_byte", "packets without their sync byte", "ETSI TR 101 290, 1.2"},
     {"transport_error", "packets with transport_error_indicator", "ETSI TR 101 290, 2.1"},
-    {"scrambled", "packets of tables with scrambling bits", "", scrambled_clause},
+    {"scrambled", "packets of tables with scrambling bits", nullptr},
     {"continuity", "continuity errors", "ETSI TR 101 290, 1.4"},
     {"crc", "sections with a wrong CRC_32", "ETSI TR 101 290, 2.2"},
-    {"table_id", "sections with a table_id that this PID must not carry", "",
-     table_id_clause},
-    {"repetition", "none came for {}", "", repetition_clause},
-    {"repetition", "a section was away for {}", "", repetition_clause},
+    {"table_id", "sections with a table_id that this PID must not carry", nullptr},
+    {"repetition", "none came for {}", nullptr},
+    {"repetition", "a section was away for {}", nullptr},
     {"version", "sections that changed, but not their version", "ISO/IEC 13818-1, 2.4.4"},
     {"pat_alternates", "transport_stream_id or version_number alternates",
      "ISO/IEC 13818-1, 2.4.4.5"},
@@ -72,13 +54,17 @@ constexpr Properties kProperties[] = {
      "ETSI TR 101 290, 2.6"},
     {"rtp_sequence", "datagrams lost, repeated or swapped, as their RTP numbers show",
      "RFC 3550, 5.1"},
-    {"consistency", "", "", rule_clause},
+    {"consistency", "", nullptr},
     {"expected", "", ""},
 };
 static_assert(std::size(kProperties) == kFaultKinds);
 
 const Properties& properties(FaultKind kind) {
     return kProperties[static_cast<std::size_t>(kind)];
+}
+
+std::string ms_text(std::int64_t ns) {
+    return fmt::format("{:.1f} ms", to_ms(ns));
 }
 
 std::string place(const Fault& fault) {
@@ -114,8 +100,19 @@ const char* check_name(FaultKind kind) {
 }
 
 std::string_view clause(const Fault& fault) {
-    const Properties& kind = properties(fault.kind);
-    return kind.clause_of == nullptr ? kind.clause : kind.clause_of(fault);
+    switch (fault.kind) {
+        case FaultKind::kAbsence:
+        case FaultKind::kRepetition:
+            return fault.table ? table_info(fault.table->kind).repetition_clause : "";
+        case FaultKind::kTableId:
+            return tables_on(fault).table_id_clause;
+        case FaultKind::kScrambled:
+            return tables_on(fault).scrambled_clause;
+        case FaultKind::kConsistency:
+            return fault.rule_clause;
+        default:
+            return properties(fault.kind).clause;
+    }
 }
 
 std::string describe(const Fault& fault, std::int64_t value) {

@@ -1,9 +1,8 @@
-#include "tools/kestan-monitor/report/json_report.h"
-
 #include <nlohmann/json.hpp>
 
 #include "dvb/nanoseconds.h"
 #include "tools/kestan-monitor/report/fault_text.h"
+#include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
@@ -25,8 +24,8 @@ ordered_json table_json(const Report& report, const TableKey& key,
     if (key.kind == TableKind::kPmt) {
         json["service_id"] = key.service_id;
         json["in_pat"] = table.is_announced();
-        const auto name = report.service_names.find(key.service_id);
-        if (name != report.service_names.end()) json["service_name"] = name->second;
+        if (const auto* const name = report.service_name(key))
+            json["service_name"] = *name;
     }
     json["sections"] = table.sections();
     if (table.version()) json["version"] = *table.version();

@@ -1,164 +1,137 @@
-#include "tools/kestan-monitor/report/metrics.h"
-
 #include <fmt/format.h>
 
-#include <functional>
+#include <map>
 
 #include "tools/json/number_text.h"
 #include "tools/kestan-monitor/report/fault_text.h"
+#include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
-constexpr const char* kPrefix = "kestan_monitor_";
-
-// Builds the text, family by family.
-class MetricsText {
-public:
-    explicit MetricsText(const Report& report)
-        : report_(report), stream_("stream=\"" + report.address + '"') {}
-
-    void family(const char* name, const char* type, const char* help) {
-        name_ = kPrefix + std::string(name);
-        text_ += "# HELP " + name_ + ' ' + help + "\n# TYPE " + name_ + ' ' + type + '\n';
+// One metric as text. Labels are a text such as ",pid=\"0x0100\"", or empty.
+struct Family {
+    Family(const Report& report, const std::string& name, const char* help)
+        : sample(fmt::format("kestan_monitor_{}{{stream=\"{}\"", name, report.address)) {
+        const bool is_counter = name.find("_total") != std::string::npos;
+        text =
+            fmt::format("# HELP kestan_monitor_{0} {1}\n# TYPE kestan_monitor_{0} {2}\n",
+                        name, help, is_counter ? "counter" : "gauge");
     }
 
-    // Appends a sample. `labels` is a text such as "pid=\"0x0100\"", or empty.
-    void sample(const std::string& labels, double value) {
-        text_ += sample_name(labels) + fmt::format(" {:.9g}\n", value);
+    void add(const std::string& labels, std::uint64_t value) {
+        text += fmt::format("{}{}}} {}\n", sample, labels, value);
     }
-    void sample(const std::string& labels, std::uint64_t value) {
-        text_ += sample_name(labels) + ' ' + std::to_string(value) + '\n';
-    }
-
-    void add_by_check(const std::function<std::uint64_t(FaultKind)>& count) {
-        std::map<std::string, std::uint64_t> counts;
-        for (std::size_t i = 0; i < kFaultKinds; ++i) {
-            const auto kind = static_cast<FaultKind>(i);
-            counts[check_name(kind)] += count(kind);
-        }
-        for (const auto& [check, of_it] : counts) sample("check=\"" + check + '"', of_it);
+    void add(const std::string& labels, double value) {
+        text += fmt::format("{}{}}} {:.9g}\n", sample, labels, value);
     }
 
-    void for_each_pid(const std::function<void(const PidRecord&)>& visit) {
-        for (const auto& [number, pid] : report_.stream.pids()) {
-            if (pid.packets > 0) visit(pid);
-        }
-    }
-
-    void for_each_table(
-        const std::function<void(const std::string& labels, const TableRecord&)>& visit) {
-        for (const auto& [number, pid] : report_.stream.pids()) {
-            for (const auto& [key, table] : pid.tables) {
-                std::string labels =
-                    pid_label(pid) + ",table=\"" + table_info(key.kind).name + '"';
-                if (key.kind == TableKind::kPmt)
-                    labels += ",service_id=\"" + std::to_string(key.service_id) + '"';
-                visit(labels, table);
-            }
-        }
-    }
-
-    static std::string pid_label(const PidRecord& pid) {
-        return "pid=\"" + pid_text(pid.number) + '"';
-    }
-
-    [[nodiscard]] std::string finished() && { return std::move(text_) + "# EOF\n"; }
-
-private:
-    [[nodiscard]] std::string sample_name(const std::string& labels) const {
-        return name_ + '{' + stream_ + (labels.empty() ? "" : ",") + labels + '}';
-    }
-
-    const Report& report_;
-    std::string stream_;
-    std::string name_;
-    std::string text_;
+    std::string sample;  // what each sample begins with
+    std::string text;
 };
 
-void add_stream(const Report& report, MetricsText& metrics) {
-    const StreamStatistics& stream = report.stream;
-    metrics.family("up", "gauge", "1 while datagrams come.");
-    metrics.sample("", std::uint64_t{stream.is_up() ? 1u : 0u});
-    metrics.family("datagrams_total", "counter", "Datagrams received.");
-    metrics.sample("", stream.datagrams());
-    metrics.family("bit_rate", "gauge", "Bits per second of the last second.");
-    metrics.sample("", report.rates.stream);
-    metrics.family("faults_total", "counter", "What was outside the limits, by check.");
-    metrics.add_by_check([&](FaultKind kind) { return stream.faults().total(kind); });
-    metrics.family("accepted_faults_total", "counter",
-                   "Those of faults_total that are known, by check.");
-    metrics.add_by_check(
-        [&](FaultKind kind) { return stream.faults().total_accepted(kind); });
-    const auto differences = stream.expected_differences();
-    if (!differences) return;
-    metrics.family("expected_differences", "gauge",
-                   "Differences from the files that are not accepted.");
-    metrics.sample("", std::uint64_t{*differences});
+template <typename Value>
+std::string single_sample(const Report& report, const char* name, const char* help,
+                          Value value) {
+    Family family(report, name, help);
+    family.add("", value);
+    return family.text;
 }
 
-void add_pids(const Report& report, MetricsText& metrics) {
-    const auto count = [&](FaultKind kind) {
-        metrics.for_each_pid([&](const PidRecord& pid) {
-            metrics.sample(MetricsText::pid_label(pid),
-                           report.stream.faults().count(pid.fault(kind)));
-        });
-    };
-    metrics.family("packets_total", "counter", "Transport packets received.");
-    metrics.for_each_pid([&](const PidRecord& pid) {
-        metrics.sample(MetricsText::pid_label(pid), pid.packets);
-    });
-    metrics.family("pid_bit_rate", "gauge", "Bits per second of the last second.");
-    metrics.for_each_pid([&](const PidRecord& pid) {
-        const auto rate = report.rates.pids.find(pid.number);
-        if (rate != report.rates.pids.end())
-            metrics.sample(MetricsText::pid_label(pid), rate->second);
-    });
-    metrics.family("continuity_errors_total", "counter", "Continuity errors.");
-    count(FaultKind::kContinuity);
-    metrics.family("crc_errors_total", "counter", "Sections with a wrong CRC_32.");
-    count(FaultKind::kCrc);
+std::string stream_metrics(const Report& report) {
+    return single_sample(report, "up", "1 while datagrams come.",
+                         std::uint64_t{report.stream.is_up()}) +
+           single_sample(report, "datagrams_total", "Datagrams received.",
+                         report.stream.datagrams()) +
+           single_sample(report, "bit_rate", "Bits per second of the last second.",
+                         report.rates.stream);
 }
 
-// A service that has ended must not look like a table that is away.
-bool is_on_air(const TableRecord& table) {
-    return table.place().table->kind != TableKind::kPmt || table.is_announced();
+std::string fault_metrics(const Report& report) {
+    const FaultLog& faults = report.stream.faults();
+    std::map<std::string, FaultLog::Count> counts;  // by check
+    for (std::size_t i = 0; i < kFaultKinds; ++i) {
+        const auto kind = static_cast<FaultKind>(i);
+        FaultLog::Count& count = counts[check_name(kind)];
+        count.total += faults.all(kind).total;
+        count.accepted += faults.all(kind).accepted;
+    }
+    Family totals(report, "faults_total", "What was outside the limits, by check.");
+    Family accepted(report, "accepted_faults_total",
+                    "Those of faults_total that are known, by check.");
+    for (const auto& [check, count] : counts) {
+        const std::string label = fmt::format(",check=\"{}\"", check);
+        totals.add(label, count.total);
+        accepted.add(label, count.accepted);
+    }
+    const auto differences = report.stream.expected_differences();
+    return totals.text + accepted.text +
+           (differences
+                ? single_sample(report, "expected_differences",
+                                "Differences from the files that are not accepted.",
+                                std::uint64_t{*differences})
+                : "");
 }
 
-void add_tables(const Report& report, MetricsText& metrics) {
-    metrics.family("last_interval_seconds", "gauge",
-                   "Time between the last two sections of one number.");
-    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
-        const Repetition& repetition = table.repetition();
-        if (repetition.intervals().count > 0)
-            metrics.sample(labels, to_seconds(repetition.last_interval()));
-    });
-    metrics.family("longest_interval_seconds", "gauge",
+std::string pid_label(std::uint16_t pid) {
+    return fmt::format(",pid=\"{}\"", pid_text(pid));
+}
+
+std::string pid_metrics(const Report& report) {
+    const FaultLog& faults = report.stream.faults();
+    Family packets(report, "packets_total", "Transport packets received.");
+    Family rates(report, "pid_bit_rate", "Bits per second of the last second.");
+    Family continuity(report, "continuity_errors_total", "Continuity errors.");
+    Family crc(report, "crc_errors_total", "Sections with a wrong CRC_32.");
+    for (const auto& [number, pid] : report.stream.pids()) {
+        if (pid.packets == 0) continue;
+        const std::string label = pid_label(number);
+        packets.add(label, pid.packets);
+        const auto rate = report.rates.pids.find(number);
+        if (rate != report.rates.pids.end()) rates.add(label, rate->second);
+        continuity.add(label, faults.count(pid.fault(FaultKind::kContinuity)));
+        crc.add(label, faults.count(pid.fault(FaultKind::kCrc)));
+    }
+    return packets.text + rates.text + continuity.text + crc.text;
+}
+
+std::string table_label(const TableKey& table) {
+    std::string label = fmt::format(",table=\"{}\"", table_info(table.kind).name);
+    if (table.kind == TableKind::kPmt)
+        label += fmt::format(",service_id=\"{}\"", table.service_id);
+    return label;
+}
+
+std::string table_metrics(const Report& report) {
+    const FaultLog& faults = report.stream.faults();
+    Family last(report, "last_interval_seconds",
+                "Time between the last two sections of one number.");
+    Family longest(report, "longest_interval_seconds",
                    "Longest time without a section of one number.");
-    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
-        metrics.sample(labels, to_seconds(table.repetition().longest()));
-    });
-    metrics.family("table_age_seconds", "gauge", "Time since the last whole section.");
-    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
-        const auto last = table.last_section();
-        if (last && is_on_air(table))
-            metrics.sample(labels, to_seconds(report.stream.now() - *last));
-    });
-    metrics.family("repetition_faults_total", "counter",
+    Family age(report, "table_age_seconds", "Time since the last whole section.");
+    Family overdue(report, "repetition_faults_total",
                    "Times that a section was away for too long.");
-    metrics.for_each_table([&](const std::string& labels, const TableRecord& table) {
-        const FaultLog& faults = report.stream.faults();
-        metrics.sample(labels, faults.count(table.fault(FaultKind::kAbsence)) +
-                                   faults.count(table.fault(FaultKind::kRepetition)));
-    });
+    for (const auto& [number, pid] : report.stream.pids()) {
+        for (const auto& [key, table] : pid.tables) {
+            const std::string labels = pid_label(number) + table_label(key);
+            const Repetition& repetition = table.repetition();
+            if (repetition.intervals().count > 0)
+                last.add(labels, to_seconds(repetition.last_interval()));
+            longest.add(labels, to_seconds(repetition.longest()));
+            // A service that has ended must not look like a table that is away.
+            const bool is_on_air = key.kind != TableKind::kPmt || table.is_announced();
+            if (is_on_air && table.last_section())
+                age.add(labels, to_seconds(report.stream.now() - *table.last_section()));
+            overdue.add(labels, faults.count(table.fault(FaultKind::kAbsence)) +
+                                    faults.count(table.fault(FaultKind::kRepetition)));
+        }
+    }
+    return last.text + longest.text + age.text + overdue.text;
 }
 
 }  // namespace
 
 std::string metrics_text(const Report& report) {
-    MetricsText metrics(report);
-    add_stream(report, metrics);
-    add_pids(report, metrics);
-    add_tables(report, metrics);
-    return std::move(metrics).finished();
+    return stream_metrics(report) + fault_metrics(report) + pid_metrics(report) +
+           table_metrics(report) + "# EOF\n";
 }

@@ -1,17 +1,15 @@
-#include "tools/kestan-monitor/report/plot.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 #include "dvb/nanoseconds.h"
 #include "tools/json/number_text.h"
-#include "tools/kestan-monitor/measure/bit_rate.h"
+#include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/svg.h"
 #include "tools/kestan-monitor/report/text_format.h"
 #include "tools/kestan-monitor/report/text_report.h"
-#include "tools/kestan-monitor/report/text_width.h"
 
 namespace {
 
@@ -70,13 +68,18 @@ std::string duration_text(std::int64_t ns) {
                                    : fmt::format("{:.0f} ms", to_ms(ns));
 }
 
+// A stroke of length 0 shows only its round ends.
+std::string dot(double x, double y) {
+    return fmt::format("M{:.1f} {:.1f}h0", x, y);
+}
+
 // Draws one picture from the top down.
 class Drawing {
 public:
-    Drawing(const Report& report, std::int64_t start, std::int64_t duration)
+    explicit Drawing(const Report& report)
         : report_(report),
-          start_(start),
-          duration_(std::max<std::int64_t>(duration, 1)) {}
+          start_(report.stream.series().start),
+          duration_(std::max<std::int64_t>(report.stream.now() - start_, 1)) {}
 
     void title() {
         const FaultLog& faults = report_.stream.faults();
@@ -85,7 +88,7 @@ public:
             "", kMargin, 50,
             fmt::format("{}, {:.1f} s, {:.1f} kbit/s, at most {:.1f} kbit/s in any {} ms",
                         date_and_time(faults.to_civil(start_)), to_seconds(duration_),
-                        RateMeter().measure(report_.stream).stream / kBitsPerKbit,
+                        report_.rates.stream / kBitsPerKbit,
                         report_.stream.peak_bit_rate() / kBitsPerKbit,
                         kPeakWindowNs / kNsPerMs));
         svg_.text(faults.is_in_order() ? "good" : "bad", kMargin, 70, verdict(faults));
@@ -131,11 +134,15 @@ public:
                   "kbit/s, over " + duration_text(width) + " each");
         svg_.text("scale", kLeft - 6, at_height(greatest) + 4,
                   fmt::format("{:.0f}", greatest));
-        svg_.begin_path("rate");
+        std::string path;
+        const auto step_to = [&](double to_x, double to_y) {
+            path += path.empty() ? fmt::format("M{:.1f} {:.1f}", to_x, to_y)
+                                 : fmt::format("H{:.1f}V{:.1f}", to_x, to_y);
+        };
         for (std::size_t i = 0; i < rates.size(); ++i)
-            svg_.step_to(x(static_cast<std::int64_t>(i) * width), at_height(rates[i]));
-        svg_.step_to(kRight, at_height(rates.empty() ? 0 : rates.back()));
-        svg_.end_path();
+            step_to(x(static_cast<std::int64_t>(i) * width), at_height(rates[i]));
+        step_to(kRight, at_height(rates.empty() ? 0 : rates.back()));
+        svg_.path("rate", path);
         y_ += kRateHeight;
     }
 
@@ -147,7 +154,7 @@ public:
             svg_.line("grid", x(at), y_, x(at), y_ + 5);
             svg_.text("tick", x(at), y_ + 18, time_of_day(civil).substr(0, size));
         });
-        return svg_.finished(y_ + 34);
+        return svg_.finished(kWidth, y_ + 34, kStyleSheet);
     }
 
 private:
@@ -172,17 +179,15 @@ private:
 
     void name_table(std::uint16_t pid, const TableKey& table, const Spread& total,
                     double height) {
-        const auto name = report_.service_names.find(table.service_id);
-        const bool has_name =
-            table.kind == TableKind::kPmt && name != report_.service_names.end();
+        const std::string* const name = report_.service_name(table);
         std::string first = pid_text(pid) + ' ' + table_info(table.kind).name;
         if (table.kind == TableKind::kPmt)
             first += ' ' + std::to_string(table.service_id);
         const bool has_room = height >= 36;
-        if (has_name && !has_room) first += ' ' + name->second;
+        if (name != nullptr && !has_room) first += ' ' + *name;
         svg_.text("", kMargin, y_ + (has_room ? 16 : 17), cut(first, kNameColumns));
-        if (has_name && has_room)
-            svg_.text("small", kMargin, y_ + 31, cut(name->second, kNameColumns));
+        if (name != nullptr && has_room)
+            svg_.text("small", kMargin, y_ + 31, cut(*name, kNameColumns));
         svg_.text("", kRight + 12, y_ + height / 2 + 4,
                   fmt::format("{:.1f} / {:.1f} / {:.1f}", to_ms(total.least),
                               to_ms(total.mean()), to_ms(total.greatest)));
@@ -190,36 +195,30 @@ private:
 
     // Draws each interval as a dot at its end. Those above the limit have another style.
     void dots(const TimeSeries& intervals, std::int64_t limit) {
-        for (const bool late : {false, true}) {
-            svg_.begin_path(late ? "late" : "dots");
-            for (const auto& [time, interval] : intervals.points()) {
-                if ((interval > limit) == late) svg_.dot(x(time), y(interval));
-            }
-            svg_.end_path();
-        }
+        std::string in_time;
+        std::string late;
+        for (const auto& [time, interval] : intervals.points())
+            (interval > limit ? late : in_time) += dot(x(time), y(interval));
+        svg_.path("dots", in_time);
+        svg_.path("late", late);
     }
 
     void bins(const TimeSeries& intervals, std::int64_t limit) {
-        const auto for_each = [&](const auto& draw) {
-            for (std::size_t i = 0; i < intervals.bins().size(); ++i) {
-                const auto middle =
-                    (static_cast<std::int64_t>(i) * 2 + 1) * intervals.bin_width() / 2;
-                const Spread& bin = intervals.bins()[i];
-                if (bin.count > 0) draw(x(std::min(middle, duration_)), bin);
-            }
-        };
-        for (const bool late : {false, true}) {
-            svg_.begin_path(late ? "latespread" : "spread");
-            for_each([&](double at, const Spread& bin) {
-                if ((bin.greatest > limit) == late)
-                    svg_.upright(at, y(bin.least) + 0.5, y(bin.greatest) - 0.5);
-            });
-            svg_.end_path();
+        std::string in_time;
+        std::string late;
+        std::string means;
+        std::int64_t middle = intervals.bin_width() / 2;
+        for (const Spread& bin : intervals.bins()) {
+            const double at = x(std::min(middle, duration_));
+            middle += intervals.bin_width();
+            if (bin.count == 0) continue;
+            (bin.greatest > limit ? late : in_time) += fmt::format(
+                "M{:.1f} {:.1f}V{:.1f}", at, y(bin.least) + 0.5, y(bin.greatest) - 0.5);
+            means += dot(at, at_height(bin.mean()));
         }
-        svg_.begin_path("dots");
-        for_each(
-            [&](double at, const Spread& bin) { svg_.dot(at, at_height(bin.mean())); });
-        svg_.end_path();
+        svg_.path("spread", in_time);
+        svg_.path("latespread", late);
+        svg_.path("dots", means);
     }
 
     [[nodiscard]] double x(std::int64_t time) const {
@@ -236,7 +235,7 @@ private:
     const Report& report_;
     std::int64_t start_;
     std::int64_t duration_;
-    Svg svg_{kWidth, kStyleSheet};
+    Svg svg_;
     double y_ = kTop;  // the top of the next strip
     double bottom_ = 0;
     double pixels_per_unit_ = 1;
@@ -244,29 +243,20 @@ private:
 
 }  // namespace
 
-void Plot::add_interval(std::uint16_t pid, const TableKey& table, std::int64_t now,
-                        std::int64_t interval) {
-    intervals_[{pid, table}].add(std::max<std::int64_t>(now - start_, 0), interval);
-}
-
-void Plot::add_packets(std::int64_t now, std::size_t packets) {
-    packets_.add(std::max<std::int64_t>(now - start_, 0),
-                 static_cast<std::int64_t>(packets));
-}
-
-std::string Plot::svg(const Report& report, std::int64_t end) const {
+std::string plot_svg(const Report& report) {
+    const StreamSeries& series = report.stream.series();
     std::size_t dots = 0;
     bool has_all_points = true;
-    for (const auto& [table, series] : intervals_) {
-        dots += series.points().size();
-        has_all_points = has_all_points && series.has_all_points();
+    for (const auto& [table, intervals] : series.intervals) {
+        dots += intervals.points().size();
+        has_all_points = has_all_points && intervals.has_all_points();
     }
-    Drawing drawing(report, start_, end - start_);
+    Drawing drawing(report);
     drawing.title();
-    for (const auto& [table, series] : intervals_)
-        drawing.table_strip(table.first, table.second, series,
-                            strip_height(intervals_.size()),
+    for (const auto& [table, intervals] : series.intervals)
+        drawing.table_strip(table.first, table.second, intervals,
+                            strip_height(series.intervals.size()),
                             has_all_points && dots <= kMaxDots);
-    drawing.rate_strip(packets_);
+    drawing.rate_strip(series.packets);
     return drawing.finished();
 }

@@ -1,58 +1,65 @@
 #include "tools/kestan-monitor/report/text_format.h"
 
-#include <fmt/format.h>
+#include <fmt/chrono.h>
 
-#include <array>
+#include <algorithm>
+#include <clocale>
+#include <cstdint>
 #include <ctime>
-
-#include "dvb/nanoseconds.h"
+#include <cwchar>
 
 namespace {
 
 std::tm local_time(std::int64_t civil) {
-    const std::time_t seconds = civil / kNsPerSecond;
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    return local;
+    return fmt::localtime(civil / kNsPerSecond);
 }
 
-std::string formatted_time(const std::tm& time, const char* pattern) {
-    std::array<char, 64> text{};
-    std::strftime(text.data(), text.size(), pattern, &time);
-    return text.data();
+std::int64_t milliseconds(std::int64_t civil) {
+    return civil % kNsPerSecond / kNsPerMs;
 }
 
-std::string milliseconds(std::int64_t civil) {
-    return fmt::format(".{:03}", civil % kNsPerSecond / kNsPerMs);
+struct Extent {
+    std::size_t bytes = 0;
+    std::size_t columns = 0;
+};
+
+Extent first_character(const std::string& text, std::size_t at) {
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    if (utf8 == nullptr) return {1, 1};
+    const locale_t before = uselocale(utf8);
+    std::mbstate_t state{};
+    wchar_t character = 0;
+    const std::size_t bytes =
+        std::mbrtowc(&character, text.data() + at, text.size() - at, &state);
+    const bool is_valid = bytes > 0 && bytes <= text.size() - at;
+    const int columns = is_valid ? wcwidth(character) : 1;
+    uselocale(before);
+    return {is_valid ? bytes : 1, columns < 0 ? 1 : static_cast<std::size_t>(columns)};
+}
+
+// Returns how much of `text` fits in `columns`.
+Extent fitting(const std::string& text, std::size_t columns) {
+    Extent fits;
+    while (fits.bytes < text.size()) {
+        const Extent next = first_character(text, fits.bytes);
+        if (next.columns > columns - fits.columns) break;
+        fits.bytes += next.bytes;
+        fits.columns += next.columns;
+    }
+    return fits;
 }
 
 }  // namespace
 
-double to_ms(double ns) {
-    return ns / static_cast<double>(kNsPerMs);
-}
-
-double to_ms(std::int64_t ns) {
-    return to_ms(static_cast<double>(ns));
-}
-
-double to_seconds(std::int64_t ns) {
-    return static_cast<double>(ns) / static_cast<double>(kNsPerSecond);
-}
-
-std::string ms_text(std::int64_t ns) {
-    return fmt::format("{:.1f} ms", to_ms(ns));
-}
-
 std::string time_of_day(std::int64_t civil) {
-    return formatted_time(local_time(civil), "%H:%M:%S") + milliseconds(civil);
+    return fmt::format("{:%T}.{:03}", local_time(civil), milliseconds(civil));
 }
 
 std::string date_and_time(std::int64_t civil) {
     const std::tm local = local_time(civil);
-    std::string zone = formatted_time(local, "%z");  // "+0200"
-    if (zone.size() == 5) zone.insert(3, ":");
-    return formatted_time(local, "%Y-%m-%dT%H:%M:%S") + milliseconds(civil) + zone;
+    std::string zone = fmt::format("{:%z}", local);  // "+0200"
+    zone.insert(3, ":");
+    return fmt::format("{:%FT%T}.{:03}{}", local, milliseconds(civil), zone);
 }
 
 std::int64_t utc_offset(std::int64_t civil) {
@@ -60,8 +67,21 @@ std::int64_t utc_offset(std::int64_t civil) {
 }
 
 std::string utc_date_and_time(std::int64_t seconds) {
-    const std::time_t time = seconds;
-    std::tm utc{};
-    gmtime_r(&time, &utc);
-    return formatted_time(utc, "%Y-%m-%d %H:%M:%S");
+    return fmt::format("{:%F %T}", fmt::gmtime(seconds));
+}
+
+std::size_t text_width(const std::string& text) {
+    return fitting(text, SIZE_MAX).columns;
+}
+
+std::string cut(const std::string& text, std::size_t columns) {
+    if (columns == 0) return "";
+    if (fitting(text, columns).bytes == text.size()) return text;
+    return text.substr(0, fitting(text, columns - 1).bytes) + "…";
+}
+
+std::string padded(const std::string& text, std::size_t columns) {
+    std::string filled = cut(text, columns);
+    const std::size_t width = text_width(filled);
+    return filled.append(columns - std::min(width, columns), ' ');
 }

@@ -1,19 +1,26 @@
 #ifndef KESTAN_TOOLS_KESTAN_MONITOR_REPORT_TEXT_FORMAT_H
 #define KESTAN_TOOLS_KESTAN_MONITOR_REPORT_TEXT_FORMAT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
-// Numbers and times as the reports show them. Durations and times are nanoseconds.
+#include "dvb/nanoseconds.h"
+
+// Numbers, times and columns of text as the reports show them. Durations and times are
+// nanoseconds.
 
 constexpr double kBitsPerKbit = 1000;
 
-[[nodiscard]] double to_ms(double ns);
-[[nodiscard]] double to_ms(std::int64_t ns);
-[[nodiscard]] double to_seconds(std::int64_t ns);
-
-// Returns a text such as "12.3 ms".
-[[nodiscard]] std::string ms_text(std::int64_t ns);
+[[nodiscard]] constexpr double to_ms(double ns) {
+    return ns / kNsPerMs;
+}
+[[nodiscard]] constexpr double to_ms(std::int64_t ns) {
+    return to_ms(static_cast<double>(ns));
+}
+[[nodiscard]] constexpr double to_seconds(std::int64_t ns) {
+    return static_cast<double>(ns) / kNsPerSecond;
+}
 
 // Writes a time of the civil clock as local time: "12:45:01.250".
 [[nodiscard]] std::string time_of_day(std::int64_t civil);
@@ -28,5 +35,17 @@ constexpr double kBitsPerKbit = 1000;
 
 // Writes seconds since 1970 as UTC: "2026-06-15 12:45:00".
 [[nodiscard]] std::string utc_date_and_time(std::int64_t seconds);
+
+// Widths of UTF-8 text in columns of a terminal. A byte that is not UTF-8 takes one
+// column.
+
+[[nodiscard]] std::size_t text_width(const std::string& text);
+
+// Returns as much of `text` as fits in `columns`, with "…" at its end if a part is
+// missing.
+[[nodiscard]] std::string cut(const std::string& text, std::size_t columns);
+
+// Returns `text`, cut or filled with blanks to exactly `columns`.
+[[nodiscard]] std::string padded(const std::string& text, std::size_t columns);
 
 #endif

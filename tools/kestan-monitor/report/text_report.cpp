@@ -7,29 +7,25 @@
 #include "tools/json/number_text.h"
 #include "tools/kestan-monitor/report/fault_text.h"
 #include "tools/kestan-monitor/report/text_format.h"
-#include "tools/kestan-monitor/report/text_width.h"
 
 namespace {
 
 constexpr std::size_t kLeastNameWidth = 24;  // if there is room
 constexpr std::size_t kTdtNameWidth = 23;    // with the date
 
-std::string utc_text(std::int64_t utc, bool with_date) {
-    const std::string text = utc_date_and_time(utc);
-    return with_date ? text : text.substr(text.find(' ') + 1);
-}
-
 // Returns a text such as "PMT 101 Harbour Television".
 std::string name_of(const Report& report, const TableKey& key, const TableRecord& table,
                     std::size_t width) {
-    if (key.kind == TableKind::kTdt && table.utc())
-        return "TDT " + utc_text(*table.utc(), width >= kTdtNameWidth);
+    if (key.kind == TableKind::kTdt && table.utc()) {
+        const std::string utc = utc_date_and_time(*table.utc());
+        const bool has_room = width >= kTdtNameWidth;
+        return "TDT " + (has_room ? utc : utc.substr(utc.find(' ') + 1));
+    }
     if (key.kind != TableKind::kPmt) return table_name(key);
-    std::string name = fmt::format("PMT {}", key.service_id);
+    const std::string name = fmt::format("PMT {}", key.service_id);
     if (!table.is_announced()) return name + " (not in PAT)";
-    const auto service = report.service_names.find(key.service_id);
-    if (service != report.service_names.end()) name += ' ' + service->second;
-    return name;
+    const std::string* const service = report.service_name(key);
+    return service == nullptr ? name : name + ' ' + *service;
 }
 
 std::string pid_columns(const Report& report, const PidRecord& pid) {
@@ -44,16 +40,16 @@ std::string pid_columns(const Report& report, const PidRecord& pid) {
 
 std::string table_columns(TableKind kind, const TableRecord& table) {
     const Spread& intervals = table.repetition().intervals();
-    const auto ms_or_dash = [](bool is_known, double ns) {
+    const std::int64_t longest = table.repetition().longest();
+    const auto ms_or_dash = [](bool is_known, auto ns) {
         return is_known ? fmt::format("{:8.1f}", to_ms(ns)) : fmt::format("{:>8}", "-");
     };
     const auto version = table.version();
     const auto limit = table_info(kind).repetition_limit_ns;
     return fmt::format("{:>4}", version ? std::to_string(*version) : "-") +
-           ms_or_dash(intervals.count > 0, static_cast<double>(intervals.least)) +
+           ms_or_dash(intervals.count > 0, intervals.least) +
            ms_or_dash(intervals.count > 0, intervals.mean()) +
-           ms_or_dash(table.repetition().longest() > 0,
-                      static_cast<double>(table.repetition().longest())) +
+           ms_or_dash(longest > 0, longest) +
            fmt::format("{:>6}", limit ? fmt::format("{:.0f}", to_ms(*limit)) : "-");
 }
 
@@ -97,12 +93,12 @@ std::size_t name_width(const Report& report, std::size_t greatest) {
 }
 
 std::string verdict(const FaultLog& faults) {
-    if (faults.total() == 0) return "Nothing is outside the limits.";
-    const std::uint64_t accepted = faults.total_accepted();
+    const auto [total, accepted] = faults.all();
+    if (total == 0) return "Nothing is outside the limits.";
     if (faults.is_in_order())
         return "Nothing is outside the limits but " + fault_count(accepted, "accepted ") +
                '.';
-    return fault_count(faults.total() - accepted) + ", the last at " +
+    return fault_count(total - accepted) + ", the last at " +
            time_of_day(faults.last_time()) +
            (accepted == 0 ? "" : "; " + std::to_string(accepted) + " accepted");
 }
@@ -112,7 +108,7 @@ Lines silence_lines(const Report& report) {
             "Is kestan running, and does it send there (its option -O)?"};
 }
 
-Lines stream_lines(const Report& report, const std::string& verdict) {
+Lines stream_lines(const Report& report) {
     const StreamStatistics& stream = report.stream;
     const Spread& sizes = stream.packets_per_datagram();
     Lines lines{
@@ -121,7 +117,7 @@ Lines stream_lines(const Report& report, const std::string& verdict) {
         fmt::format("  bit rate   {:.1f} kbit/s; at most {:.1f} kbit/s in any {} ms",
                     report.rates.stream / kBitsPerKbit,
                     stream.peak_bit_rate() / kBitsPerKbit, kPeakWindowNs / kNsPerMs),
-        "  verdict    " + verdict,
+        "  verdict    " + verdict(stream.faults()),
         fmt::format("  datagrams  {} of {} to {} packets, {:.2f} on average{}; "
                     "{} malformed, {} lost here",
                     stream.datagrams(), sizes.least, sizes.greatest, sizes.mean(),
@@ -143,18 +139,18 @@ Lines heading_lines(std::size_t name_width) {
 }
 
 Lines pid_lines(const Report& report, const PidRecord& pid, std::size_t name_width) {
-    Lines lines;
-    if (pid.packets == 0 && pid.tables.empty()) return lines;
-    const bool is_shared = pid.tables.size() > 1;
-    std::string name = is_shared ? fmt::format("{} tables", pid.tables.size()) : "other";
-    std::string columns = pid_columns(report, pid);
+    if (pid.packets == 0 && pid.tables.empty()) return {};
+    const auto line = [&](const std::string& name) {
+        return pid_text(pid.number) + "  " + padded(name, name_width) +
+               pid_columns(report, pid);
+    };
+    if (pid.tables.empty()) return {line("other")};
     if (pid.tables.size() == 1) {
         const auto& [key, table] = *pid.tables.begin();
-        name = name_of(report, key, table, name_width);
-        columns += table_columns(key.kind, table);
+        return {line(name_of(report, key, table, name_width)) +
+                table_columns(key.kind, table)};
     }
-    lines.push_back(pid_text(pid.number) + "  " + padded(name, name_width) + columns);
-    if (!is_shared) return lines;
+    Lines lines{line(fmt::format("{} tables", pid.tables.size()))};
     for (const auto& [key, table] : pid.tables) {
         lines.push_back("          " +
                         padded(name_of(report, key, table, name_width),
@@ -187,11 +183,11 @@ std::string text_report(const Report& report) {
     if (report.stream.datagrams() == 0) return joined(silence_lines(report));
     const FaultLog& faults = report.stream.faults();
     const std::size_t width = name_width(report, kGreatestNameWidth);
-    std::string text = joined(stream_lines(report, verdict(faults)));
+    std::string text = joined(stream_lines(report));
     text += joined(heading_lines(width));
     for (const auto& [number, pid] : report.stream.pids())
         text += joined(pid_lines(report, pid, width));
-    if (faults.total() == 0) return text;
+    if (faults.all().total == 0) return text;
     text += "\nOutside the limits:\n  first         last              count\n";
     return text + joined(fault_lines(faults));
 }

@@ -27,9 +27,9 @@ constexpr std::size_t kGreatestNameWidth = 40;
 // Returns the lines to show before the first datagram, and at the end if none came.
 [[nodiscard]] Lines silence_lines(const Report& report);
 
-// Returns the lines with address, bit rate, `verdict`, datagrams, and the differences
-// from files.
-[[nodiscard]] Lines stream_lines(const Report& report, const std::string& verdict);
+// Returns the lines with address, bit rate, verdict, datagrams, and the differences from
+// files.
+[[nodiscard]] Lines stream_lines(const Report& report);
 
 // Returns the headings of the PIDs' columns; `name_width` is the width of the tables'
 // names.

@@ -58,11 +58,9 @@ Terminal::~Terminal() {
 
 TerminalSize Terminal::size() {
     winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 ||
-        size.ws_col == 0) {
-        return {};
-    }
-    return {size.ws_row, size.ws_col};
+    const bool is_known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 &&
+                          size.ws_row != 0 && size.ws_col != 0;
+    return is_known ? TerminalSize{size.ws_row, size.ws_col} : TerminalSize{};
 }
 
 bool Terminal::has_colour() {

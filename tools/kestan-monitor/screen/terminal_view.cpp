@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tools/kestan-monitor/report/text_width.h"
+#include "tools/kestan-monitor/report/text_format.h"
 
 namespace {
 
@@ -29,26 +29,10 @@ void append(Lines& to, const Lines& lines) {
 }  // namespace
 
 void TerminalView::on_key(Key key) {
-    switch (key) {
-        case Key::kUp:
-            top_ -= std::min<std::size_t>(top_, 1);
-            break;
-        case Key::kDown:
-            ++top_;
-            break;
-        case Key::kPageUp:
-            top_ -= std::min(top_, page_);
-            break;
-        case Key::kPageDown:
-            top_ += page_;
-            break;
-        case Key::kQuit:
-            break;
-    }
-}
-
-std::string TerminalView::coloured(const std::string& text, bool is_good) const {
-    return has_colour_ ? (is_good ? kGreen : kRed) + text + kPlain : text;
+    if (key == Key::kUp) top_ -= std::min<std::size_t>(top_, 1);
+    if (key == Key::kDown) top_ += 1;
+    if (key == Key::kPageUp) top_ -= std::min(top_, page_);
+    if (key == Key::kPageDown) top_ += page_;
 }
 
 // Returns the lines from top_ on that fit in `rows`. If PIDs are left below, the last
@@ -78,9 +62,11 @@ Lines TerminalView::lay_out(const Report& report, const TerminalSize& size) {
                                                  : whole_report(report, size);
     lines.resize(std::min(lines.size(), size.rows));
     for (std::string& line : lines) line = cut(line, size.columns);
-    if (lines.size() > kVerdictLine)
-        lines[kVerdictLine] =
-            coloured(lines[kVerdictLine], report.stream.faults().is_in_order());
+    if (has_colour_ && lines.size() > kVerdictLine) {
+        const bool is_good = report.stream.faults().is_in_order();
+        std::string& verdict_line = lines[kVerdictLine];
+        verdict_line = (is_good ? kGreen : kRed) + verdict_line + kPlain;
+    }
     return lines;
 }
 
@@ -91,7 +77,7 @@ Lines TerminalView::whole_report(const Report& report, const TerminalSize& size)
     const std::size_t width =
         name_width(report, std::clamp(room, kLeastNameWidth, kGreatestNameWidth));
 
-    Lines lines = stream_lines(report, verdict(faults));
+    Lines lines = stream_lines(report);
     append(lines, heading_lines(width));
     const std::size_t left = size.rows - std::min(size.rows, lines.size());
     const std::size_t for_events = event_rows(left, faults.last_events().size());

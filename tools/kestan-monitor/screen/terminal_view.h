@@ -2,8 +2,6 @@
 #define KESTAN_TOOLS_KESTAN_MONITOR_SCREEN_TERMINAL_VIEW_H
 
 #include <cstddef>
-#include <string>
-#include <vector>
 
 #include "tools/kestan-monitor/report/report.h"
 #include "tools/kestan-monitor/report/text_report.h"
@@ -25,7 +23,6 @@ private:
     [[nodiscard]] Lines whole_report(const Report& report, const TerminalSize& size);
     [[nodiscard]] Lines visible_pids(const Report& report, std::size_t rows,
                                      std::size_t name_width);
-    [[nodiscard]] std::string coloured(const std::string& text, bool is_good) const;
 
     bool has_colour_;
     std::size_t top_ = 0;   // the first line of the PIDs that is shown
