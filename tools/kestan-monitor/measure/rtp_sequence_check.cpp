@@ -26,12 +26,11 @@ void RtpSequenceCheck::add(const std::uint8_t* header, std::int64_t now) {
     const std::optional<int> ahead = order_.push(header);
     if (!ahead || *ahead > kMaxDropout) missing_.clear();
     if (!ahead) return;
-    if (*ahead > kMaxDropout) {
-        faults_.add(fault, now);
-    } else if (*ahead > 1) {
+    if (*ahead > 1 && *ahead <= kMaxDropout) {
         faults_.add(fault, now, 0, static_cast<std::uint64_t>(*ahead - 1));
         add_lost(*ahead - 1);
-    } else if (*ahead <= 0 && missing_.erase(order_.number()) == 0) {
-        faults_.add(fault, now);
+        return;
     }
+    const bool was_missing = *ahead <= 0 && missing_.erase(order_.number()) != 0;
+    if (*ahead != 1 && !was_missing) faults_.add(fault, now);
 }
