@@ -67,8 +67,9 @@ void read_pmt(Part body, const OnPid& on_pid) {
     if (body.left() < kPmtFixedSize) return;
     const Part fixed = body.take(kPmtFixedSize);
     read_ca_pids(body.take(length_at(fixed.first + 2)), on_pid);
-    while (body.left() >= kPmtStreamHeaderSize) {
-        const Part header = body.take(kPmtStreamHeaderSize);
+    constexpr std::size_t header_size = table_info(TableKind::kPmt).entry_header_size;
+    while (body.left() >= header_size) {
+        const Part header = body.take(header_size);
         name(pid_at(header.first + 1), on_pid);
         read_ca_pids(body.take(length_at(header.first + 3)), on_pid);
     }
@@ -85,8 +86,9 @@ bool PatRecord::push(const Section& section) {
     if (is_new) *this = {};
     version_ = section.version();
     crcs_[section.number()] = crc;
-    for (Part body = body_of(section); body.left() >= kPatProgramSize;) {
-        const std::uint8_t* const program = body.take(kPatProgramSize).first;
+    constexpr std::size_t program_size = table_info(TableKind::kPat).entry_header_size;
+    for (Part body = body_of(section); body.left() >= program_size;) {
+        const std::uint8_t* const program = body.take(program_size).first;
         const bool announces_network = program[0] == 0 && program[1] == 0;
         const std::uint16_t pid = pid_at(program + 2);
         if (!announces_network && is_stream_pid(pid)) pmt_pids_.set(pid);
