@@ -2,8 +2,8 @@
 #define KESTAN_DVB_LIBDVBPSI_H
 
 // The door to libdvbpsi. Include this header instead of libdvbpsi's own headers: those
-// can be included only once and do not include what they need. It has the tables that
-// Kestan plays, and owners for libdvbpsi's objects.
+// can be included only once and do not include what they need. It has the library's
+// tables of MPEG-2 and DVB, and owners for its objects.
 
 #include <sys/types.h>
 
@@ -18,7 +18,11 @@
 #include <dvbpsi/pat.h>
 #include <dvbpsi/cat.h>
 #include <dvbpsi/pmt.h>
+#include <dvbpsi/nit.h>
 #include <dvbpsi/sdt.h>
+#include <dvbpsi/bat.h>
+#include <dvbpsi/eit.h>
+#include <dvbpsi/tot.h>
 // clang-format on
 
 template <auto Delete>

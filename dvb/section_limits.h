@@ -16,9 +16,6 @@ constexpr std::size_t kCrc32Size = 4;                 // ISO/IEC 13818-1, annex 
 constexpr std::size_t kMaxDescriptorData = 255;       // descriptor_length has 8 bits
 
 constexpr std::size_t kDescriptorHeaderSize = 2;     // ISO/IEC 13818-1, 2.6.1
-constexpr std::size_t kPatProgramSize = 4;           // ISO/IEC 13818-1, 2.4.4.3
-constexpr std::size_t kPmtStreamHeaderSize = 5;      // ISO/IEC 13818-1, 2.4.4.8
-constexpr std::size_t kSdtServiceHeaderSize = 5;     // ETSI EN 300 468, 5.2.3
 constexpr std::size_t kPatProgramsPerSection = 100;  // Kestan's choice
 
 // The bytes between a section's header and its CRC_32.

@@ -19,7 +19,8 @@ struct TableInfo {
     const char* full_name;  // for people; the number of its service follows a PMT's
     std::optional<std::uint16_t> pid;  // nullopt if the PAT gives it
     std::uint8_t table_id;
-    std::size_t header_size;  // of a section: the bytes before its entries
+    std::size_t header_size;        // of a section: the bytes before its entries
+    std::size_t entry_header_size;  // of an entry: the bytes before its descriptors
 
     // table_ids of other tables that the PID may carry, a byte each, and the clause that
     // allows no more.
@@ -42,25 +43,25 @@ struct TableInfo {
 constexpr std::int64_t kLeastSectionGapNs = 25 * kNsPerMs;
 
 // In the order of TableKind. PIDs: ISO/IEC 13818-1, table 2-3, and ETSI EN 300 468, table
-// 1. table_ids: ISO/IEC 13818-1, table 2-31, and ETSI EN 300 468, table 2. The periods
-// are Kestan's choice.
+// 1. table_ids: ISO/IEC 13818-1, table 2-31, and ETSI EN 300 468, table 2. Headers:
+// ISO/IEC 13818-1, 2.4.4, and ETSI EN 300 468, 5.2. The periods are Kestan's choice.
 // clang-format off
 constexpr std::array<TableInfo, 5> kTables{{
-    {"pat", "PAT", "PAT", 0x0000, 0x00, 8,
+    {"pat", "PAT", "PAT", 0x0000, 0x00, 8, 4,
      "", "ETSI TR 101 290, 1.3.a", "ETSI TR 101 290, 1.3.a",
      200 * kNsPerMs, 500 * kNsPerMs, "ETSI TR 101 290, 1.3.a", false},
-    {"cat", "CAT", "CAT", 0x0001, 0x01, 8,
+    {"cat", "CAT", "CAT", 0x0001, 0x01, 8, 0,
      "", "ETSI TR 101 290, 2.6", "ISO/IEC 13818-1, 2.4.4",
      500 * kNsPerMs, std::nullopt, "", false},
     // The SDTs of other streams, the BAT and the ST share its PID.
-    {"sdt", "SDT", "SDT actual", 0x0011, 0x42, 11,
+    {"sdt", "SDT", "SDT actual", 0x0011, 0x42, 11, 5,
      "\x46\x4A\x72", "ETSI TR 101 290, 3.5", "ETSI EN 300 468, 5.1.1",
      500 * kNsPerMs, 2 * kNsPerSecond, "ETSI TR 101 211, 4.4", true},
-    {"pmts", "PMT", "PMT of service", std::nullopt, 0x02, 12,
+    {"pmts", "PMT", "PMT of service", std::nullopt, 0x02, 12, 5,
      "", "", "ETSI TR 101 290, 1.5.a",
      200 * kNsPerMs, 500 * kNsPerMs, "ETSI TR 101 290, 1.5.a", false},
     // The ST and the TOT share its PID.
-    {nullptr, "TDT", "TDT", 0x0014, 0x70, 3,
+    {nullptr, "TDT", "TDT", 0x0014, 0x70, 3, 0,
      "\x72\x73", "ETSI TR 101 290, 3.8", "ETSI EN 300 468, 5.1.1",
      kNsPerSecond, 30 * kNsPerSecond, "ETSI TR 101 211, 4.4", true},
 }};

@@ -10,7 +10,7 @@
 namespace {
 
 std::size_t size_of(const dvbpsi_sdt_service_t& service) {
-    std::size_t size = kSdtServiceHeaderSize;
+    std::size_t size = table_info(TableKind::kSdt).entry_header_size;
     for (auto descriptor = service.p_first_descriptor; descriptor != nullptr;
          descriptor = descriptor->p_next) {
         size += kDescriptorHeaderSize + descriptor->i_length;

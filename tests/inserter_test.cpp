@@ -140,8 +140,9 @@ TEST_F(InserterTest, RemovesTheEncodersPmtsWhileKestanPlaysAPat) {
     EXPECT_EQ(pass(3, their_pmt + others + their_pat + kNull),
               section(kPatPid, 2, our_pat) + others + kNull + kNull);
     EXPECT_EQ(record_.pids.at(kPmtPid).replaced, 1);
-    // A new PAT announces other PIDs, even if it has the version of the last one.
-    const Packets new_pat = section(kPatPid, 1, "00 b000 0001 c3 0000 0001e300");
+    // A new PAT announces other PIDs with its first section, even if it has the version
+    // of the last one.
+    const Packets new_pat = section(kPatPid, 1, "00 b000 0001 c3 0001 0001e300");
     EXPECT_EQ(pass(4, new_pat + their_pmt + packet(0x0300, 1, "announced")),
               kNull + their_pmt + kNull);
 }

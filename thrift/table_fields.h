@@ -76,7 +76,8 @@ struct TableFields<Descriptor> {
 
 template <>
 struct TableFields<PATProgram> {
-    static constexpr std::size_t header_size = kPatProgramSize;
+    static constexpr std::size_t header_size =
+        table_info(TableKind::kPat).entry_header_size;
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -88,7 +89,8 @@ struct TableFields<PATProgram> {
 
 template <>
 struct TableFields<PAT> : SectionLimits<TableKind::kPat> {
-    static constexpr std::size_t capacity = kPatProgramsPerSection * kPatProgramSize;
+    static constexpr std::size_t capacity =
+        kPatProgramsPerSection * TableFields<PATProgram>::header_size;
     static constexpr const char* method = "NewPAT";
     static constexpr auto send = [](auto& service, const PAT& pat) {
         return service.NewPAT(pat);
@@ -118,7 +120,8 @@ struct TableFields<CAT> : SectionLimits<TableKind::kCat> {
 
 template <>
 struct TableFields<SDTService> {
-    static constexpr std::size_t header_size = kSdtServiceHeaderSize;
+    static constexpr std::size_t header_size =
+        table_info(TableKind::kSdt).entry_header_size;
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {
@@ -152,7 +155,8 @@ struct TableFields<SDT> : SectionLimits<TableKind::kSdt> {
 
 template <>
 struct TableFields<PMTStream> {
-    static constexpr std::size_t header_size = kPmtStreamHeaderSize;
+    static constexpr std::size_t header_size =
+        table_info(TableKind::kPmt).entry_header_size;
 
     template <typename Visitor>
     static void visit(Visitor&& visitor) {

@@ -23,14 +23,14 @@ constexpr std::size_t kBlock = 64U << 10U;
     throw std::system_error(errno, std::generic_category());
 }
 
-// An open file. Closes it, but not standard input.
+// An open file.
 class File {
 public:
     explicit File(int fd) : fd_(fd) {
         if (fd_ < 0) fail();
     }
     ~File() {
-        if (fd_ > STDIN_FILENO) ::close(fd_);
+        if (fd_ >= 0) ::close(fd_);
     }
     File(const File&) = delete;
     File& operator=(const File&) = delete;
@@ -48,7 +48,7 @@ private:
 
 // O_NONBLOCK: opening a pipe would wait for its writer, and a device for anything.
 int open_for_reading(const std::string& path) {
-    if (path == kStandardInput) return STDIN_FILENO;
+    if (path == kStandardInput) return fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
     return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
 }
 

@@ -34,7 +34,7 @@ ordered_json to_json(const OnAir& on_air) {
 OnAir on_air_from_json(const json& from) {
     OnAir on_air;
     for_each_single_table([&](TableKind kind, auto /*member*/) {
-        if (from.at(table_info(kind).key).get<bool>()) on_air.singles.insert(kind);
+        if (from.value(table_info(kind).key, false)) on_air.singles.insert(kind);
     });
     for (const json& service : from.at("services")) {
         service.at("pids").get_to(on_air.pids_of[service.at("service_id")]);

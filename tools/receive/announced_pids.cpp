@@ -2,13 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
-
-#include "dvb/psi_si.h"
-#include "dvb/section_limits.h"
-#include "tools/receive/table_decoder.h"
-
-using orvel::thrift::dvb_tables::PAT;
-using orvel::thrift::dvb_tables::PATProgram;
+#include <cstring>
 
 namespace {
 
@@ -73,8 +67,9 @@ void read_pmt(Part body, const OnPid& on_pid) {
     if (body.left() < kPmtFixedSize) return;
     const Part fixed = body.take(kPmtFixedSize);
     read_ca_pids(body.take(length_at(fixed.first + 2)), on_pid);
-    while (body.left() >= kPmtStreamHeaderSize) {
-        const Part header = body.take(kPmtStreamHeaderSize);
+    constexpr std::size_t header_size = table_info(TableKind::kPmt).entry_header_size;
+    while (body.left() >= header_size) {
+        const Part header = body.take(header_size);
         name(pid_at(header.first + 1), on_pid);
         read_ca_pids(body.take(length_at(header.first + 3)), on_pid);
     }
@@ -83,24 +78,30 @@ void read_pmt(Part body, const OnPid& on_pid) {
 }  // namespace
 
 bool PatRecord::push(const Section& section) {
-    if (!is_in_force(section, kPatTableId) ||
-        sections_.add(section) == SectionSet::Change::kNone)
-        return false;
-    auto pat = decode_table<PAT>(sections_);
-    if (!pat) return false;
-    pat_.swap(pat);
-    pmt_pids_.reset();
-    for (const PATProgram& program : pat_->programs) {
-        const auto pid = static_cast<std::uint16_t>(program.pid);
-        const bool announces_network = program.program_number == 0;
+    if (!is_in_force(section, kPatTableId)) return false;
+    std::uint32_t crc = 0;
+    std::memcpy(&crc, section.begin() + section.size() - kCrc32Size, kCrc32Size);
+    const std::optional<std::uint32_t> before = crcs_[section.number()];
+    const bool is_new = version_ != section.version() || (before && before != crc);
+    if (is_new) *this = {};
+    version_ = section.version();
+    crcs_[section.number()] = crc;
+    constexpr std::size_t program_size = table_info(TableKind::kPat).entry_header_size;
+    for (Part body = body_of(section); body.left() >= program_size;) {
+        const std::uint8_t* const program = body.take(program_size).first;
+        const bool announces_network = program[0] == 0 && program[1] == 0;
+        const std::uint16_t pid = pid_at(program + 2);
         if (!announces_network && is_stream_pid(pid)) pmt_pids_.set(pid);
     }
-    return true;
+    return is_new;
 }
 
 bool PatRecord::contradicts(const PatRecord& other) const {
-    return pat_ && other.pat_ && pat_->version_number == other.pat_->version_number &&
-           *pat_ != *other.pat_;
+    if (!version_ || version_ != other.version_) return false;
+    for (std::size_t i = 0; i < kMaxSections; ++i) {
+        if (crcs_[i] && other.crcs_[i] && crcs_[i] != other.crcs_[i]) return true;
+    }
+    return false;
 }
 
 void read_named_pids(const Section& section, const OnPid& on_pid) {

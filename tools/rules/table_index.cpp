@@ -41,7 +41,8 @@ struct ElementCollector : IgnoringVisitor {
 
 std::optional<CaDescriptor> ca_descriptor(const Placed<Descriptor>& descriptor) {
     const auto& [place, content] = descriptor;
-    if (place.table.kind == TableKind::kSdt) return std::nullopt;
+    const TableKind kind = place.table.kind;
+    if (kind != TableKind::kCat && kind != TableKind::kPmt) return std::nullopt;
     if (content.tag != kCaTag || content.data.size() < 4) return std::nullopt;
     const auto byte = [&data = content.data](std::size_t at) {
         return static_cast<std::uint8_t>(data[at]);

@@ -64,7 +64,8 @@ private:
     std::optional<Multiplex> files_;
     bool compares_versions_ = true;
 
-    // The tables that were compared last; nullopt if none were since then.
+    // The tables on air at the last comparison; nullopt if there was none since the last
+    // expect() or forget().
     std::optional<std::vector<std::pair<std::uint16_t, TableKey>>> on_air_;
     std::map<Place, Difference> differences_;
 };
