@@ -7,7 +7,8 @@
 // Follows the sequence numbers of an RTP stream (RFC 3550, 5.1). One thread.
 class RtpOrder {
 public:
-    // A datagram that is this far behind is no late one (RFC 3550, A.1).
+    // A datagram that is this far behind may be the first one of a sender that has
+    // restarted (RFC 3550, A.1).
     static constexpr int kMaxMisorder = 100;
 
     // Takes the next datagram's RTP header. Returns how far its sequence number is ahead
